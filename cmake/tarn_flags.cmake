@@ -1,0 +1,33 @@
+# Compiler settings, as interface libraries, and the function that makes one library of a folder.
+
+add_library(tarn_warnings INTERFACE)
+target_compile_options(tarn_warnings INTERFACE
+  -Wall -Wextra -Wshadow -Wformat=2 -Wmissing-declarations -Werror)
+
+# What the daemon is built with: no exceptions, no run-time types, and nothing linked that is not called.
+add_library(tarn_daemon_flags INTERFACE)
+target_compile_options(tarn_daemon_flags INTERFACE
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections)
+target_link_options(tarn_daemon_flags INTERFACE -Wl,--gc-sections)
+target_link_libraries(tarn_daemon_flags INTERFACE tarn_warnings)
+
+if(TARN_SANITIZE)
+  add_compile_options(-fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TARN_SANITIZE})
+endif()
+
+# tarn_folder_library(NAME [LIBRARIES...]): a static library of every .cpp directly in the current
+# folder (except main.cpp), with the daemon's flags; headers are included from the root of src/.
+function(tarn_folder_library name)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  if(NOT sources)
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} INTERFACE ${ARGN})
+    return()
+  endif()
+  add_library(${name} STATIC ${sources})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(${name} PRIVATE tarn_daemon_flags PUBLIC ${ARGN})
+endfunction()

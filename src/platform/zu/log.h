@@ -1,0 +1,53 @@
+// The log: one file, five levels, one line an event, flushed at once.
+//
+// The file lives in RAM on a router, so it is kept under LOG_FILE_LIMIT and rotated once. Control
+// characters in a message are written as \xNN: whatever a peer puts in a name stays on one line.
+#pragma once
+
+#include <cstdio>
+
+enum zu_log_level {
+    ZU_LOG_ERROR = 1,
+    ZU_LOG_WARNING = 2,
+    ZU_LOG_NOTICE = 3,
+    ZU_LOG_INFO = 4,
+    ZU_LOG_DEBUG = 5,
+};
+
+/// Size in bytes past which the log file is renamed to "<path>.1" and started anew.
+constexpr long LOG_FILE_LIMIT = 512 * 1024;
+
+/// The open log, or null: then every call below is a no-op.
+extern FILE *gDebug_file;
+/// Messages of a level above this one are dropped unformatted. 0 drops all, 5 keeps all.
+extern int gDebug_log_level;
+
+/// Opens `path` for appending (created 0640, close-on-exec, symbolic links refused). On failure
+/// gDebug_file stays null and the daemon runs on without a log.
+void debug_init(const char *path);
+
+/// Sets the threshold; `level` is taken as it is, the callers check its range (0..5).
+void debug_set_level(int level);
+
+/// True when a message of `level` goes anywhere: to the file, or to an ERROR listener.
+bool zu_log_wanted(int level);
+
+/// Writes one line. Callers use the macros below, which check zu_log_wanted() first.
+void zu_log(int level, const char *function, int line, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));
+
+/// Gets every ERROR message while installed, whatever the log's level and even with no log open.
+using zu_log_error_listener = void (*)(const char *message, void *priv);
+void zu_log_set_error_listener(zu_log_error_listener listener, void *priv);
+
+#define ZU_LOG(level, ...)                                                                         \
+    do {                                                                                           \
+        if (zu_log_wanted(level))                                                                  \
+            zu_log(level, __func__, __LINE__, __VA_ARGS__);                                        \
+    } while (0)
+
+#define log_error(...) ZU_LOG(ZU_LOG_ERROR, __VA_ARGS__)
+#define log_warning(...) ZU_LOG(ZU_LOG_WARNING, __VA_ARGS__)
+#define log_notice(...) ZU_LOG(ZU_LOG_NOTICE, __VA_ARGS__)
+#define log_info(...) ZU_LOG(ZU_LOG_INFO, __VA_ARGS__)
+#define log_debug(...) ZU_LOG(ZU_LOG_DEBUG, __VA_ARGS__)

@@ -1,0 +1,59 @@
+// UCI for the daemon: reading values, changing them through save actions, committing, batch files.
+//
+// All changes of one callback gather in one change context. It is made when first asked for,
+// its packages are written to their delta files once per flush, and it is thrown away when the
+// callback ends, so the next callback sees what other processes have committed meanwhile.
+#pragma once
+
+#include <uci.h>
+
+#include <cstddef>
+#include <string>
+
+/// What a save action does to an option. A value that holds a control character is refused.
+enum ng_uci_action {
+    uci_set_string = 1,       ///< set an option, or (two-part name) create a section of that type
+    ng_uci_add_list = 2,      ///< append to a list; the same value is removed first
+    ng_uci_del_list = 3,      ///< remove the value from a list
+    ng_uci_delete_option = 4, ///< delete the option or section; `value` is not used
+};
+
+/// The change context, or null when it cannot be allocated. Owned here; never free it.
+[[nodiscard]] uci_context *ng_uci_change_context();
+
+/// One change, named by a printf-style "package.section[.option]". Nothing reaches a file before
+/// the next flush. 0, or -1 (logged: ERROR) when the name, section or value is not acceptable.
+int ng_uci_save_action_ctx(uci_context *ctx, ng_uci_action action, const char *value,
+                           const char *name_format, ...) __attribute__((format(printf, 4, 5)));
+int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value,
+                               const char *name_format, ...) __attribute__((format(printf, 4, 5)));
+
+/// Writes every changed package's delta file once. 0, or -1 when one could not be written (logged).
+int ng_uci_flush();
+/// Flushes, then replaces the change context by a fresh one. False, with WARNING "Failed to create
+/// new uci context for tarn_net", when that fails.
+bool ng_uci_renew_change_context();
+/// Flushes and commits one package. 0, or -1: then the committed file is what it was.
+[[nodiscard]] int ng_uci_commit(const char *package);
+/// Drops every change of a package that was not committed. 0 or -1.
+[[nodiscard]] int ng_uci_revert(const char *package);
+
+/// Reads one option through the change context; `cb` gets the value, or each item of a list.
+/// Negative on failure (missing package, section or option), without a log line.
+int _ng_uci_get_val_cb(const char *name, void (*cb)(const char *value, void *priv), void *priv);
+/// Reads an option into `out`, untouched on failure. 0 or -1.
+int ng_uci_get_string(std::string &out, const char *name_format, ...)
+    __attribute__((format(printf, 2, 3)));
+/// Reads an option that is a decimal integer as a whole; `out` untouched on failure. 0 or -1.
+int ng_uci_get_int(int *out, const char *name_format, ...) __attribute__((format(printf, 2, 3)));
+/// True when "package.section" or "package.section.option" exists.
+bool ng_uci_exists(const char *name_format, ...) __attribute__((format(printf, 1, 2)));
+/// Reads "package.section.option" of the run-time state kept under `state_dir` (for example
+/// "/var/state") on top of the configuration.
+enum ng_uci_state_result {
+    NG_UCI_STATE_FOUND,
+    NG_UCI_STATE_NO_CONTEXT,
+    NG_UCI_STATE_LOOKUP_FAILED,
+    NG_UCI_STATE_INCOMPLETE,
+};
+ng_uci_state_result ng_uci_get_state(const char *state_dir, const char *name, std::string &out);
