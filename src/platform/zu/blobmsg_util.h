@@ -1,7 +1,9 @@
 // Blobmsg helpers shared by all subsystems.
 #pragma once
 
+extern "C" {
 #include <libubox/blobmsg.h>
+}
 
 #include <cstdlib>
 #include <memory>
@@ -20,8 +22,15 @@ struct blob_buffer : blob_buf {
     blob_buffer &operator=(const blob_buffer &) = delete;
 };
 
-/// Compact JSON of `attr` for a log line; null when it cannot be formatted. `list` as in
-/// blobmsg_format_json: true for a message, false for one attribute.
+/// Deepest nesting of tables and arrays that is taken from a message.
+constexpr int ZU_BLOBMSG_DEPTH_MAX = 32;
+/// True when every attribute of a message is well formed, at every level, with no more than
+/// ZU_BLOBMSG_DEPTH_MAX levels below it. Ask it of what a stranger sent before walking into tables:
+/// libubox looks at one level only, and formats text by recursion without a limit.
+bool zu_blobmsg_valid(blob_attr *message);
+
+/// Compact JSON of `attr` for a log line; null when it is not valid (as above) or memory runs out.
+/// `list` as in blobmsg_format_json: true for a message, false for one attribute.
 json_text zu_blobmsg_json(blob_attr *attr, bool list);
-/// Adds every member of `message` to `buf`. 0 or -1.
+/// Adds every member of `message` to `buf`. 0; or -1 when one could not be added.
 int zu_blobmsg_copy(blob_buf *buf, blob_attr *message);

@@ -4,6 +4,7 @@
 // characters in a message are written as \xNN: whatever a peer puts in a name stays on one line.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 
 enum zu_log_level {
@@ -16,6 +17,10 @@ enum zu_log_level {
 
 /// Size in bytes past which the log file is renamed to "<path>.1" and started anew.
 constexpr long LOG_FILE_LIMIT = 512 * 1024;
+/// Longest message in bytes as written; a longer one is cut and ends in "...".
+constexpr int LOG_MESSAGE_MAX = 16 * 1024;
+/// Size of a time stamp buffer.
+constexpr std::size_t LOG_TIMESTAMP_SIZE = 50;
 
 /// The open log, or null: then every call below is a no-op.
 extern FILE *gDebug_file;
@@ -29,16 +34,32 @@ void debug_init(const char *path);
 /// Sets the threshold; `level` is taken as it is, the callers check its range (0..5).
 void debug_set_level(int level);
 
+/// Sets the threshold from a UCI option that holds 0..5. An absent option leaves it alone; any
+/// other value is refused with a WARNING.
+void debug_load_level(const char *uci_option);
+
+/// Gets every ERROR message while installed, whatever the log's level and even with no log open.
+/// The text is the message alone, without the line's prefix, its control characters already written
+/// out. It must not log an ERROR itself.
+using zu_log_error_listener = void (*)(const char *message, void *priv);
+/// Installs a listener, or removes it (null). There is one at a time.
+void zu_log_set_error_listener(zu_log_error_listener listener, void *priv);
+extern zu_log_error_listener gDebug_error_listener; ///< private: read by zu_log_wanted()
+
 /// True when a message of `level` goes anywhere: to the file, or to an ERROR listener.
-bool zu_log_wanted(int level);
+inline bool zu_log_wanted(int level)
+{
+    return (gDebug_log_level >= level && gDebug_file != nullptr) ||
+           (level == ZU_LOG_ERROR && gDebug_error_listener != nullptr);
+}
+
+/// Fills `buffer` with the local time as ctime_r prints it, without the newline; with zero bytes
+/// when that fails.
+void zu_log_timestamp(char (&buffer)[LOG_TIMESTAMP_SIZE]);
 
 /// Writes one line. Callers use the macros below, which check zu_log_wanted() first.
 void zu_log(int level, const char *function, int line, const char *format, ...)
     __attribute__((format(printf, 4, 5)));
-
-/// Gets every ERROR message while installed, whatever the log's level and even with no log open.
-using zu_log_error_listener = void (*)(const char *message, void *priv);
-void zu_log_set_error_listener(zu_log_error_listener listener, void *priv);
 
 #define ZU_LOG(level, ...)                                                                         \
     do {                                                                                           \
