@@ -1,0 +1,29 @@
+// The mesh as the rest of the daemon sees it: its interfaces, gateway facts and the lonely scan.
+#pragma once
+
+#include <libubus.h>
+
+#include <cstdint>
+
+/// Start-up: arms the enumeration of mesh interfaces and the collection of gateway statistics.
+void init_mesh_info();
+/// Starts the enumeration unless it is in progress.
+void mesh_enumerate_again();
+/// Follows a mesh interface object of netifd; one of the same path is replaced.
+void enumerate_meshes_add_new(ubus_context *ctx, const char *path, uint32_t id);
+/// True when `path` names a bus object of a mesh interface.
+bool mesh_is_interface_path(const char *path);
+/// Cancels every timer, forgets every interface and fact; the record may then be zeroed.
+void mesh_reset();
+
+// Gateway facts (statistics.cpp)
+
+/// Frees and clears the five facts about the gateway.
+void mesh_clear_gateway_info();
+/// Timer callback: collects the gateway facts in a child process.
+void fork_and_execute_batctl_cmds(uloop_timeout *timer);
+
+// The lonely scan (lonely.cpp)
+
+/// Timer callback: starts the external lonely scan and comes back in a minute.
+void lonely_periodic_trigger_cb(uloop_timeout *timer);

@@ -1,0 +1,31 @@
+// Firewall forwarding and the captive portal's and traffic shaper's interfaces, as UCI options that
+// follow the upstream.
+//
+// Forwarding sections ("firewall.ssid1wan_wired0") exist beforehand; only their `enabled` option is
+// written here.
+#pragma once
+
+#include <cstdint>
+
+struct wifi_settings;
+
+/// Enables or disables forwarding from `source` ("ssid1", "mesh") to a wired uplink. True also
+/// when there is nothing to write: uplinks that are not wired have no forwarding sections.
+[[nodiscard]] bool firewall_set_forwarding_rule(const char *iface, const char *source, bool enable);
+/// The same for SSID `ssid` (1..4); one in a VLAN or bridged to the LAN is never enabled.
+[[nodiscard]] bool firewall_set_ssid_forwarding_rule(const char *iface, int ssid, bool enable);
+/// Disables every rule.
+void firewall_reset_forwarding_rules();
+/// Commits the firewall package and reloads. False when the commit failed.
+[[nodiscard]] bool firewall_commit_forwarding_rules();
+/// Drops the uncommitted changes of the firewall package. False on failure.
+bool firewall_revert_forwarding_rules();
+
+/// Moves forwarding from the current uplink interface to `iface` for `state`; uncommitted. 0, or
+/// -1 with the firewall package reverted.
+[[nodiscard]] int set_firewall_forwarding_rules(const char *iface, uint32_t state);
+
+/// Sets the captive portal's log-out rules; uncommitted.
+void set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
+/// Tells portal and shaper which interfaces carry clients and which one leads out.
+void set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings);

@@ -1,0 +1,53 @@
+// Followed interfaces: objects of netifd whose notifications are subscribed to and whose status is
+// asked for and kept.
+//
+// Two lists hold them: the wired bridges (wired/bridges.h) and the mesh interfaces (mesh/mesh.h).
+// Who owns a list decides which objects enter it and when to ask again.
+#pragma once
+
+#include <libubus.h>
+
+#include <cstdint>
+
+struct iface_entry;
+using iface_status_cb = void (*)(iface_entry *entry);
+
+/// One followed interface. Made by iface_list_new_iface(), freed by iface_list_free_iface().
+struct iface_entry {
+    list_head link;
+    char device[16]; ///< kernel interface, empty until known
+    bool up;         ///< as the last status said
+    bool has_default_route;
+    char gateway[16];     ///< of the chosen route, empty when none
+    char address[16];     ///< own address of the chosen route, without prefix length
+    ubus_request request; ///< the status call; it runs while `status_timer` is pending
+    bool got_data;        ///< the call has delivered data
+    bool parsed;          ///< the call has ended, well or not
+    char *obj_path;
+    ubus_subscriber subscriber;
+    iface_status_cb on_status; ///< called after every completed status call; may be null
+
+    ubus_context *ctx;
+    uint32_t id; ///< bus id subscribed to
+    uloop_timeout status_timer;
+};
+
+/// Subscribes to object `id` and asks for its status. The caller links the entry into its list and
+/// sets on_status. Null on failure (logged), with nothing left behind.
+iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id);
+/// Asks for the status; a call still running is dropped for the new one. False on failure (logged).
+bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id);
+/// Drops a running status call: nothing of it is delivered any more, and the entry counts as
+/// answered. False when none runs.
+bool iface_list_abort_status(iface_entry *entry);
+/// Takes a status answer or a notification into the entry; what is malformed is logged.
+void iface_list_parse_status(iface_entry *entry, blob_attr *msg);
+
+/// The entry whose object is `obj_path`, or null.
+iface_entry *iface_list_find(list_head *list, const char *obj_path);
+/// Unlinks and frees the entry of that object, if any, with its request and subscription.
+void iface_list_free_iface(list_head *list, const char *obj_path);
+/// The same for every entry.
+void iface_list_free_all(list_head *list);
+/// Frees what could not be freed because the bus was gone at the time. Call it after reconnecting.
+void iface_list_free_retired();
