@@ -1,0 +1,31 @@
+// What is known of the batman-adv gateway: five texts taken from the output of batctl.
+//
+// The output is untrusted: every token is checked whole before it is kept. Collecting the output
+// is gateway_stats.cpp's business.
+#pragma once
+
+#include <string_view>
+
+/// The five facts; each text is owned, null when unknown. Plain, so that a zeroed record is empty.
+struct mesh_gateway_facts {
+    char *mac;     ///< token "gwm"
+    char *quality; ///< token "gwq": 0..255
+    char *route;   ///< token "tr": comma-separated MAC addresses of the hops
+    char *latency; ///< token "p": average round trip in ms
+    char *speed;   ///< token "tp": number, separator and unit, for example "156.84-MB/s"
+};
+
+/// Frees and clears all five.
+void mesh_gateway_facts_clear(mesh_gateway_facts *facts);
+
+/// Replaces `facts` by what `text` (blank-separated tokens) holds. 0; -1 when a fact is missing or
+/// the text is empty (logged): what was found is kept, the rest is unknown.
+int mesh_gateway_facts_parse(mesh_gateway_facts *facts, std::string_view text);
+
+/// True when the throughput to the gateway is below 250 KB/s, with a NOTICE; `*known` tells whether
+/// there is a speed to judge at all.
+bool mesh_gateway_speed_is_low(const mesh_gateway_facts *facts, bool *known);
+
+/// True for six groups of one or two hexadecimal digits joined by colons and nothing else: the only
+/// text from batctl that may become part of a command line.
+bool mesh_text_is_mac(std::string_view text);

@@ -1,0 +1,191 @@
+// Running the statistics commands of batctl without ever blocking the loop.
+//
+// The commands take seconds and may hang (a traceroute over a dead link runs for minutes), so a
+// forked child runs them one after the other. It leads a process group of its own: when its time is
+// over, the group is killed, batctl included.
+
+#include "mesh/gateway_stats.h"
+
+#include "core/state.h"
+#include "platform/zu/file.h"
+#include "platform/zu/led.h"
+#include "platform/zu/log.h"
+#include "platform/zu/shell.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *MESH_INFO_FILE = "/tmp/mesh.info";
+constexpr size_t MESH_INFO_MAX = 256;
+constexpr int NO_GATEWAY = -61; // ENODATA: the parent sees exit status 195
+constexpr int NO_GATEWAY_STATUS = 195;
+
+constexpr const char *FIND_GATEWAY =
+    R"(batctl gwl -n 2>/dev/null | grep -e "^[*]" | tail -n 1 | )"
+    R"(awk '/\*/ {tq=$3;if (tq == "(") tq=$4;gsub(/[()]/,"",tq);printf("gwm|%s gwq|%s", $2, tq)}' | )"
+    R"(tr -d '\(\)' > /tmp/mesh.info)";
+
+struct gateway_command {
+    const char *format; // one %s: the gateway's MAC
+    const char *failed;
+};
+
+constexpr std::array<gateway_command, 3> GATEWAY_COMMANDS = {{
+    {R"(batctl tr -n -T %s 2>/dev/null | awk -F' ' 'BEGIN {printf(" tr|")} )"
+     R"({if (NR > 1) {if (NR > 2) {printf(",")}; printf("%%s", $2)}}' >&2 >> /tmp/mesh.info)",
+     "Failed to call batctl to find the gateway route"},
+    {R"(batctl p -T -c 5 %s 2>/dev/null | )"
+     R"(awk 'END {split($0, a, "/"); printf(" p|%%s", a[5])}' >&2 >> /tmp/mesh.info)",
+     "Failed to call batctl to find the gateway latency"},
+    {R"(batctl tp -t 3000 -n %s 2>/dev/null | awk -F' ' '/Throughput:/ )"
+     R"({printf(" tp|%%s-%%s", $2, $3)}' | tr -d '()' >&2 >> /tmp/mesh.info)",
+     "Failed to call batctl to find the gateway throughput"},
+}};
+
+uloop_timeout stats_timer;
+uloop_process stats_child;
+
+void fork_and_execute_batctl_cmds(uloop_timeout *timer);
+
+// The gateway's MAC out of the first token, or an empty text: only what is exactly a MAC may become
+// part of a command line.
+std::string_view gateway_mac(std::string_view text)
+{
+    const std::string_view token = text.substr(0, text.find(' '));
+    if (!token.starts_with("gwm|") || !mesh_text_is_mac(token.substr(4)))
+        return {};
+    return token.substr(4);
+}
+
+int run_gateway_command(const gateway_command &command, const char *mac)
+{
+    char line[192];
+    const int length = snprintf(line, sizeof(line), command.format, mac);
+    if (length > 0 && static_cast<size_t>(length) < sizeof(line) && shell_run(line).ran)
+        return 0;
+    log_error("%s", command.failed);
+    return 1;
+}
+
+// Runs in the child; its result becomes the child's exit status. A batctl that fails is not a
+// failure: its fact is then missing from the file.
+int execute_batctl_cmds()
+{
+    if (!shell_run(FIND_GATEWAY).ran)
+        return 1;
+    char head[sizeof("gwm|02:00:00:00:00:00")] = {};
+    if (file_read_bin(MESH_INFO_FILE, head, sizeof(head) - 1) <= 0)
+        return NO_GATEWAY;
+    log_debug("Calling batctl to collect gateway statistics in repeater mode");
+    const std::string_view mac_view = gateway_mac(head);
+    if (mac_view.empty()) {
+        log_warning("gateway_mac_cmd '%s' is not properly formatted", head);
+        return -1;
+    }
+    const std::string mac(mac_view);
+    for (const gateway_command &command : GATEWAY_COMMANDS)
+        if (run_gateway_command(command, mac.c_str()) != 0)
+            return 1;
+    return 0;
+}
+
+// The child keeps nothing of the parent's but the log: with the bus connection left open here, the
+// broker would not notice the parent's death.
+void leave_parent()
+{
+    setpgid(0, 0);
+    uloop_done();
+    zu_log_after_fork();
+    const int log_fd = gDebug_file ? fileno(gDebug_file) : -1;
+    const long limit = sysconf(_SC_OPEN_MAX);
+    for (int fd = STDERR_FILENO + 1; fd < limit && fd < 4096; fd++)
+        if (fd != log_fd)
+            close(fd);
+}
+
+void fork_and_execute_batctl_cmds_timeout_cb(uloop_timeout *)
+{
+    if (kill(-stats_child.pid, SIGKILL) != 0 && kill(stats_child.pid, SIGKILL) != 0)
+        log_error("Failed to kill the batctl cmds fork, '%s'", strerror(errno));
+}
+
+int parse_batctl_cmds_output()
+{
+    char text[MESH_INFO_MAX];
+    const ssize_t length = file_read_bin(MESH_INFO_FILE, text, sizeof(text));
+    int result = mesh_gateway_facts_parse(&gMesh_gateway_facts,
+                                          {text, length > 0 ? static_cast<size_t>(length) : 0});
+    bool known = false;
+    const bool low = mesh_gateway_speed_is_low(&gMesh_gateway_facts, &known);
+    if (!known)
+        result = -1;
+    update_led_flag("low_mesh_speed", low && gTarn_net_state.inet_test.upstream_state ==
+                                                 TARN_NET_UPSTREAM_MESH_STATE);
+    log_debug("batctl data updated");
+    return result;
+}
+
+void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
+{
+    const bool timed_out = !stats_timer.pending;
+    uloop_timeout_cancel(&stats_timer);
+    child->pid = 0;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != NO_GATEWAY_STATUS) {
+        if (timed_out)
+            log_warning("The batctl cmds collecting gateway statistics timed out. The parsed "
+                        "gateway statistics will be incomplete.");
+        if (parse_batctl_cmds_output() != 0)
+            log_error("Failed to parse and save batctl cmd output");
+        else
+            log_debug("Finished collecting gateway statistics in repeater with batctl calls");
+    }
+    mesh_gateway_stats_start();
+}
+
+void fork_and_execute_batctl_cmds(uloop_timeout *)
+{
+    const pid_t pid = fork();
+    if (pid < 0) {
+        log_error("Failed to create a fork to generate the mesh.info file with batctl cmds");
+        return;
+    }
+    if (pid == 0) {
+        leave_parent();
+        _exit(execute_batctl_cmds() & 0xff);
+    }
+    setpgid(pid, pid); // here as well: the kill must find the group whoever runs first
+    stats_child.pid = pid;
+    stats_child.cb = fork_and_execute_batctl_cmds_complete_cb;
+    uloop_process_add(&stats_child);
+    stats_timer.cb = fork_and_execute_batctl_cmds_timeout_cb;
+    uloop_timeout_set(&stats_timer, GATEWAY_STATS_LIMIT_MS);
+}
+
+} // namespace
+
+mesh_gateway_facts gMesh_gateway_facts;
+
+void mesh_gateway_stats_start()
+{
+    stats_timer.cb = fork_and_execute_batctl_cmds;
+    uloop_timeout_set(&stats_timer, GATEWAY_STATS_INTERVAL_MS);
+}
+
+void mesh_gateway_stats_stop()
+{
+    uloop_timeout_cancel(&stats_timer);
+    if (stats_child.pid > 0) {
+        fork_and_execute_batctl_cmds_timeout_cb(&stats_timer);
+        uloop_process_delete(&stats_child);
+        stats_child.pid = 0;
+    }
+    mesh_gateway_facts_clear(&gMesh_gateway_facts);
+}

@@ -1,0 +1,149 @@
+// The gateway facts come from the text of other programs: what is kept, what is refused, what is
+// said.
+
+#include "mesh/gateway_facts.h"
+#include "platform/zu/log.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+const char *text_or_none(const char *text)
+{
+    return text ? text : "none";
+}
+
+// The log is where a refusal shows; it goes to a memory stream for one test.
+class GatewayFacts : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        gDebug_file = open_memstream(&log_text, &log_size);
+        gDebug_log_level = ZU_LOG_DEBUG;
+    }
+    void TearDown() override
+    {
+        mesh_gateway_facts_clear(&facts);
+        fclose(gDebug_file);
+        gDebug_file = nullptr;
+        free(log_text);
+    }
+    std::string all() const
+    {
+        return std::string(text_or_none(facts.mac)) + " " + text_or_none(facts.quality) + " " +
+               text_or_none(facts.route) + " " + text_or_none(facts.latency) + " " +
+               text_or_none(facts.speed);
+    }
+    bool logged(const char *message)
+    {
+        return std::string(log_text).find(message) != std::string::npos;
+    }
+
+    mesh_gateway_facts facts{};
+    char *log_text = nullptr;
+    size_t log_size = 0;
+};
+
+TEST_F(GatewayFacts, TakesACompleteAnswer)
+{
+    EXPECT_EQ(0, mesh_gateway_facts_parse(
+                     &facts, "gwm|02:11:00:00:00:01 gwq|251 tr|02:11:00:00:00:02,02:11:00:00:00:01 "
+                             "p|1.511 tp|156.84-MB/s"));
+    EXPECT_EQ("02:11:00:00:00:01 251 02:11:00:00:00:02,02:11:00:00:00:01 1.511 156.84-MB/s", all());
+}
+
+TEST_F(GatewayFacts, AnIncompleteAnswerKeepsWhatItHasAndDropsWhatWasKnownBefore)
+{
+    mesh_gateway_facts_parse(&facts,
+                             "gwm|02:11:00:00:00:01 gwq|9 tr|02:11:00:00:00:01 p|1 tp|1-MB/s");
+    EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, "gwm|02:11:00:00:00:03  p|0.5 tr| tp|"));
+    EXPECT_EQ("02:11:00:00:00:03 none none 0.5 none", all());
+    EXPECT_TRUE(logged("Unable to find the gateway speed from the mesh.info file"));
+
+    EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, "   "));
+    EXPECT_EQ("none none none none none", all());
+    EXPECT_TRUE(logged("the delimiter ' ' was not found."));
+}
+
+struct bad_token {
+    const char *token;
+    const char *message;
+};
+
+TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
+{
+    const char *unknown = "does not match any of the known token types";
+    const std::vector<bad_token> cases = {
+        {"gwm|02:11:00:00:00", unknown},
+        {"gwm|02:11:00:00:00:01;reboot", unknown},
+        {"gwm|02:11:00:00:00:01:", unknown},
+        {"gwm|$(reboot)", unknown},
+        {"gwm|002:11:00:00:00:01", unknown},
+        {"gwm|+2:0x:00:00:00:01", unknown},
+        {"gwq|256", unknown},
+        {"gwq|-1", unknown},
+        {"gwq|25x", unknown},
+        {"gwq|99999999999999999999", unknown},
+        {"tr|02:11:00:00:00:01,*", unknown},
+        {"tr|02:11:00:00:00:01,", unknown},
+        {"tr|,02:11:00:00:00:01", unknown},
+        {"p|nan", unknown},
+        {"p|1.5ms", unknown},
+        {"p|-0.5", "The recovered latency is less than 0.0"},
+        {"tp|fast-MB/s", "failed to convert (fast-MB/s) to a valid number"},
+        {"tp|1e99-MB/s", "would cause an overflow"},
+        {"tp|1e-99-MB/s", "would cause an underflow"},
+        {"tp|12", "does not contain a speed unit"},
+        {"tp|-3-MB/s", "The recovered speed is less than 0.0"},
+        {"tp|3-furlongs", "A valid speed unit was not found"},
+        {"xx|1", unknown},
+    };
+    for (const bad_token &bad : cases) {
+        fseek(gDebug_file, 0, SEEK_SET);
+        EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, bad.token)) << bad.token;
+        EXPECT_EQ("none none none none none", all()) << bad.token;
+        EXPECT_TRUE(logged(bad.message)) << bad.token << "\n" << log_text;
+    }
+}
+
+TEST_F(GatewayFacts, ASecondTokenOfAKindIsUnknown)
+{
+    mesh_gateway_facts_parse(&facts, "gwq|7 gwq|8");
+    EXPECT_STREQ("7", facts.quality);
+    EXPECT_TRUE(logged("Parsed token (gwq|8) does not match"));
+}
+
+TEST_F(GatewayFacts, JudgesTheSpeed)
+{
+    struct {
+        const char *speed;
+        bool low;
+        const char *message;
+    } const cases[] = {
+        {"200-KB/s", true, "02:11:00:00:00:01 is low (1600 Kbps)"},
+        {"249.9-KB/s", true, "is low (1992 Kbps)"},
+        {"250-KB/s", false, nullptr},
+        {"900-Bytes/s", true, "is low (< 8 Kbps)"},
+        {"0.1-MB/s", false, nullptr},
+        {"0-GB/s", false, nullptr},
+        {"1e30-KB/s", false, nullptr},
+    };
+    for (const auto &c : cases) {
+        fseek(gDebug_file, 0, SEEK_SET);
+        mesh_gateway_facts_parse(&facts, std::string("gwm|02:11:00:00:00:01 tp|") + c.speed);
+        bool known = false;
+        EXPECT_EQ(c.low, mesh_gateway_speed_is_low(&facts, &known)) << c.speed;
+        EXPECT_TRUE(known);
+        if (c.message)
+            EXPECT_TRUE(logged(c.message)) << c.speed << log_text;
+    }
+    mesh_gateway_facts_clear(&facts);
+    bool known = true;
+    EXPECT_FALSE(mesh_gateway_speed_is_low(&facts, &known));
+    EXPECT_FALSE(known);
+}
+
+} // namespace
