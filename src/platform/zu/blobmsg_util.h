@@ -24,10 +24,10 @@ struct blob_buffer : blob_buf {
 
 /// Deepest nesting of tables and arrays that is taken from a message.
 constexpr int ZU_BLOBMSG_DEPTH_MAX = 32;
-/// True when every attribute of a message is well formed, at every level, with no more than
-/// ZU_BLOBMSG_DEPTH_MAX levels below it. Ask it of what a stranger sent before walking into tables:
-/// libubox looks at one level only, and formats text by recursion without a limit.
-bool zu_blobmsg_valid(blob_attr *message);
+/// True when a message, or one attribute, is well formed at every level and nests no deeper than
+/// ZU_BLOBMSG_DEPTH_MAX. Ask it of what a stranger sent before walking into tables: libubox checks
+/// one level only, and formats text by recursion without a limit. Null is not valid.
+bool zu_blobmsg_valid(blob_attr *attr);
 
 /// Compact JSON of `attr` for a log line; null when it is not valid (as above) or memory runs out.
 /// `list` as in blobmsg_format_json: true for a message, false for one attribute.

@@ -1,0 +1,56 @@
+// Blobmsg helpers: the whole-message check, text for log lines, copying.
+#include "platform/zu/blobmsg_util.h"
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
+
+static bool attr_valid(blob_attr *attr, int depth);
+
+/// The children of a container, which may hold `depth` further levels of containers.
+static bool children_valid(blob_attr *container, int depth)
+{
+    blob_attr *child = nullptr;
+    std::size_t rest = 0;
+    blobmsg_for_each_attr(child, container, rest)
+    {
+        if (!attr_valid(child, depth))
+            return false;
+    }
+    // The walk stops without a word at a length that does not fit.
+    return rest == 0;
+}
+
+static bool attr_valid(blob_attr *attr, int depth)
+{
+    if (!blobmsg_check_attr(attr, false))
+        return false;
+    const int type = blobmsg_type(attr);
+    if (type != BLOBMSG_TYPE_TABLE && type != BLOBMSG_TYPE_ARRAY)
+        return true;
+    return depth > 0 && children_valid(attr, depth - 1);
+}
+
+bool zu_blobmsg_valid(blob_attr *attr)
+{
+    if (!attr)
+        return false;
+    // The root of a message is a plain attribute, whatever its id.
+    return blob_is_extended(attr) ? attr_valid(attr, ZU_BLOBMSG_DEPTH_MAX)
+                                  : children_valid(attr, ZU_BLOBMSG_DEPTH_MAX);
+}
+
+json_text zu_blobmsg_json(blob_attr *attr, bool list)
+{
+    if (!zu_blobmsg_valid(attr))
+        return nullptr;
+    return json_text(blobmsg_format_json_with_cb(attr, list, nullptr, nullptr, -1));
+}
+
+int zu_blobmsg_copy(blob_buf *buf, blob_attr *message)
+{
+    blob_attr *member = nullptr;
+    std::size_t rest = 0;
+    blobmsg_for_each_attr(member, message, rest) if (blobmsg_add_blob(buf, member) != 0) return -1;
+    return 0;
+}

@@ -1,0 +1,192 @@
+// The log file: opening, rotating, and writing one line. Callers reach it through the macros of
+// log.h; which messages are wanted at all is decided there.
+#include "platform/zu/log.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <memory>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+FILE *gDebug_file;
+int gDebug_log_level = ZU_LOG_NOTICE;
+zu_log_error_listener gDebug_error_listener;
+
+namespace {
+
+struct free_text {
+    void operator()(char *text) const { free(text); }
+};
+using text_ptr = std::unique_ptr<char, free_text>;
+
+void *g_listener_priv;
+char *g_path;
+char *g_rotated_path;
+long g_size; // bytes in the file, as far as this process knows
+
+/// Opens for appending, or null. Not blocking, so that a fifo in the file's place is refused
+/// instead of waited for.
+FILE *log_open(const char *path)
+{
+    const int fd = open(
+        path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
+    if (fd < 0)
+        return nullptr;
+    struct stat info;
+    FILE *file = nullptr;
+    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode))
+        file = fdopen(fd, "a");
+    if (!file) {
+        close(fd);
+        return nullptr;
+    }
+    // A whole line fits, so each goes out in one write.
+    setvbuf(file, nullptr, _IOFBF, LOG_MESSAGE_MAX + 1024);
+    g_size = static_cast<long>(info.st_size);
+    return file;
+}
+
+/// Moves the full file away. When there is no new one to be had, the old one is written on; when it
+/// cannot be moved, it is emptied: the limit holds in any case.
+void log_rotate()
+{
+    if (rename(g_path, g_rotated_path) < 0 && errno != ENOENT)
+        (void)!ftruncate(fileno(gDebug_file), 0);
+    g_size = 0;
+    if (FILE *file = log_open(g_path)) {
+        fclose(gDebug_file);
+        gDebug_file = file;
+    }
+}
+
+const char *level_word(int level)
+{
+    static constexpr const char *WORDS[] = {"", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
+    return level >= ZU_LOG_ERROR && level <= ZU_LOG_DEBUG ? WORDS[level] : "";
+}
+
+bool is_control(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+bool needs_escape(const char *message)
+{
+    const char *end = message;
+    while (*end && !is_control(*end))
+        end++;
+    return *end || end - message > LOG_MESSAGE_MAX;
+}
+
+/// The message with its control characters as \xNN, cut to LOG_MESSAGE_MAX bytes; null without
+/// memory.
+text_ptr escape(const char *message)
+{
+    static constexpr char HEX[] = "0123456789abcdef";
+    text_ptr text(static_cast<char *>(malloc(static_cast<std::size_t>(LOG_MESSAGE_MAX) + 1)));
+    if (!text)
+        return nullptr;
+    char *out = text.get();
+    const char *const full = out + LOG_MESSAGE_MAX - strlen("\\xNN...");
+    for (; *message && out <= full; message++) {
+        if (!is_control(*message)) {
+            *out++ = *message;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(*message);
+        const char escaped[] = {'\\', 'x', HEX[byte >> 4], HEX[byte & 15]};
+        memcpy(out, escaped, sizeof escaped);
+        out += sizeof escaped;
+    }
+    strcpy(out, *message ? "..." : "");
+    return text;
+}
+
+void write_line(int level, const char *function, int line, const char *message)
+{
+    char stamp[LOG_TIMESTAMP_SIZE];
+    zu_log_timestamp(stamp);
+    const int written =
+        fprintf(gDebug_file, "%s [%i] %s:%d: %s: %s\n", stamp, static_cast<int>(getpid()), function,
+                line, level_word(level), message);
+    if (fflush(gDebug_file) != 0) {
+        // No room: this line is lost, and must not stay in the buffer in front of the next.
+        __fpurge(gDebug_file);
+        clearerr(gDebug_file);
+        return;
+    }
+    g_size += written > 0 ? written : 0;
+    if (g_size > LOG_FILE_LIMIT)
+        log_rotate();
+}
+
+void deliver(int level, const char *function, int line, const char *message)
+{
+    if (gDebug_file && gDebug_log_level >= level)
+        write_line(level, function, line, message);
+    if (level == ZU_LOG_ERROR && gDebug_error_listener)
+        gDebug_error_listener(message, g_listener_priv);
+}
+
+} // namespace
+
+void debug_init(const char *path)
+{
+    if (gDebug_file)
+        fclose(gDebug_file);
+    gDebug_file = nullptr;
+    free(g_path);
+    free(g_rotated_path);
+    g_path = strdup(path);
+    if (asprintf(&g_rotated_path, "%s.1", path) < 0)
+        g_rotated_path = nullptr;
+    if (g_path && g_rotated_path)
+        gDebug_file = log_open(path);
+}
+
+void debug_set_level(int level)
+{
+    gDebug_log_level = level;
+}
+
+void zu_log_set_error_listener(zu_log_error_listener listener, void *priv)
+{
+    gDebug_error_listener = listener;
+    g_listener_priv = priv;
+}
+
+void zu_log_timestamp(char (&buffer)[LOG_TIMESTAMP_SIZE])
+{
+    memset(buffer, 0, sizeof buffer);
+    const time_t now = time(nullptr);
+    if (!ctime_r(&now, buffer)) {
+        buffer[0] = '\0';
+        return;
+    }
+    buffer[strcspn(buffer, "\n")] = '\0';
+}
+
+void zu_log(int level, const char *function, int line, const char *format, ...)
+{
+    // The caller may be about to report errno itself.
+    const int saved_errno = errno;
+    char *formatted = nullptr;
+    va_list args;
+    va_start(args, format);
+    if (vasprintf(&formatted, format, args) < 0)
+        formatted = nullptr;
+    va_end(args);
+
+    text_ptr message(formatted);
+    if (message && needs_escape(formatted))
+        message = escape(formatted);
+    deliver(level, function, line, message ? message.get() : "(no memory for this message)");
+    errno = saved_errno;
+}

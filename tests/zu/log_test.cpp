@@ -1,0 +1,257 @@
+// The log's line format, levels, file rules and rotation.
+#include "platform/zu/log.h"
+#include "zu/temporary_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <regex>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <vector>
+
+// Stands in for the C library's, to let it fail.
+static bool g_ctime_fails;
+extern "C" char *ctime_r(const time_t *when, char *buffer) noexcept
+{
+    tm broken_down;
+    if (g_ctime_fails || !localtime_r(when, &broken_down))
+        return nullptr;
+    return asctime_r(&broken_down, buffer);
+}
+
+namespace {
+
+struct log_test : testing::Test {
+    temporary_directory directory;
+    std::string path = directory / "debug.log";
+
+    void SetUp() override
+    {
+        gDebug_log_level = ZU_LOG_NOTICE;
+        debug_init(path.c_str());
+    }
+    void TearDown() override
+    {
+        zu_log_set_error_listener(nullptr, nullptr);
+        if (gDebug_file)
+            fclose(gDebug_file);
+        gDebug_file = nullptr;
+        g_ctime_fails = false;
+    }
+
+    std::vector<std::string> lines() const
+    {
+        std::ifstream file(path);
+        std::vector<std::string> all;
+        for (std::string line; std::getline(file, line);)
+            all.push_back(line);
+        return all;
+    }
+    std::string last_message() const
+    {
+        const auto all = lines();
+        if (all.empty())
+            return "(no line)";
+        return all.back().substr(all.back().find("ERROR: ") + strlen("ERROR: "));
+    }
+};
+
+void log_every_level()
+{
+    log_error("at %d", 1);
+    log_warning("at %d", 2);
+    log_notice("at %d", 3);
+    log_info("at %d", 4);
+    log_debug("at %d", 5);
+}
+
+TEST_F(log_test, a_line_names_time_process_function_line_and_level)
+{
+    log_error("could not %s", "open");
+    const int line = __LINE__ - 1;
+    const std::regex format(R"(([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d \d{4}) \[(\d+)\] )"
+                            R"(TestBody:(\d+): ERROR: could not open)");
+    ASSERT_EQ(lines().size(), 1u);
+    const std::string written = lines()[0];
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(written, match, format)) << written;
+    EXPECT_EQ(match[2], std::to_string(getpid()));
+    EXPECT_EQ(match[3], std::to_string(line));
+}
+
+TEST_F(log_test, a_failed_time_stamp_leaves_the_field_empty)
+{
+    g_ctime_fails = true;
+    log_error("x");
+    ASSERT_EQ(lines().size(), 1u);
+    EXPECT_EQ(lines()[0].rfind(" [", 0), 0u) << lines()[0];
+    char stamp[LOG_TIMESTAMP_SIZE];
+    memset(stamp, 'x', sizeof stamp);
+    zu_log_timestamp(stamp);
+    EXPECT_EQ(std::string(stamp, sizeof stamp), std::string(sizeof stamp, '\0'));
+}
+
+TEST_F(log_test, the_threshold_decides_what_is_written)
+{
+    const std::vector<std::string> words = {"ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
+    for (int level = 0; level <= 5; level++) {
+        debug_init((path + std::to_string(level)).c_str());
+        debug_set_level(level);
+        log_every_level();
+        const std::string text = read_file(path + std::to_string(level));
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), level);
+        for (int n = 1; n <= level; n++)
+            EXPECT_NE(text.find(words[n - 1] + ": at " + std::to_string(n) + "\n"),
+                      std::string::npos);
+    }
+}
+
+TEST_F(log_test, a_dropped_message_is_not_formatted)
+{
+    int evaluated = 0;
+    log_debug("%d", ++evaluated);
+    debug_set_level(5);
+    fclose(gDebug_file);
+    gDebug_file = nullptr;
+    log_debug("%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+}
+
+TEST_F(log_test, one_event_stays_on_one_line)
+{
+    const struct {
+        const char *message, *written;
+    } cases[] = {
+        {"a\nSat Nov 21 [1] main:1: ERROR: forged", "a\\x0aSat Nov 21 [1] main:1: ERROR: forged"},
+        {"\x1b[31m\x7f\x01\r\t", "\\x1b[31m\\x7f\\x01\\x0d\\x09"},
+        {"caf\xc3\xa9 \xff 100% \\x41", "caf\xc3\xa9 \xff 100% \\x41"},
+        {"", ""},
+    };
+    for (const auto &c : cases) {
+        log_error("%s", c.message);
+        EXPECT_EQ(last_message(), c.written);
+    }
+    EXPECT_EQ(lines().size(), std::size(cases));
+}
+
+TEST_F(log_test, a_message_too_long_is_cut_and_says_so)
+{
+    const std::string fits(LOG_MESSAGE_MAX, 'a');
+    log_error("%s", fits.c_str());
+    EXPECT_EQ(last_message(), fits);
+    for (const std::string &longer : {fits + "b", std::string(LOG_MESSAGE_MAX, '\n')}) {
+        log_error("%s", longer.c_str());
+        const std::string written = last_message();
+        EXPECT_LE(written.size(), static_cast<std::size_t>(LOG_MESSAGE_MAX));
+        EXPECT_GE(written.size(), static_cast<std::size_t>(LOG_MESSAGE_MAX) - 16);
+        EXPECT_EQ(written.substr(written.size() - 3), "...");
+    }
+}
+
+TEST_F(log_test, the_file_is_private_appended_to_and_not_inherited)
+{
+    struct stat info;
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777 & ~0640u, 0u);
+    EXPECT_TRUE(fcntl(fileno(gDebug_file), F_GETFD) & FD_CLOEXEC);
+    log_error("first");
+    debug_init(path.c_str());
+    log_error("second");
+    EXPECT_EQ(lines().size(), 2u);
+}
+
+TEST_F(log_test, only_a_plain_file_becomes_the_log)
+{
+    const std::string victim = directory / "victim";
+    write_file(victim, "precious");
+    ASSERT_EQ(symlink(victim.c_str(), (directory / "link").c_str()), 0);
+    ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+    for (const std::string &refused :
+         {directory / "link", directory / "fifo", directory.path, directory / "none/x"}) {
+        debug_init(refused.c_str());
+        EXPECT_EQ(gDebug_file, nullptr) << refused;
+        log_error("nothing happens");
+    }
+    EXPECT_EQ(read_file(victim), "precious");
+}
+
+TEST_F(log_test, the_log_and_its_predecessor_stay_small)
+{
+    const std::string text(1000, 'x');
+    for (int i = 0; i < 1300; i++)
+        log_error("%d %s", i, text.c_str());
+    EXPECT_LE(std::filesystem::file_size(path), static_cast<std::size_t>(LOG_FILE_LIMIT) + 2000);
+    EXPECT_GE(std::filesystem::file_size(path + ".1"), static_cast<std::size_t>(LOG_FILE_LIMIT));
+    EXPECT_FALSE(std::filesystem::exists(path + ".2"));
+    EXPECT_EQ(last_message(), "1299 " + text);
+    // What was there at start counts.
+    debug_init(path.c_str());
+    std::filesystem::resize_file(path, LOG_FILE_LIMIT);
+    debug_init(path.c_str());
+    log_error("one more");
+    EXPECT_LE(std::filesystem::file_size(path), 2000u);
+}
+
+TEST_F(log_test, rotation_survives_what_others_do_to_the_files)
+{
+    const std::string text(4000, 'x');
+    const auto fill = [&] {
+        for (long written = 0; written <= LOG_FILE_LIMIT; written += 4000)
+            log_error("%s", text.c_str());
+    };
+    std::filesystem::remove(path);
+    fill();
+    log_error("after removal");
+    EXPECT_EQ(last_message(), "after removal");
+
+    // Nothing can be renamed onto a directory that is not empty: the file is emptied instead.
+    std::filesystem::remove(path + ".1");
+    std::filesystem::create_directories(path + ".1/sub");
+    fill();
+    log_error("after refusal");
+    EXPECT_EQ(last_message(), "after refusal");
+    EXPECT_LE(std::filesystem::file_size(path), 10000u);
+}
+
+TEST_F(log_test, a_full_disk_loses_lines_but_nothing_else)
+{
+    struct rlimit unlimited;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    signal(SIGXFSZ, SIG_IGN);
+    log_error("before");
+    const struct rlimit full = {std::filesystem::file_size(path), unlimited.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    errno = EAGAIN;
+    for (int i = 0; i < 100; i++)
+        log_error("lost %s", std::string(1000, 'x').c_str());
+    EXPECT_EQ(errno, EAGAIN);
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    log_error("after");
+    ASSERT_EQ(lines().size(), 2u);
+    EXPECT_EQ(last_message(), "after");
+}
+
+TEST_F(log_test, an_error_listener_hears_errors_even_without_a_log)
+{
+    std::vector<std::string> heard;
+    const auto listen = [](const char *message, void *priv) {
+        static_cast<std::vector<std::string> *>(priv)->push_back(message);
+    };
+    zu_log_set_error_listener(listen, &heard);
+    log_every_level();
+    debug_set_level(0);
+    log_every_level();
+    fclose(gDebug_file);
+    gDebug_file = nullptr;
+    log_error("bad\nname");
+    zu_log_set_error_listener(nullptr, nullptr);
+    log_error("unheard");
+    EXPECT_EQ(heard, (std::vector<std::string>{"at 1", "at 1", "bad\\x0aname"}));
+}
+
+} // namespace
