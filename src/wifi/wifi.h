@@ -42,7 +42,7 @@ int ubus_wifi_ap_survey_now(ubus_context *ctx, ubus_object *obj, ubus_request_da
 int ubus_force_wifi_restart(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                             const char *method, blob_attr *msg);
 /// The jobs the wireless package offers ("ap_scan").
-generic_jobs *wifi_jobs();
+const package_job_event *wifi_jobs();
 
 // Bus events
 
