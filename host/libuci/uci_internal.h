@@ -21,10 +21,10 @@ struct uci_parse_context {
 
 namespace libuci {
 
-struct file_closer {
+struct stream_closer {
     void operator()(FILE *file) const { fclose(file); }
 };
-using file_handle = std::unique_ptr<FILE, file_closer>;
+using stream_handle = std::unique_ptr<FILE, stream_closer>;
 
 // ---- context.cpp
 /// Stores `code` as the context's last error, without a parse reason, and returns it.
@@ -85,12 +85,16 @@ void delta_record(uci_package *p, uci_command command, const uci_ptr &ptr, const
 int delta_apply_stream(uci_package *p, FILE *stream);
 std::string delta_file(const char *dir, const uci_package *p);
 
-// ---- file.cpp
-/// Opens with `flags` and takes the lock, waiting for it; the file is then the one at `path` still.
-/// Null with errno set.
-file_handle open_locked(const char *path, int flags, bool exclusive, mode_t mode = 0);
+// ---- lookup.cpp
 /// The name part of a package that may be named by a path.
 const char *package_base_name(const char *name);
 bool is_path(const char *name);
+
+// ---- file.cpp
+/// Opens with `flags` and takes the lock, waiting for it; the file is then the one at `path` still.
+/// Null with errno set.
+stream_handle open_locked(const char *path, int flags, bool exclusive, mode_t mode = 0);
+/// Writes a package that keeps no deltas over its file.
+int write_config(uci_context *ctx, uci_package *p);
 
 } // namespace libuci
