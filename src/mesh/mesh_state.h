@@ -1,6 +1,8 @@
 // The mesh subsystem's share of the daemon's state record.
 #pragma once
 
+#include "mesh/gateway_facts.h"
+
 #include <libubus.h>
 
 #include <cstdint>
@@ -11,12 +13,7 @@ struct mesh_state {
     uloop_timeout enumerate_timer; ///< pending: enumeration is in progress
     uloop_timeout stats_timer;     ///< between two collections, or bounding the running one
     uloop_process stats_child;     ///< pid and, while it runs, pending
-    // Facts about the batman-adv gateway: malloc'ed, null when not known.
-    char *gateway_mac;
-    char *gateway_quality;
-    char *gateway_route;
-    char *gateway_latency;
-    char *gateway_speed;
+    mesh_gateway_facts gateway;    ///< about the batman-adv gateway
     int32_t lonely_trigger_count;
     uloop_timeout lonely_timer;
 };

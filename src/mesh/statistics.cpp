@@ -1,16 +1,19 @@
-// Running the statistics commands of batctl without ever blocking the loop.
+// Collects the gateway facts every 150 s by running batctl, without ever blocking the loop.
+//
+//     idle ── 150 s ──► child running ── ends, or is killed after 30 s ──► parsed ──► idle
 //
 // The commands take seconds and may hang (a traceroute over a dead link runs for minutes), so a
 // forked child runs them one after the other. It leads a process group of its own: when its time is
 // over, the group is killed, batctl included.
 
-#include "mesh/gateway_stats.h"
-
 #include "core/state.h"
+#include "mesh/mesh.h"
+#include "mesh/mesh_internal.h"
 #include "platform/zu/file.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/shell.h"
+#include "wired/upstream.h"
 
 #include <array>
 #include <cerrno>
@@ -25,6 +28,8 @@ namespace {
 
 constexpr const char *MESH_INFO_FILE = "/tmp/mesh.info";
 constexpr size_t MESH_INFO_MAX = 256;
+constexpr int STATS_INTERVAL_MS = 150000;
+constexpr int STATS_LIMIT_MS = 30000;
 constexpr int NO_GATEWAY = -61; // ENODATA: the parent sees exit status 195
 constexpr int NO_GATEWAY_STATUS = 195;
 
@@ -32,6 +37,8 @@ constexpr const char *FIND_GATEWAY =
     R"(batctl gwl -n 2>/dev/null | grep -e "^[*]" | tail -n 1 | )"
     R"(awk '/\*/ {tq=$3;if (tq == "(") tq=$4;gsub(/[()]/,"",tq);printf("gwm|%s gwq|%s", $2, tq)}' | )"
     R"(tr -d '\(\)' > /tmp/mesh.info)";
+
+mesh_state &state = gTarn_net_state.mesh;
 
 struct gateway_command {
     const char *format; // one %s: the gateway's MAC
@@ -49,11 +56,6 @@ constexpr std::array<gateway_command, 3> GATEWAY_COMMANDS = {{
      R"({printf(" tp|%%s-%%s", $2, $3)}' | tr -d '()' >&2 >> /tmp/mesh.info)",
      "Failed to call batctl to find the gateway throughput"},
 }};
-
-uloop_timeout stats_timer;
-uloop_process stats_child;
-
-void fork_and_execute_batctl_cmds(uloop_timeout *timer);
 
 // The gateway's MAC out of the first token, or an empty text: only what is exactly a MAC may become
 // part of a command line.
@@ -111,20 +113,25 @@ void leave_parent()
             close(fd);
 }
 
+void kill_collection()
+{
+    if (kill(-state.stats_child.pid, SIGKILL) != 0 && kill(state.stats_child.pid, SIGKILL) != 0)
+        log_error("Failed to kill the batctl cmds fork, '%s'", strerror(errno));
+}
+
 void fork_and_execute_batctl_cmds_timeout_cb(uloop_timeout *)
 {
-    if (kill(-stats_child.pid, SIGKILL) != 0 && kill(stats_child.pid, SIGKILL) != 0)
-        log_error("Failed to kill the batctl cmds fork, '%s'", strerror(errno));
+    kill_collection();
 }
 
 int parse_batctl_cmds_output()
 {
     char text[MESH_INFO_MAX];
     const ssize_t length = file_read_bin(MESH_INFO_FILE, text, sizeof(text));
-    int result = mesh_gateway_facts_parse(&gMesh_gateway_facts,
+    int result = mesh_gateway_facts_parse(&state.gateway,
                                           {text, length > 0 ? static_cast<size_t>(length) : 0});
     bool known = false;
-    const bool low = mesh_gateway_speed_is_low(&gMesh_gateway_facts, &known);
+    const bool low = mesh_gateway_speed_is_low(&state.gateway, &known);
     if (!known)
         result = -1;
     update_led_flag("low_mesh_speed", low && gTarn_net_state.inet_test.upstream_state ==
@@ -135,8 +142,8 @@ int parse_batctl_cmds_output()
 
 void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
 {
-    const bool timed_out = !stats_timer.pending;
-    uloop_timeout_cancel(&stats_timer);
+    const bool timed_out = !state.stats_timer.pending;
+    uloop_timeout_cancel(&state.stats_timer);
     child->pid = 0;
     if (!WIFEXITED(status) || WEXITSTATUS(status) != NO_GATEWAY_STATUS) {
         if (timed_out)
@@ -147,8 +154,10 @@ void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
         else
             log_debug("Finished collecting gateway statistics in repeater with batctl calls");
     }
-    mesh_gateway_stats_start();
+    mesh_statistics_arm();
 }
+
+} // namespace
 
 void fork_and_execute_batctl_cmds(uloop_timeout *)
 {
@@ -162,30 +171,30 @@ void fork_and_execute_batctl_cmds(uloop_timeout *)
         _exit(execute_batctl_cmds() & 0xff);
     }
     setpgid(pid, pid); // here as well: the kill must find the group whoever runs first
-    stats_child.pid = pid;
-    stats_child.cb = fork_and_execute_batctl_cmds_complete_cb;
-    uloop_process_add(&stats_child);
-    stats_timer.cb = fork_and_execute_batctl_cmds_timeout_cb;
-    uloop_timeout_set(&stats_timer, GATEWAY_STATS_LIMIT_MS);
+    state.stats_child.pid = pid;
+    state.stats_child.cb = fork_and_execute_batctl_cmds_complete_cb;
+    uloop_process_add(&state.stats_child);
+    state.stats_timer.cb = fork_and_execute_batctl_cmds_timeout_cb;
+    uloop_timeout_set(&state.stats_timer, STATS_LIMIT_MS);
 }
 
-} // namespace
-
-mesh_gateway_facts gMesh_gateway_facts;
-
-void mesh_gateway_stats_start()
+void mesh_statistics_arm()
 {
-    stats_timer.cb = fork_and_execute_batctl_cmds;
-    uloop_timeout_set(&stats_timer, GATEWAY_STATS_INTERVAL_MS);
+    state.stats_timer.cb = fork_and_execute_batctl_cmds;
+    uloop_timeout_set(&state.stats_timer, STATS_INTERVAL_MS);
 }
 
-void mesh_gateway_stats_stop()
+void mesh_statistics_abandon()
 {
-    uloop_timeout_cancel(&stats_timer);
-    if (stats_child.pid > 0) {
-        fork_and_execute_batctl_cmds_timeout_cb(&stats_timer);
-        uloop_process_delete(&stats_child);
-        stats_child.pid = 0;
-    }
-    mesh_gateway_facts_clear(&gMesh_gateway_facts);
+    uloop_timeout_cancel(&state.stats_timer);
+    if (state.stats_child.pid == 0)
+        return;
+    kill_collection();
+    uloop_process_delete(&state.stats_child);
+    state.stats_child.pid = 0;
+}
+
+void mesh_clear_gateway_info()
+{
+    mesh_gateway_facts_clear(&state.gateway);
 }
