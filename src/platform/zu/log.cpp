@@ -29,6 +29,7 @@ void *g_listener_priv;
 char *g_path;
 char *g_rotated_path;
 long g_size; // bytes in the file, as far as this process knows
+bool g_rotates = true;
 
 /// Opens for appending, or null. Not blocking, so that a fifo in the file's place is refused
 /// instead of waited for.
@@ -123,7 +124,7 @@ void write_line(int level, const char *function, int line, const char *message)
         return;
     }
     g_size += written > 0 ? written : 0;
-    if (g_size > LOG_FILE_LIMIT)
+    if (g_size > LOG_FILE_LIMIT && g_rotates)
         log_rotate();
 }
 
@@ -149,6 +150,11 @@ void debug_init(const char *path)
         g_rotated_path = nullptr;
     if (g_path && g_rotated_path)
         gDebug_file = log_open(path);
+}
+
+void zu_log_after_fork()
+{
+    g_rotates = false;
 }
 
 void debug_set_level(int level)

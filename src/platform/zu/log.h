@@ -31,6 +31,10 @@ extern int gDebug_log_level;
 /// gDebug_file stays null and the daemon runs on without a log.
 void debug_init(const char *path);
 
+/// To be called in a forked child that goes on logging: its lines go into the same file, but only
+/// the parent rotates it.
+void zu_log_after_fork();
+
 /// Sets the threshold; `level` is taken as it is, the callers check its range (0..5).
 void debug_set_level(int level);
 
