@@ -1,0 +1,145 @@
+// Which bridge an SSID belongs to, and putting its mesh interface there.
+//
+// Each SSID crosses the mesh on one VLAN of bat0: bat0.1s when its clients stay in the node's own
+// network, bat0.2s when it has a VLAN, bat0.3s when its clients are bridged to the wired LAN.
+
+#include "core/state.h"
+#include "netlink/rtnl.h"
+#include "platform/zu/log.h"
+#include "wifi/wifi.h"
+#include "wired/upstream.h"
+
+#include <array>
+#include <cstdio>
+#include <net/if.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *BATMAN_IFACE = "bat0";
+enum batman_class { CLASS_PLAIN = 1, CLASS_VLAN = 2, CLASS_LAN = 3 };
+constexpr std::array<batman_class, 3> CLASSES = {CLASS_PLAIN, CLASS_VLAN, CLASS_LAN};
+
+struct iface_name {
+    char text[IFNAMSIZ];
+};
+
+batman_class class_of(const wifi_ssid_settings &settings)
+{
+    if (settings.bridge_to_lan)
+        return CLASS_LAN;
+    return wifi_vlan_tag_is_valid(settings.vlan_tag) ? CLASS_VLAN : CLASS_PLAIN;
+}
+
+int batman_vid(batman_class of, int ssid)
+{
+    return 10 * of + ssid;
+}
+
+iface_name batman_vlan_name(batman_class of, int ssid)
+{
+    iface_name name;
+    snprintf(name.text, sizeof(name.text), "%s.%d", BATMAN_IFACE, batman_vid(of, ssid));
+    return name;
+}
+
+bool iface_exists(const char *name)
+{
+    return if_nametoindex(name) != 0;
+}
+
+bool is_port_of(const char *bridge, const char *port)
+{
+    char path[80];
+    snprintf(path, sizeof(path), "/sys/class/net/%s/brif/%s", bridge, port);
+    return access(path, F_OK) == 0;
+}
+
+bool is_port(const char *name)
+{
+    char path[80];
+    snprintf(path, sizeof(path), "/sys/class/net/%s/master", name);
+    return access(path, F_OK) == 0;
+}
+
+// True when bat0's VLAN interface is there, up and, if need be, made so just now.
+bool bring_up_batman_vlan(const char *name, int vid)
+{
+    if (!iface_exists(name) &&
+        ng_rtnl_iface_create_vlan(BATMAN_IFACE, static_cast<uint16_t>(vid)) != 0)
+        return false;
+    return ng_rtnl_iface_link_get_up(name, true) || ng_rtnl_iface_set_up(name, true) == 0;
+}
+
+void enslave_batman_vlan(int ssid, batman_class of, const char *bridge)
+{
+    const iface_name port = batman_vlan_name(of, ssid);
+    if (!iface_exists(BATMAN_IFACE) || !iface_exists(bridge)) {
+        log_debug("Skipping %s for bridge %s, an interface does not exist", port.text, bridge);
+        return;
+    }
+    if (is_port_of(bridge, port.text) && ng_rtnl_iface_link_get_up(port.text, true))
+        return;
+    if (bring_up_batman_vlan(port.text, batman_vid(of, ssid)) && !is_port_of(bridge, port.text))
+        (void)ng_rtnl_bridge_enslave(bridge, port.text); // logged there
+}
+
+void release_batman_vlan(int ssid, batman_class of)
+{
+    const iface_name port = batman_vlan_name(of, ssid);
+    if (!iface_exists(port.text)) {
+        log_debug("Skipping %s, it does not exist", port.text);
+        return;
+    }
+    if (is_port(port.text))
+        (void)ng_rtnl_bridge_release(port.text); // logged there
+}
+
+void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
+{
+    char bridge[IFNAMSIZ];
+    if (determine_dest_ssid_bridge(ssid, bridge) != 0)
+        return;
+    const batman_class wanted = class_of(settings);
+    for (const batman_class of : CLASSES)
+        if (of != wanted)
+            release_batman_vlan(ssid, of);
+    enslave_batman_vlan(ssid, wanted, bridge);
+}
+
+} // namespace
+
+bool wifi_vlan_tag_is_valid(int vlan_tag)
+{
+    return vlan_tag >= 1 && vlan_tag <= 4095;
+}
+
+void wifi_ssid_mesh_iface(int ssid, char *name, unsigned size)
+{
+    const wifi_ssid_settings &settings = wifi_live_settings()->ssids[ssid - 1];
+    snprintf(name, size, "%s", batman_vlan_name(class_of(settings), ssid).text);
+}
+
+int determine_dest_ssid_bridge(int ssid, char *bridge)
+{
+    if (ssid < 1 || ssid > WIFI_SSIDS)
+        return -1;
+    const wifi_ssid_settings &settings = wifi_live_settings()->ssids[ssid - 1];
+    const char *uplink = gTarn_net_state.upstream.wired_uplink_bridge;
+    const bool wired = gTarn_net_state.inet_test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE;
+    if (settings.bridge_to_lan && wired && uplink[0])
+        snprintf(bridge, IFNAMSIZ, "%s", uplink);
+    else if (wifi_vlan_tag_is_valid(settings.vlan_tag))
+        snprintf(bridge, IFNAMSIZ, "br-ssid%d_vlan", ssid);
+    else
+        snprintf(bridge, IFNAMSIZ, "br-ssid%d", ssid);
+    return 0;
+}
+
+void wifid_apply_bridges()
+{
+    const wifi_settings *settings = wifi_live_settings();
+    for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
+        if (settings->ssids[ssid - 1].enable)
+            apply_bridge_of_ssid(ssid, settings->ssids[ssid - 1]);
+}

@@ -1,0 +1,170 @@
+// Delayed wireless settings: radio changes that could cut a mesh node off are staged in a batch
+// file and applied only some minutes after the cloud has confirmed the push.
+//
+//     idle ─ writer delays ─► staged ─ confirmed, not as the pending one ─► pending ─ 7 min ─►
+//     applied
+//                               │                                             │
+//                               └─ not confirmed, or equal: deleted           └─ ended by hand: at
+//                               once
+
+#include "core/state.h"
+#include "platform/zu/led.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci_batch.h"
+#include "platform/zu/shell.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+#include "wired/inet_test.h"
+
+#include "platform/fw_core/fw_core.h"
+
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr int DELAYED_WAIT_MS = 420000;
+constexpr size_t PATH_SIZE = 128;
+
+char staged_file[PATH_SIZE];
+char pending_file[PATH_SIZE];
+uloop_timeout delayed_timer;
+
+void forget(char *file)
+{
+    if (file[0])
+        unlink(file);
+    file[0] = '\0';
+}
+
+void drop_staged()
+{
+    log_info("No changes in delayed wifi settings for file %s, deleting it", staged_file);
+    forget(staged_file);
+}
+
+// Both names were made by the settings writer and hold nothing that a shell reads as more than
+// text.
+bool staged_equals_pending()
+{
+    if (!pending_file[0])
+        return false;
+    char command[2 * PATH_SIZE + sizeof("diff  ")];
+    snprintf(command, sizeof(command), "diff %s %s", pending_file, staged_file);
+    const shell_result diff = shell_run(command);
+    if (!diff.ran) {
+        log_warning("diff command '%s' failed, errno = %d:%s", command, diff.error,
+                    strerror(diff.error));
+        return false;
+    }
+    return diff.exit_status == 0;
+}
+
+void wifi_delayed_wireless_cb(uloop_timeout *)
+{
+    log_notice("Applying delayed wifi settings from file %s", pending_file);
+    if (pending_file[0])
+        (void)ng_uci_batch_apply(pending_file, true); // logged there; a bad file is not kept either
+    forget(pending_file);
+    wifi_restore_config_enabled_interfaces(false);
+    shell_run_ignored("reload_config");
+    shell_run_ignored("/etc/init.d/dnsmasq reload");
+    update_led_flag("config", false);
+    gTarn_net_state.inet_test.test_passed = 1;
+    run_uplink_test();
+}
+
+void staged_becomes_pending()
+{
+    wifid_cancel_delayed_wireless();
+    memcpy(pending_file, staged_file, sizeof(pending_file));
+    staged_file[0] = '\0';
+    delayed_timer.cb = wifi_delayed_wireless_cb;
+    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
+    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
+    update_led_flag("config", true);
+}
+
+void parse_config_event_delayed_wireless(bool success)
+{
+    if (!staged_file[0])
+        return;
+    if (!success || staged_equals_pending())
+        drop_staged();
+    else
+        staged_becomes_pending();
+}
+
+void end_wait_now()
+{
+    uloop_timeout_cancel(&delayed_timer);
+    wifi_delayed_wireless_cb(&delayed_timer);
+}
+
+} // namespace
+
+void wifi_delayed_stage(const char *path)
+{
+    forget(staged_file);
+    snprintf(staged_file, sizeof(staged_file), "%s", path);
+}
+
+bool wifi_delayed_settings_pending()
+{
+    return pending_file[0] != '\0';
+}
+
+void wifid_cancel_delayed_wireless()
+{
+    if (!pending_file[0])
+        return;
+    log_notice("Aborting delayed wifi settings from file %s", pending_file);
+    uloop_timeout_cancel(&delayed_timer);
+    forget(pending_file);
+    update_led_flag("config", false);
+}
+
+void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, const char *,
+                                      blob_attr *msg)
+{
+    static constexpr blobmsg_policy POLICY[] = {{"success", BLOBMSG_TYPE_INT8}};
+    if (!msg) {
+        log_error("%s is NULL", "msg");
+        return;
+    }
+    blob_attr *success = nullptr;
+    if (blobmsg_parse(POLICY, 1, &success, blob_data(msg), blob_len(msg)) != 0) {
+        log_error("Unable to parse parse_config status event");
+        return;
+    }
+    if (!success) {
+        log_error("parse_config status event didn't contain success flag");
+        return;
+    }
+    parse_config_event_delayed_wireless(blobmsg_get_bool(success));
+    parse_config_event_neighbors(blobmsg_get_bool(success));
+}
+
+void wifid_maint_window_handler(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg)
+{
+    if (!msg) {
+        log_error("%s is NULL", "msg");
+        return;
+    }
+    blob_attr *active = nullptr;
+    if (blobmsg_parse(ubus_package_maint_window_event_policy, 1, &active, blob_data(msg),
+                      blob_len(msg)) != 0) {
+        log_error("Unable to parse maintenance window event");
+        return;
+    }
+    if (active && blobmsg_get_bool(active) && wifi_delayed_settings_pending())
+        end_wait_now();
+}
+
+int ubus_wifi_end_delayed_wireless(ubus_context *, ubus_object *, ubus_request_data *, const char *,
+                                   blob_attr *)
+{
+    log_info("bypassing delayed wireless wait period");
+    end_wait_now(); // also with nothing pending: the restore, reloads and test still happen
+    return 0;
+}

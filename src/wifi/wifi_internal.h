@@ -1,0 +1,32 @@
+// What the files of this folder share.
+#pragma once
+
+#include <libubus.h>
+
+#include <string>
+
+// Subscriptions, forgotten and made anew with the bus connection (wifi_bus_reset calls these)
+
+void wifi_lldp_bus_reset(ubus_context *ctx);
+void wifi_hapd_bus_reset();
+
+/// True when the text begins with six hexadecimal bytes joined by colons.
+bool str_is_mac_addr(const char *text);
+
+// Delayed settings (delayed.cpp)
+
+/// Takes over a finished batch file as the staged one; one staged before is deleted.
+void wifi_delayed_stage(const char *path);
+/// Drops the pending file and its timer, if any.
+void wifid_cancel_delayed_wireless();
+
+// Neighbour lists (neighbors.cpp)
+
+/// Stages the list of a settings document; the live list stays until the push is confirmed. 0, or
+/// -1 (logged) for an element that is not {"bssid", "ssid_index", "nr"}: then nothing is staged.
+[[nodiscard]] int wifi_parse_neighbors(blob_attr *list);
+/// Takes the staged list over when the push succeeded, drops it otherwise.
+void parse_config_event_neighbors(bool success);
+/// Adds to `list` ([[bssid, ssid, nr], ...]) the neighbours of SSID `ssid` (1..4) whose BSSID is
+/// not `own_bssid`.
+void wifi_neighbors_add_to(blob_buf *list, int ssid, const char *own_bssid);
