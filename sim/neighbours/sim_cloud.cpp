@@ -1,0 +1,123 @@
+// The cloud agent's object qnet.cloud_comm. "checkin" collects the packages' sections into
+// /var/sim/checkin.json; "push" {"object", "document", "status"} hands a settings document to a
+// package's parse_config and announces the outcome with the event parse_config_status, unless
+// "status" is false.
+#include "peer.h"
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
+
+#include <cstdio>
+
+namespace {
+
+const blobmsg_policy CHECKIN_ARGUMENTS[] = {{.name = "checkin_type", .type = BLOBMSG_TYPE_STRING},
+                                            {.name = "delayed", .type = BLOBMSG_TYPE_BOOL}};
+const blobmsg_policy PUSH_ARGUMENTS[] = {{.name = "object", .type = BLOBMSG_TYPE_STRING},
+                                         {.name = "document", .type = BLOBMSG_TYPE_TABLE},
+                                         {.name = "status", .type = BLOBMSG_TYPE_BOOL}};
+const peer_method METHODS[] = {{"checkin", CHECKIN_ARGUMENTS}, {"push", PUSH_ARGUMENTS}};
+constexpr const char *PACKAGES[] = {"qnet.wired", "qnet.wifi"};
+constexpr int CALL_LIMIT_MS = 10000;
+
+void collect_sections(uloop_timeout *);
+uloop_timeout collect_timer = {.list = {}, .pending = false, .cb = collect_sections, .time = {}};
+
+void print_section(ubus_request *request, int, blob_attr *msg)
+{
+    fprintf(static_cast<FILE *>(request->priv), "%s", peer_json(msg).c_str());
+}
+
+// After the caller got its answer: the sections come from the daemon that asked for the check-in.
+void collect_sections(uloop_timeout *)
+{
+    FILE *file = fopen("/var/sim/checkin.json", "we");
+    if (!file)
+        return;
+    fprintf(file, "{");
+    for (const char *package : PACKAGES) {
+        uint32_t id = 0;
+        fprintf(file, "%s\"%s\":", package == PACKAGES[0] ? "" : ",", package);
+        if (ubus_lookup_id(peer_bus(), package, &id) != 0 ||
+            ubus_invoke(peer_bus(), id, "gen_checkin", nullptr, print_section, file,
+                        CALL_LIMIT_MS) != 0)
+            fprintf(file, "null");
+    }
+    fprintf(file, "}\n");
+    fclose(file);
+    peer_journal("checkin collected");
+}
+
+void announce(bool success)
+{
+    blob_buf event = {};
+    blob_buf_init(&event, 0);
+    blobmsg_add_u8(&event, "success", success);
+    ubus_send_event(peer_bus(), "parse_config_status", event.head);
+    blob_buf_free(&event);
+}
+
+void copy_reply(ubus_request *request, int, blob_attr *msg)
+{
+    auto *reply = static_cast<blob_buf *>(request->priv);
+    void *table = blobmsg_open_table(reply, "reply");
+    blob_attr *attr;
+    size_t rem;
+    blob_for_each_attr(attr, msg, rem) blobmsg_add_blob(reply, attr);
+    blobmsg_close_table(reply, table);
+}
+
+int parse_config(const std::string &object, blob_attr *document, blob_buf *reply)
+{
+    uint32_t id = 0;
+    int status = ubus_lookup_id(peer_bus(), object.c_str(), &id);
+    if (status != 0)
+        return status;
+    blob_buf call = {};
+    blob_buf_init(&call, 0);
+    blobmsg_add_u8(&call, "enable", true);
+    blobmsg_add_field(&call, BLOBMSG_TYPE_TABLE, "params", blobmsg_data(document),
+                      static_cast<unsigned>(blobmsg_data_len(document)));
+    status =
+        ubus_invoke(peer_bus(), id, "parse_config", call.head, copy_reply, reply, CALL_LIMIT_MS);
+    blob_buf_free(&call);
+    return status;
+}
+
+int push(blob_attr *msg, blob_buf *reply)
+{
+    blob_attr *arguments[std::size(PUSH_ARGUMENTS)];
+    blobmsg_parse(PUSH_ARGUMENTS, static_cast<int>(std::size(PUSH_ARGUMENTS)), arguments,
+                  blob_data(msg), static_cast<unsigned>(blob_len(msg)));
+    if (!arguments[1])
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    std::string object = peer_string(msg, "object", "qnet.wifi");
+    int status = parse_config(object, arguments[1], reply);
+    blobmsg_add_u32(reply, "status", static_cast<uint32_t>(status));
+    peer_journal("push to " + object + ": " + ubus_strerror(status));
+    if (peer_int(msg, "status", 1))
+        announce(status == 0);
+    return UBUS_STATUS_OK;
+}
+
+int cloud_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *reply)
+{
+    if (method == "push")
+        return push(msg, reply);
+    peer_journal("checkin " + peer_json(msg));
+    uloop_timeout_set(&collect_timer, 10);
+    return UBUS_STATUS_OK;
+}
+
+void start()
+{
+    peer_publish("qnet.cloud_comm", METHODS, cloud_call);
+}
+
+} // namespace
+
+int main()
+{
+    return peer_run("sim_cloud", start);
+}

@@ -1,0 +1,281 @@
+// netifd, as far as the node's uplinks go: objects network.interface.NAME for every NAME with a
+// lease file in /var/sim/lease ("ADDRESS/LENGTH GATEWAY", what a DHCP server would hand out).
+// An interface is up while it is wanted up, has a lease, and its bridge has a carrier; its address
+// and routes are put into the kernel then and taken out after. Every change is notified.
+#include "peer.h"
+
+#include <linux/rtnetlink.h>
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char *LEASES = "/var/sim/lease";
+constexpr const char *PATH_PREFIX = "network.interface.";
+constexpr int WIRED_TABLE = 10;
+constexpr int MESH_TABLE = 20;
+
+struct lease {
+    std::string address, gateway; // address without its length
+    int length = 0;
+    bool operator==(const lease &) const = default;
+};
+
+struct interface {
+    std::string device;
+    int table = 0, metric = 0;
+    bool wanted = true, up = false;
+    lease held;
+    peer_object *object = nullptr;
+};
+
+std::map<std::string, interface> interfaces;
+
+const blobmsg_policy NAME_ARGUMENTS[] = {{.name = "interface", .type = BLOBMSG_TYPE_STRING}};
+const peer_method INTERFACE_METHODS[] = {{"status", {}}, {"up", {}}, {"down", {}}};
+const peer_method MANAGER_METHODS[] = {{"up", NAME_ARGUMENTS}, {"down", NAME_ARGUMENTS}};
+const peer_method NETWORK_METHODS[] = {{"reload", {}}};
+
+lease read_lease(const std::string &name)
+{
+    lease found;
+    std::string address;
+    std::ifstream file(std::string(LEASES) + "/" + name);
+    if (!(file >> address >> found.gateway))
+        return {};
+    size_t slash = address.find('/');
+    found.address = address.substr(0, slash);
+    found.length = slash == std::string::npos ? 32 : atoi(address.c_str() + slash + 1);
+    return found;
+}
+
+bool has_carrier(const std::string &device)
+{
+    int carrier = 0;
+    std::ifstream("/sys/class/net/" + device + "/carrier") >> carrier;
+    return carrier == 1;
+}
+
+std::string network_address(const lease &held)
+{
+    in_addr address = {};
+    inet_pton(AF_INET, held.address.c_str(), &address);
+    uint32_t mask = held.length ? htonl(~0U << (32 - held.length)) : 0;
+    address.s_addr &= mask;
+    char text[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &address, text, sizeof(text));
+    return text;
+}
+
+void add_route(blob_buf *reply, const std::string &target, int mask, const std::string &nexthop,
+               const lease &held)
+{
+    void *table = blobmsg_open_table(reply, nullptr);
+    blobmsg_add_string(reply, "target", target.c_str());
+    blobmsg_add_u32(reply, "mask", static_cast<uint32_t>(mask));
+    blobmsg_add_string(reply, "nexthop", nexthop.c_str());
+    blobmsg_add_string(reply, "source", (held.address + "/" + std::to_string(held.length)).c_str());
+    blobmsg_close_table(reply, table);
+}
+
+void add_status(const interface &iface, blob_buf *reply)
+{
+    blobmsg_add_u8(reply, "up", iface.up);
+    blobmsg_add_u8(reply, "pending", iface.wanted && !iface.up);
+    blobmsg_add_u8(reply, "available", has_carrier(iface.device));
+    blobmsg_add_u8(reply, "autostart", iface.wanted);
+    blobmsg_add_string(reply, "proto", "dhcp");
+    blobmsg_add_string(reply, "device", iface.device.c_str());
+    if (!iface.up)
+        return;
+    blobmsg_add_string(reply, "l3_device", iface.device.c_str());
+    void *addresses = blobmsg_open_array(reply, "ipv4-address");
+    void *table = blobmsg_open_table(reply, nullptr);
+    blobmsg_add_string(reply, "address", iface.held.address.c_str());
+    blobmsg_add_u32(reply, "mask", static_cast<uint32_t>(iface.held.length));
+    blobmsg_close_table(reply, table);
+    blobmsg_close_array(reply, addresses);
+    void *routes = blobmsg_open_array(reply, "route");
+    add_route(reply, network_address(iface.held), iface.held.length, "0.0.0.0", iface.held);
+    add_route(reply, "0.0.0.0", 0, iface.held.gateway, iface.held);
+    blobmsg_close_array(reply, routes);
+}
+
+// netifd's event on the bus and the notification to the interface's subscribers.
+void announce(const std::string &name, const interface &iface)
+{
+    blob_buf msg = {};
+    blob_buf_init(&msg, 0);
+    blobmsg_add_string(&msg, "action", iface.up ? "ifup" : "ifdown");
+    blobmsg_add_string(&msg, "interface", name.c_str());
+    ubus_send_event(peer_bus(), "network.interface", msg.head);
+    blob_buf_init(&msg, 0);
+    add_status(iface, &msg);
+    peer_notify(iface.object, "interface.update", msg.head);
+    blob_buf_free(&msg);
+}
+
+void configure_kernel(const interface &iface)
+{
+    const std::string dev = " dev " + iface.device, table = " table " + std::to_string(iface.table);
+    const std::string metric = " metric " + std::to_string(iface.metric);
+    const std::string gateway = "default via " + iface.held.gateway + dev + metric;
+    const std::string prefix = std::to_string(iface.held.length);
+    peer_shell("ip address replace " + iface.held.address + "/" + prefix + dev +
+               " && ip route replace " + gateway + " && ip route replace " +
+               network_address(iface.held) + "/" + prefix + dev + table + " && ip route replace " +
+               gateway + table);
+}
+
+void clear_kernel(const interface &iface)
+{
+    const std::string dev = " dev " + iface.device;
+    peer_shell("ip route flush table " + std::to_string(iface.table) + dev + " && ip route flush" +
+               dev + " && ip -4 address flush" + dev);
+}
+
+void follow(const std::string &name, interface &iface)
+{
+    lease wanted = iface.wanted && has_carrier(iface.device) ? read_lease(name) : lease();
+    if (wanted == iface.held)
+        return;
+    if (iface.up)
+        clear_kernel(iface);
+    iface.held = wanted;
+    iface.up = !wanted.address.empty();
+    if (iface.up)
+        configure_kernel(iface);
+    peer_journal(name + (iface.up ? " up " + iface.held.address : " down"));
+    announce(name, iface);
+}
+
+void follow_all()
+{
+    for (auto &[name, iface] : interfaces)
+        follow(name, iface);
+}
+
+void set_wanted(const std::string &name, interface &iface, bool wanted)
+{
+    peer_journal(name + (wanted ? " asked up" : " asked down"));
+    iface.wanted = wanted;
+    peer_shell("ip link set " + iface.device + (wanted ? " up" : " down") + " 2>/dev/null || :");
+    follow(name, iface);
+}
+
+int interface_call(const peer_object &object, const std::string &method, blob_attr *,
+                   blob_buf *reply)
+{
+    std::string name = object.path.substr(strlen(PATH_PREFIX));
+    interface &iface = interfaces[name];
+    if (method == "status")
+        add_status(iface, reply);
+    else
+        set_wanted(name, iface, method == "up");
+    return UBUS_STATUS_OK;
+}
+
+int manager_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *)
+{
+    auto found = interfaces.find(peer_string(msg, "interface"));
+    if (found == interfaces.end())
+        return UBUS_STATUS_NOT_FOUND;
+    set_wanted(found->first, found->second, method == "up");
+    return UBUS_STATUS_OK;
+}
+
+std::set<std::string> leased_names()
+{
+    std::set<std::string> names;
+    std::error_code ignored;
+    for (auto &entry : std::filesystem::directory_iterator(LEASES, ignored))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+void add_interface(const std::string &name, const std::vector<peer_section> &configuration)
+{
+    interface &iface = interfaces[name];
+    bool wired = name.starts_with("wired");
+    iface.device = name.starts_with("orph_conn") ? name : "br-" + name;
+    iface.table = wired ? WIRED_TABLE : MESH_TABLE;
+    iface.metric = wired ? 10 : 20;
+    for (auto &section : configuration) {
+        if (section.name != name)
+            continue;
+        if (std::string device = peer_option(section, "device"); !device.empty())
+            iface.device = device;
+        if (std::string metric = peer_option(section, "metric"); !metric.empty())
+            iface.metric = atoi(metric.c_str());
+    }
+    iface.object = peer_publish(PATH_PREFIX + name, INTERFACE_METHODS, interface_call);
+}
+
+void follow_configuration()
+{
+    auto configuration = peer_uci_sections("network");
+    std::set<std::string> names = leased_names();
+    for (auto iface = interfaces.begin(); iface != interfaces.end();) {
+        if (names.contains(iface->first)) {
+            ++iface;
+            continue;
+        }
+        if (iface->second.up)
+            clear_kernel(iface->second);
+        peer_withdraw(iface->second.object);
+        iface = interfaces.erase(iface);
+    }
+    for (auto &name : names)
+        if (!interfaces.contains(name))
+            add_interface(name, configuration);
+    follow_all();
+}
+
+int network_call(const peer_object &, const std::string &, blob_attr *, blob_buf *)
+{
+    follow_configuration();
+    return UBUS_STATUS_OK;
+}
+
+void link_changed(uloop_fd *fd, unsigned)
+{
+    char buffer[16384];
+    while (recv(fd->fd, buffer, sizeof(buffer), MSG_DONTWAIT) > 0)
+        ;
+    follow_all();
+}
+
+void watch_links()
+{
+    static uloop_fd links;
+    sockaddr_nl address = {};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK;
+    links.fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    links.cb = link_changed;
+    if (bind(links.fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0)
+        perror("sim_netifd: cannot watch the links");
+    uloop_fd_add(&links, ULOOP_READ);
+}
+
+void start()
+{
+    peer_publish("network", NETWORK_METHODS, network_call);
+    peer_publish("network.interface", MANAGER_METHODS, manager_call);
+    watch_links();
+    follow_configuration();
+}
+
+} // namespace
+
+int main()
+{
+    return peer_run("sim_netifd", start);
+}
