@@ -1,0 +1,250 @@
+// Bytes in, bytes and text out: what a router's library makes of each case in blobmsg.json.
+#include <libubox/blobmsg_json.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+using bytes = std::vector<uint8_t>;
+
+static std::string hex(const void *data, size_t len)
+{
+    std::string out;
+    for (size_t i = 0; i < len; i++) {
+        char digits[3];
+        snprintf(digits, sizeof(digits), "%02x", static_cast<const uint8_t *>(data)[i]);
+        out += digits;
+    }
+    return out;
+}
+
+static bytes unhex(const std::string &digits)
+{
+    bytes out;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        out.push_back(static_cast<uint8_t>(strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
+    out.shrink_to_fit(); // lets the sanitizer see a read past the end
+    return out;
+}
+
+static std::string take(char *text)
+{
+    std::string copy = text ? text : "";
+    free(text);
+    return copy;
+}
+
+/// Member `key`, or the bytes that member `key`_hex spells.
+static std::string text_of(json_object *row, const std::string &key)
+{
+    if (json_object *plain = json_object_object_get(row, key.c_str()))
+        return json_object_get_string(plain);
+    bytes raw = unhex(json_object_get_string(json_object_object_get(row, (key + "_hex").c_str())));
+    return {raw.begin(), raw.end()};
+}
+
+static bool has(json_object *row, const char *key)
+{
+    return json_object_object_get(row, key) ||
+           json_object_object_get(row, (std::string(key) + "_hex").c_str());
+}
+
+static std::vector<std::string> strings_of(json_object *row, const char *key)
+{
+    std::vector<std::string> out;
+    json_object *list = json_object_object_get(row, key);
+    for (size_t i = 0; i < json_object_array_length(list); i++)
+        out.push_back(json_object_get_string(json_object_array_get_idx(list, i)));
+    return out;
+}
+
+/// Runs `check` with every row of a group.
+template <typename Check>
+static void for_each_row(const char *group, Check check)
+{
+    json_object *root = json_object_from_file(TEST_DATA_DIR "/libubox/blobmsg.json");
+    ASSERT_NE(root, nullptr);
+    json_object *rows = json_object_object_get(root, group);
+    ASSERT_GT(json_object_array_length(rows), 0u);
+    for (size_t i = 0; i < json_object_array_length(rows); i++) {
+        json_object *row = json_object_array_get_idx(rows, i);
+        SCOPED_TRACE(text_of(row, "name"));
+        check(row);
+    }
+    json_object_put(root);
+}
+
+static void expect_message(json_object *row, const blob_buf &buf)
+{
+    EXPECT_EQ(hex(buf.head, blob_raw_len(buf.head)), text_of(row, "blob_hex"));
+    EXPECT_EQ(take(blobmsg_format_json(buf.head, true)), text_of(row, "format_compact"));
+    if (has(row, "format_indent0")) {
+        EXPECT_EQ(take(blobmsg_format_json_indent(buf.head, true, 0)),
+                  text_of(row, "format_indent0"));
+    }
+}
+
+TEST(blobmsg_vectors, json_text_to_bytes_and_back)
+{
+    blob_buf buf = {};
+    for_each_row("json_cases", [&](json_object *row) {
+        blobmsg_buf_init(&buf);
+        bool expected = json_object_get_boolean(json_object_object_get(row, "add_from_string_ok"));
+        EXPECT_EQ(blobmsg_add_json_from_string(&buf, text_of(row, "json").c_str()), expected);
+        expect_message(row, buf);
+    });
+    blob_buf_free(&buf);
+}
+
+/// One line of "verb name value" against the typed functions.
+static void perform(blob_buf *buf, std::vector<void *> *open, const std::string &op)
+{
+    char verb[16] = "", word[32] = "", rest[64] = "";
+    sscanf(op.c_str(), "%15s %31s %63[^\n]", verb, word, rest);
+    const char *name = strcmp(word, "NULL") == 0 ? nullptr : word;
+    if (strcmp(word, "EMPTY") == 0)
+        name = "";
+    std::string what = verb;
+    uint64_t number = strtoull(rest, nullptr, 10);
+    if (what == "u8")
+        blobmsg_add_u8(buf, name, static_cast<uint8_t>(number));
+    else if (what == "u16")
+        blobmsg_add_u16(buf, name, static_cast<uint16_t>(number));
+    else if (what == "u32")
+        blobmsg_add_u32(buf, name, static_cast<uint32_t>(number));
+    else if (what == "u64")
+        blobmsg_add_u64(buf, name, number);
+    else if (what == "double")
+        blobmsg_add_double(buf, name, strtod(rest, nullptr));
+    else if (what == "string")
+        blobmsg_add_string(buf, name, rest);
+    else if (what == "unspec")
+        blobmsg_add_field(buf, BLOBMSG_TYPE_UNSPEC, name, nullptr, 0);
+    else if (what == "table")
+        open->push_back(blobmsg_open_table(buf, name));
+    else if (what == "array")
+        open->push_back(blobmsg_open_array(buf, name));
+    else if (what == "close") {
+        blobmsg_close_table(buf, open->back());
+        open->pop_back();
+    } else if (what == "strbuf") {
+        char text[32];
+        unsigned room;
+        sscanf(rest, "%u %31s", &room, text);
+        memset(blobmsg_alloc_string_buffer(buf, name, room), 'z', room);
+        strcpy(static_cast<char *>(blobmsg_realloc_string_buffer(buf, room * 10)), text);
+        blobmsg_add_string_buffer(buf);
+    } else if (what == "printf")
+        EXPECT_EQ(blobmsg_printf(buf, name, "<%s|%d>", rest, 42), 6);
+    else if (what == "field") {
+        char digits[32];
+        int type;
+        sscanf(rest, "%d %31s", &type, digits);
+        bytes raw = unhex(digits);
+        blobmsg_add_field(buf, type, name, raw.data(), static_cast<unsigned>(raw.size()));
+    } else if (what == "blob_u32")
+        blob_put_u32(buf, atoi(word), static_cast<uint32_t>(number));
+    else if (what == "blob_u8")
+        blob_put_u8(buf, atoi(word), static_cast<uint8_t>(number));
+    else if (what == "blob_string")
+        blob_put_string(buf, atoi(word), rest);
+    else
+        FAIL() << "unknown operation " << op;
+}
+
+TEST(blobmsg_vectors, typed_functions_to_bytes)
+{
+    blob_buf buf = {};
+    for_each_row("api_cases", [&](json_object *row) {
+        blob_buf_init(&buf, json_object_get_int(json_object_object_get(row, "root_id")));
+        std::vector<void *> open;
+        for (const std::string &op : strings_of(row, "ops"))
+            perform(&buf, &open, op);
+        expect_message(row, buf);
+    });
+    blob_buf_free(&buf);
+}
+
+static std::string describe(blob_attr *attr, const void *base)
+{
+    static constexpr const char *NAMES[] = {"unspec", "array", "table", "string", "int64",
+                                            "int32",  "int16", "int8",  "double"};
+    if (!attr)
+        return " -";
+    return " off=" +
+           std::to_string(reinterpret_cast<char *>(attr) - static_cast<const char *>(base)) +
+           ",type=" + NAMES[blobmsg_type(attr)] + ",len=" + std::to_string(blobmsg_len(attr)) +
+           ",val=" + take(blobmsg_format_json_value(attr));
+}
+
+TEST(blobmsg_vectors, parse_verdicts)
+{
+    for_each_row("parse_cases", [](json_object *row) {
+        std::vector<std::string> entries = strings_of(row, "policy");
+        std::vector<blobmsg_policy> policy;
+        for (std::string &entry : entries) {
+            size_t colon = entry.rfind(':');
+            auto type = static_cast<enum blobmsg_type>(atoi(entry.c_str() + colon + 1));
+            entry.resize(colon);
+            policy.push_back({colon ? entry.c_str() : nullptr, type});
+        }
+        bytes data = unhex(text_of(row, "payload_hex"));
+        blob_attr junk;
+        std::vector<blob_attr *> tb(policy.size(), &junk);
+        auto parse =
+            text_of(row, "function") == "blobmsg_parse" ? blobmsg_parse : blobmsg_parse_array;
+        std::string result =
+            std::to_string(parse(policy.data(), static_cast<int>(policy.size()), tb.data(),
+                                 data.data(), static_cast<unsigned>(data.size())));
+        for (blob_attr *attr : tb)
+            result += describe(attr, data.data());
+        EXPECT_EQ(result, text_of(row, "result"));
+    });
+}
+
+TEST(blobmsg_vectors, plain_attributes_by_id)
+{
+    for_each_row("blob_parse_cases", [](json_object *row) {
+        int max = json_object_get_int(json_object_object_get(row, "max"));
+        std::vector<blob_attr_info> info(static_cast<size_t>(max));
+        for (const std::string &entry : strings_of(row, "info")) {
+            auto id = static_cast<size_t>(atoi(entry.c_str()));
+            if (id < info.size())
+                info[id].type = static_cast<unsigned>(atoi(strchr(entry.c_str(), ':') + 1));
+        }
+        bytes data = unhex(text_of(row, "blob_hex"));
+        auto *attr = reinterpret_cast<blob_attr *>(data.data());
+        json_object *given = json_object_object_get(row, "attr_len");
+        bool whole = !json_object_is_type(given, json_type_int);
+        size_t len = whole ? data.size() : static_cast<size_t>(json_object_get_int(given));
+
+        blob_attr untouched;
+        std::vector<blob_attr *> tb(static_cast<size_t>(max), &untouched);
+        std::string result =
+            std::to_string(blob_parse_untrusted(attr, len, tb.data(), info.data(), max));
+        for (size_t id = 0; id < tb.size(); id++) {
+            EXPECT_EQ(tb[id] == &untouched, !whole) << "slot " << id;
+            if (tb[id] && tb[id] != &untouched)
+                result += " " + std::to_string(id) + "@" +
+                          std::to_string(reinterpret_cast<uint8_t *>(tb[id]) - data.data());
+        }
+        EXPECT_EQ(result, text_of(row, "result"));
+    });
+}
+
+TEST(blobmsg_vectors, check_verdicts)
+{
+    for_each_row("check_cases", [](json_object *row) {
+        bytes data = unhex(text_of(row, "attr_hex"));
+        auto *attr = reinterpret_cast<blob_attr *>(data.data());
+        std::string result =
+            "noname=" + std::to_string(blobmsg_check_attr_len(attr, false, data.size())) +
+            " name=" + std::to_string(blobmsg_check_attr_len(attr, true, data.size())) + " array=" +
+            std::to_string(blobmsg_check_array_len(attr, BLOBMSG_TYPE_UNSPEC, data.size()));
+        EXPECT_EQ(result, text_of(row, "result"));
+    });
+}
