@@ -2,7 +2,8 @@
 // come in one by one and are counted off.
 #include "libubus_internal.h"
 
-// Bit 0 of `pending`: the list of subscribers has not come yet; bit n: subscriber n has not answered.
+// Bit 0 of `pending`: the list of subscribers has not come yet; bit n: subscriber n has not
+// answered.
 static constexpr uint32_t AWAITS_LIST = 1;
 
 bool ubus_notify_expects(const ubus_notify_request *req, uint32_t peer)

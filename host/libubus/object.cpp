@@ -55,8 +55,7 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
         put_type(&b.b, obj->type);
     }
     published result{};
-    const int status =
-        ubus_request_run(ctx, UBUS_MSG_ADD_OBJECT, b.msg(), published_cb, &result);
+    const int status = ubus_request_run(ctx, UBUS_MSG_ADD_OBJECT, b.msg(), published_cb, &result);
     if (status)
         return status;
     if (!result.id)

@@ -170,8 +170,7 @@ static ubus_request *find_request(ubus_context *ctx, uint32_t peer, uint16_t seq
             continue;
         if (req->peer == peer)
             return req;
-        if (req->notify &&
-            ubus_notify_expects(container_of(req, ubus_notify_request, req), peer))
+        if (req->notify && ubus_notify_expects(container_of(req, ubus_notify_request, req), peer))
             return req;
     }
     return nullptr;

@@ -141,6 +141,5 @@ void wire_close(int *fd)
 
 void wire_put_data(blob_buf *b, const blob_attr *msg)
 {
-    blob_put(b, UBUS_ATTR_DATA, msg ? blob_data(msg) : nullptr,
-             msg ? (unsigned)blob_len(msg) : 0);
+    blob_put(b, UBUS_ATTR_DATA, msg ? blob_data(msg) : nullptr, msg ? (unsigned)blob_len(msg) : 0);
 }

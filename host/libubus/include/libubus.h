@@ -63,18 +63,31 @@ typedef bool (*ubus_new_object_handler_t)(struct ubus_context *ctx, struct ubus_
     __UBUS_METHOD_NOARG(_name, _handler, _mask, _tags), .policy = _policy,                         \
                                                         .n_policy = ARRAY_SIZE(_policy)
 
-#define UBUS_METHOD(_name, _handler, _policy) {__UBUS_METHOD(_name, _handler, _policy, 0, 0)}
+#define UBUS_METHOD(_name, _handler, _policy)                                                      \
+    {                                                                                              \
+        __UBUS_METHOD(_name, _handler, _policy, 0, 0)                                              \
+    }
 /// Bit i of `_mask` is set: entry i of the policy is advertised. 0: all are.
 #define UBUS_METHOD_MASK(_name, _handler, _policy, _mask)                                          \
-    {__UBUS_METHOD(_name, _handler, _policy, _mask, 0)}
+    {                                                                                              \
+        __UBUS_METHOD(_name, _handler, _policy, _mask, 0)                                          \
+    }
 #define UBUS_METHOD_TAG(_name, _handler, _policy, _tags)                                           \
-    {__UBUS_METHOD(_name, _handler, _policy, 0, _tags)}
+    {                                                                                              \
+        __UBUS_METHOD(_name, _handler, _policy, 0, _tags)                                          \
+    }
 #define UBUS_METHOD_NOARG(_name, _handler)                                                         \
-    {__UBUS_METHOD_NOARG(_name, _handler, 0, 0), .policy = NULL, .n_policy = 0}
+    {                                                                                              \
+        __UBUS_METHOD_NOARG(_name, _handler, 0, 0), .policy = NULL, .n_policy = 0                  \
+    }
 #define UBUS_METHOD_TAG_NOARG(_name, _handler, _tags)                                              \
-    {__UBUS_METHOD_NOARG(_name, _handler, 0, _tags), .policy = NULL, .n_policy = 0}
+    {                                                                                              \
+        __UBUS_METHOD_NOARG(_name, _handler, 0, _tags), .policy = NULL, .n_policy = 0              \
+    }
 #define UBUS_OBJECT_TYPE(_name, _methods)                                                          \
-    {.name = _name, .id = 0, .methods = _methods, .n_methods = ARRAY_SIZE(_methods)}
+    {                                                                                              \
+        .name = _name, .id = 0, .methods = _methods, .n_methods = ARRAY_SIZE(_methods)             \
+    }
 
 /// Pseudo argument types of signatures; never sent.
 #define UBUS_SIGNATURE_METHOD (BLOBMSG_TYPE_LAST + 1)
@@ -236,8 +249,7 @@ int ubus_add_object(struct ubus_context *ctx, struct ubus_object *obj);
 int ubus_remove_object(struct ubus_context *ctx, struct ubus_object *obj);
 /// Sends one reply of an incoming call; `msg` NULL is an empty one. UBUS_STATUS_NO_DATA when it
 /// cannot be sent.
-int ubus_send_reply(struct ubus_context *ctx, struct ubus_request_data *req,
-                    struct blob_attr *msg);
+int ubus_send_reply(struct ubus_context *ctx, struct ubus_request_data *req, struct blob_attr *msg);
 /// Moves an incoming call to `new_req`, to be answered after the handler has returned.
 void ubus_defer_request(struct ubus_context *ctx, struct ubus_request_data *req,
                         struct ubus_request_data *new_req);
