@@ -1,0 +1,3 @@
+# Burns the host's time, of which it may have little.
+# lab-wall-limit: 3
+while :; do :; done

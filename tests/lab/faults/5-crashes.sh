@@ -1,0 +1,2 @@
+# Takes the kernel down.
+echo c >/proc/sysrq-trigger

@@ -1,0 +1,2 @@
+# Names a variable that is not there.
+pass "$no_such_variable"
