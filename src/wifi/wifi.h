@@ -12,6 +12,8 @@
 const wifi_settings *wifi_live_settings();
 /// Name of a band type ("2.4GHz", ...), or null when `band` is none.
 const char *wifi_band_name(int band);
+/// Band type of a name, or -1.
+int wifid_find_band_by_type(const char *name);
 /// Number of radios in use: the platform's, at most WIFI_RADIOS_MAX; 0 when it cannot be read.
 int wifi_radio_count();
 /// Band type of a platform radio, or -1 when it has none of the known names (logged).
@@ -41,7 +43,7 @@ int ubus_wifi_ap_survey_now(ubus_context *ctx, ubus_object *obj, ubus_request_da
                             const char *method, blob_attr *msg);
 int ubus_force_wifi_restart(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                             const char *method, blob_attr *msg);
-/// The jobs the wireless package offers ("ap_scan").
+/// The jobs the wireless package offers ("ap_scan"), ended by a row without a name.
 const package_job_event *wifi_jobs();
 
 // Bus events

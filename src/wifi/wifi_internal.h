@@ -5,6 +5,12 @@
 
 #include <string>
 
+#include "wifi/wifi_settings.h"
+
+/// The live record (wifi.cpp). Replaced whole by the settings writer and the reload; everybody else
+/// reads it through wifi_live_settings().
+extern wifi_settings gWifi_live_settings;
+
 // Subscriptions, forgotten and made anew with the bus connection (wifi_bus_reset calls these)
 
 void wifi_lldp_bus_reset(ubus_context *ctx);
