@@ -7,8 +7,6 @@
 
 /// Start-up: arms the enumeration of mesh interfaces and the collection of gateway statistics.
 void init_mesh_info();
-/// Starts the enumeration unless it is in progress.
-void mesh_enumerate_again();
 /// Follows a mesh interface object of netifd; one of the same path is replaced.
 void enumerate_meshes_add_new(ubus_context *ctx, const char *path, uint32_t id);
 /// True when `path` names a bus object of a mesh interface.

@@ -8,6 +8,16 @@
 #include <libubus.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
+
+/// An object on the bus.
+struct bus_object {
+    std::string path;
+    uint32_t id;
+};
+/// Every object on the bus whose path is `wanted`, in the broker's order. Empty without a bus.
+std::vector<bus_object> bus_lookup_objects(ubus_context *ctx, bool (*wanted)(const char *path));
 
 struct iface_entry;
 using iface_status_cb = void (*)(iface_entry *entry);

@@ -1,0 +1,235 @@
+// Life of a followed interface: subscription, status call, notifications, removal. What a status
+// answer means is netifd_status.cpp's.
+//
+// The bus library keeps pointers to registered subscribers, also while the connection is down. An
+// entry that cannot be unregistered then waits in a list of its own until the bus is back.
+#include "wired/netifd_iface.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/zu/log.h"
+#include "wired/netifd_iface_internal.h"
+
+/// Bounds a status call that no enumeration watches over; longer than an enumeration's own limit,
+/// which aborts the calls it made and says so in its own words.
+constexpr int STATUS_TIMEOUT_MS = 6000;
+
+static LIST_HEAD(gRetired);
+
+static bool unregister(iface_entry *entry)
+{
+    // The id is 0 exactly when the library does not know the subscriber.
+    if (entry->subscriber.obj.id != 0)
+        (void)ubus_unregister_subscriber(entry->ctx, &entry->subscriber);
+    return entry->subscriber.obj.id == 0;
+}
+
+static void release(iface_entry *entry)
+{
+    free(entry->obj_path);
+    delete entry;
+}
+
+/// For an entry that is in no list any more.
+static void destroy(iface_entry *entry)
+{
+    iface_list_abort_status(entry);
+    if (unregister(entry))
+        release(entry);
+    else
+        list_add_tail(&entry->link, &gRetired);
+}
+
+static int iface_list_notify_cb(ubus_context *, ubus_object *obj, ubus_request_data *, const char *,
+                                blob_attr *msg)
+{
+    if (obj == nullptr || msg == nullptr) {
+        log_error("%s is NULL", obj == nullptr ? "obj" : "msg");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    auto *subscriber = container_of(obj, ubus_subscriber, obj);
+    iface_list_parse_status(container_of(subscriber, iface_entry, subscriber), msg);
+    return UBUS_STATUS_OK;
+}
+
+static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
+{
+    if (req == nullptr || msg == nullptr) {
+        log_error("%s is NULL", req == nullptr ? "req" : "msg");
+        return;
+    }
+    auto *entry = container_of(req, iface_entry, request);
+    entry->got_data = true;
+    iface_list_parse_status(entry, msg);
+}
+
+static void get_iface_status_complete_cb(ubus_request *req, int)
+{
+    if (req == nullptr) {
+        log_error("%s is NULL", "req");
+        return;
+    }
+    auto *entry = container_of(req, iface_entry, request);
+    uloop_timeout_cancel(&entry->status_timer);
+    entry->parsed = true;
+    if (!entry->got_data) {
+        log_error("Interface '%s' failed to generate status data", entry->obj_path);
+        iface_list_clear_facts(entry);
+    }
+    if (entry->on_status != nullptr)
+        entry->on_status(entry);
+}
+
+static void status_timeout_cb(uloop_timeout *timer)
+{
+    auto *entry = container_of(timer, iface_entry, status_timer);
+    log_error("Interface '%s' failed to respond to status, aborting ubus invoke", entry->obj_path);
+    ubus_abort_request(entry->ctx, &entry->request);
+    entry->parsed = true;
+}
+
+bool iface_list_abort_status(iface_entry *entry)
+{
+    if (!entry->status_timer.pending)
+        return false;
+    uloop_timeout_cancel(&entry->status_timer);
+    ubus_abort_request(entry->ctx, &entry->request);
+    entry->parsed = true;
+    return true;
+}
+
+bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id)
+{
+    if (ctx == nullptr || entry == nullptr) {
+        log_error("%s is NULL", ctx == nullptr ? "ctx" : "iface");
+        return false;
+    }
+    iface_list_abort_status(entry);
+    if (ubus_invoke_async_fd(ctx, id, "status", nullptr, &entry->request, -1) != UBUS_STATUS_OK) {
+        log_error("Failed to invoke status method for interface");
+        return false;
+    }
+    entry->got_data = false;
+    entry->parsed = false;
+    entry->request.data_cb = get_iface_status_data_cb;
+    entry->request.complete_cb = get_iface_status_complete_cb;
+    entry->status_timer.cb = status_timeout_cb;
+    uloop_timeout_set(&entry->status_timer, STATUS_TIMEOUT_MS);
+    ubus_complete_request_async(ctx, &entry->request);
+    return true;
+}
+
+static bool follow(iface_entry *entry)
+{
+    const char *path = entry->obj_path;
+    if (ubus_register_subscriber(entry->ctx, &entry->subscriber) != UBUS_STATUS_OK) {
+        log_error("Unable to register object to get notifications from interface '%s'", path);
+        return false;
+    }
+    if (ubus_subscribe(entry->ctx, &entry->subscriber, entry->id) != UBUS_STATUS_OK) {
+        log_error("Unable to subscribe to notifications from interface '%s'", path);
+        return false;
+    }
+    if (!iface_list_call_status(entry->ctx, entry, entry->id)) {
+        log_error("Failed to invoke status method for interface '%s'", path);
+        return false;
+    }
+    return true;
+}
+
+iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id)
+{
+    if (ctx == nullptr || obj_path == nullptr) {
+        log_error("%s is NULL", ctx == nullptr ? "ctx" : "obj_path");
+        return nullptr;
+    }
+    auto *entry = new (std::nothrow) iface_entry{};
+    char *path = strdup(obj_path);
+    if (entry == nullptr || path == nullptr) {
+        log_error("Failed to allocate memory for a new iface listing");
+        delete entry;
+        free(path);
+        return nullptr;
+    }
+    entry->obj_path = path;
+    entry->ctx = ctx;
+    entry->id = id;
+    entry->subscriber.cb = iface_list_notify_cb;
+    if (follow(entry))
+        return entry;
+    destroy(entry);
+    return nullptr;
+}
+
+iface_entry *iface_list_find(list_head *list, const char *obj_path)
+{
+    iface_entry *entry;
+    list_for_each_entry(entry, list, link)
+    {
+        if (strcmp(entry->obj_path, obj_path) == 0)
+            return entry;
+    }
+    return nullptr;
+}
+
+void iface_list_free_iface(list_head *list, const char *obj_path)
+{
+    iface_entry *entry = iface_list_find(list, obj_path);
+    if (entry == nullptr)
+        return;
+    list_del(&entry->link);
+    destroy(entry);
+}
+
+void iface_list_free_all(list_head *list)
+{
+    if (list->next == nullptr) // never set up
+        return;
+    iface_entry *entry;
+    iface_entry *next;
+    list_for_each_entry_safe(entry, next, list, link)
+    {
+        list_del(&entry->link);
+        destroy(entry);
+    }
+}
+
+void iface_list_free_retired()
+{
+    iface_entry *entry;
+    iface_entry *next;
+    list_for_each_entry_safe(entry, next, &gRetired, link)
+    {
+        if (!unregister(entry))
+            return;
+        list_del(&entry->link);
+        release(entry);
+    }
+}
+
+struct lookup_request {
+    std::vector<bus_object> found;
+    bool (*wanted)(const char *path);
+};
+
+static void lookup_objects_cb(ubus_context *, ubus_object_data *obj, void *priv)
+{
+    if (obj == nullptr) {
+        log_error("%s is NULL", "obj");
+        return;
+    }
+    auto *request = static_cast<lookup_request *>(priv);
+    if (obj->path != nullptr && request->wanted(obj->path))
+        request->found.push_back({obj->path, obj->id});
+}
+
+std::vector<bus_object> bus_lookup_objects(ubus_context *ctx, bool (*wanted)(const char *path))
+{
+    // Collected first and handled by the caller: calls made from inside a look-up reorder it.
+    lookup_request request{{}, wanted};
+    if (ctx != nullptr)
+        (void)ubus_lookup(ctx, nullptr, lookup_objects_cb, &request);
+    return request.found;
+}

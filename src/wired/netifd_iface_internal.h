@@ -1,0 +1,7 @@
+// Shared by netifd_iface.cpp and netifd_status.cpp.
+#pragma once
+
+struct iface_entry;
+
+/// Forgets device, up flag and route facts.
+void iface_list_clear_facts(iface_entry *entry);

@@ -1,0 +1,176 @@
+// What a netifd status answer or notification says about an interface.
+//
+// netifd is another process and its device and address texts reach UCI, libcurl and the log, so
+// they are taken only in the form and length that such names have.
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "core/state.h"
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
+#include "wired/bridges.h"
+#include "wired/netifd_iface.h"
+#include "wired/netifd_iface_internal.h"
+
+enum { STATUS_UP, STATUS_DEVICE, STATUS_ROUTE, STATUS_MEMBERS };
+static const blobmsg_policy gStatus_policy[STATUS_MEMBERS] = {
+    {"up", BLOBMSG_TYPE_INT8},
+    {"device", BLOBMSG_TYPE_STRING},
+    {"route", BLOBMSG_TYPE_ARRAY},
+};
+
+enum { ROUTE_SOURCE, ROUTE_NEXTHOP, ROUTE_TARGET, ROUTE_MASK, ROUTE_MEMBERS };
+static const blobmsg_policy gRoute_policy[ROUTE_MEMBERS] = {
+    {"source", BLOBMSG_TYPE_STRING},
+    {"nexthop", BLOBMSG_TYPE_STRING},
+    {"target", BLOBMSG_TYPE_STRING},
+    {"mask", BLOBMSG_TYPE_INT32},
+};
+
+static void log_message(blob_attr *msg, bool list)
+{
+    if (!zu_log_wanted(ZU_LOG_DEBUG))
+        return;
+    const json_text text = zu_blobmsg_json(msg, list);
+    log_debug("'%s'", text ? text.get() : "NULL");
+}
+
+static void clear_route(iface_entry *entry)
+{
+    entry->has_default_route = false;
+    entry->gateway[0] = '\0';
+    entry->address[0] = '\0';
+}
+
+void iface_list_clear_facts(iface_entry *entry)
+{
+    entry->device[0] = '\0';
+    entry->up = false;
+    clear_route(entry);
+}
+
+static bool is_device_name(const char *name)
+{
+    if (*name == '\0')
+        return false;
+    for (const char *c = name; *c != '\0'; c++) {
+        if (isalnum(static_cast<unsigned char>(*c)) == 0 && strchr("._-:@", *c) == nullptr)
+            return false;
+    }
+    return true;
+}
+
+static void take_gateway(iface_entry *entry, blob_attr *nexthop)
+{
+    if (nexthop == nullptr) {
+        log_warning("Interface '%s' response to status() route member is missing a gateway IP",
+                    entry->obj_path);
+    }
+    snprintf(entry->gateway, sizeof entry->gateway, "%s",
+             nexthop != nullptr ? blobmsg_get_string(nexthop) : "");
+    log_debug("%s gateway: %s", entry->obj_path, entry->gateway);
+}
+
+/// The address comes with its prefix length, "192.0.2.7/24".
+static void take_address(iface_entry *entry, blob_attr *source)
+{
+    if (source == nullptr) {
+        log_warning("Interface '%s' response to status() route member is missing a node IP",
+                    entry->obj_path);
+    }
+    const char *text = source != nullptr ? blobmsg_get_string(source) : "";
+    snprintf(entry->address, sizeof entry->address, "%.*s", static_cast<int>(strcspn(text, "/")),
+             text);
+    log_debug("%s IP addr: %s", entry->obj_path, entry->address);
+}
+
+/// Takes one element of "route"; true when it is the default route, which ends the walk.
+static bool take_route(iface_entry *entry, blob_attr *route)
+{
+    if (blobmsg_type(route) != BLOBMSG_TYPE_TABLE) {
+        log_warning("unexpected route type found (expected table)");
+        return false;
+    }
+    blob_attr *tb[ROUTE_MEMBERS];
+    if (blobmsg_parse(gRoute_policy, ROUTE_MEMBERS, tb, blobmsg_data(route),
+                      static_cast<unsigned>(blobmsg_len(route))) != 0) {
+        log_error("Interface '%s' response to status() route member is malformed", entry->obj_path);
+        log_message(route, false);
+        return false;
+    }
+    if (tb[ROUTE_TARGET] == nullptr || tb[ROUTE_MASK] == nullptr) {
+        log_warning("Skipping '%s' set as potential wired upstream link, route did not contain "
+                    "target and mask fields",
+                    entry->obj_path);
+        return false;
+    }
+    take_gateway(entry, tb[ROUTE_NEXTHOP]);
+    take_address(entry, tb[ROUTE_SOURCE]);
+    return strcmp(blobmsg_get_string(tb[ROUTE_TARGET]), "0.0.0.0") == 0 &&
+           blobmsg_get_u32(tb[ROUTE_MASK]) == 0;
+}
+
+/// Without a default route, gateway and address are the last element's.
+static void take_routes(iface_entry *entry, blob_attr *routes)
+{
+    clear_route(entry);
+    blob_attr *route;
+    size_t rem;
+    blobmsg_for_each_attr(route, routes, rem)
+    {
+        if (take_route(entry, route)) {
+            entry->has_default_route = true;
+            return;
+        }
+    }
+}
+
+static bool take_device(iface_entry *entry, blob_attr *device)
+{
+    if (device == nullptr) {
+        log_error("Interface '%s' response to status() is missing the 'device' member",
+                  entry->obj_path);
+        return false;
+    }
+    const char *name = blobmsg_get_string(device);
+    if (!is_device_name(name)) {
+        log_error("Interface '%s' response to status() names an impossible device '%.32s'",
+                  entry->obj_path, name);
+        return false;
+    }
+    snprintf(entry->device, sizeof entry->device, "%s", name);
+    return true;
+}
+
+void iface_list_parse_status(iface_entry *entry, blob_attr *msg)
+{
+    if (entry == nullptr || msg == nullptr) {
+        log_error("%s is NULL", entry == nullptr ? "iface" : "msg");
+        return;
+    }
+    blob_attr *tb[STATUS_MEMBERS];
+    if (blobmsg_parse(gStatus_policy, STATUS_MEMBERS, tb, blob_data(msg),
+                      static_cast<unsigned>(blob_len(msg))) != 0) {
+        log_error("Failed to parse interface '%s' status response", entry->obj_path);
+        log_message(msg, true);
+        return;
+    }
+    if (tb[STATUS_UP] == nullptr) {
+        log_error("Interface '%s' response to status() is missing the 'up' member",
+                  entry->obj_path);
+        return;
+    }
+    entry->up = blobmsg_get_bool(tb[STATUS_UP]);
+    if (!take_device(entry, tb[STATUS_DEVICE]))
+        return;
+    if (tb[STATUS_ROUTE] == nullptr) {
+        clear_route(entry);
+        return;
+    }
+    take_routes(entry, tb[STATUS_ROUTE]);
+    // A wired bridge that now leads out becomes the wired uplink.
+    if (iface_list_find(&gTarn_net_state.bridges.list, entry->obj_path) == entry)
+        (void)find_bridge_uplink();
+}
