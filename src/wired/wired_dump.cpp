@@ -1,0 +1,123 @@
+// The wired package's state document: settings, upstream, followed interfaces, internet test.
+#include <string>
+
+#include "core/state.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "wired/inet_test.h"
+#include "wired/netifd_iface.h"
+#include "wired/upstream.h"
+#include "wired/wired.h"
+
+static void add_option(blob_buf *buf, const char *key, const char *option)
+{
+    std::string value;
+    if (ng_uci_get_string(value, "%s", option) == 0)
+        blobmsg_add_string(buf, key, value.c_str());
+}
+
+static void add_flag(blob_buf *buf, const char *key, const char *option)
+{
+    int value = 0;
+    (void)ng_uci_get_int(&value, "%s", option);
+    blobmsg_add_u8(buf, key, value != 0);
+}
+
+static void add_inet_test_settings(blob_buf *buf)
+{
+    void *table = blobmsg_open_table(buf, "inet_test");
+    void *targets = blobmsg_open_array(buf, "targets");
+    if (gOnline_settings.targets != nullptr) {
+        tarn_host *target;
+        list_for_each_entry(target, gOnline_settings.targets, list)
+            blobmsg_add_string(buf, nullptr, target->url);
+    }
+    blobmsg_close_array(buf, targets);
+    blobmsg_add_u32(buf, "failure_tolerance",
+                    static_cast<uint32_t>(gOnline_settings.failure_tolerance));
+    blobmsg_add_u32(buf, "test_interval", static_cast<uint32_t>(gOnline_settings.test_interval));
+    blobmsg_close_table(buf, table);
+}
+
+static void add_settings(blob_buf *buf)
+{
+    void *table = blobmsg_open_table(buf, "settings");
+    add_inet_test_settings(buf);
+    add_option(buf, "lan_bridge", "tarn_net.wired.lan_bridge");
+    void *client = blobmsg_open_table(buf, "wired_client");
+    add_flag(buf, "disable", "tarn_net.wired.disable_wired_client");
+    int ssid = 0;
+    (void)ng_uci_get_int(&ssid, "tarn_net.wired.wired_client_ssid");
+    blobmsg_add_u32(buf, "ssid", static_cast<uint32_t>(ssid));
+    blobmsg_close_table(buf, client);
+    add_flag(buf, "igmp_proxy", "igmpproxy.igmpproxy.enable");
+    blobmsg_close_table(buf, table);
+}
+
+static void add_interface(blob_buf *buf, const iface_entry *entry)
+{
+    void *table = blobmsg_open_table(buf, nullptr);
+    blobmsg_add_string(buf, "path", entry->obj_path);
+    blobmsg_add_string(buf, "device", entry->device);
+    blobmsg_add_u8(buf, "up", entry->up);
+    blobmsg_add_u8(buf, "default_route", entry->has_default_route);
+    blobmsg_add_string(buf, "gateway", entry->gateway);
+    blobmsg_add_string(buf, "address", entry->address);
+    blobmsg_add_u8(buf, "answered", entry->parsed);
+    blobmsg_close_table(buf, table);
+}
+
+static void add_interfaces(blob_buf *buf, const char *key, list_head *list)
+{
+    void *array = blobmsg_open_array(buf, key);
+    iface_entry *entry;
+    list_for_each_entry(entry, list, link) add_interface(buf, entry);
+    blobmsg_close_array(buf, array);
+}
+
+static void add_cycle(blob_buf *buf)
+{
+    const inet_test_state &test = gTarn_net_state.inet_test;
+    void *table = blobmsg_open_table(buf, "cycle");
+    blobmsg_add_u32(buf, "interfaces", static_cast<uint32_t>(test.interfaces_to_test));
+    blobmsg_add_u32(buf, "tests_to_run", test.tests_to_run);
+    blobmsg_add_u32(buf, "tests_reported", static_cast<uint32_t>(test.test_run_count));
+    blobmsg_close_table(buf, table);
+}
+
+static void add_last_verdict(blob_buf *buf)
+{
+    if (gInet_test_last_verdict.when == 0)
+        return;
+    void *table = blobmsg_open_table(buf, "last_verdict");
+    blobmsg_add_u64(buf, "time", static_cast<uint64_t>(gInet_test_last_verdict.when));
+    blobmsg_add_u8(buf, "passed", gInet_test_last_verdict.passed);
+    blobmsg_add_string(buf, "result", upstream_state_name(gInet_test_last_verdict.result));
+    blobmsg_close_table(buf, table);
+}
+
+static void add_state(blob_buf *buf)
+{
+    const inet_test_state &test = gTarn_net_state.inet_test;
+    void *table = blobmsg_open_table(buf, "state");
+    blobmsg_add_string(buf, "upstream_state", upstream_state_name(test.upstream_state));
+    blobmsg_add_string(buf, "uplink_iface", test.uplink_iface);
+    blobmsg_add_string(buf, "wired_uplink_bridge", gTarn_net_state.upstream.wired_uplink_bridge);
+    blobmsg_add_u32(buf, "test_failures", static_cast<uint32_t>(test.test_failures));
+    add_interfaces(buf, "wired", &gTarn_net_state.bridges.list);
+    add_interfaces(buf, "mesh", &gTarn_net_state.mesh.list);
+    add_cycle(buf);
+    add_last_verdict(buf);
+    blobmsg_close_table(buf, table);
+}
+
+int wired_dump_state(ubus_context *, blob_attr *, blob_buf *reply)
+{
+    if (reply == nullptr) {
+        log_error("%s is NULL", "reply");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    add_settings(reply);
+    add_state(reply);
+    return UBUS_STATUS_OK;
+}

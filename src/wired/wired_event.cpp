@@ -1,0 +1,124 @@
+// A wired port gets its link: the other port is taken down and this one becomes the uplink.
+#include <cstdio>
+#include <cstring>
+
+#include "core/state.h"
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/event.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "wifi/wifi.h"
+#include "wired/forwarding.h"
+#include "wired/upstream_internal.h"
+#include "wired/wired.h"
+#include "wired/wired_internal.h"
+
+constexpr int NETIFD_TIMEOUT_MS = 500;
+/// Bytes of the uplink bridge's name that uplink_set() fills, its end included.
+constexpr size_t UPLINK_SET_SIZE = 12;
+
+int32_t gWired_taken_down = -1;
+
+enum { EVENT_INTERFACE, EVENT_ACTION };
+const blobmsg_policy gWired_event_policy[2] = {
+    {"interface", BLOBMSG_TYPE_STRING},
+    {"action", BLOBMSG_TYPE_STRING},
+};
+const blobmsg_policy gDebug_event_policy[1] = {{"enable", BLOBMSG_TYPE_INT32}};
+
+static void change_dns_interface(ng_uci_action action, const char *bridge)
+{
+    ng_uci_save_action_ctx(ng_uci_change_context(), action, bridge, "dhcp.lan_dns.interface");
+}
+
+void uplink_set(const char *name)
+{
+    auto &bridge = gTarn_net_state.upstream.wired_uplink_bridge;
+    log_debug("setting uplink interface to %s", name != nullptr ? name : "none");
+    if (bridge[0] != '\0')
+        change_dns_interface(ng_uci_del_list, bridge);
+    bridge[0] = '\0';
+    if (name != nullptr) {
+        snprintf(bridge, UPLINK_SET_SIZE, "br-%s", name);
+        change_dns_interface(ng_uci_add_list, bridge);
+    }
+    wifid_apply_bridges();
+    (void)set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
+                                        gTarn_net_state.inet_test.upstream_state);
+    if (ng_uci_commit("dhcp") != 0)
+        log_warning("Unable to commit DHCP server rules");
+    if (ng_uci_commit("firewall") != 0)
+        log_warning("Failed to commit firewall config to UCI");
+    if (!run_reload_config())
+        log_warning("Unable to reload DHCP servers and firewall rules");
+}
+
+int netifd_event(ubus_context *ctx, const char *name, bool up)
+{
+    log_debug("sending event to uds %s:%s", name, up ? "up" : "down");
+    uint32_t id = 0;
+    if (ubus_lookup_id(ctx, "network.interface", &id) != UBUS_STATUS_OK) {
+        log_error("failed to look up network.interface");
+        return -1;
+    }
+    blob_buffer msg;
+    blob_buf_init(&msg, 0);
+    blobmsg_add_string(&msg, "interface", name);
+    const int down = ubus_invoke(ctx, id, "down", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS);
+    if (!up && down != UBUS_STATUS_OK)
+        log_warning("failed to bring %s down", name);
+    if (up &&
+        ubus_invoke(ctx, id, "up", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS) != UBUS_STATUS_OK)
+        log_warning("failed to bring %s up", name);
+    return 0;
+}
+
+static void send_linkbeat(const char *name)
+{
+    blob_buffer event;
+    blob_buf_init(&event, 0);
+    blobmsg_add_string(&event, "interface", name);
+    blobmsg_add_u8(&event, "found", 1);
+    (void)_zu_send_event("network.linkbeat", event.head);
+}
+
+static void take_over(ubus_context *ctx, const char *name, int other)
+{
+    char other_name[8];
+    snprintf(other_name, sizeof other_name, "wired%d", other);
+    (void)netifd_event(ctx, other_name, false);
+    uplink_set(name);
+    gWired_taken_down = other;
+    send_linkbeat(name);
+}
+
+int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
+{
+    blob_attr *tb[2];
+    if (msg == nullptr ||
+        blobmsg_parse(gWired_event_policy, 2, tb, blob_data(msg),
+                      static_cast<unsigned>(blob_len(msg))) != 0 ||
+        tb[EVENT_INTERFACE] == nullptr || tb[EVENT_ACTION] == nullptr)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    const char *name = blobmsg_get_string(tb[EVENT_INTERFACE]);
+    const char *action = blobmsg_get_string(tb[EVENT_ACTION]);
+    if (strlen(name) != 6 || strncmp(name, "wired", 5) != 0)
+        return UBUS_STATUS_OK;
+    log_debug("wired event %s:%s", name, action);
+    // There are two ports; a name like "wired7" is none of them.
+    if (strcmp(action, "ifup") == 0 && (name[5] == '0' || name[5] == '1'))
+        take_over(ctx, name, name[5] == '0' ? 1 : 0);
+    return UBUS_STATUS_OK;
+}
+
+int debug_event(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
+{
+    blob_attr *enable = nullptr;
+    if (msg != nullptr)
+        (void)blobmsg_parse(gDebug_event_policy, 1, &enable, blob_data(msg),
+                            static_cast<unsigned>(blob_len(msg)));
+    if (enable != nullptr)
+        return UBUS_STATUS_OK;
+    log_error("Failed to find 'enable' key in msg");
+    return UBUS_STATUS_INVALID_ARGUMENT;
+}
