@@ -1,0 +1,54 @@
+// tarn_net: finds and keeps the access point's way to the internet, and puts the cloud's wireless
+// settings into force.
+//
+// Two paths lead through the program.
+//
+//   Settings
+//     bus method parse_config (platform/fw_core) ─► wifi/: document ─► settings record ─► UCI
+//     batch and save actions (platform/zu/ng_uci) ─► commit, reload_config
+//
+//   Connectivity
+//     timer ─► internet test (wired/inet_test) ─► upstream state (wired/upstream) ─►
+//     wired/upstream_switch: routing rules (netlink/), DHCP, firewall (wired/forwarding), captive
+//     portal (wired/portal), gateway mode, LED flags, bus events
+//
+// What feeds them: interfaces followed through netifd (wired/netifd_iface, wired/bridges,
+// mesh/mesh) and objects that come and go on the bus (core/bus, core/bus_objects).
+#include <libubox/uloop.h>
+
+#include "core/bus.h"
+#include "mesh/mesh.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "wifi/wifi.h"
+#include "wired/bridges.h"
+#include "wired/forwarding.h"
+#include "wired/inet_test.h"
+
+static uci_context *gUci_context;
+
+int main()
+{
+    debug_init("/tmp/debug_tarn_net.log");
+    debug_load_level("tarn_net.debug.debug_level");
+    platform_detect();
+    uloop_init();
+    bus_start();
+    inet_test_reset();
+    (void)wifi_reload_config(true);
+    firewall_reset_forwarding_rules();
+    if (!firewall_commit_forwarding_rules())
+        firewall_revert_forwarding_rules();
+    init_bridge_info();
+    init_mesh_info();
+    inet_test_init();
+    gUci_context = uci_alloc_context();
+    if (gUci_context == nullptr) {
+        log_error("Failed to create uci context for tarn_net");
+        return -1;
+    }
+    uloop_run();
+    uloop_done();
+    return 0;
+}
