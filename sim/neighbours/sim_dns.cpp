@@ -1,7 +1,9 @@
 // Questions in, answers out; one datagram each.
 #include "sim_dns.h"
 
-#include <libubus.h>
+extern "C" {
+#include <libubox/uloop.h>
+}
 
 #include <arpa/inet.h>
 #include <cstdio>

@@ -6,7 +6,9 @@
 // Silence is not made here: whoever wants it takes the addresses away.
 #include "sim_dns.h"
 
-#include <libubus.h>
+extern "C" {
+#include <libubox/uloop.h>
+}
 
 #include <openssl/ssl.h>
 

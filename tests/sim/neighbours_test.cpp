@@ -1,0 +1,278 @@
+// Each neighbour through the real broker: what it answers, announces, and the faults it plays.
+#include "programs.h"
+
+#include <libubus.h>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+constexpr const char *SOCKET = "/var/run/ubus/ubus.sock";
+constexpr const char *JOURNAL = "/var/log/journal";
+
+outcome call(const std::string &path, const std::string &method, const std::string &json = "{}")
+{
+    return run("ubus -S -t 1 call " + path + " " + method + " '" + json + "'");
+}
+
+bool on_bus(const std::string &path)
+{
+    return run("ubus list '" + path + "'").output == path + "\n";
+}
+
+bool journal_holds(const std::string &text)
+{
+    return read_text(JOURNAL).find(text) != std::string::npos;
+}
+
+bool holds(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// A connection that keeps what it hears: "NAME {JSON}" for each notification and event.
+class ear {
+public:
+    explicit ear(const char *path)
+    {
+        said.clear();
+        subscriber_.cb = notified;
+        uint32_t id = 0;
+        EXPECT_EQ(ubus_register_subscriber(ctx_, &subscriber_), 0);
+        EXPECT_EQ(ubus_lookup_id(ctx_, path, &id), 0);
+        EXPECT_EQ(ubus_subscribe(ctx_, &subscriber_, id), 0);
+        handler_.cb = happened;
+        EXPECT_EQ(ubus_register_event_handler(ctx_, &handler_, "parse_config_status"), 0);
+    }
+    ~ear() { ubus_free(ctx_); }
+    ear(const ear &) = delete;
+    ear &operator=(const ear &) = delete;
+
+    bool hears(const std::string &text)
+    {
+        return eventually([&] {
+            ubus_handle_event(ctx_);
+            return holds(said, text);
+        });
+    }
+
+    /// True when `text` was heard at least `times` times by now.
+    static bool heard(int times, const std::string &text)
+    {
+        for (size_t at = 0; (at = said.find(text, at)) != std::string::npos; at++)
+            times--;
+        return times <= 0;
+    }
+
+private:
+    static void keep(const char *name, blob_attr *msg)
+    {
+        char *json = blobmsg_format_json(msg, true);
+        said += std::string(name) + " " + json + "\n";
+        free(json);
+    }
+    static int notified(ubus_context *, ubus_object *, ubus_request_data *, const char *method,
+                        blob_attr *msg)
+    {
+        keep(method, msg);
+        return 0;
+    }
+    static void happened(ubus_context *, ubus_event_handler *, const char *type, blob_attr *msg)
+    {
+        keep(type, msg);
+    }
+
+    static inline std::string said;
+    ubus_context *ctx_ = ubus_connect(nullptr);
+    ubus_subscriber subscriber_ = {};
+    ubus_event_handler handler_ = {};
+};
+
+// The broker and one neighbour, fresh for each test.
+class Neighbour : public testing::Test {
+protected:
+    void start_broker()
+    {
+        broker_ = std::make_unique<program>(std::vector<std::string>{"ubusd"});
+        ASSERT_TRUE(eventually([] { return run("ubus list").status == 0; }));
+    }
+
+    void SetUp() override
+    {
+        write_text(JOURNAL, "");
+        start_broker();
+    }
+
+    void TearDown() override
+    {
+        peer_.reset();
+        broker_.reset();
+        unlink(SOCKET);
+    }
+
+    void start(const std::string &name, const std::string &path)
+    {
+        peer_ = std::make_unique<program>(std::vector<std::string>{name});
+        ASSERT_TRUE(eventually([&] { return on_bus(path); }));
+    }
+
+    std::unique_ptr<program> broker_, peer_;
+};
+
+} // namespace
+
+TEST_F(Neighbour, NetifdFollowsTheCarrier)
+{
+    run("ip link add br-wired0 type bridge; ip link add eth0 type veth peer name far0;"
+        " ip link set eth0 master br-wired0; ip link set eth0 up; ip link set br-wired0 up");
+    start("sim_netifd", "network.interface.wired0");
+    EXPECT_TRUE(holds(call("network.interface.wired0", "status").output, "\"up\":false"));
+    ear listener("network.interface.wired0");
+
+    run("ip link set far0 up");
+    EXPECT_TRUE(listener.hears("\"up\":true"));
+    std::string status = call("network.interface.wired0", "status").output;
+    EXPECT_TRUE(holds(status, "\"device\":\"br-wired0\"")) << status;
+    EXPECT_TRUE(holds(status, "{\"target\":\"0.0.0.0\",\"mask\":0,\"nexthop\":\"10.10.0.1\","
+                              "\"source\":\"10.10.0.2/24\"}"))
+        << status;
+    EXPECT_TRUE(holds(run("ip route show table 10").output, "default via 10.10.0.1"));
+
+    call("network.interface", "down", "{\"interface\":\"wired0\"}");
+    EXPECT_TRUE(listener.hears("\"up\":false"));
+    EXPECT_EQ(run("ip route show table 10").output, "");
+    call("network.interface", "up", "{\"interface\":\"wired0\"}");
+    EXPECT_TRUE(eventually(
+        [] { return holds(call("network.interface.wired0", "status").output, "\"up\":true"); }));
+    EXPECT_EQ(call("network.interface", "up", "{\"interface\":\"none\"}").status, 4);
+
+    write_text("/var/sim/lease/orph_conn0", "10.13.0.2/24 10.13.0.1\n");
+    call("network", "reload");
+    EXPECT_TRUE(on_bus("network.interface.orph_conn0"));
+    unlink("/var/sim/lease/orph_conn0");
+    call("network", "reload");
+    EXPECT_FALSE(on_bus("network.interface.orph_conn0"));
+}
+
+TEST_F(Neighbour, HostapdFollowsTheConfiguration)
+{
+    start("sim_hostapd", "hostapd.ap0_1");
+    EXPECT_TRUE(on_bus("hostapd.ap1_3"));
+    EXPECT_FALSE(on_bus("hostapd.ap0_4"));
+    EXPECT_EQ(call("hostapd.ap0_1", "rrm_nr_set", "{\"list\":[[\"a\",\"b\",\"c\"]]}").status, 0);
+    EXPECT_EQ(call("hostapd.ap0_1", "update_ft_auth_bridge", "{}").status, 2);
+    EXPECT_TRUE(journal_holds("sim_hostapd hostapd.ap0_1 rrm_nr_set "
+                              "{\"list\":[[\"a\",\"b\",\"c\"]]}\n"));
+
+    run("uci set wireless.ap0_4.enable=1; uci set wireless.radio1.enable=0; uci commit wireless");
+    program procd({"sim_procd"});
+    ASSERT_TRUE(eventually([] { return on_bus("service"); }));
+    EXPECT_EQ(run("reload_config").status, 0);
+    EXPECT_TRUE(eventually([] { return on_bus("hostapd.ap0_4") && !on_bus("hostapd.ap1_3"); }));
+    EXPECT_TRUE(journal_holds(" reload_config\n"));
+}
+
+TEST_F(Neighbour, U80211dScansAndSurveys)
+{
+    start("sim_u80211d", "wifi");
+    ear listener("wifi");
+    outcome trigger = call("wifi", "scan", "{\"dump\":false,\"ifname\":\"scan\"}");
+    EXPECT_EQ(trigger.status, 0);
+    EXPECT_EQ(trigger.output, "");
+    EXPECT_TRUE(listener.hears("wifi.scan.done {\"ifname\":\"scan\"}"));
+    std::string dump = call("wifi", "scan", "{\"dump\":true,\"ifname\":\"scan\"}").output;
+    EXPECT_TRUE(holds(dump, "{\"scan\":[{\"band\":\"2.4GHz\"")) << dump;
+    EXPECT_TRUE(holds(dump, "\"vht\":\"80\",\"vht_channels\":[36,40,44,48]")) << dump;
+    std::string survey = call("wifi", "survey", "{\"ifname\":\"ap1_1\"}").output;
+    EXPECT_TRUE(holds(survey, "\"5180\":{\"active\":")) << survey;
+    EXPECT_TRUE(holds(survey, "\"in_use\":true")) << survey;
+    EXPECT_EQ(call("wifi", "scan", "{\"dump\":true}").status, 2);
+}
+
+TEST_F(Neighbour, LldpdTellsItsStateAndTheEndOfNegotiation)
+{
+    start("sim_lldpd", "qnet.lldp");
+    ear listener("qnet.lldp");
+    const char *state = "uci -P /var/state get wireless._lldp.negotiation_complete";
+    call("qnet.lldp", "negotiate", "{\"complete\":false}");
+    EXPECT_EQ(run(state).output, "0\n");
+    call("qnet.lldp", "negotiate", "{\"complete\":true}");
+    EXPECT_EQ(run(state).output, "1\n");
+    EXPECT_TRUE(listener.hears("lldp_negotiation_complete"));
+}
+
+TEST_F(Neighbour, CloudPushesAndAnnouncesTheOutcome)
+{
+    start("sim_cloud", "qnet.cloud_comm");
+    ear listener("qnet.cloud_comm");
+    std::string reply =
+        call("qnet.cloud_comm", "push", "{\"object\":\"qnet.wifi\",\"document\":{}}").output;
+    EXPECT_EQ(reply, "{\"status\":4}\n") << "no such package on the bus";
+    EXPECT_TRUE(listener.hears("parse_config_status {\"success\":false}"));
+    EXPECT_EQ(call("qnet.cloud_comm", "push").status, 2);
+    call("qnet.cloud_comm", "checkin", "{\"checkin_type\":\"normal\"}");
+    EXPECT_TRUE(eventually([] { return journal_holds("sim_cloud checkin collected\n"); }));
+    EXPECT_EQ(read_text("/var/sim/checkin.json"), "{\"qnet.wired\":null,\"qnet.wifi\":null}\n");
+}
+
+TEST_F(Neighbour, PlaysFaults)
+{
+    start("sim_lldpd", "qnet.lldp");
+    const std::string good = "{\"negotiation_complete\":true}\n";
+    const struct {
+        const char *fault;
+        int status;
+        std::string output;
+    } cases[] = {
+        {"hang", 7, ""},
+        {"twice", 0, good + good},
+        {"wrong", 0, "{\"negotiation_complete\":\"wrong\"}\n"},
+        {"empty", 0, ""},
+        {"fail", 9, ""},
+        {"late", 0, good},
+        {"none", 0, good},
+    };
+    for (auto &each : cases) {
+        call("qnet.lldp", "sim",
+             std::string("{\"fault\":\"") + each.fault + "\",\"delay_ms\":100,\"count\":1}");
+        outcome result = call("qnet.lldp", "status");
+        EXPECT_EQ(result.status, each.status) << each.fault;
+        EXPECT_EQ(result.output, each.output) << each.fault;
+        EXPECT_EQ(call("qnet.lldp", "status").output, good) << "after " << each.fault;
+    }
+    EXPECT_EQ(call("qnet.lldp", "sim", "{\"fault\":\"unknown\"}").status, 2);
+
+    ear listener("qnet.lldp");
+    call("qnet.lldp", "sim",
+         "{\"fault\":\"hang\",\"method\":\"lldp_negotiation_complete\",\"count\":1}");
+    call("qnet.lldp", "negotiate", "{\"complete\":true}");
+    call("qnet.lldp", "sim",
+         "{\"fault\":\"twice\",\"method\":\"lldp_negotiation_complete\",\"count\":1}");
+    call("qnet.lldp", "negotiate", "{\"complete\":true}");
+    call("qnet.lldp", "sim", "{\"fault\":\"none\"}");
+    call("qnet.lldp", "negotiate", "{\"complete\":false}");
+    EXPECT_TRUE(listener.hears("lldp_negotiation_complete {}\nlldp_negotiation_complete {}\n"));
+    EXPECT_FALSE(listener.heard(3, "lldp_negotiation_complete")) << "one was to be dropped";
+
+    call("qnet.lldp", "sim", "{\"fault\":\"die\"}");
+    EXPECT_NE(call("qnet.lldp", "status").status, 0);
+    EXPECT_TRUE(eventually([] { return !on_bus("qnet.lldp"); }));
+}
+
+TEST_F(Neighbour, ComesBackWithTheBroker)
+{
+    start("sim_hostapd", "hostapd.ap0_1");
+    broker_->end(SIGKILL);
+    run("uci set wireless.ap0_4.enable=1; uci commit wireless");
+    start_broker();
+    EXPECT_TRUE(eventually([] { return on_bus("hostapd.ap0_1") && on_bus("hostapd.ap0_2"); }));
+    EXPECT_EQ(call("hostapd.ap0_1", "get_status").status, 0);
+    EXPECT_EQ(call("hostapd", "reload").status, 0);
+    EXPECT_TRUE(eventually([] { return on_bus("hostapd.ap0_4"); }));
+}
