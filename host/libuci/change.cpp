@@ -120,10 +120,11 @@ static int change_add_list(uci_ptr &ptr, bool record)
     record_if(record, UCI_CMD_LIST_ADD, ptr, ptr.value);
     if (!ptr.option)
         return UCI_OK; // its delta line names no option: nothing will come of it
+    const std::string value = ptr.value; // which may be the text that becomes the first item
     if (!ptr.o)
         ptr.o = option_new(ptr.s, ptr.option, nullptr);
     option_make_list(ptr.o);
-    option_append(ptr.o, ptr.value);
+    option_append(ptr.o, value.c_str());
     ptr.last = &ptr.o->e;
     return UCI_OK;
 }

@@ -1,0 +1,291 @@
+// What happens to the files: locks between processes, full disks, links, other people's changes.
+#include "context.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int POLLS = 5000, POLL_MS = 2;
+
+/// Asks again and again, at most ten seconds.
+bool eventually(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < POLLS; i++) {
+        if (condition())
+            return true;
+        const timespec pause{0, POLL_MS * 1000000};
+        nanosleep(&pause, nullptr);
+    }
+    return false;
+}
+
+pid_t start(const std::function<int()> &action)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(action());
+    return child;
+}
+
+int finish(pid_t child)
+{
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// True when the process waits for a file lock.
+bool waits_for_lock(pid_t process)
+{
+    std::ifstream locks("/proc/locks");
+    const std::string id = " " + std::to_string(process) + " ";
+    for (std::string line; std::getline(locks, line);)
+        if (line.find("-> FLOCK") != std::string::npos && line.find(id) != std::string::npos)
+            return true;
+    return false;
+}
+
+/// A lock held by this process until the end of the scope.
+class held_lock {
+public:
+    held_lock(const std::string &path, int kind) : fd_(open(path.c_str(), O_RDWR | O_CLOEXEC))
+    {
+        EXPECT_EQ(0, flock(fd_, kind));
+    }
+    ~held_lock()
+    {
+        flock(fd_, LOCK_UN); // children have the descriptor too: closing it would not do
+        close(fd_);
+    }
+    held_lock(const held_lock &) = delete;
+    held_lock &operator=(const held_lock &) = delete;
+
+private:
+    int fd_;
+};
+
+size_t entries(const std::string &dir)
+{
+    size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(dir))
+        count += !entry.path().empty();
+    return count;
+}
+
+class Files : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        write_file(dirs.conf("net"), "config iface 'lan'\n\toption ip '1'\n");
+        write_file(dirs.save("net"), "net.lan.saved='1'\n");
+    }
+
+    int load() const
+    {
+        const context_handle ctx = open_context(dirs);
+        return uci_load(ctx.get(), "net", nullptr);
+    }
+
+    int save(const std::string &tuple) const
+    {
+        const context_handle ctx = open_context(dirs);
+        uci_package *p = nullptr;
+        const int err = change(ctx.get(), uci_set, tuple, &p);
+        return err ? err : uci_save(ctx.get(), p);
+    }
+
+    int commit() const
+    {
+        const context_handle ctx = open_context(dirs);
+        uci_package *p = nullptr;
+        const int err = uci_load(ctx.get(), "net", &p);
+        return err ? err : uci_commit(ctx.get(), &p, false);
+    }
+
+    uci_directories dirs;
+};
+
+} // namespace
+
+TEST_F(Files, LocksMakeEveryoneWaitWhoMust)
+{
+    const struct {
+        const char *what;
+        std::string file;
+        int kind;
+        std::function<int()> action;
+    } cases[] = {
+        {"load, config being committed", dirs.conf("net"), LOCK_EX, [this] { return load(); }},
+        {"load, delta being written", dirs.save("net"), LOCK_EX, [this] { return load(); }},
+        {"save, delta being read", dirs.save("net"), LOCK_SH,
+         [this] { return save("net.lan.x=1"); }},
+        {"commit, config being read", dirs.conf("net"), LOCK_SH, [this] { return commit(); }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        pid_t child;
+        {
+            const held_lock lock(c.file, c.kind);
+            child = start(c.action);
+            EXPECT_TRUE(eventually([child] { return waits_for_lock(child); }));
+        }
+        EXPECT_EQ(0, finish(child));
+    }
+    const held_lock config(dirs.conf("net"), LOCK_SH), delta(dirs.save("net"), LOCK_SH);
+    EXPECT_EQ(0, finish(start([this] { return load(); }))) << "readers do not wait for readers";
+}
+
+TEST_F(Files, CommitThatWaitedStartsFromTheFileAsItThenIs)
+{
+    pid_t child;
+    {
+        const held_lock lock(dirs.conf("net"), LOCK_EX);
+        child = start([this] { return commit(); });
+        ASSERT_TRUE(eventually([child] { return waits_for_lock(child); }));
+        write_file(dirs.conf("net.new"), "config iface 'lan'\n\toption theirs '2'\n");
+        ASSERT_EQ(0, rename(dirs.conf("net.new").c_str(), dirs.conf("net").c_str()));
+    }
+    EXPECT_EQ(0, finish(child));
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption theirs '2'\n\toption saved '1'\n\n",
+              read_file(dirs.conf("net")));
+}
+
+TEST_F(Files, CommitTakesChangesOthersSavedMeanwhile)
+{
+    const context_handle ctx = open_context(dirs);
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, change(ctx.get(), uci_set, "net.lan.mine=1", &p));
+    ASSERT_EQ(0, finish(start([this] { return save("net.lan.theirs=1"); })));
+    uci_package *const before = p;
+    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\toption theirs '1'\n"
+              "\toption mine '1'\n\n",
+              read_file(dirs.conf("net")));
+    EXPECT_EQ("", read_file(dirs.save("net")));
+    EXPECT_NE(before, p) << "the package is made anew";
+    EXPECT_EQ(p, uci_lookup_package(ctx.get(), "net"));
+    EXPECT_TRUE(uci_lookup_option(ctx.get(), uci_lookup_section(ctx.get(), p, "lan"), "theirs"));
+}
+
+TEST_F(Files, FullDiskLeavesWhatWasThere)
+{
+    constexpr size_t LIMIT = 4096;
+    const std::string big(2 * LIMIT, 'x');
+    const auto on_full_disk = [](const std::function<int()> &action) {
+        return finish(start([&action] {
+            signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{LIMIT, LIMIT};
+            return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? action() : -1;
+        }));
+    };
+
+    // Half a delta line would be read as another change.
+    EXPECT_EQ(UCI_ERR_IO, on_full_disk([&] { return save("net.lan.big=" + big); }));
+    EXPECT_EQ("net.lan.saved='1'\n", read_file(dirs.save("net")));
+
+    const std::string config = "config iface 'lan'\n\toption big '" + big + "'\n";
+    write_file(dirs.conf("net"), config);
+    EXPECT_EQ(UCI_ERR_IO, on_full_disk([&] { return commit(); }));
+    EXPECT_EQ(config, read_file(dirs.conf("net")));
+    EXPECT_EQ("net.lan.saved='1'\n", read_file(dirs.save("net")));
+    EXPECT_EQ(1u, entries(dirs.conf())) << "no temporary file stays";
+
+    EXPECT_EQ(0, commit());
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption big '" + big + "'\n\toption saved '1'\n\n",
+              read_file(dirs.conf("net")));
+}
+
+TEST_F(Files, CommitKeepsModeAndSymbolicLink)
+{
+    const std::string target = dirs.root() + "/target";
+    ASSERT_EQ(0, rename(dirs.conf("net").c_str(), target.c_str()));
+    ASSERT_EQ(0, symlink(target.c_str(), dirs.conf("net").c_str()));
+    ASSERT_EQ(0, chmod(target.c_str(), 0640));
+    EXPECT_EQ(0, commit());
+    EXPECT_TRUE(std::filesystem::is_symlink(dirs.conf("net")));
+    struct stat info;
+    ASSERT_EQ(0, stat(target.c_str(), &info));
+    EXPECT_EQ(0640u, info.st_mode & 07777);
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\n", read_file(target));
+}
+
+TEST_F(Files, SaveMakesItsDirectoryAndRefusesOneThatIsNone)
+{
+    std::filesystem::remove_all(dirs.save());
+    ASSERT_EQ(0, chmod(dirs.conf().c_str(), 0750));
+    ASSERT_EQ(0, chmod(dirs.conf("net").c_str(), 0640));
+    const mode_t mask = umask(0);
+    EXPECT_EQ(0, save("net.lan.x=1"));
+    umask(mask);
+    struct stat info;
+    ASSERT_EQ(0, stat(dirs.save().c_str(), &info));
+    EXPECT_EQ(0750u, info.st_mode & 07777);
+    ASSERT_EQ(0, stat(dirs.save("net").c_str(), &info));
+    EXPECT_EQ(0640u, info.st_mode & 07777);
+
+    std::filesystem::remove_all(dirs.save());
+    write_file(dirs.save(), "");
+    EXPECT_EQ(UCI_ERR_IO, save("net.lan.x=1"));
+}
+
+TEST_F(Files, OverrideDirectoryAndPathNamesReplaceTheConfigFile)
+{
+    const std::string other = dirs.root() + "/other";
+    std::filesystem::create_directory(other);
+    write_file(other + "/net", "config iface 'lan'\n\toption ip 'override'\n");
+    context_handle ctx = open_context(dirs);
+    uci_set_conf2dir(ctx.get(), other.c_str());
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    EXPECT_TRUE(p->uses_conf2);
+    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip 'override'\n\toption saved '1'\n\n",
+              read_file(other + "/net"));
+
+    // A file named by its path has no deltas: saving writes it.
+    write_file(dirs.save("net"), "net.lan.saved='1'\n");
+    ctx = open_context(dirs);
+    ASSERT_EQ(0, uci_load(ctx.get(), (dirs.conf("net")).c_str(), &p));
+    EXPECT_STREQ("net", p->e.name);
+    ASSERT_EQ(0, change(ctx.get(), uci_set, "net.lan.ip=2"));
+    ASSERT_EQ(0, uci_save(ctx.get(), p));
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '2'\n\n", read_file(dirs.conf("net")));
+    EXPECT_EQ("net.lan.saved='1'\n", read_file(dirs.save("net")));
+}
+
+TEST_F(Files, ImportOverwritesOrMerges)
+{
+    const std::string text = "package net\nconfig iface 'lan'\n\toption ip '9'\n\tlist l 'a'\n"
+                             "config rule\n\toption src 'r'\n";
+    EXPECT_EQ(0, dirs.run({"-m", "import", "net"}, text).exit);
+    EXPECT_EQ("net.lan.saved='1'\nnet.lan.ip='9'\n|net.lan.l='a'\n+net.cfg0292bd='rule'\n"
+              "net.cfg0292bd.src='r'\n",
+              read_file(dirs.save("net")));
+
+    std::filesystem::remove(dirs.save("net"));
+    EXPECT_EQ(0, dirs.run({"import"}, text + "package fresh\nconfig a 'b'\n").exit);
+    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '9'\n\tlist l 'a'\n\nconfig rule\n"
+              "\toption src 'r'\n\n",
+              read_file(dirs.conf("net")));
+    EXPECT_EQ("\nconfig a 'b'\n\n", read_file(dirs.conf("fresh")));
+    struct stat info;
+    ASSERT_EQ(0, stat(dirs.conf("fresh").c_str(), &info));
+    EXPECT_EQ(0600u, info.st_mode & 07777);
+
+    EXPECT_EQ(1, dirs.run({"import"}, "config a 'b'\n").exit) << "nameless stream";
+    EXPECT_EQ(1, dirs.run({"import", "net"}, "config\n").exit);
+    EXPECT_NE("", read_file(dirs.conf("net")));
+}

@@ -1,0 +1,261 @@
+// The interface: what look-ups and changes answer, and what they leave in the caller's pointers.
+#include "context.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+class Library : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        write_file(dirs.conf("net"), "config iface 'lan'\n\toption ip '1'\n\tlist dns 'a'\n"
+                                     "\tlist dns 'b'\n\nconfig rule\n\toption src 'x'\n\n"
+                                     "config rule 'named'\n");
+        ctx = open_context(dirs);
+    }
+
+    int act(int (*action)(uci_context *, uci_ptr *), const char *tuple)
+    {
+        return change(ctx.get(), action, tuple);
+    }
+
+    uci_directories dirs;
+    context_handle ctx;
+};
+
+} // namespace
+
+TEST_F(Library, LookupAnswersByHowMuchOfTheTupleIsThere)
+{
+    const struct {
+        const char *tuple;
+        bool extended;
+        int err;
+        bool complete;
+        uci_type target, last;
+        const char *section;
+    } cases[] = {
+        {"net", true, 0, true, UCI_TYPE_PACKAGE, UCI_TYPE_PACKAGE, nullptr},
+        {"net.lan", false, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "lan"},
+        {"net.lan.ip=a=b.c", false, 0, true, UCI_TYPE_OPTION, UCI_TYPE_OPTION, "lan"},
+        {"net.lan.none", false, 0, false, UCI_TYPE_OPTION, UCI_TYPE_SECTION, "lan"},
+        {"net.none.ip", false, 0, false, UCI_TYPE_OPTION, UCI_TYPE_PACKAGE, "none"},
+        {"net.@rule[0]", true, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "cfg0292bd"},
+        {"net.@rule[-1]", true, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "named"},
+        {"net.@[2]", true, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "named"},
+        {"net.@[-3].ip", true, 0, true, UCI_TYPE_OPTION, UCI_TYPE_OPTION, "lan"},
+        {"net.@rule[2]", true, 0, false, UCI_TYPE_SECTION, UCI_TYPE_PACKAGE, "@rule[2]"},
+        {"net.@rule[-3]", true, 0, false, UCI_TYPE_SECTION, UCI_TYPE_PACKAGE, "@rule[-3]"},
+        {"net.@rule[0]", false, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.@rule", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.@rule[x]", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.@rule[0", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.a-b", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"none.lan", true, UCI_ERR_NOTFOUND, false, {}, {}, nullptr},
+        {"net.lan.ip.x", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+        {"net.lan.a-b", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+        {"net.lan.", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+        {"a+b.lan", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+        {"net.lan.ip=\x1b", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+        {"", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.tuple);
+        std::string tuple = c.tuple;
+        uci_ptr ptr;
+        ASSERT_EQ(c.err, uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), c.extended));
+        EXPECT_EQ(c.err, ctx->err);
+        if (c.err)
+            continue;
+        EXPECT_EQ(c.complete, (ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) != 0);
+        EXPECT_EQ(c.target, ptr.target);
+        EXPECT_EQ(c.last, ptr.last->type);
+        EXPECT_STREQ(c.section, ptr.section);
+        if (strchr(c.tuple, '=')) {
+            EXPECT_STREQ("a=b.c", ptr.value);
+        }
+    }
+}
+
+TEST_F(Library, LoadRefusesWhatItMust)
+{
+    write_file(dirs.conf("bad"), "config a\nbogus\n");
+    EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx.get(), "none", nullptr));
+    EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), "a.b", nullptr));
+    EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), "../net", nullptr));
+    EXPECT_EQ(UCI_ERR_PARSE, uci_load(ctx.get(), "bad", nullptr));
+    char *text = nullptr;
+    uci_get_errorstr(ctx.get(), &text, "tool");
+    EXPECT_STREQ("tool: Parse error (invalid command) at line 2, byte 0", text);
+    free(text);
+    EXPECT_EQ(0, uci_load(ctx.get(), "net", nullptr));
+    EXPECT_EQ(UCI_ERR_DUPLICATE, uci_load(ctx.get(), "net", nullptr));
+    uci_get_errorstr(ctx.get(), &text, nullptr);
+    EXPECT_STREQ("Duplicate entry", text);
+    free(text);
+}
+
+TEST_F(Library, ListsPackagesSortedWithoutBackupsAndFolders)
+{
+    write_file(dirs.conf("zeta"), "");
+    write_file(dirs.conf("alpha"), "");
+    write_file(dirs.conf("net.old"), "");
+    ASSERT_EQ(0, mkdir(dirs.conf("folder").c_str(), 0700));
+    char **names = nullptr;
+    ASSERT_EQ(0, uci_list_configs(ctx.get(), &names));
+    std::string all;
+    for (char **name = names; *name; name++)
+        all += std::string(*name) + " ";
+    free(names);
+    EXPECT_EQ("alpha net zeta ", all);
+}
+
+TEST_F(Library, GeneratedNamesCountEverySectionAndHashTheType)
+{
+    const struct {
+        const char *type, *name;
+    } sections[] = {
+        {"rule", "cfg0492bd"},       {"zone", "cfg05dc81"},        {"interface", "cfg066d96"},
+        {"wifi-iface", "cfg073579"}, {"wifi-device", "cfg089e91"}, {"system", "cfg09e48a"},
+        {"device", "cfg0a0f15"},
+    };
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    for (const auto &section : sections) {
+        uci_section *s = nullptr;
+        ASSERT_EQ(0, uci_add_section(ctx.get(), p, section.type, &s));
+        EXPECT_STREQ(section.name, s->e.name);
+    }
+    EXPECT_EQ(0, act(uci_delete, "net.cfg0a0f15"));
+    for (int number = 0x0b; number <= 0x100; number++) {
+        uci_section *s = nullptr;
+        ASSERT_EQ(0, uci_add_section(ctx.get(), p, "rule", &s));
+        char name[16];
+        snprintf(name, sizeof name, "cfg%02x92bd", static_cast<unsigned>(number));
+        ASSERT_STREQ(name, s->e.name) << "deleting does not free a number";
+    }
+}
+
+TEST_F(Library, ChangesByElementsAndNamesUpdateThePointer)
+{
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    uci_ptr ptr{};
+    ptr.package = "net";
+    ptr.section = "made";
+    ptr.value = "iface";
+    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
+    ASSERT_TRUE(ptr.s);
+    EXPECT_STREQ("made", ptr.s->e.name);
+
+    uci_ptr by_element{};
+    by_element.s = ptr.s;
+    by_element.option = "o";
+    by_element.value = "v";
+    ASSERT_EQ(0, uci_set(ctx.get(), &by_element));
+    EXPECT_EQ(p, by_element.p);
+    EXPECT_STREQ("v", uci_lookup_option_string(ctx.get(), ptr.s, "o"));
+    by_element.value = by_element.o->v.string; // its own text as the new one
+    ASSERT_EQ(0, uci_add_list(ctx.get(), &by_element));
+    EXPECT_EQ(nullptr, uci_lookup_option_string(ctx.get(), ptr.s, "o"));
+    by_element.value = list_to_element(by_element.o->v.list.next)->name;
+    ASSERT_EQ(0, uci_del_list(ctx.get(), &by_element)) << "all equal items go";
+    EXPECT_TRUE(uci_list_empty(&by_element.o->v.list));
+    by_element.value = nullptr;
+    ASSERT_EQ(0, uci_delete(ctx.get(), &by_element));
+    EXPECT_EQ(nullptr, by_element.o);
+    ASSERT_EQ(0, uci_rename(ctx.get(), &(ptr.value = "other", ptr)));
+    EXPECT_TRUE(uci_lookup_section(ctx.get(), p, "other"));
+    EXPECT_EQ(UCI_OK, uci_delete(ctx.get(), &ptr));
+    EXPECT_EQ(nullptr, ptr.s);
+    EXPECT_EQ(UCI_ERR_NOTFOUND, uci_delete(ctx.get(), &ptr));
+}
+
+TEST_F(Library, NamesNobodyCheckedVanishOnReload)
+{
+    uci_ptr ptr{};
+    ptr.package = "net";
+    ptr.section = "lan";
+    ptr.option = "a-b";
+    ptr.value = "1";
+    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
+    ptr.option = "fine";
+    ptr.o = nullptr;
+    ptr.value = "ring\a";
+    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
+    ASSERT_EQ(0, uci_save(ctx.get(), ptr.p));
+    EXPECT_EQ("net.lan.a-b='1'\nnet.lan.fine='ring\a'\n", read_file(dirs.save("net")));
+    ASSERT_EQ(0, uci_commit(ctx.get(), &ptr.p, false));
+    uci_section *lan = uci_lookup_section(ctx.get(), ptr.p, "lan");
+    EXPECT_FALSE(uci_lookup_option(ctx.get(), lan, "a-b"));
+    EXPECT_FALSE(uci_lookup_option(ctx.get(), lan, "fine"));
+}
+
+TEST_F(Library, ParseSectionFillsByNameAndType)
+{
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    const uci_parse_option wanted[] = {{"ip", UCI_TYPE_STRING},
+                                       {"ip", UCI_TYPE_LIST},
+                                       {"dns", UCI_TYPE_LIST},
+                                       {"none", UCI_TYPE_STRING}};
+    uci_option *found[4];
+    uci_parse_section(uci_lookup_section(ctx.get(), p, "lan"), wanted, 4, found);
+    EXPECT_STREQ("1", found[0]->v.string);
+    EXPECT_EQ(nullptr, found[1]);
+    EXPECT_STREQ("a", list_to_element(found[2]->v.list.next)->name);
+    EXPECT_EQ(nullptr, found[3]);
+}
+
+TEST_F(Library, DeltaPathIsReadInOrderTheSaveDirectoryLast)
+{
+    const std::string first = dirs.root() + "/first", state = dirs.root() + "/state";
+    for (const std::string &dir : {first, state})
+        ASSERT_EQ(0, mkdir(dir.c_str(), 0700));
+    write_file(first + "/net", "net.lan.ip='first'\nnet.lan.one='1'\n");
+    write_file(state + "/net", "net.lan.ip='state'\n");
+    EXPECT_EQ(0, uci_add_delta_path(ctx.get(), first.c_str()));
+    EXPECT_EQ(UCI_ERR_DUPLICATE, uci_add_delta_path(ctx.get(), first.c_str()));
+    EXPECT_EQ(0, uci_set_savedir(ctx.get(), state.c_str()));
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    uci_section *lan = uci_lookup_section(ctx.get(), p, "lan");
+    EXPECT_STREQ("state", uci_lookup_option_string(ctx.get(), lan, "ip"));
+    EXPECT_STREQ("1", uci_lookup_option_string(ctx.get(), lan, "one"));
+}
+
+TEST_F(Library, ElementsMayBeDeletedWhileWalking)
+{
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    uci_element *e, *tmp;
+    int deleted = 0;
+    uci_foreach_element_safe(&p->sections, tmp, e)
+    {
+        uci_ptr ptr{};
+        ptr.s = uci_to_section(e);
+        deleted += uci_delete(ctx.get(), &ptr) == UCI_OK;
+    }
+    EXPECT_EQ(3, deleted);
+    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
+    EXPECT_EQ("\n", read_file(dirs.conf("net")));
+}
+
+TEST(Tool, StatusWhenItIsCalledWrongly)
+{
+    uci_directories dirs;
+    EXPECT_EQ(0, run_tool({}, "").exit);
+    EXPECT_EQ(0, run_tool({"-Z"}, "").exit);
+    EXPECT_EQ(0, run_tool({"help"}, "").exit);
+    EXPECT_EQ(255, dirs.run({"bogus"}).exit);
+    EXPECT_EQ(255, dirs.run({"get"}).exit);
+    EXPECT_NE(std::string::npos, dirs.run({"set", "a", "b"}).err.find("Usage:"));
+    EXPECT_EQ("Unknown command\n", dirs.run({"batch"}, "batch\n").err);
+    write_file(dirs.root() + "/commands", "get none.x\nexit\nbogus\n");
+    EXPECT_EQ("uci: Entry not found\n", dirs.run({"-f", dirs.root() + "/commands", "batch"}).err);
+}
