@@ -78,9 +78,9 @@ TEST(blobmsg_util, a_damaged_member_is_found_at_any_level)
         return zu_blobmsg_valid(reinterpret_cast<blob_attr *>(copy.data()));
     };
     EXPECT_TRUE(damaged("text", 0, 'T'));
-    EXPECT_FALSE(damaged("text", 4, 'x'));  // no final NUL
-    EXPECT_FALSE(damaged("text", -5, 99));  // length past the end
-    EXPECT_FALSE(damaged("text", -5, 0));   // length 0 ends the walk early
+    EXPECT_FALSE(damaged("text", 4, 'x')); // no final NUL
+    EXPECT_FALSE(damaged("text", -5, 99)); // length past the end
+    EXPECT_FALSE(damaged("text", -5, 0));  // length 0 ends the walk early
 }
 
 TEST(blobmsg_util, copying_adds_every_member)

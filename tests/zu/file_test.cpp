@@ -1,7 +1,7 @@
 // Small files: what readers accept, what writers refuse.
 #include "platform/zu/file.h"
 
-#include "zu/temporary_directory.h"
+#include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -97,7 +97,7 @@ TEST_F(file_test, writing_replaces_or_continues_but_never_through_a_link)
 TEST(process, is_alive_until_it_is_reaped)
 {
     EXPECT_TRUE(process_is_alive(getpid()));
-    EXPECT_TRUE(process_is_alive(1)); // there, even where it may not be signalled
+    EXPECT_TRUE(process_is_alive(1));  // there, even where it may not be signalled
     EXPECT_FALSE(process_is_alive(0)); // would mean the whole group
     EXPECT_FALSE(process_is_alive(-1));
     const pid_t child = fork();

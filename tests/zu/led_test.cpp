@@ -1,8 +1,9 @@
-// LED flags: content, writing on change only, planted links. Runs in the sandbox: the path is fixed.
+// LED flags: content, writing on change only, planted links. Runs in the sandbox: the path is
+// fixed.
 #include "platform/zu/led.h"
 
 #include "platform/zu/log.h"
-#include "zu/temporary_directory.h"
+#include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 

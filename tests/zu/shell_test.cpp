@@ -1,7 +1,7 @@
 // Shell commands beside the event loop: outcomes, child reaping, signals, inherited descriptors.
 #include "platform/zu/shell.h"
 
-#include "zu/temporary_directory.h"
+#include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 

@@ -23,7 +23,8 @@ static bool children_valid(blob_attr *container, int depth)
 
 static bool attr_valid(blob_attr *attr, int depth)
 {
-    if (!blobmsg_check_attr(attr, false))
+    // A plain attribute has no name to look at, though libubox would.
+    if (!blob_is_extended(attr) || !blobmsg_check_attr(attr, false))
         return false;
     const int type = blobmsg_type(attr);
     if (type != BLOBMSG_TYPE_TABLE && type != BLOBMSG_TYPE_ARRAY)

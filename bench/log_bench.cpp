@@ -1,0 +1,67 @@
+// libraries: tarn_zu
+// What a log call costs when its level is off, and when its line is written.
+#include "platform/zu/log.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+void open_log(int level)
+{
+    static std::string path;
+    if (path.empty()) {
+        path = "/tmp/log_bench_XXXXXX";
+        close(mkstemp(path.data()));
+        atexit([] {
+            unlink(path.c_str());
+            unlink((path + ".1").c_str());
+        });
+        debug_init(path.c_str());
+    }
+    debug_set_level(level);
+}
+
+/// The least a check can be: one load and one comparison.
+void one_comparison(benchmark::State &state)
+{
+    open_log(ZU_LOG_NOTICE);
+    int i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(i++);
+        if (gDebug_log_level >= ZU_LOG_DEBUG)
+            abort();
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(one_comparison);
+
+void log_disabled(benchmark::State &state)
+{
+    open_log(ZU_LOG_NOTICE);
+    int i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(i++);
+        log_debug("Tests run: %d/%d on interface '%s'", i, 32, "br-wired0");
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(log_disabled);
+
+void log_enabled(benchmark::State &state)
+{
+    open_log(ZU_LOG_DEBUG);
+    int i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(i++);
+        log_debug("Tests run: %d/%d on interface '%s'", i, 32, "br-wired0");
+    }
+}
+BENCHMARK(log_enabled);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,80 @@
+// Name resolution beside the loop: a name server that is silent must not hold anybody up. Rewrites
+// the sandbox's resolver configuration.
+#include "support/temporary_directory.h"
+#include "zu/curl_fixture.h"
+
+namespace {
+
+/// A UDP socket at 127.0.0.1:53 that never answers.
+struct silent_name_server {
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+
+    silent_name_server()
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(53);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+    ~silent_name_server() { close(fd); }
+};
+
+struct uloop_curl_names : curl_fixture {
+    void SetUp() override
+    {
+        write_file("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:3 attempts:1\n");
+        write_file("/etc/nsswitch.conf", "hosts: files dns\n");
+        write_file("/etc/hosts", "127.0.0.1 localhost known.test\n");
+        curl_fixture::SetUp();
+    }
+};
+
+TEST_F(uloop_curl_names, known_and_unknown_names)
+{
+    const listener open;
+    transfer known, unknown;
+    known.start(context, "http://known.test:" + std::to_string(open.port));
+    EXPECT_EQ(run(known), CURLE_OK);
+    unknown.start(context, "http://unknown.test/"); // nobody listens at the name server's port
+    EXPECT_EQ(run(unknown), CURLE_COULDNT_RESOLVE_HOST);
+}
+
+TEST_F(uloop_curl_names, a_silent_name_server_delays_nobody)
+{
+    const silent_name_server server;
+    const listener open;
+    struct heartbeat : uloop_timeout {
+        std::chrono::steady_clock::time_point last;
+        long longest_gap_ms;
+    } heart = {};
+    heart.last = std::chrono::steady_clock::now();
+    heart.cb = [](uloop_timeout *t) {
+        auto *self = static_cast<heartbeat *>(t);
+        const auto now = std::chrono::steady_clock::now();
+        const auto gap = std::chrono::duration_cast<std::chrono::milliseconds>(now - self->last);
+        self->longest_gap_ms = std::max<long>(self->longest_gap_ms, gap.count());
+        self->last = now;
+        uloop_timeout_set(t, 10);
+    };
+    uloop_timeout_set(&heart, 10);
+
+    transfer slow, aborted, other;
+    slow.start(context, "http://slow.test/", 300);
+    aborted.start(context, "http://aborted.test/", 1500);
+    other.start(context, open.url());
+    EXPECT_EQ(run(other), CURLE_OK);
+    EXPECT_EQ(slow.reports, 0);
+    run_for(50);
+    uloop_curl_easy_abort(&aborted);
+    EXPECT_EQ(static_cast<int>(aborted.result), 42);
+    EXPECT_LT(run_until([&] { return slow.reports > 0; }), 1000);
+    EXPECT_EQ(slow.result, CURLE_OPERATION_TIMEDOUT);
+    uloop_curl_easy_destroy(&slow);
+    uloop_curl_easy_destroy(&aborted);
+    run_for(50);
+    EXPECT_LT(heart.longest_gap_ms, 1000);
+    uloop_timeout_cancel(&heart);
+}
+
+} // namespace
