@@ -28,7 +28,6 @@ using text_ptr = std::unique_ptr<char, free_text>;
 void *g_listener_priv;
 char *g_path;
 char *g_rotated_path;
-long g_size; // bytes in the file, as far as this process knows
 bool g_rotates = true;
 
 /// Opens for appending, or null. Not blocking, so that a fifo in the file's place is refused
@@ -49,21 +48,22 @@ FILE *log_open(const char *path)
     }
     // A whole line fits, so each goes out in one write.
     setvbuf(file, nullptr, _IOFBF, LOG_MESSAGE_MAX + 1024);
-    g_size = static_cast<long>(info.st_size);
     return file;
 }
 
-/// Moves the full file away. When there is no new one to be had, the old one is written on; when it
-/// cannot be moved, it is emptied: the limit holds in any case.
+/// Moves the full file away and starts a new one. Where either cannot be done the file in hand is
+/// emptied: the limit holds in any case.
 void log_rotate()
 {
     if (rename(g_path, g_rotated_path) < 0 && errno != ENOENT)
         (void)!ftruncate(fileno(gDebug_file), 0);
-    g_size = 0;
-    if (FILE *file = log_open(g_path)) {
-        fclose(gDebug_file);
-        gDebug_file = file;
+    FILE *file = log_open(g_path);
+    if (!file) {
+        (void)!ftruncate(fileno(gDebug_file), 0);
+        return;
     }
+    fclose(gDebug_file);
+    gDebug_file = file;
 }
 
 const char *level_word(int level)
@@ -114,17 +114,16 @@ void write_line(int level, const char *function, int line, const char *message)
 {
     char stamp[LOG_TIMESTAMP_SIZE];
     zu_log_timestamp(stamp);
-    const int written =
-        fprintf(gDebug_file, "%s [%i] %s:%d: %s: %s\n", stamp, static_cast<int>(getpid()), function,
-                line, level_word(level), message);
+    fprintf(gDebug_file, "%s [%i] %s:%d: %s: %s\n", stamp, static_cast<int>(getpid()), function,
+            line, level_word(level), message);
     if (fflush(gDebug_file) != 0) {
         // No room: this line is lost, and must not stay in the buffer in front of the next.
         __fpurge(gDebug_file);
         clearerr(gDebug_file);
         return;
     }
-    g_size += written > 0 ? written : 0;
-    if (g_size > LOG_FILE_LIMIT && g_rotates)
+    // Appending leaves the offset at the end of the file, a forked child's lines included.
+    if (g_rotates && lseek(fileno(gDebug_file), 0, SEEK_CUR) > LOG_FILE_LIMIT)
         log_rotate();
 }
 
