@@ -1,0 +1,240 @@
+// Descriptors: what callbacks are told, when they run, and what may happen inside them.
+#include "libubox/loop_fixture.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/socket.h>
+#include <vector>
+
+enum kind { SOCKETS, PIPE_TO_US, PIPE_FROM_US };
+
+static std::unique_ptr<fd_pair> connected(kind k = SOCKETS)
+{
+    auto pair = std::make_unique<fd_pair>();
+    int fds[2];
+    EXPECT_EQ(k == SOCKETS ? socketpair(AF_UNIX, SOCK_STREAM, 0, fds) : pipe(fds), 0);
+    pair->ours = fds[k == PIPE_FROM_US ? 1 : 0];
+    pair->theirs = fds[k == PIPE_FROM_US ? 0 : 1];
+    return pair;
+}
+
+static void drain(int fd)
+{
+    char bytes[64];
+    while (recv(fd, bytes, sizeof(bytes), MSG_DONTWAIT) > 0) {
+    }
+}
+
+TEST_F(loop, one_callback_a_round_with_timers_in_between)
+{
+    auto a = connected(), b = connected();
+    timer t = logging("timer");
+    auto on_readable = [&](int fd) {
+        drain(fd);
+        log += "fd ";
+        uloop_timeout_set(&t, 0);
+    };
+    watch wa(a->ours, [&](unsigned) { on_readable(a->ours); });
+    watch wb(b->ours, [&](unsigned) { on_readable(b->ours); });
+    uloop_fd_add(&wa, ULOOP_READ);
+    uloop_fd_add(&wb, ULOOP_READ);
+    a->send("x");
+    b->send("x");
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "fd ");
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "fd timer fd ");
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "fd timer fd timer ");
+}
+
+TEST_F(loop, every_ready_descriptor_gets_its_turn)
+{
+    constexpr int COUNT = 25; // more than one wait fetches
+    std::vector<std::unique_ptr<fd_pair>> pairs;
+    std::vector<std::unique_ptr<watch>> watches;
+    std::vector<int> calls(COUNT);
+    for (int i = 0; i < COUNT; i++) {
+        pairs.push_back(connected());
+        watches.push_back(
+            std::make_unique<watch>(pairs[i]->ours, [&, i](unsigned) { calls[i]++; }));
+        uloop_fd_add(watches[i].get(), ULOOP_READ);
+        pairs[i]->send("x"); // never read: stays ready
+    }
+    for (int round = 0; round < 3 * COUNT; round++)
+        uloop_run_timeout(0);
+    for (int i = 0; i < COUNT; i++)
+        EXPECT_GE(calls[i], 2) << i;
+}
+
+TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
+{
+    struct {
+        const char *name;
+        kind k;
+        unsigned flags;
+        void (*act)(fd_pair &);
+        const char *told; ///< events, eof, error, registered
+        int times;        ///< out of three rounds
+    } static const ROWS[] = {
+        {"peer closes", SOCKETS, ULOOP_READ, [](fd_pair &p) { p.close_theirs(); }, "1 1 1 0", 1},
+        {"peer closes, asked to stay", SOCKETS, ULOOP_READ | ULOOP_ERROR_CB,
+         [](fd_pair &p) { p.close_theirs(); }, "1 1 1 1", 3},
+        {"peer stops writing", SOCKETS, ULOOP_READ, [](fd_pair &p) { shutdown(p.theirs, SHUT_WR); },
+         "1 1 0 1", 3},
+        {"writer leaves data and closes", PIPE_TO_US, ULOOP_READ,
+         [](fd_pair &p) {
+             p.send("x");
+             p.close_theirs();
+         },
+         "1 0 1 0", 1},
+        {"writer closes", PIPE_TO_US, ULOOP_READ, [](fd_pair &p) { p.close_theirs(); }, "0 0 1 0",
+         1},
+        {"reader closes", PIPE_FROM_US, ULOOP_WRITE, [](fd_pair &p) { p.close_theirs(); },
+         "2 0 1 0", 1},
+    };
+    for (const auto &row : ROWS) {
+        SCOPED_TRACE(row.name);
+        auto pair = connected(row.k);
+        std::vector<std::string> told;
+        watch w(pair->ours, [&](unsigned events) {
+            told.push_back(std::to_string(events) + " " + std::to_string(w.eof) + " " +
+                           std::to_string(w.error) + " " + std::to_string(w.registered));
+        });
+        ASSERT_EQ(uloop_fd_add(&w, row.flags), 0);
+        row.act(*pair);
+        for (int round = 0; round < 3; round++)
+            uloop_run_timeout(0);
+        EXPECT_EQ(told, std::vector<std::string>(static_cast<size_t>(row.times), row.told));
+    }
+}
+
+TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
+{
+    auto a = connected(), b = connected();
+    std::unique_ptr<watch> wa, wb;
+    auto free_both = [&](unsigned) {
+        log += "fd ";
+        wa.reset(); // one of them is the running one
+        wb.reset();
+    };
+    wa = std::make_unique<watch>(a->ours, [=](unsigned events) {
+        auto f = free_both;
+        f(events);
+    });
+    wb = std::make_unique<watch>(b->ours, [=](unsigned events) {
+        auto f = free_both;
+        f(events);
+    });
+    uloop_fd_add(wa.get(), ULOOP_READ);
+    uloop_fd_add(wb.get(), ULOOP_READ | ULOOP_EDGE_TRIGGER);
+    a->close_theirs();
+    b->close_theirs();
+    for (int round = 0; round < 3; round++)
+        uloop_run_timeout(0);
+    EXPECT_EQ(log, "fd ");
+}
+
+TEST_F(loop, level_repeats_and_edge_reports_once)
+{
+    for (bool edge : {false, true}) {
+        auto pair = connected();
+        int calls = 0;
+        watch w(pair->ours, [&](unsigned) { calls++; });
+        uloop_fd_add(&w, ULOOP_READ | (edge ? ULOOP_EDGE_TRIGGER : 0));
+        pair->send("x");
+        for (int round = 0; round < 3; round++)
+            uloop_run_timeout(0);
+        EXPECT_EQ(calls, edge ? 1 : 3);
+        pair->send("y");
+        uloop_run_timeout(0);
+        EXPECT_EQ(calls, edge ? 2 : 4);
+    }
+}
+
+TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
+{
+    for (bool edge : {false, true}) {
+        auto pair = connected();
+        int calls = 0, depth = 0, deepest = 0;
+        watch w(pair->ours, [&](unsigned) {
+            deepest = std::max(deepest, ++depth);
+            if (++calls == 1) {
+                pair->send("y");
+                uloop_run_timeout(0);
+                uloop_run_timeout(0);
+                EXPECT_EQ(calls, edge ? 1 : 3);
+            }
+            depth--;
+        });
+        uloop_fd_add(&w, ULOOP_READ | (edge ? ULOOP_EDGE_TRIGGER : 0));
+        pair->send("x");
+        uloop_run_timeout(0);
+        EXPECT_EQ(deepest, edge ? 1 : 2);
+        EXPECT_EQ(calls, edge ? 2 : 3);
+    }
+}
+
+TEST_F(loop, flags_can_be_changed_and_none_means_delete)
+{
+    auto pair = connected();
+    watch w(pair->ours, [&](unsigned events) { log += std::to_string(events) + " "; });
+    static std::string flags_seen;
+    flags_seen.clear();
+    uloop_fd_set_cb = [](uloop_fd *, unsigned flags) { flags_seen += std::to_string(flags) + " "; };
+    uloop_fd_add(&w, ULOOP_READ);
+    uloop_run_timeout(0);
+    uloop_fd_add(&w, ULOOP_READ | ULOOP_WRITE);
+    uloop_run_timeout(0);
+    pair->send("x");
+    uloop_run_timeout(0);
+    uloop_fd_add(&w, 0);
+    uloop_run_timeout(0);
+    uloop_fd_set_cb = nullptr;
+    EXPECT_EQ(log, "2 3 ");
+    EXPECT_EQ(flags_seen, "1 3 0 ");
+    EXPECT_FALSE(w.registered);
+    EXPECT_EQ(uloop_fd_delete(&w), 0);
+}
+
+TEST_F(loop, registration_sets_nonblocking_unless_told_not_to)
+{
+    auto a = connected(), b = connected();
+    watch plain(a->ours, nullptr), blocking(b->ours, nullptr), taken(a->ours, nullptr);
+    EXPECT_EQ(uloop_fd_add(&plain, ULOOP_READ), 0);
+    EXPECT_EQ(uloop_fd_add(&blocking, ULOOP_READ | ULOOP_BLOCKING), 0);
+    EXPECT_TRUE(fcntl(a->ours, F_GETFL) & O_NONBLOCK);
+    EXPECT_FALSE(fcntl(b->ours, F_GETFL) & O_NONBLOCK);
+
+    EXPECT_EQ(uloop_fd_add(&taken, ULOOP_READ), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_FALSE(taken.registered);
+    fd_pair file;
+    file.ours = open(TEST_DATA_DIR "/libubox/blobmsg.json", O_RDONLY);
+    watch regular(file.ours, nullptr);
+    EXPECT_EQ(uloop_fd_add(&regular, ULOOP_READ), -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(loop, a_record_outlives_neither_its_descriptor_nor_its_loop)
+{
+    auto pair = connected();
+    watch w(pair->ours, nullptr);
+    uloop_fd_add(&w, ULOOP_READ);
+    pair->close_ours();
+    EXPECT_EQ(uloop_fd_delete(&w), -1);
+    EXPECT_FALSE(w.registered);
+
+    pair = connected();
+    w.fd = pair->ours;
+    uloop_fd_add(&w, ULOOP_READ);
+    uloop_done();
+    EXPECT_TRUE(w.registered);
+    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), -1);
+    uloop_init();
+    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), -1);
+    (void)uloop_fd_delete(&w);
+    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), 0);
+}

@@ -1,0 +1,192 @@
+// Signals and child processes.
+#include "libubox/loop_fixture.h"
+
+#include <cerrno>
+#include <memory>
+#include <sys/wait.h>
+#include <vector>
+
+static void ignore_it(int) {}
+
+static auto handler_of(int signo)
+{
+    struct sigaction action = {};
+    sigaction(signo, nullptr, &action);
+    return action.sa_handler;
+}
+
+TEST_F(loop, sigterm_and_sigint_end_the_run_that_they_hit)
+{
+    for (int signo : {SIGTERM, SIGINT}) {
+        timer t([=] { raise(signo); });
+        uloop_timeout_set(&t, 10);
+        EXPECT_EQ(uloop_run(), signo);
+        raise(signo);
+        uloop_timeout_set(&t, 10);
+        t.run = [] { uloop_end(); };
+        EXPECT_EQ(uloop_run(), 0) << "one from before the run is forgotten";
+    }
+}
+
+TEST_F(loop, only_default_dispositions_are_taken_and_they_are_given_back)
+{
+    uloop_done();
+    for (int signo : {SIGINT, SIGTERM, SIGCHLD})
+        EXPECT_EQ(handler_of(signo), SIG_DFL) << signo;
+    EXPECT_EQ(handler_of(SIGPIPE), SIG_IGN);
+
+    signal(SIGTERM, ignore_it);
+    signal(SIGINT, SIG_IGN);
+    uloop_handle_sigchld = false;
+    uloop_init();
+    uloop_handle_sigchld = true;
+    EXPECT_EQ(handler_of(SIGTERM), ignore_it);
+    EXPECT_EQ(handler_of(SIGINT), SIG_IGN);
+    EXPECT_EQ(handler_of(SIGCHLD), SIG_DFL);
+    uloop_done();
+    EXPECT_EQ(handler_of(SIGTERM), ignore_it);
+    EXPECT_EQ(handler_of(SIGINT), SIG_IGN);
+    signal(SIGTERM, SIG_DFL);
+    signal(SIGINT, SIG_DFL);
+}
+
+namespace {
+struct catcher : uloop_signal {
+    std::function<void()> run;
+    catcher(int number, std::function<void()> f) : uloop_signal{}, run(std::move(f))
+    {
+        signo = number;
+        cb = [](uloop_signal *s) { static_cast<catcher *>(s)->run(); };
+    }
+    ~catcher() { (void)uloop_signal_delete(this); }
+};
+} // namespace
+
+TEST_F(loop, records_share_a_signal_and_the_last_one_gives_it_back)
+{
+    signal(SIGUSR1, ignore_it);
+    catcher first(SIGUSR1, [&] {
+        log += "first ";
+        (void)uloop_signal_delete(&first);
+        (void)uloop_signal_add(&first); // not called again for the same signal
+    });
+    catcher second(SIGUSR1, [&] { log += "second "; });
+    catcher other(SIGUSR2, [&] { log += "other "; });
+    for (catcher *c : {&first, &second, &other})
+        EXPECT_EQ(uloop_signal_add(c), 0);
+    EXPECT_EQ(uloop_signal_add(&first), -1);
+    raise(SIGUSR1);
+    EXPECT_EQ(log, "") << "nothing runs inside the handler";
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "first second ");
+
+    EXPECT_EQ(uloop_signal_delete(&first), 0);
+    raise(SIGUSR1);
+    raise(SIGUSR2);
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "first second second other ");
+    EXPECT_EQ(uloop_signal_delete(&second), 0);
+    EXPECT_EQ(uloop_signal_delete(&second), -1);
+    EXPECT_EQ(handler_of(SIGUSR1), ignore_it);
+    uloop_done();
+    EXPECT_FALSE(other.pending);
+    EXPECT_EQ(handler_of(SIGUSR2), SIG_DFL);
+    signal(SIGUSR1, SIG_DFL);
+}
+
+TEST_F(loop, a_signal_ends_the_wait)
+{
+    catcher c(SIGUSR1, [] { uloop_end(); });
+    (void)uloop_signal_add(&c);
+    pid_t child = fork();
+    if (child == 0) {
+        kill(getppid(), SIGUSR1);
+        _exit(0);
+    }
+    EXPECT_EQ(uloop_run(), 0); // no timer: without the signal this waits for ever
+}
+
+namespace {
+struct child : uloop_process {
+    std::function<void(int status)> run;
+    child(pid_t number, std::function<void(int)> f) : uloop_process{}, run(std::move(f))
+    {
+        pid = number;
+        cb = [](uloop_process *p, int status) { static_cast<child *>(p)->run(status); };
+    }
+    ~child() { (void)uloop_process_delete(this); }
+};
+} // namespace
+
+static pid_t start(int exit_code)
+{
+    pid_t pid = fork();
+    if (pid == 0)
+        _exit(exit_code);
+    return pid;
+}
+
+/// Waits until the child has ended, without taking its status.
+static pid_t ended(pid_t pid)
+{
+    siginfo_t info = {};
+    while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
+    return pid;
+}
+
+TEST_F(loop, children_report_their_status_once_each)
+{
+    std::vector<std::unique_ptr<child>> children;
+    size_t reported = 0;
+    for (int code = 0; code < 20; code++) {
+        children.push_back(std::make_unique<child>(start(code), [&, code](int status) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code);
+            EXPECT_FALSE(children[static_cast<size_t>(code)]->pending);
+            if (++reported == children.size())
+                uloop_end();
+        }));
+        EXPECT_EQ(uloop_process_add(children.back().get()), 0);
+        EXPECT_EQ(uloop_process_add(children.back().get()), -1);
+    }
+    uloop_run();
+    EXPECT_EQ(reported, 20u);
+    EXPECT_EQ(uloop_process_delete(children[0].get()), -1);
+}
+
+TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        pause();
+        _exit(0);
+    }
+    kill(pid, SIGKILL);
+    ended(pid);
+    child deleted(pid, [&](int) { log += "deleted "; });
+    child second(pid, [&](int status) {
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        log += "second ";
+        uloop_end();
+    });
+    child first(pid, [&](int) {
+        log += "first ";
+        (void)uloop_process_delete(&deleted);
+        EXPECT_EQ(uloop_process_add(&first), 0); // waits for a later child of this number
+    });
+    for (child *c : {&first, &deleted, &second})
+        uloop_process_add(c);
+    uloop_run();
+    EXPECT_EQ(log, "first second ");
+    EXPECT_TRUE(first.pending);
+    uloop_done();
+    EXPECT_FALSE(first.pending);
+}
+
+TEST_F(loop, children_nobody_registered_are_reaped_too)
+{
+    pid_t stranger = ended(start(3));
+    uloop_run_timeout(0);
+    EXPECT_EQ(waitpid(stranger, nullptr, 0), -1);
+    EXPECT_EQ(errno, ECHILD);
+}

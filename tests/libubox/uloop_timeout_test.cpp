@@ -1,0 +1,245 @@
+// Timers, rounds and the virtual clock.
+#include "libubox/loop_fixture.h"
+
+#include <chrono>
+#include <memory>
+#include <sys/wait.h>
+
+TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
+{
+    timer late = logging("late"), first = logging("first"), second = logging("second");
+    timer past = logging("past"), almost = logging("almost");
+    uloop_timeout_set(&late, 20);
+    uloop_timeout_set(&first, 10);
+    uloop_timeout_set(&second, 10);
+    uloop_timeout_set(&past, -5);
+    // Less than a millisecond before the others, but set after them.
+    almost.time = first.time;
+    almost.time.tv_usec -= almost.time.tv_usec >= 900 ? 900 : almost.time.tv_usec;
+    EXPECT_EQ(uloop_timeout_add(&almost), 0);
+    uloop_clock_run_ms(15);
+    EXPECT_EQ(log, "past first second almost ");
+    EXPECT_EQ(uloop_timeout_remaining64(&late), 5);
+    EXPECT_EQ(uloop_get_next_timeout(), 5);
+    uloop_clock_run_ms(5);
+    EXPECT_EQ(log, "past first second almost late ");
+    EXPECT_EQ(uloop_get_next_timeout(), -1);
+}
+
+TEST_F(loop, a_timer_is_pending_from_set_to_callback)
+{
+    timer t = logging("t");
+    EXPECT_EQ(uloop_timeout_cancel(&t), -1);
+    EXPECT_EQ(uloop_timeout_remaining64(&t), -1);
+    uloop_timeout_set(&t, 5);
+    EXPECT_EQ(uloop_timeout_add(&t), -1);
+    uloop_timeout_set(&t, 50); // replaces, does not add
+    uloop_clock_run_ms(49);
+    EXPECT_EQ(log, "");
+    EXPECT_TRUE(t.pending);
+    uloop_clock_run_ms(1);
+    EXPECT_EQ(log, "t ");
+    EXPECT_FALSE(t.pending);
+
+    timer silent([] {});
+    silent.cb = nullptr;
+    uloop_timeout_set(&silent, -3);
+    EXPECT_EQ(uloop_timeout_remaining64(&silent), -3);
+    EXPECT_EQ(uloop_get_next_timeout(), 0);
+    uloop_run_timeout(0);
+    EXPECT_FALSE(silent.pending);
+}
+
+TEST_F(loop, timers_may_cancel_rearm_and_free_themselves_and_others)
+{
+    timer victim = logging("victim");
+    auto *doomed = new timer([] {});
+    doomed->run = [&] {
+        log += "doomed ";
+        uloop_timeout_cancel(&victim);
+        delete doomed;
+    };
+    int laps = 0;
+    timer repeating([&] {
+        EXPECT_FALSE(repeating.pending);
+        if (++laps < 3)
+            uloop_timeout_set(&repeating, 100);
+        else
+            uloop_end();
+    });
+    uloop_timeout_set(doomed, 10);
+    uloop_timeout_set(&victim, 10);
+    uloop_timeout_set(&repeating, 100);
+    int64_t start = uloop_clock_now_ms();
+    EXPECT_EQ(uloop_run(), 0);
+    EXPECT_EQ(log, "doomed ");
+    EXPECT_EQ(laps, 3);
+    EXPECT_EQ(uloop_clock_now_ms() - start, 300);
+}
+
+TEST_F(loop, what_is_due_still_runs_after_the_end_was_asked_for)
+{
+    timer ender([&] {
+        EXPECT_FALSE(uloop_cancelling());
+        uloop_end();
+        EXPECT_TRUE(uloop_cancelling());
+    });
+    timer due = logging("due"), later = logging("later");
+    uloop_timeout_set(&ender, 1);
+    uloop_timeout_set(&due, 1);
+    uloop_timeout_set(&later, 3);
+    uloop_run();
+    EXPECT_EQ(log, "due ");
+    EXPECT_FALSE(uloop_cancelling());
+}
+
+TEST_F(loop, a_run_with_a_limit_is_one_round)
+{
+    timer t = logging("t");
+    uloop_timeout_set(&t, 5);
+    int64_t start = uloop_clock_now_ms();
+    uloop_run_timeout(3);
+    EXPECT_EQ(uloop_clock_now_ms() - start, 3);
+    uloop_run_timeout(100); // waits until the timer is due, and leaves it
+    EXPECT_EQ(uloop_clock_now_ms() - start, 5);
+    EXPECT_EQ(log, "");
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "t ");
+}
+
+TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
+{
+    timer inner([&] {
+        log += "inner ";
+        uloop_end();
+    });
+    timer outer([&] {
+        uloop_timeout_set(&inner, 10);
+        uloop_run();
+        log += uloop_cancelling() ? "cancelled " : "running ";
+    });
+    timer never = logging("never");
+    uloop_timeout_set(&outer, 10);
+    uloop_timeout_set(&never, 1000);
+    uloop_end();
+    uloop_run();
+    EXPECT_EQ(log, "inner cancelled ");
+}
+
+TEST_F(loop, a_timer_rearmed_with_0_does_not_starve_descriptors)
+{
+    for (bool on : {true, false}) {
+        uloop_clock_virtual(on);
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        ASSERT_EQ(write(ends[1], "x", 1), 1);
+        watch reader(ends[0], [](unsigned) { uloop_end(); });
+        uloop_fd_add(&reader, ULOOP_READ);
+        int laps = 0;
+        timer again([&] {
+            laps++;
+            uloop_timeout_set(&again, 0);
+        });
+        uloop_timeout_set(&again, 0);
+        uloop_run();
+        EXPECT_GT(laps, 1) << "runs again in the same pass";
+        (void)uloop_fd_delete(&reader);
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
+
+TEST_F(loop, done_forgets_timers)
+{
+    timer t = logging("t");
+    uloop_timeout_set(&t, 0);
+    uloop_done();
+    EXPECT_FALSE(t.pending);
+    uloop_init();
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "");
+}
+
+TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    watch quiet(ends[0], [&](unsigned) { log += "woken "; });
+    uloop_fd_add(&quiet, ULOOP_READ);
+    int ticks = 0;
+    timer tick([&] {
+        uloop_timeout_set(&tick, 1000);
+        // What was written is seen before the clock moves on.
+        ticks++;
+        EXPECT_EQ(write(ends[1], "x", ticks == 900 ? 1 : 0), ticks == 900 ? 1 : 0);
+    });
+    quiet.run = [&](unsigned) {
+        char byte;
+        EXPECT_EQ(read(ends[0], &byte, 1), 1);
+        log += "at " + std::to_string(ticks);
+    };
+    uloop_timeout_set(&tick, 1000);
+    auto real_start = std::chrono::steady_clock::now();
+    int64_t start = uloop_clock_now_ms();
+    EXPECT_EQ(uloop_clock_run_ms(1800 * 1000), 0);
+    EXPECT_EQ(uloop_clock_now_ms() - start, 1800 * 1000);
+    EXPECT_EQ(ticks, 1800);
+    EXPECT_EQ(log, "at 900");
+    EXPECT_LT(std::chrono::steady_clock::now() - real_start, std::chrono::seconds(10));
+
+    uloop_timeout_cancel(&tick);
+    timer ender([] { uloop_end(); });
+    uloop_timeout_set(&ender, 500);
+    EXPECT_EQ(uloop_clock_run_ms(1000), -1) << "ended before";
+    (void)uloop_fd_delete(&quiet);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
+{
+    timer t = logging("t");
+    uloop_timeout_set(&t, 10000);
+    uloop_clock_run_ms(7000);
+    uloop_clock_virtual(false);
+    EXPECT_NEAR(static_cast<double>(uloop_timeout_remaining64(&t)), 3000, 500);
+    uloop_clock_virtual(true);
+    EXPECT_NEAR(static_cast<double>(uloop_timeout_remaining64(&t)), 3000, 500);
+    uloop_clock_run_ms(3000);
+    EXPECT_EQ(log, "t ");
+}
+
+TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
+{
+    uloop_clock_settle_ms(5000);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        (void)!write(ends[1], "x", 1);
+        _exit(0);
+    }
+    watch answer(ends[0], [&](unsigned) {
+        log += "answer ";
+        uloop_end();
+    });
+    uloop_fd_add(&answer, ULOOP_READ);
+    timer guard = logging("guard");
+    uloop_timeout_set(&guard, 20);
+    uloop_run();
+    EXPECT_EQ(log, "answer ");
+    (void)uloop_fd_delete(&answer);
+    close(ends[0]);
+    close(ends[1]);
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(loop, real_time_passes_while_the_loop_waits)
+{
+    uloop_clock_virtual(false);
+    timer t([] { uloop_end(); });
+    auto start = std::chrono::steady_clock::now();
+    uloop_timeout_set(&t, 5);
+    uloop_run();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4));
+}
