@@ -1,0 +1,343 @@
+// The settings document, section by section, in the document's order. All-or-nothing: everything is
+// written into a copy of the live record, which the caller drops on the first error. What a value
+// must be is in the rows of settings_table.cpp; here is what the rows cannot say.
+
+#include "wifi/settings_parse.h"
+
+#include "platform/zu/log.h"
+#include "platform/zu/platform_data.h"
+#include "wifi/settings_parse_internal.h"
+#include "wifi/settings_write.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr int SECONDS_PER_MINUTE = 60;
+
+bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_BATMAN, table, &values)) {
+        log_error("Unable to parse batman arguments");
+        return false;
+    }
+    settings_store(values, settings);
+    return true;
+}
+
+bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
+{
+    settings_log_json(table);
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_MESH, table, &values)) {
+        log_error("Unable to parse mesh arguments");
+        return false;
+    }
+    settings_store(values, settings);
+    blob_attr *batman = values.get("batman");
+    if (batman && !wifid_parse_batman(batman, settings)) {
+        log_error("Unable to parse batman settings");
+        return false;
+    }
+    return true;
+}
+
+void take_dfs_channels(blob_attr *array, wifi_settings *settings)
+{
+    memset(settings->dfs_channels, 0, sizeof(settings->dfs_channels));
+    settings->dfs_channel_count = 0;
+    blob_attr *element;
+    size_t rest;
+    blobmsg_for_each_attr(element, array, rest)
+    {
+        if (blobmsg_type(element) != BLOBMSG_TYPE_INT32)
+            continue;
+        if (settings->dfs_channel_count == WIFI_DFS_CHANNELS_MAX)
+            return;
+        settings->dfs_channels[settings->dfs_channel_count++] =
+            static_cast<int32_t>(blobmsg_get_u32(element));
+    }
+}
+
+bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_DFS, table, &values)) {
+        log_error("Unable to parse arguments");
+        return false;
+    }
+    settings_store(values, settings);
+    if (blob_attr *channels = values.get("channels"))
+        take_dfs_channels(channels, settings);
+    return true;
+}
+
+bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_REGULATORY, table, &values)) {
+        log_error("Unable to parse arguments");
+        return false;
+    }
+    settings_store(values, settings);
+    if (blob_attr *attr = values.get("country")) {
+        const char *country = blobmsg_get_string(attr);
+        if (strlen(country) != sizeof(settings->reg_country) - 1) {
+            log_error("Got incorrect length for country '%s'", country);
+            return false;
+        }
+        strcpy(settings->reg_country, country);
+    }
+    blob_attr *dfs = values.get("dfs");
+    if (dfs && !wifid_parse_dfs(dfs, settings)) {
+        log_error("Failed to parse DFS");
+        return false;
+    }
+    return true;
+}
+
+bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_RADIO, table, &values)) {
+        log_error("Unable to parse arguments");
+        return false;
+    }
+    blob_attr *band_attr = values.get("band");
+    if (!band_attr) {
+        log_error("Failed to find 'band' key in msg");
+        return false;
+    }
+    char band[16];
+    snprintf(band, sizeof(band), "%s", blobmsg_get_string(band_attr));
+    if (wifid_find_band_by_type(band) == WIFI_BAND_SCANNING) {
+        log_debug("Skipping scanning radio");
+        return true;
+    }
+    const int index = platform_wireless_get_radio_idx(band);
+    if (index < 0 || index >= wifi_radio_count()) {
+        log_error("invalid radio index: %d", index);
+        return false;
+    }
+    wifi_radio_settings &radio = settings->radios[index];
+    settings_store(values, &radio);
+    // Also when the document does not set it: a radio is never configured with a bad channel.
+    const int channel = static_cast<int>(radio.channel);
+    if (!wifi_channel_is_valid(channel)) {
+        log_error("invalid channel: %d", channel);
+        return false;
+    }
+    return true;
+}
+
+// Parses every element of an array with `parse`; elements that are no tables fail as malformed
+// ones.
+bool parse_elements(blob_attr *array, wifi_settings *settings,
+                    bool (*parse)(blob_attr *, wifi_settings *))
+{
+    blob_attr *element;
+    size_t rest;
+    blobmsg_for_each_attr(element, array, rest)
+    {
+        if (blobmsg_type(element) != BLOBMSG_TYPE_TABLE) {
+            log_error("Unable to parse arguments");
+            return false;
+        }
+        if (!parse(element, settings))
+            return false;
+    }
+    return true;
+}
+
+bool take_neighbors(blob_attr *array, wifi_settings *)
+{
+    return wifi_parse_neighbors(array) == 0;
+}
+
+bool take_radios(blob_attr *array, wifi_settings *settings)
+{
+    return parse_elements(array, settings, wifid_parse_radio);
+}
+
+bool take_ssids(blob_attr *array, wifi_settings *settings)
+{
+    return parse_elements(array, settings, wifid_parse_ssid);
+}
+
+// The sections that have code of their own, in the order they are taken, each with the line that
+// names it when it fails.
+struct section {
+    const char *key;
+    bool (*parse)(blob_attr *value, wifi_settings *settings);
+    const char *failed;
+};
+
+constexpr section SECTIONS[] = {
+    {"mesh", wifid_parse_mesh, "Failed to parse mesh data"},
+    {"regulatory", wifid_parse_reg, "Failed to parse regulatory data"},
+    {"radios", take_radios, "Failed to parse radios data"},
+    {"ssids", take_ssids, "Failed to parse ssids data"},
+    {"neighbors", take_neighbors, "Failed to parse neighbor list"},
+};
+
+bool parse_sections(const settings_values &values, wifi_settings *settings)
+{
+    for (const section &part : SECTIONS) {
+        blob_attr *value = values.get(part.key);
+        if (!value || part.parse(value, settings))
+            continue;
+        log_error("%s", part.failed);
+        return false;
+    }
+    return true;
+}
+
+void acknowledge_override(blob_attr *nonce, wifi_settings *settings)
+{
+    if (!nonce || strcmp(blobmsg_get_string(nonce), settings->radio_override) != 0)
+        return;
+    log_notice("Cloud has acknowledged our channel change, obeying configs again");
+    settings->radio_override[0] = '\0';
+    settings->override_reason[0] = '\0';
+    settings->orphan_connect_radio = 0;
+    settings->orphan_connect_bssid[0] = '\0';
+}
+
+void configure_all_ssids(wifi_settings *settings)
+{
+    for (wifi_ssid_settings &ssid : settings->ssids)
+        ssid.configured = true;
+}
+
+bool parse_orphan_connect_config(blob_attr *table, wifi_settings *settings)
+{
+    settings_log_json(table);
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_ORPHAN_CONNECT, table, &values)) {
+        log_error("Unable to parse orphan_connect arguments");
+        return false;
+    }
+    blob_attr *radio = values.get("radio");
+    if (!radio) {
+        log_error("No radio for orphan_connect");
+        return false;
+    }
+    const int index = platform_wireless_get_radio_idx(blobmsg_get_string(radio));
+    if (index < 0) {
+        log_error("Invalid radio for orphan_connect");
+        return false;
+    }
+    blob_attr *bssid = values.get("bssid");
+    if (!bssid) {
+        log_error("No bssid for orphan_connect");
+        return false;
+    }
+    settings->orphan_connect_radio = index;
+    snprintf(settings->orphan_connect_bssid, sizeof(settings->orphan_connect_bssid), "%s",
+             blobmsg_get_string(bssid));
+    wifi_set_radio_override("orphan_connect", settings);
+    configure_all_ssids(settings);
+    return true;
+}
+
+//  lonely_friend there?     true: override "lonely"; false: nothing, also not what follows
+//  orphan_connect there?    override "orphan_connect"
+//  an override in force?    refuse the document: the cloud has not seen our change yet
+bool parse_overrides(const settings_values &values, wifi_settings *settings)
+{
+    if (blob_attr *lonely = values.get("lonely_friend")) {
+        if (blobmsg_get_u8(lonely)) {
+            wifi_set_radio_override("lonely", settings);
+            configure_all_ssids(settings);
+        }
+        return true;
+    }
+    if (blob_attr *orphan_connect = values.get("orphan_connect"))
+        return parse_orphan_connect_config(orphan_connect, settings);
+    if (settings->radio_override[0]) {
+        log_error("Local radio settings override, ignoring configuration");
+        return false;
+    }
+    return true;
+}
+
+void take_antenna_type(blob_attr *attr, wifi_settings *settings)
+{
+    if (!attr)
+        return;
+    const char *type = blobmsg_get_string(attr);
+    if (strcmp(type, "dipole") == 0)
+        settings->antenna_type = 1;
+    else if (strcmp(type, "patch") == 0)
+        settings->antenna_type = 2;
+}
+
+void take_scanning_period(blob_attr *attr, wifi_settings *settings)
+{
+    // The product is taken modulo 2^32, as the 32-bit field holds it.
+    if (attr)
+        settings->scanning_period =
+            static_cast<int32_t>(blobmsg_get_u32(attr) * SECONDS_PER_MINUTE);
+}
+
+} // namespace
+
+bool wifi_channel_is_valid(int channel)
+{
+    const bool even = channel % 2 == 0;
+    return (channel >= 1 && channel <= 14) || (even && channel >= 36 && channel <= 64) ||
+           (even && channel >= 100 && channel <= 144) ||
+           (!even && channel >= 149 && channel <= 161) || channel == 165 || channel == 169 ||
+           channel == 173;
+}
+
+int wifid_find_radio(int band)
+{
+    if (band < 0 || band >= WIFI_BANDS) {
+        log_error("invalid band index: %d", band);
+        return -1;
+    }
+    return platform_wireless_get_radio_idx(wifi_band_name(band));
+}
+
+int wifi_settings_parse(blob_attr *params, wifi_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_TOP, params, &values)) {
+        log_error("Unable to parse arguments");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    settings_store(values, settings);
+    settings->ap_scan = false;
+    if (!parse_sections(values, settings))
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    acknowledge_override(values.get("channel_change_nonce"), settings);
+    take_scanning_period(values.get("scanning_period"), settings);
+    settings->save_orphans = values.get("save_orphans") != nullptr;
+    if (!parse_overrides(values, settings))
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    take_antenna_type(values.get("antenna_type"), settings);
+    return 0;
+}
+
+int wifid_parse_config(blob_attr *params)
+{
+    if (!params) {
+        log_error("%s is NULL", "msg");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    // Too large for the stack of a small device, and only one parse runs at a time.
+    static wifi_settings working;
+    memcpy(&working, wifi_live_settings(), sizeof(working));
+    if (wifi_settings_parse(params, &working) != 0)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    if (wifid_write_config(&working) != 0) {
+        log_error("Failed to write uci batch config");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    return 0;
+}

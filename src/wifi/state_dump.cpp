@@ -1,0 +1,102 @@
+// The state half of the wireless dump, and the package's dump_state callback.
+
+#include "core/state.h"
+#include "platform/fw_core/fw_core.h"
+#include "platform/zu/log.h"
+#include "wifi/dfs.h"
+#include "wifi/settings_dump.h"
+#include "wifi/wifi.h"
+#include "wired/upstream.h"
+
+namespace {
+
+struct gateway_row {
+    const char *key;
+    char *mesh_gateway_facts::*fact;
+};
+
+constexpr gateway_row GATEWAY_ROWS[] = {
+    {"gateway", &mesh_gateway_facts::mac},
+    {"gateway_quality", &mesh_gateway_facts::quality},
+    {"gateway_route", &mesh_gateway_facts::route},
+    {"gateway_latency", &mesh_gateway_facts::latency},
+    {"gateway_speed", &mesh_gateway_facts::speed},
+};
+
+void report(int result, const char *failed)
+{
+    if (result != 0)
+        log_info("%s", failed);
+}
+
+void dump_gateway(blob_buf *buf)
+{
+    for (const gateway_row &row : GATEWAY_ROWS)
+        if (const char *text = gTarn_net_state.mesh.gateway.*row.fact)
+            report(blobmsg_add_string(buf, row.key, text), "Unable to add a gateway fact");
+}
+
+void dump_dfs_usable(blob_buf *buf)
+{
+    void *array = blobmsg_open_array(buf, "dfs_usable");
+    if (!array) {
+        log_warning("Unable to open 'dfs_usable' for the state dump");
+        return;
+    }
+    for (const wifi_dfs_channel &entry : wifi_dfs_channel_table()) {
+        if (entry.channel == 0)
+            break;
+        if (entry.state == NG_NL80211_DFS_USABLE || entry.state == NG_NL80211_DFS_AVAILABLE)
+            report(blobmsg_add_u32(buf, "channel", static_cast<uint32_t>(entry.channel)),
+                   "Unable to add a usable DFS channel");
+    }
+    blobmsg_close_array(buf, array);
+}
+
+void wifi_dump_wireless_state(blob_buf *buf)
+{
+    report(blobmsg_add_u32(buf, "lonely_trigger_count",
+                           static_cast<uint32_t>(gTarn_net_state.mesh.lonely_trigger_count)),
+           "Unable to add lonely_trigger_count");
+    report(blobmsg_add_string(buf, "upstream_state",
+                              upstream_state_name(gTarn_net_state.inet_test.upstream_state)),
+           "Unable to add upstream_state");
+    dump_gateway(buf);
+    report(blobmsg_add_u8(buf, "dfs_event_detected", dfs_event_detected),
+           "Unable to add dfs_event_detected");
+    dump_dfs_usable(buf);
+}
+
+} // namespace
+
+int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
+{
+    if (!buf) {
+        log_error("%s is NULL", "buf");
+        return -1;
+    }
+    if (void *settings = blobmsg_open_table(buf, "settings")) {
+        (void)wifi_dump_settings(buf, wifi_live_settings(), include_secrets);
+        blobmsg_close_table(buf, settings);
+    } else {
+        log_warning("Unable to open 'settings' for the state dump");
+    }
+    if (void *state = blobmsg_open_table(buf, "state")) {
+        wifi_dump_wireless_state(buf);
+        blobmsg_close_table(buf, state);
+    } else {
+        log_warning("Unable to open 'state' for the state dump");
+    }
+    return 0;
+}
+
+int wifi_dump_state(ubus_context *, blob_attr *msg, blob_buf *reply)
+{
+    blob_attr *include_secrets = nullptr;
+    if (msg)
+        (void)blobmsg_parse(ubus_package_dump_state_policy, 1, &include_secrets, blob_data(msg),
+                            blob_len(msg)); // without the flag, secrets stay out
+    const bool secrets = include_secrets && blobmsg_get_bool(include_secrets);
+    return wifi_dump_settings_and_state(reply, secrets) == 0 ? UBUS_STATUS_OK
+                                                             : UBUS_STATUS_UNKNOWN_ERROR;
+}
