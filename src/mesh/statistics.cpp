@@ -40,20 +40,24 @@ constexpr const char *FIND_GATEWAY =
 
 mesh_state &state = gTarn_net_state.mesh;
 
+// A command line with the gateway's MAC in its middle.
 struct gateway_command {
-    const char *format; // one %s: the gateway's MAC
+    const char *before;
+    const char *after;
     const char *failed;
 };
 
 constexpr std::array<gateway_command, 3> GATEWAY_COMMANDS = {{
-    {R"(batctl tr -n -T %s 2>/dev/null | awk -F' ' 'BEGIN {printf(" tr|")} )"
-     R"({if (NR > 1) {if (NR > 2) {printf(",")}; printf("%%s", $2)}}' >&2 >> /tmp/mesh.info)",
+    {"batctl tr -n -T ",
+     R"( 2>/dev/null | awk -F' ' 'BEGIN {printf(" tr|")} )"
+     R"({if (NR > 1) {if (NR > 2) {printf(",")}; printf("%s", $2)}}' >&2 >> /tmp/mesh.info)",
      "Failed to call batctl to find the gateway route"},
-    {R"(batctl p -T -c 5 %s 2>/dev/null | )"
-     R"(awk 'END {split($0, a, "/"); printf(" p|%%s", a[5])}' >&2 >> /tmp/mesh.info)",
+    {"batctl p -T -c 5 ",
+     R"( 2>/dev/null | awk 'END {split($0, a, "/"); printf(" p|%s", a[5])}' >&2 >> /tmp/mesh.info)",
      "Failed to call batctl to find the gateway latency"},
-    {R"(batctl tp -t 3000 -n %s 2>/dev/null | awk -F' ' '/Throughput:/ )"
-     R"({printf(" tp|%%s-%%s", $2, $3)}' | tr -d '()' >&2 >> /tmp/mesh.info)",
+    {"batctl tp -t 3000 -n ",
+     R"( 2>/dev/null | awk -F' ' '/Throughput:/ {printf(" tp|%s-%s", $2, $3)}' | )"
+     R"(tr -d '()' >&2 >> /tmp/mesh.info)",
      "Failed to call batctl to find the gateway throughput"},
 }};
 
@@ -70,7 +74,7 @@ std::string_view gateway_mac(std::string_view text)
 int run_gateway_command(const gateway_command &command, const char *mac)
 {
     char line[192];
-    const int length = snprintf(line, sizeof(line), command.format, mac);
+    const int length = snprintf(line, sizeof(line), "%s%s%s", command.before, mac, command.after);
     if (length > 0 && static_cast<size_t>(length) < sizeof(line) && shell_run(line).ran)
         return 0;
     log_error("%s", command.failed);

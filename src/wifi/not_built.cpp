@@ -3,12 +3,7 @@
 // file when its subsystem comes.
 #include "wifi/wifi.h"
 
-// Settings documents, check-in, health, state document
-
-int wifi_parse_config(ubus_context *, blob_attr *, blob_buf *)
-{
-    return UBUS_STATUS_NOT_SUPPORTED;
-}
+// Check-in and health
 
 int gen_checkin_wifi_section(ubus_context *, blob_attr *, blob_buf *)
 {
@@ -16,11 +11,6 @@ int gen_checkin_wifi_section(ubus_context *, blob_attr *, blob_buf *)
 }
 
 int wifi_health_check(ubus_context *, blob_attr *, blob_buf *)
-{
-    return UBUS_STATUS_NOT_SUPPORTED;
-}
-
-int wifi_dump_state(ubus_context *, blob_attr *, blob_buf *)
 {
     return UBUS_STATUS_NOT_SUPPORTED;
 }
