@@ -1,0 +1,185 @@
+// Batch files: writing one so that it counts only when it is whole, and applying one through the
+// change context. Their text is the business of ng_uci_batch_text.cpp.
+#include "platform/zu/ng_uci_batch.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci_batch_internal.h"
+#include "platform/zu/ng_uci_internal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+struct ng_uci_batch {
+    FILE *file;
+    std::string path;
+    bool failed;
+};
+
+struct file_closer {
+    void operator()(FILE *file) const { fclose(file); }
+};
+using file_stream = std::unique_ptr<FILE, file_closer>;
+
+// ---- writing
+
+ng_uci_batch *ng_uci_batch_open(const char *path)
+{
+    const int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        log_error("Failed to create %s: %s", path, strerror(errno));
+        return nullptr;
+    }
+    FILE *file = fdopen(fd, "w");
+    ng_uci_batch *batch = file ? new (std::nothrow) ng_uci_batch{file, path, false} : nullptr;
+    if (batch)
+        return batch;
+    log_error("Out of memory for %s", path);
+    if (file)
+        fclose(file);
+    else
+        close(fd);
+    (void)unlink(path);
+    return nullptr;
+}
+
+static void put_command(ng_uci_batch *batch, const ng_uci_batch_command &command)
+{
+    if (!batch)
+        return;
+    std::string line;
+    if (!ng_uci_batch_format(command, line)) {
+        // Its value stays out of the log: it may be a key.
+        log_error("'%s' or its value cannot be written to %s", command.name.c_str(),
+                  batch->path.c_str());
+        batch->failed = true;
+        return;
+    }
+    if (fwrite(line.data(), 1, line.size(), batch->file) != line.size())
+        batch->failed = true; // close reports it
+}
+
+void ng_uci_batch_set_fmt_string(ng_uci_batch *batch, const char *value, const char *name_format,
+                                 ...)
+{
+    va_list args;
+    va_start(args, name_format);
+    put_command(batch, {uci_set_string, ng_uci_format(name_format, args), value});
+    va_end(args);
+}
+
+void ng_uci_batch_set_fmt_int(ng_uci_batch *batch, int value, const char *name_format, ...)
+{
+    va_list args;
+    va_start(args, name_format);
+    put_command(batch, {uci_set_string, ng_uci_format(name_format, args), std::to_string(value)});
+    va_end(args);
+}
+
+void ng_uci_batch_fmt_list(ng_uci_batch *batch, const char *value, const char *name_format, ...)
+{
+    va_list args;
+    va_start(args, name_format);
+    const std::string name = ng_uci_format(name_format, args);
+    va_end(args);
+    // Removed first for whoever applies the file by hand; ours would do so anyway.
+    put_command(batch, {ng_uci_del_list, name, value});
+    put_command(batch, {ng_uci_add_list, name, value});
+}
+
+void ng_uci_batch_del_fmt(ng_uci_batch *batch, const char *name_format, ...)
+{
+    va_list args;
+    va_start(args, name_format);
+    put_command(batch, {ng_uci_delete_option, ng_uci_format(name_format, args), ""});
+    va_end(args);
+}
+
+int ng_uci_batch_close(ng_uci_batch *batch)
+{
+    if (!batch)
+        return -1;
+    const std::unique_ptr<ng_uci_batch> owned(batch);
+    bool good = !batch->failed && fflush(batch->file) == 0 && !ferror(batch->file) &&
+                fsync(fileno(batch->file)) == 0;
+    const int reason = errno;
+    good = fclose(batch->file) == 0 && good;
+    if (good)
+        return 0;
+    if (!batch->failed)
+        log_error("Failed to write %s: %s", batch->path.c_str(), strerror(reason));
+    else
+        log_error("Dropping %s: not all of it could be written", batch->path.c_str());
+    (void)unlink(batch->path.c_str());
+    return -1;
+}
+
+// ---- applying
+
+/// True for a file that only this process's user can have written, of a size that is taken.
+static bool is_trusted(const struct stat &info)
+{
+    return S_ISREG(info.st_mode) && info.st_uid == geteuid() &&
+           (info.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
+           info.st_size <= static_cast<off_t>(NG_UCI_BATCH_MAX);
+}
+
+/// The whole file; false (logged) when it cannot be read or is not to be trusted.
+static bool read_batch(const char *path, std::string &text)
+{
+    const int fd = open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    const file_stream file(fd >= 0 ? fdopen(fd, "r") : nullptr);
+    struct stat info;
+    if (!file || fstat(fd, &info) != 0) {
+        log_error("Failed to open %s: %s", path, strerror(errno));
+        return false;
+    }
+    if (!is_trusted(info)) {
+        log_error("Refusing %s: not a plain file of our own, or larger than %zu bytes", path,
+                  NG_UCI_BATCH_MAX);
+        return false;
+    }
+    text.resize(static_cast<size_t>(info.st_size));
+    if (fread(text.data(), 1, text.size(), file.get()) == text.size())
+        return true;
+    log_error("Failed to read %s: %s", path, strerror(errno));
+    return false;
+}
+
+static std::vector<std::string> packages_of(const std::vector<ng_uci_batch_command> &commands)
+{
+    std::vector<std::string> names;
+    for (const ng_uci_batch_command &command : commands) {
+        std::string name = command.name.substr(0, command.name.find('.'));
+        if (std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(std::move(name));
+    }
+    return names;
+}
+
+int ng_uci_batch_apply(const char *path, bool commit)
+{
+    std::string text;
+    std::vector<ng_uci_batch_command> commands;
+    if (!read_batch(path, text))
+        return -1;
+    if (const int line = ng_uci_batch_parse(text, commands)) {
+        log_error("Line %d of %s is not a command, applying nothing of it", line, path);
+        return -1;
+    }
+    // A change that cannot be made (its section is missing) is logged and left out, as `uci batch`
+    // does it; the others are still wanted.
+    for (const ng_uci_batch_command &command : commands)
+        (void)ng_uci_save_action_ctx(ng_uci_change_context(), command.action, command.value.c_str(),
+                                     "%s", command.name.c_str());
+    int result = 0;
+    for (const std::string &package : packages_of(commands))
+        if (commit && ng_uci_commit(package.c_str()) != 0)
+            result = -1;
+    return result;
+}

@@ -1,0 +1,81 @@
+// Names and values: forming them, checking them, looking them up.
+#include "platform/zu/ng_uci_internal.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+std::string ng_uci_format(const char *format, va_list args)
+{
+    char *text = nullptr;
+    if (vasprintf(&text, format, args) < 0)
+        return {};
+    const uci_text owned(text);
+    return text;
+}
+
+uci_text ng_uci_error(uci_context *ctx)
+{
+    char *text = nullptr;
+    uci_get_errorstr(ctx, &text, nullptr);
+    return uci_text(text);
+}
+
+/// Takes a leading run of letters, digits, "_" and the characters of `more`; false when empty.
+static bool take_word(std::string_view &text, std::string_view more)
+{
+    size_t length = 0;
+    while (length < text.size() && (isalnum(static_cast<unsigned char>(text[length])) ||
+                                    text[length] == '_' || more.find(text[length]) != more.npos))
+        length++;
+    text.remove_prefix(length);
+    return length > 0;
+}
+
+static bool take_character(std::string_view &text, char c)
+{
+    if (text.empty() || text.front() != c)
+        return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+static bool take_section(std::string_view &text)
+{
+    if (!take_character(text, '@'))
+        return take_word(text, "");
+    (void)take_word(text, "-");
+    return take_character(text, '[') && (take_character(text, '-'), take_word(text, "")) &&
+           take_character(text, ']');
+}
+
+bool ng_uci_is_name(const char *name)
+{
+    std::string_view text = name;
+    if (!take_word(text, "-") || !take_character(text, '.') || !take_section(text))
+        return false;
+    if (text.empty())
+        return true;
+    return take_character(text, '.') && take_word(text, "") && text.empty();
+}
+
+bool ng_uci_is_value(const char *value)
+{
+    for (; *value; value++)
+        if (static_cast<unsigned char>(*value) < 0x20 || *value == 0x7f)
+            return false;
+    return true;
+}
+
+int ng_uci_lookup(uci_context *ctx, uci_ptr *ptr, std::string &text, const char *name)
+{
+    text = name; // the look-up cuts it into the parts that ptr points to
+    *ptr = uci_ptr{};
+    return uci_lookup_ptr(ctx, ptr, text.data(), true);
+}
+
+bool ng_uci_is_found(const uci_ptr &ptr)
+{
+    return ptr.last && ptr.last->type == ptr.target;
+}
