@@ -1,0 +1,30 @@
+// What every netlink test starts from: a scripted kernel, the log, and a count of descriptors that
+// must be the same at the end.
+#pragma once
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "netlink/log_capture.h"
+#include "netlink/scripted_kernel.h"
+
+inline long open_descriptors()
+{
+    namespace fs = std::filesystem;
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+class netlink_fixture : public testing::Test {
+protected:
+    void SetUp() override { descriptors_ = open_descriptors(); }
+    void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
+
+    using lines = std::vector<std::string>;
+
+    log_capture log;
+    scripted_kernel kernel;
+
+private:
+    long descriptors_ = 0;
+};

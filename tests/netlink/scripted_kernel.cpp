@@ -1,0 +1,172 @@
+#include "netlink/scripted_kernel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dlfcn.h>
+#include <net/if.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+static scripted_kernel *gKernel;
+
+scripted_kernel::scripted_kernel()
+{
+    gKernel = this;
+}
+
+scripted_kernel::~scripted_kernel()
+{
+    gKernel = nullptr;
+}
+
+void scripted_kernel::answer(const std::vector<bytes> &datagrams)
+{
+    for (const bytes &datagram : datagrams)
+        answers.push_back({.datagram = datagram});
+}
+
+static nlmsghdr *header_of(bytes &data, size_t offset)
+{
+    return reinterpret_cast<nlmsghdr *>(data.data() + offset);
+}
+
+/// Makes the messages answers to `request`.
+static void address(bytes &datagram, uint32_t port, uint32_t seq)
+{
+    for (size_t at = 0; at + sizeof(nlmsghdr) <= datagram.size();) {
+        nlmsghdr header;
+        memcpy(&header, datagram.data() + at, sizeof header);
+        if (header.nlmsg_pid == 0)
+            header.nlmsg_pid = port;
+        if (header.nlmsg_seq == 0)
+            header.nlmsg_seq = seq;
+        memcpy(datagram.data() + at, &header, sizeof header);
+        if (header.nlmsg_len < sizeof header || header.nlmsg_len > datagram.size())
+            return;
+        at += NLMSG_ALIGN(header.nlmsg_len);
+    }
+}
+
+static uint32_t port_of(int fd)
+{
+    sockaddr_nl local = {};
+    socklen_t length = sizeof local;
+    getsockname(fd, reinterpret_cast<sockaddr *>(&local), &length);
+    return local.nl_pid;
+}
+
+/// A family look-up is answered at once with one family that has one group.
+static void family_answer(const bytes &request)
+{
+    if (!gKernel->families_known) {
+        gKernel->answers.push_front({.datagram = error_message(-ENOENT)});
+        return;
+    }
+    const auto *attribute =
+        reinterpret_cast<const nlattr *>(request.data() + NLMSG_HDRLEN + GENL_HDRLEN);
+    std::string name(reinterpret_cast<const char *>(attribute + 1));
+    bytes group = attr(1, join({attr_u32(CTRL_ATTR_MCAST_GRP_ID, scripted_kernel::GROUP),
+                                attr_text(CTRL_ATTR_MCAST_GRP_NAME, "mlme")}));
+    bytes family =
+        generic_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
+                        join({attr_text(CTRL_ATTR_FAMILY_NAME, name),
+                              attr(CTRL_ATTR_FAMILY_ID, {scripted_kernel::FAMILY & 0xff, 0}),
+                              attr(CTRL_ATTR_MCAST_GROUPS, group)}),
+                        0);
+    gKernel->answers.push_front({.datagram = error_message(0)});
+    gKernel->answers.push_front({.datagram = family});
+}
+
+/// The number of the look-up family is that of RTM_NEWLINK on a route socket.
+static bool generic_socket(int fd)
+{
+    int protocol = 0;
+    socklen_t length = sizeof protocol;
+    getsockopt(fd, SOL_SOCKET, SO_PROTOCOL, &protocol, &length);
+    return protocol == NETLINK_GENERIC;
+}
+
+static uint32_t gRequest_seq;
+
+extern "C" ssize_t sendmsg(int fd, const msghdr *msg, int flags)
+{
+    if (!gKernel)
+        return syscall(SYS_sendmsg, fd, msg, flags);
+    if (gKernel->send_error) {
+        errno = gKernel->send_error;
+        return -1;
+    }
+    bytes request;
+    for (size_t i = 0; i < msg->msg_iovlen; i++) {
+        const auto *part = static_cast<const uint8_t *>(msg->msg_iov[i].iov_base);
+        request.insert(request.end(), part, part + msg->msg_iov[i].iov_len);
+    }
+    gRequest_seq = header_of(request, 0)->nlmsg_seq;
+    if (generic_socket(fd) && header_of(request, 0)->nlmsg_type == GENL_ID_CTRL)
+        family_answer(request);
+    else
+        gKernel->requests.push_back(request);
+    return (ssize_t)request.size();
+}
+
+static ssize_t deliver(scripted_answer &answer, msghdr *msg, int fd, int flags)
+{
+    address(answer.datagram, port_of(fd), gRequest_seq);
+    const iovec &room = msg->msg_iov[0];
+    size_t size = std::min(answer.datagram.size(), room.iov_len);
+    memcpy(room.iov_base, answer.datagram.data(), size);
+    sockaddr_nl sender = {};
+    sender.nl_family = AF_NETLINK;
+    sender.nl_pid = answer.sender_port;
+    memcpy(msg->msg_name, &sender, std::min<size_t>(sizeof sender, msg->msg_namelen));
+    msg->msg_namelen = answer.sender_length;
+    msg->msg_controllen = 0;
+    msg->msg_flags = answer.truncated || size < answer.datagram.size() ? MSG_TRUNC : 0;
+    return (ssize_t)(flags & MSG_TRUNC ? answer.datagram.size() : size);
+}
+
+extern "C" ssize_t recvmsg(int fd, msghdr *msg, int flags)
+{
+    if (!gKernel)
+        return syscall(SYS_recvmsg, fd, msg, flags);
+    gKernel->receives++;
+    if (gKernel->answers.empty()) {
+        errno = gKernel->empty_error;
+        return -1;
+    }
+    scripted_answer answer = gKernel->answers.front();
+    if (!(flags & MSG_PEEK) || answer.error)
+        gKernel->answers.pop_front();
+    if (answer.error) {
+        errno = answer.error;
+        return -1;
+    }
+    return deliver(answer, msg, fd, flags);
+}
+
+extern "C" unsigned if_nametoindex(const char *name) noexcept
+{
+    if (!gKernel) {
+        using function = unsigned (*)(const char *);
+        static const auto real = (function)dlsym(RTLD_NEXT, "if_nametoindex");
+        return real(name);
+    }
+    auto found = gKernel->interfaces.find(name);
+    if (found != gKernel->interfaces.end())
+        return found->second;
+    errno = ENODEV;
+    return 0;
+}
+
+extern "C" unsigned sleep(unsigned seconds)
+{
+    gKernel->slept_s += seconds;
+    return 0;
+}
+
+extern "C" int usleep(useconds_t microseconds)
+{
+    gKernel->slept_us += microseconds;
+    return 0;
+}
