@@ -6,6 +6,7 @@
 
 constexpr int CHANNEL_STEP_MHZ = 5;
 constexpr int CHANNEL_14_MHZ = 2484;
+constexpr int MAX_CHANNEL = 173;
 
 /// Frequencies from first to last count their channels from base.
 struct channel_range {
@@ -26,36 +27,35 @@ constexpr const char *TYPE_NAMES[] = {
     "NAN",
 };
 
+static const channel_range *range_of(int frequency_mhz)
+{
+    for (const channel_range &range : CHANNEL_RANGES)
+        if (frequency_mhz >= range.first_mhz && frequency_mhz <= range.last_mhz)
+            return &range;
+    return nullptr;
+}
+
 int sys_freq2chan(int frequency_mhz)
 {
     if (frequency_mhz == CHANNEL_14_MHZ)
         return 14;
-    for (const channel_range &range : CHANNEL_RANGES) {
-        if (frequency_mhz < range.first_mhz || frequency_mhz > range.last_mhz)
-            continue;
-        int offset = frequency_mhz - range.base_mhz;
-        if (offset % CHANNEL_STEP_MHZ == 0)
-            return offset / CHANNEL_STEP_MHZ;
-        // Here the line shows the offset, below the frequency: meant so.
-        log_error("unhandled freq %d : returning 0", offset);
-        return 0;
-    }
-    log_error("unhandled freq %d : returning 0", frequency_mhz);
+    const channel_range *range = range_of(frequency_mhz);
+    // Inside a range the line shows the offset from its base, not the frequency: meant so.
+    const int offset = range ? frequency_mhz - range->base_mhz : frequency_mhz;
+    if (range && offset % CHANNEL_STEP_MHZ == 0)
+        return offset / CHANNEL_STEP_MHZ;
+    log_error("unhandled freq %d : returning 0", offset);
     return 0;
 }
 
 int sys_chan2freq(int channel)
 {
+    if (channel < 1 || channel > MAX_CHANNEL)
+        return 0;
     if (channel == 14)
         return CHANNEL_14_MHZ;
-    if (channel <= 0)
-        return 0;
-    for (const channel_range &range : CHANNEL_RANGES) {
-        int64_t frequency = range.base_mhz + int64_t{CHANNEL_STEP_MHZ} * channel;
-        if (frequency >= range.first_mhz && frequency <= range.last_mhz)
-            return (int)frequency;
-    }
-    return 0;
+    const int frequency = (channel < 14 ? 2407 : 5000) + channel * CHANNEL_STEP_MHZ;
+    return range_of(frequency) ? frequency : 0;
 }
 
 const char *ng_nl80211_iface_type_name(uint32_t type)

@@ -1,0 +1,205 @@
+// The neighbour query of batman-adv: captured dumps, answers that break off, and the socket's life.
+#include <cstring>
+
+#include <netlink/msg.h>
+
+#include "netlink/batman.h"
+#include "netlink/batman_internal.h"
+#include "netlink/netlink_fixture.h"
+#include "netlink/nl_handle_internal.h"
+
+constexpr uint8_t GET_NEIGHBORS = 9;
+constexpr uint16_t NEIGH_ADDRESS = 24, HARD_IFNAME = 7, ACTIVE = 15, BLA_CRC = 34;
+
+static const bytes MAC = {2, 0, 0, 0, 0, 1};
+
+static bytes neighbor(const bytes &attributes, uint8_t command = GET_NEIGHBORS)
+{
+    return generic_message(scripted_kernel::FAMILY, command, attributes);
+}
+
+class batman_query : public netlink_fixture {
+protected:
+    void SetUp() override
+    {
+        netlink_fixture::SetUp();
+        kernel.interfaces = {{"bat0", 4}};
+    }
+    void TearDown() override
+    {
+        bat_nlsock_close();
+        netlink_fixture::TearDown();
+    }
+
+    uint32_t neighbors_of(const std::vector<bytes> &datagrams)
+    {
+        kernel.answers.clear();
+        kernel.answer(datagrams);
+        return bat_check_neighbors();
+    }
+
+    /// Captured datagrams as answers to a request of this program: lines first to last.
+    std::vector<bytes> captured(const char *file, size_t first, size_t last)
+    {
+        std::vector<bytes> all = read_hex_file(file);
+        std::vector<bytes> out(all.begin() + (long)first, all.begin() + (long)last + 1);
+        for (bytes &datagram : out) {
+            for (size_t at = 0; at < datagram.size();) {
+                uint32_t length;
+                memcpy(&length, datagram.data() + at, sizeof length);
+                memset(datagram.data() + at + 8, 0, 8);
+                at += NLMSG_ALIGN(length);
+            }
+        }
+        return out;
+    }
+};
+
+TEST_F(batman_query, captured_dumps_are_counted)
+{
+    for (const char *file : {"batman-iv-neighbors.hex", "batman-v-neighbors.hex"}) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(neighbors_of(captured(file, 0, 1)), 2u);
+        EXPECT_EQ(neighbors_of(captured(file, 2, 3)), 1u);
+        EXPECT_EQ(log.take(), (lines{"DEBUG Got 2 neighbors on BATMAN iface",
+                                     "DEBUG Got 1 neighbors on BATMAN iface"}));
+        // Not a mesh: the kernel hides its error in the end of the dump.
+        EXPECT_EQ(neighbors_of(captured(file, 4, 4)), 0u);
+        EXPECT_EQ(log.take(), (lines{"ERROR Got error: No such device",
+                                     "DEBUG Got 0 neighbors on BATMAN iface"}));
+    }
+    // length, family 0x21, dump with acknowledgement; command 9, version 1; bat0 is interface 4
+    bytes request = kernel.requests.back();
+    std::fill(request.begin() + 8, request.begin() + 16, 0);
+    EXPECT_EQ(to_hex(request), "1c0000002100050300000000000000000901000008000300"
+                               "04000000");
+}
+
+TEST_F(batman_query, only_whole_neighbors_are_counted)
+{
+    const bytes address = attr(NEIGH_ADDRESS, MAC);
+    const struct {
+        const char *what;
+        bytes message;
+        uint32_t count;
+        lines logged;
+    } cases[] = {
+        {"a plain one", neighbor(address), 1, {}},
+        {"another command's", neighbor(address, 8), 0, {}},
+        {"no address",
+         neighbor(attr_u32(23, 5)),
+         0,
+         {"ERROR Netlink message didn't include neighbor address"}},
+        {"no attributes",
+         neighbor({}),
+         0,
+         {"ERROR Netlink message didn't include neighbor address"}},
+        {"a short address",
+         neighbor(attr(NEIGH_ADDRESS, bytes(5))),
+         0,
+         {"ERROR Got unknown attributes from kernel."}},
+        {"a name without its end",
+         neighbor(join({address, attr(HARD_IFNAME, bytes(8, 'a'))})),
+         0,
+         {"ERROR Got unknown attributes from kernel."}},
+        {"a name of 17 bytes",
+         neighbor(join({address, attr_text(HARD_IFNAME, "0123456789abcdef")})),
+         0,
+         {"ERROR Got unknown attributes from kernel."}},
+        {"a name of 16 bytes",
+         neighbor(join({address, attr_text(HARD_IFNAME, "0123456789abcde")})),
+         1,
+         {}},
+        {"half a number",
+         neighbor(join({address, attr(BLA_CRC, bytes(1))})),
+         0,
+         {"ERROR Got unknown attributes from kernel."}},
+        {"a flag", neighbor(join({address, attr(ACTIVE, {})})), 1, {}},
+        {"attributes of a newer kernel",
+         neighbor(join({address, attr(60, {}), attr(200, MAC)})),
+         1,
+         {}},
+        {"no room for the generic header",
+         message(scripted_kernel::FAMILY, NLM_F_MULTI, bytes(3)),
+         0,
+         {"ERROR Got invalid data from kernel."}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(neighbors_of({c.message, done_message(0)}), c.count);
+        lines expected = c.logged;
+        expected.push_back("DEBUG Got " + std::to_string(c.count) + " neighbors on BATMAN iface");
+        EXPECT_EQ(log.take(), expected);
+    }
+    // A dump of many datagrams, marked as interrupted in the middle: what was told counts.
+    std::vector<bytes> many(64, neighbor(attr(NEIGH_ADDRESS, MAC)));
+    many[30] = generic_message(scripted_kernel::FAMILY, GET_NEIGHBORS, attr(NEIGH_ADDRESS, MAC),
+                               NLM_F_MULTI | NLM_F_DUMP_INTR);
+    many.push_back(done_message(0));
+    EXPECT_EQ(neighbors_of(many), 64u);
+    EXPECT_NE(gBat_neighbor_query.socket, nullptr);
+}
+
+TEST_F(batman_query, null_arguments_are_named)
+{
+    uint32_t counter = 0;
+    nl_msg_handle msg(nlmsg_alloc());
+    EXPECT_EQ(bat_get_neighbors_cb(nullptr, &counter), NL_OK);
+    EXPECT_EQ(bat_get_neighbors_cb(msg.get(), nullptr), NL_OK);
+    EXPECT_EQ(bat_neighbors_finish(nullptr, nullptr), NL_STOP);
+    EXPECT_EQ(log.take(), (lines{"ERROR msg is NULL", "ERROR arg is NULL", "ERROR msg is NULL"}));
+}
+
+TEST_F(batman_query, the_socket_is_kept_until_closed)
+{
+    const long before = open_descriptors();
+    bat_nlsock_close();
+    EXPECT_EQ(neighbors_of({done_message(0)}), 0u);
+    nl_sock *socket = gBat_neighbor_query.socket;
+    EXPECT_EQ(gBat_neighbor_query.family_id, scripted_kernel::FAMILY);
+    EXPECT_EQ(open_descriptors(), before + 1);
+
+    // Refusals by the kernel end a query but not the socket.
+    EXPECT_EQ(neighbors_of({error_message(-EOPNOTSUPP)}), 0u);
+    kernel.interfaces.clear();
+    EXPECT_EQ(bat_check_neighbors(), 0u);
+    EXPECT_EQ(gBat_neighbor_query.socket, socket);
+    EXPECT_EQ(
+        log.take(),
+        (lines{"DEBUG Got 0 neighbors on BATMAN iface", "ERROR Got error: Operation not supported",
+               "DEBUG Got 0 neighbors on BATMAN iface", "ERROR Unable to find 'bat0' iface"}));
+    bat_nlsock_close();
+    EXPECT_EQ(gBat_neighbor_query.socket, nullptr);
+    EXPECT_EQ(gBat_neighbor_query.callbacks, nullptr);
+    EXPECT_EQ(gBat_neighbor_query.family_id, 0);
+    EXPECT_EQ(open_descriptors(), before);
+
+    kernel.families_known = false;
+    EXPECT_EQ(bat_check_neighbors(), 0u);
+    EXPECT_EQ(gBat_neighbor_query.socket, nullptr);
+    EXPECT_EQ(log.take(), (lines{"ERROR Unable to find BATMAN on netlink socket",
+                                 "ERROR Unable to connect to BATMAN netlink socket"}));
+}
+
+// The rest of a dump that broke off would be read as the answer to the next query.
+TEST_F(batman_query, a_dump_that_breaks_off_is_not_mixed_with_the_next)
+{
+    const bytes one = neighbor(attr(NEIGH_ADDRESS, MAC));
+    EXPECT_EQ(neighbors_of({one}), 1u); // then recvmsg() fails
+    EXPECT_EQ(gBat_neighbor_query.socket, nullptr);
+    kernel.answers.clear();
+    kernel.answers.push_back({.datagram = {}, .error = ENOBUFS});
+    EXPECT_EQ(bat_check_neighbors(), 0u);
+    EXPECT_EQ(gBat_neighbor_query.socket, nullptr);
+    kernel.send_error = EPERM;
+    EXPECT_EQ(bat_check_neighbors(), 0u);
+    kernel.send_error = 0;
+    log.take();
+    EXPECT_EQ(neighbors_of({one, one, done_message(0)}), 2u);
+    EXPECT_EQ(log.take(), lines{"DEBUG Got 2 neighbors on BATMAN iface"});
+    // Somebody else's sequence number is no answer of ours.
+    bytes foreign = one;
+    foreign[8] = 99;
+    EXPECT_EQ(neighbors_of({foreign, done_message(0)}), 0u);
+    EXPECT_EQ(gBat_neighbor_query.socket, nullptr);
+}
