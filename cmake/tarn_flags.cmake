@@ -15,6 +15,9 @@ if(TARN_SANITIZE)
   add_compile_options(-fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TARN_SANITIZE})
 endif()
+if(TARN_FUZZ) # the fuzzer is led by what it reaches in the libraries, not only in its target
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # tarn_folder_library(NAME [LIBRARIES...]): a static library of every .cpp directly in the current
 # folder (except main.cpp), with the daemon's flags; headers are included from the root of src/.
