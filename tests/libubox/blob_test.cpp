@@ -79,6 +79,7 @@ TEST_F(blob, a_message_stays_below_16_mib)
         added++;
     EXPECT_EQ(added, 256);
     size_t before = blob_raw_len(buf.head);
+    EXPECT_FALSE(blob_buf_grow(&buf, 0xfffff));
     EXPECT_EQ(blobmsg_open_table(&buf, chunk.c_str()), nullptr);
     EXPECT_EQ(blobmsg_alloc_string_buffer(&buf, "s", 0xffffffff), nullptr);
     EXPECT_EQ(blobmsg_add_field(&buf, BLOBMSG_TYPE_STRING, "s", nullptr, 0xffffffff), -1);
@@ -102,6 +103,18 @@ TEST_F(blob, names_that_do_not_fit_16_bits_are_refused)
     EXPECT_EQ(blobmsg_add_u8(&buf, std::string(0x10000, 'n').c_str(), 1), -1);
     EXPECT_EQ(blobmsg_add_u8(&buf, std::string(0xffff, 'n').c_str(), 1), 0);
     EXPECT_TRUE(blobmsg_check_attr_list(buf.head, BLOBMSG_TYPE_INT8));
+}
+
+TEST_F(blob, a_name_is_compared_to_its_end)
+{
+    blobmsg_add_u8(&buf, "axb", 1);
+    auto *attr = static_cast<blob_attr *>(blob_data(buf.head));
+    const_cast<char *>(blobmsg_name(attr))[1] = '\0';
+    ASSERT_TRUE(blobmsg_check_attr(attr, true));
+    static constexpr blobmsg_policy POLICY[] = {{"a", BLOBMSG_TYPE_BOOL}};
+    blob_attr *tb[1];
+    EXPECT_EQ(blobmsg_parse_attr(POLICY, 1, tb, buf.head), 0);
+    EXPECT_EQ(tb[0], nullptr);
 }
 
 TEST_F(blob, strings_in_place_keep_their_text_while_they_grow)

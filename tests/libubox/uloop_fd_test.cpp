@@ -236,5 +236,7 @@ TEST_F(loop, a_record_outlives_neither_its_descriptor_nor_its_loop)
     uloop_init();
     EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), -1);
     (void)uloop_fd_delete(&w);
+    w.eof = w.error = true;
     EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), 0);
+    EXPECT_FALSE(w.eof || w.error);
 }

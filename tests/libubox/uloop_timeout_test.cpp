@@ -212,26 +212,29 @@ TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
 TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
 {
     uloop_clock_settle_ms(5000);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    pid_t child = fork();
-    if (child == 0) {
-        (void)!write(ends[1], "x", 1);
+    int question[2], reply[2];
+    ASSERT_EQ(pipe(question) | pipe(reply), 0);
+    pid_t peer = fork();
+    if (peer == 0) {
+        char byte;
+        (void)!(read(question[0], &byte, 1) == 1 && write(reply[1], "x", 1));
         _exit(0);
     }
-    watch answer(ends[0], [&](unsigned) {
+    watch answer(reply[0], [&](unsigned) {
         log += "answer ";
         uloop_end();
     });
     uloop_fd_add(&answer, ULOOP_READ);
+    timer ask([&] { EXPECT_EQ(write(question[1], "x", 1), 1); });
     timer guard = logging("guard");
+    uloop_timeout_set(&ask, 10);
     uloop_timeout_set(&guard, 20);
     uloop_run();
     EXPECT_EQ(log, "answer ");
     (void)uloop_fd_delete(&answer);
-    close(ends[0]);
-    close(ends[1]);
-    waitpid(child, nullptr, 0);
+    for (int fd : {question[0], question[1], reply[0], reply[1]})
+        close(fd);
+    waitpid(peer, nullptr, 0);
 }
 
 TEST_F(loop, real_time_passes_while_the_loop_waits)
