@@ -211,7 +211,6 @@ TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
 
 TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
 {
-    uloop_clock_settle_ms(5000);
     int question[2], reply[2];
     ASSERT_EQ(pipe(question) | pipe(reply), 0);
     pid_t peer = fork();
@@ -225,7 +224,10 @@ TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
         uloop_end();
     });
     uloop_fd_add(&answer, ULOOP_READ);
-    timer ask([&] { EXPECT_EQ(write(question[1], "x", 1), 1); });
+    timer ask([&] {
+        uloop_clock_settle_ms(5000);
+        EXPECT_EQ(write(question[1], "x", 1), 1);
+    });
     timer guard = logging("guard");
     uloop_timeout_set(&ask, 10);
     uloop_timeout_set(&guard, 20);
