@@ -1,0 +1,72 @@
+// Package "zt" in the sandbox's configuration, and the errors and warnings that were logged.
+#pragma once
+
+#include "support/temporary_directory.h"
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+constexpr const char *CONFIG = "/etc/config/zt", *DELTA = "/tmp/.uci/zt", *LOG = "/tmp/zu_uci.log";
+constexpr const char *BASE = "\nconfig part 'a'\n\toption one '1'\n\toption single 'x'\n"
+                             "\tlist items 'p'\n\tlist items 'q'\n\tlist items 'r'\n\n"
+                             "config part 'b'\n\toption one '1'\n\n";
+
+struct uci_fixture : testing::Test {
+    void SetUp() override
+    {
+        reset();
+        unlink(LOG);
+        debug_init(LOG);
+    }
+
+    void TearDown() override
+    {
+        fclose(gDebug_file);
+        gDebug_file = nullptr;
+    }
+
+    /// The package as it began, with no changes.
+    void reset()
+    {
+        (void)ng_uci_renew_change_context(); // what an earlier test left is written out first
+        unlink(DELTA);
+        write_file(CONFIG, BASE);
+        (void)ng_uci_renew_change_context();
+    }
+
+    int act(ng_uci_action action, const char *value, const char *name)
+    {
+        return ng_uci_save_action_ctx(ng_uci_change_context(), action, value, "%s", name);
+    }
+
+    std::string config() { return read_file(CONFIG); }
+    std::string delta() { return read_file(DELTA); }
+
+    /// How often the text was logged.
+    int logged(const std::string &text)
+    {
+        const std::string log = read_file(LOG);
+        int count = 0;
+        for (size_t at = log.find(text); at != log.npos; at = log.find(text, at + 1))
+            count++;
+        return count;
+    }
+
+    /// Runs the uci tool (or any command line); its output.
+    std::string shell(const std::string &command)
+    {
+        std::string output;
+        FILE *pipe = popen(command.c_str(), "r");
+        char part[4096];
+        for (size_t got; (got = fread(part, 1, sizeof part, pipe)) > 0;)
+            output.append(part, got);
+        pclose(pipe);
+        return output;
+    }
+};
