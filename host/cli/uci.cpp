@@ -179,15 +179,9 @@ bool take_option(uci_tool &tool, int option, const char *value)
     return false;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+/// Takes the options, then runs the command.
+int run(uci_tool &tool, int argc, char **argv)
 {
-    uci_tool tool{};
-    tool.name = argv[0];
-    tool.ctx = uci_alloc_context();
-    tool.input = stdin;
-    tool.delimiter = " ";
     int option;
     while ((option = getopt(argc, argv, "+c:C:d:f:mnNp:P:qsSt:X")) != -1)
         if (!take_option(tool, option, optarg)) {
@@ -201,13 +195,24 @@ int main(int argc, char **argv)
     }
     const int count = argc - optind - 1;
     const command *entry = find_command(argv[optind]);
-    if (!takes(entry, count)) {
-        usage(tool.name);
-        return EXIT_USAGE;
-    }
-    const int status = entry->run(tool, argv + optind + 1, count);
+    if (takes(entry, count))
+        return entry->run(tool, argv + optind + 1, count);
+    usage(tool.name);
+    return EXIT_USAGE;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    uci_tool tool{};
+    tool.name = argv[0];
+    tool.ctx = uci_alloc_context();
+    tool.input = stdin;
+    tool.delimiter = " ";
+    const int status = run(tool, argc, argv);
     uci_free_context(tool.ctx);
-    if (tool.input != stdin)
+    if (tool.input && tool.input != stdin)
         fclose(tool.input);
     return fflush(stdout) == 0 ? status : 1;
 }

@@ -1,0 +1,96 @@
+// libraries: openwrt::uci
+// A config file and a delta file through the loader: the input is both, parted by its first NUL.
+// What loads must commit; and what a config file alone exports must load as the same text again (a
+// delta may rename two sections to one name).
+#include <uci.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+void put_file(const std::string &dir, const std::string &text)
+{
+    FILE *file = fopen((dir + "/net").c_str(), "w");
+    if (!file)
+        abort();
+    fwrite(text.data(), 1, text.size(), file);
+    fclose(file);
+}
+
+const std::string &directory(const char *part)
+{
+    static std::string root;
+    static std::string conf, save;
+    if (root.empty()) {
+        char name[] = "/tmp/uci-fuzz-XXXXXX";
+        if (!mkdtemp(name))
+            abort();
+        root = name;
+        conf = root + "/config";
+        save = root + "/save";
+        if (mkdir(conf.c_str(), 0700) != 0 || mkdir(save.c_str(), 0700) != 0)
+            abort();
+    }
+    return *part == 'c' ? conf : save;
+}
+
+uci_context *open_context(bool strict)
+{
+    uci_context *ctx = uci_alloc_context();
+    uci_set_confdir(ctx, directory("config").c_str());
+    uci_set_conf2dir(ctx, nullptr);
+    uci_set_savedir(ctx, directory("save").c_str());
+    if (!strict)
+        ctx->flags = UCI_FLAG_SAVED_DELTA;
+    return ctx;
+}
+
+std::string exported(uci_context *ctx, uci_package *p)
+{
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    uci_export(ctx, stream, p, false);
+    fclose(stream);
+    const std::string result(text, size);
+    free(text);
+    return result;
+}
+
+void check_round_trip(const std::string &text)
+{
+    uci_context *ctx = uci_alloc_context();
+    uci_package *p = nullptr;
+    FILE *stream = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
+    if (uci_import(ctx, stream, "net", &p, true) != UCI_OK || exported(ctx, p) != text)
+        abort();
+    fclose(stream);
+    uci_free_context(ctx);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const std::string input(reinterpret_cast<const char *>(data), size);
+    const size_t parting = input.find('\0');
+    put_file(directory("config"), input.substr(0, parting));
+    put_file(directory("save"), parting == std::string::npos ? "" : input.substr(parting + 1));
+    for (const bool strict : {true, false}) {
+        uci_context *ctx = open_context(strict);
+        uci_package *p = nullptr;
+        if (uci_load(ctx, "net", &p) == UCI_OK) {
+            if (parting == std::string::npos)
+                check_round_trip(exported(ctx, p));
+            if (uci_commit(ctx, &p, false) != UCI_OK)
+                abort();
+        }
+        uci_free_context(ctx);
+    }
+    return 0;
+}
