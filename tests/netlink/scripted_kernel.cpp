@@ -115,7 +115,7 @@ static ssize_t deliver(scripted_answer &answer, msghdr *msg, int fd, int flags)
     address(answer.datagram, port_of(fd), gRequest_seq);
     const iovec &room = msg->msg_iov[0];
     size_t size = std::min(answer.datagram.size(), room.iov_len);
-    memcpy(room.iov_base, answer.datagram.data(), size);
+    std::copy_n(answer.datagram.data(), size, static_cast<uint8_t *>(room.iov_base));
     sockaddr_nl sender = {};
     sender.nl_family = AF_NETLINK;
     sender.nl_pid = answer.sender_port;
