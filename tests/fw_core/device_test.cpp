@@ -1,7 +1,11 @@
-// Check-in requests to the cloud-communication daemon: there, missing, silent, gone.
+// Check-in requests to the cloud-communication daemon, there, missing, silent or gone; reboots.
 #include "platform/fw_core/fw_core.h"
 
+#include "platform/zu/log.h"
 #include "support/bus_fixture.h"
+
+#include <libubox_host/clock.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -69,6 +73,24 @@ TEST_F(checkin, a_silent_peer_gathers_a_few_requests_only)
     answer_all();
 }
 
+TEST_F(checkin, a_peer_that_never_answers_is_given_up)
+{
+    g_silent = true;
+    for (int i = 0; i < CLOUD_CHECKINS_MAX; i++)
+        cloud_checkin(daemon, "normal", false);
+    run_until([] { return g_received.size() == CLOUD_CHECKINS_MAX; });
+    EXPECT_FALSE(list_empty(&daemon->requests));
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(CLOUD_CHECKIN_TIMEOUT_MS + 100);
+    uloop_clock_virtual(false);
+    EXPECT_TRUE(list_empty(&daemon->requests));
+    answer_all(); // too late: nobody listens any more
+    g_silent = false;
+    cloud_checkin(daemon, "normal", false);
+    run_until([] { return g_received.size() == CLOUD_CHECKINS_MAX + 1; });
+    settle();
+}
+
 TEST_F(checkin, a_missing_peer_or_bus_is_only_logged)
 {
     g_silent = true;
@@ -81,6 +103,29 @@ TEST_F(checkin, a_missing_peer_or_bus_is_only_logged)
     cloud_checkin(daemon, "normal", false);
     settle();
     EXPECT_EQ(g_received.size(), 1u);
+}
+
+TEST(reboot, runs_the_systems_command_and_tells_when_it_cannot)
+{
+    const temporary_directory directory;
+    const std::string old_path = getenv("PATH");
+    setenv("PATH", directory.path.c_str(), 1); // whatever happens, not the machine's own
+    std::string error;
+    const auto listen = [](const char *message, void *priv) {
+        *static_cast<std::string *>(priv) = message;
+    };
+    zu_log_set_error_listener(listen, &error);
+    _fw_core_reboot("testing");
+    EXPECT_NE(error.find("127"), std::string::npos);
+
+    error.clear();
+    write_file(directory / "reboot", "#!/bin/sh\n: > '" + (directory / "rebooted") + "'\n");
+    chmod((directory / "reboot").c_str(), 0755);
+    _fw_core_reboot("testing");
+    EXPECT_EQ(error, "");
+    EXPECT_EQ(access((directory / "rebooted").c_str(), F_OK), 0);
+    zu_log_set_error_listener(nullptr, nullptr);
+    setenv("PATH", old_path.c_str(), 1);
 }
 
 } // namespace
