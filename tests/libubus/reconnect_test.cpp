@@ -87,6 +87,7 @@ size_t notify(const raw_client &owner, uint32_t object)
         owner.request(make_frame(UBUS_MSG_NOTIFY, 9, object, [object](blob_buf *b) {
             blob_put_int32(b, UBUS_ATTR_OBJID, object);
             blob_put_string(b, UBUS_ATTR_METHOD, "notice");
+            wire_put_data(b, nullptr);
         }));
     return frame_attribute(replies.back(), UBUS_ATTR_SUBSCRIBERS).size() / 8;
 }
