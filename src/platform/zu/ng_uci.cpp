@@ -77,7 +77,9 @@ int ng_uci_flush()
 
 bool ng_uci_renew_change_context()
 {
-    (void)ng_uci_flush();
+    // Changes that cannot be written stay with the old context, so that their commit fails as well.
+    if (ng_uci_flush() != 0)
+        return true;
     end_of_callback_cb(nullptr);
     if (ng_uci_change_context())
         return true;

@@ -30,7 +30,8 @@ int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value
 
 /// Writes every changed package's delta file once. 0, or -1 when one could not be written (logged).
 int ng_uci_flush();
-/// Flushes, then replaces the change context by a fresh one. False, with WARNING "Failed to create
+/// Flushes, then replaces the change context by a fresh one, or keeps it when there were changes
+/// that could not be written. False, with WARNING "Failed to create
 /// new uci context for tarn_net", when that fails.
 bool ng_uci_renew_change_context();
 /// Flushes and commits one package. 0, or -1: then the committed file is what it was.
