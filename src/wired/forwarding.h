@@ -27,5 +27,6 @@ bool firewall_revert_forwarding_rules();
 
 /// Sets the captive portal's log-out rules; uncommitted.
 void set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
-/// Tells portal and shaper which interfaces carry clients and which one leads out.
-void set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings);
+/// Tells portal and shaper which interfaces carry clients and which one leads out. False when what
+/// was to be committed was not.
+bool set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings);

@@ -109,21 +109,24 @@ static void set_shaper(uint32_t state, const wifi_ssid_settings &settings, int s
     ng_uci_save_action_ctx(ctx, ng_uci_del_list, gateway.c_str(), ACCESS, ssid);
 }
 
-void set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings)
+bool set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings)
 {
     if (settings == nullptr) {
         log_error("%s is NULL", "wifi_settings");
-        return;
+        return false;
     }
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
         set_access_ifaces(portal_is_here(state), ssid);
         set_shaper(state, settings->ssids[ssid - 1], ssid);
     }
     if (!commit)
-        return;
+        return true;
     ng_uci_renew_change_context();
-    if (ng_uci_commit("udsplash") != 0)
+    const bool portal = ng_uci_commit("udsplash") == 0;
+    if (!portal)
         log_error("Failed to commit udsplash config to UCI");
-    if (ng_uci_commit("udshape") != 0)
+    const bool shaper = ng_uci_commit("udshape") == 0;
+    if (!shaper)
         log_error("Failed to commit udshape config to UCI");
+    return portal && shaper;
 }

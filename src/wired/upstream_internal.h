@@ -5,6 +5,9 @@
 
 /// The one place that sets the upstream state; logs old and new.
 void upstream_set_state(uint32_t state);
+/// Puts what follows from the present state into force: rules, DHCP, captive portal, orphan
+/// service. What fails is logged, and `incomplete` remembers it.
+void upstream_apply_state();
 /// Sends "netconfigd.gateway_mode" for a change to `next`.
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".

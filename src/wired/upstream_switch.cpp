@@ -117,20 +117,23 @@ static void set_dhcp_ignore(bool own_setting)
     ng_uci_save_action_int_ctx(ctx, uci_set_string, own_setting ? 0 : 1, "dhcp.mesh_gw.ignore");
 }
 
-static void serve_as_gateway()
+/// False when the routing rule could not be set.
+static bool serve_as_gateway()
 {
     update_led_flag("gateway", true);
-    (void)ng_rtnl_iface_rule_add(nullptr, 0, 0, 0, TABLE_WIRED, RULE_PRIORITY);
+    const int rule = ng_rtnl_iface_rule_add(nullptr, 0, 0, 0, TABLE_WIRED, RULE_PRIORITY);
     set_dhcp_ignore(true);
+    return rule == 0;
 }
 
-static void serve_as_repeater(uint32_t state)
+static bool serve_as_repeater(uint32_t state)
 {
     if (state == TARN_NET_UPSTREAM_MESH_STATE)
         update_led_flag("repeater", true);
-    (void)ng_rtnl_iface_rule_add("lo", 0, 0, 0, TABLE_MESH, RULE_PRIORITY);
+    const int rule = ng_rtnl_iface_rule_add("lo", 0, 0, 0, TABLE_MESH, RULE_PRIORITY);
     set_dhcp_ignore(false);
     change_dns_interface(ng_uci_del_list, "lo");
+    return rule == 0;
 }
 
 static void remove_dns_interfaces()
@@ -143,33 +146,39 @@ static void remove_dns_interfaces()
     }
 }
 
-static void apply_portal(uint32_t state)
+/// A commit that fails is logged as `failure`.
+static bool commit(const char *package, const char *failure)
+{
+    if (ng_uci_commit(package) == 0)
+        return true;
+    log_warning("%s", failure);
+    return false;
+}
+
+static bool apply_portal(uint32_t state)
 {
     set_udsplash_logout_firewall(state, wifi_live_settings());
-    if (ng_uci_commit("firewall") != 0)
-        log_warning("Failed to commit firewall config to UCI");
-    set_udsplash_ifaces(state, true, wifi_live_settings());
+    const bool firewall = commit("firewall", "Failed to commit firewall config to UCI");
+    const bool portal = set_udsplash_ifaces(state, true, wifi_live_settings());
     if (!run_reload_config())
         log_warning("Unable to reload udsplash ifaces and firewall rules");
     wifid_stop_orphand();
+    return firewall && portal;
 }
 
-static void change_state(uint32_t state)
+void upstream_apply_state()
 {
-    upstream_set_state(state);
+    const uint32_t state = gTarn_net_state.inet_test.upstream_state;
+    const bool wan = state == TARN_NET_UPSTREAM_WAN_STATE;
     delete_routing_rules();
     remove_dns_interfaces();
-    const bool wan = state == TARN_NET_UPSTREAM_WAN_STATE;
-    if (wan)
-        serve_as_gateway();
-    else
-        serve_as_repeater(state);
+    const bool routed = wan ? serve_as_gateway() : serve_as_repeater(state);
     change_dns_interface(ng_uci_add_list,
                          wan ? gTarn_net_state.upstream.wired_uplink_bridge : MESH_BRIDGE);
     ng_uci_renew_change_context();
-    if (ng_uci_commit("dhcp") != 0)
-        log_warning("Unable to commit DHCP server rules");
-    apply_portal(state);
+    const bool served = commit("dhcp", "Unable to commit DHCP server rules");
+    const bool portal = apply_portal(state);
+    gTarn_net_state.upstream.incomplete = !routed || !served || !portal;
 }
 
 /// Moves forwarding to the new uplink interface. True when it has been committed.
@@ -199,8 +208,10 @@ bool update_uplink_interface(uint32_t state)
         return true;
     }
     log_debug("old iface: '%s', new iface: '%s'", test.uplink_iface, test.passed_iface);
-    if (state != test.upstream_state)
-        change_state(state);
+    const bool changed = state != test.upstream_state;
+    upstream_set_state(state);
+    if (changed || gTarn_net_state.upstream.incomplete)
+        upstream_apply_state();
     wifid_apply_bridges();
     const bool switched = switch_forwarding(state);
     wifid_apply_bridges();

@@ -46,6 +46,8 @@ struct upstream_record {
     uloop_timeout mesh_up_timer;
     int32_t wc_eth0_up_count; ///< consecutive passed mesh cycles with link on the port
     int32_t wc_eth1_up_count;
+    /// What follows from the state could not all be put into force: tried again next cycle.
+    bool incomplete;
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
 };
 
