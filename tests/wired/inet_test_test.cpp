@@ -1,0 +1,317 @@
+// The internet test over real interfaces to a simulated internet in a namespace of its own: plain
+// and TLS targets, the ways they fail, several interfaces, aborts.
+#include "wired/node_fixture.h"
+
+#include "wired/netifd_iface.h"
+
+namespace {
+
+constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
+constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
+constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
+constexpr int MESH_IFACES = 8; // one more than a cycle takes
+
+constexpr char PLAIN[] = "http://203.0.113.80";
+constexpr char TLS[] = "https://check.internet.test";
+constexpr char REFUSED[] = "http://203.0.113.81:81";
+constexpr char SILENT[] = "http://203.0.113.99";
+constexpr char UNKNOWN[] = "http://gone.internet.test";
+constexpr char UNTRUSTED[] = "https://bad.internet.test";
+
+struct InetTest : node_fixture {
+    static inline std::unique_ptr<program> internet;
+    std::vector<std::string> paths;
+
+    static void cable(const std::string &device, int number)
+    {
+        const std::string net = "10.1" + std::to_string(number) + ".0.";
+        const std::string far = "far" + std::to_string(number);
+        run("ip link add " + device + " type veth peer name " + far +
+            " netns internet; ip link set " + device + " up; ip address add " + net + "2/24 dev " +
+            device + "; ip -n internet link set " + far + " up; ip -n internet address add " + net +
+            "1/24 dev " + far + "; ip route add default via " + net + "1 dev " + device +
+            " metric " + std::to_string(10 + number));
+    }
+    static void SetUpTestSuite()
+    {
+        run("ip netns add internet; ip -n internet link set lo up; for host in 43 44 53 80 81; do "
+            "ip -n internet address add 203.0.113.$host/32 dev lo; done; "
+            "echo nameserver 203.0.113.53 >/etc/resolv.conf; echo on >/var/sim/internet");
+        cable("br-wired0", 0);
+        for (int i = 0; i < MESH_IFACES; i++)
+            cable("mesh" + std::to_string(i), i + 1);
+        internet = std::make_unique<program>(
+            std::vector<std::string>{"ip", "netns", "exec", "internet", "sim_internet",
+                                     std::string(getenv("TARN_BUILD")) + "/sim/certificates"});
+        ASSERT_TRUE(eventually(
+            [] { return run("ip netns exec internet ss -ltn | grep -q :443").status == 0; }));
+    }
+    static void TearDownTestSuite() { internet.reset(); }
+
+    void targets(const std::vector<std::string> &urls, int interval = 3600)
+    {
+        std::string section = "config inet_test 'inet_test_config'\n\toption test_interval '" +
+                              std::to_string(interval) + "'\n";
+        for (const std::string &url : urls)
+            section += "\tlist inet_test_targets '" + url + "'\n";
+        write_text("/etc/config/tarn_net", section + "\nconfig local 'local'\n");
+        ASSERT_EQ(reload(), 0);
+    }
+    static int reload()
+    {
+        ng_uci_renew_change_context(); // as in a callback of its own
+        return reload_inet_test_config();
+    }
+    void add_mesh(const std::string &name, const char *device, bool up)
+    {
+        auto *entry = new iface_entry{};
+        entry->obj_path = strdup(("network.interface." + name).c_str());
+        snprintf(entry->device, sizeof entry->device, "%s", device);
+        entry->up = up;
+        list_add_tail(&entry->link, &gTarn_net_state.mesh.list);
+    }
+    bool idle() { return test().interfaces_to_test == 0; }
+    /// Runs one cycle to its end; the longest time one turn of the loop took, in ms.
+    double cycle()
+    {
+        double longest = 0;
+        run_uplink_test();
+        run_until([&] {
+            const auto start = std::chrono::steady_clock::now();
+            uloop_run_timeout(0);
+            const std::chrono::duration<double, std::milli> took =
+                std::chrono::steady_clock::now() - start;
+            longest = std::max(longest, took.count());
+            return idle();
+        });
+        return longest;
+    }
+    static int count(const std::string &text)
+    {
+        int found = 0;
+        const std::string log = read_text("/tmp/log");
+        for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; at++)
+            found++;
+        return found;
+    }
+};
+
+} // namespace
+
+TEST_F(InetTest, EveryKindOfTargetComesToItsVerdict)
+{
+    const struct {
+        std::vector<std::string> urls;
+        bool passed;
+    } cases[] = {
+        {{PLAIN}, true},
+        {{TLS}, true},
+        {{REFUSED}, false},
+        {{SILENT}, false},
+        {{UNKNOWN}, false},
+        {{UNTRUSTED}, false},
+        {{"http://"}, false},
+        {{"gopher://203.0.113.80:1"}, false},
+        {{SILENT, UNKNOWN, UNTRUSTED, REFUSED, TLS}, true},
+        {{SILENT, UNKNOWN, UNTRUSTED, REFUSED}, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.urls.front() + " and " + std::to_string(c.urls.size() - 1));
+        targets(c.urls);
+        stand_in(WAN, "br-wired0", "br-wired0");
+        test().test_failures = 0;
+        const auto start = std::chrono::steady_clock::now();
+        const double longest = cycle();
+        const auto took = std::chrono::steady_clock::now() - start;
+        EXPECT_EQ(test().test_passed, c.passed ? 1u : 0u);
+        EXPECT_EQ(test().test_failures, c.passed ? 0 : 1);
+        EXPECT_LT(took, std::chrono::milliseconds(3000));
+        EXPECT_LT(longest, 1000) << "nothing waits inside the loop";
+    }
+}
+
+TEST_F(InetTest, SlowHandshakesAndNamesRunIntoTheLimit)
+{
+    write_text("/var/sim/internet", "slow 5000\n");
+    internet->end(SIGHUP);
+    stand_in(WAN, "br-wired0", "br-wired0");
+    targets({TLS, "https://203.0.113.43", "http://portal.internet.test"});
+    const double longest = cycle();
+    EXPECT_EQ(test().test_passed, 0u);
+    EXPECT_LT(longest, 1000);
+    write_text("/var/sim/internet", "on\n");
+    internet->end(SIGHUP);
+}
+
+TEST_F(InetTest, FirstWiredSuccessSwitchesAtOnce)
+{
+    targets({PLAIN, SILENT, SILENT});
+    stand_in(NONE, "", "br-wired0");
+    const auto start = std::chrono::steady_clock::now();
+    cycle();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+    EXPECT_EQ(test().upstream_state, WAN);
+    EXPECT_STREQ(test().uplink_iface, "br-wired0");
+    EXPECT_EQ(count(" on br-wired0 aborted"), 2) << "the siblings complete nothing";
+    EXPECT_EQ(count("DEBUG: Test passed"), 1);
+    const auto ran = commands();
+    EXPECT_EQ(std::count(ran.begin(), ran.end(), "batctl gw_mode server"), 1);
+    const auto sent = sent_events();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_TRUE(sent[0].starts_with("netconfigd.gateway_mode"));
+    EXPECT_TRUE(sent[1].starts_with("network.inet_test {\"success\":true"));
+}
+
+TEST_F(InetTest, EightInterfacesAndThirtyTwoTargets)
+{
+    std::vector<std::string> urls;
+    for (int i = 0; i < 40; i++)
+        urls.push_back(std::string(i % 2 ? TLS : PLAIN) + "/" + std::to_string(i));
+    targets(urls);
+    EXPECT_EQ(gOnline_settings.target_count, 32u) << "the rest is refused";
+    add_mesh("mesh_rp", "mesh0", true);
+    add_mesh("orph_conn0", "mesh1", false);
+    for (int i = 1; i < MESH_IFACES; i++)
+        add_mesh("orph_conn" + std::to_string(i), ("mesh" + std::to_string(i)).c_str(), true);
+    stand_in(MESH, "mesh0", "br-wired9"); // no such interface: the wire is out of the race
+    EXPECT_LT(cycle(), 1000);
+    EXPECT_EQ(count("Testing connection to"), 256);
+    EXPECT_EQ(count("successful"), 7 * 32);
+    EXPECT_EQ(count("on interface mesh7 ..."), 0) << "one more than a cycle takes";
+    EXPECT_EQ(test().upstream_state, MESH);
+    EXPECT_EQ(test().test_failures, 0);
+}
+
+TEST_F(InetTest, OnlyTheWireIsTestedWhileTheNodeIsNoRepeater)
+{
+    targets({PLAIN});
+    add_mesh("mesh_rp", "mesh0", true);
+    stand_in(WAN, "br-wired0", "");
+    cycle();
+    EXPECT_EQ(count("Testing connection to"), 1);
+    EXPECT_EQ(count("Test wired uplink on br-wired0"), 1) << "also while no bridge is known";
+}
+
+TEST_F(InetTest, LivingMeshInterfaceEndsTheGrace)
+{
+    targets({SILENT});
+    stand_in(MESH, "mesh0", "br-wired0");
+    end_cycle(MESH, nullptr);
+    ASSERT_TRUE(upstream().mesh_ready_timer.pending);
+    add_mesh("orph_conn0", "mesh1", true);
+    run_uplink_test();
+    abort_inet_test();
+    EXPECT_TRUE(upstream().mesh_ready_timer.pending) << "an orphan connection leaves it alone";
+    add_mesh("mesh_rp", "mesh0", true);
+    for (int i = 0; i < 3; i++)
+        cycle();
+    EXPECT_EQ(test().upstream_state, TARN_NET_LONELY_ORPHAN_STATE);
+}
+
+TEST_F(InetTest, PulledCable)
+{
+    targets({PLAIN, TLS});
+    stand_in(WAN, "br-wired0", "br-wired0");
+    run("ip -n internet link set far0 down");
+    for (int i = 0; i < 2; i++)
+        EXPECT_LT(cycle(), 1000);
+    EXPECT_EQ(test().test_failures, 2);
+    run("ip link set br-wired0 down");
+    cycle();
+    run("ip link set br-wired0 up; ip -n internet link set far0 up; "
+        "ip route add default via 10.10.0.1 dev br-wired0 metric 10");
+    EXPECT_EQ(test().test_failures, 3);
+    ASSERT_TRUE(eventually([&] {
+        cycle();
+        return test().test_failures == 0;
+    }));
+}
+
+TEST_F(InetTest, TicksDuringACycleAndReloads)
+{
+    targets({SILENT, SILENT});
+    stand_in(WAN, "br-wired0", "br-wired0");
+    run_uplink_test();
+    EXPECT_EQ(test().tests_to_run, 2u);
+    run_uplink_test();
+    EXPECT_EQ(test().tests_to_run, 2u);
+    EXPECT_EQ(count("Previous test still in progress, skipping this inet_check"), 1);
+    uloop_run_timeout(20);
+    targets({PLAIN}, 1);
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(count(" on br-wired0 aborted"), 2);
+    EXPECT_EQ(count("tests_to_run = 2"), 1);
+    EXPECT_EQ(test().test_failures, 0) << "an aborted cycle has no verdict";
+    run_until([&] { return count("DEBUG: Test passed") == 1; });
+    EXPECT_TRUE(test().timer.pending) << "the next tick is armed";
+}
+
+TEST_F(InetTest, EnumerationDelaysTheTest)
+{
+    targets({PLAIN});
+    stand_in(WAN, "br-wired0", "br-wired0");
+    for (uloop_timeout *timer :
+         {&gTarn_net_state.bridges.enumerate_timer, &gTarn_net_state.mesh.enumerate_timer}) {
+        uloop_timeout_set(timer, 60000);
+        run_uplink_test();
+        EXPECT_EQ(count("Testing connection to"), 0);
+        uloop_timeout_cancel(timer);
+    }
+    cycle();
+    EXPECT_EQ(count("Testing connection to"), 1);
+}
+
+TEST_F(InetTest, TestThatCannotBeDispatchedHoldsTheCycleUntilTheReload)
+{
+    targets({PLAIN});
+    add_mesh("mesh_rp", "", true); // up, but not named yet
+    stand_in(MESH, "mesh0", "br-wired9");
+    run_uplink_test();
+    run_until([&] { return test().test_run_count == 1; });
+    EXPECT_EQ(count("Requires an interface to test"), 1);
+    EXPECT_EQ(test().tests_to_run, 2u);
+    run_uplink_test();
+    EXPECT_EQ(count("Previous test still in progress"), 1);
+    targets({PLAIN});
+    EXPECT_TRUE(idle());
+}
+
+TEST_F(InetTest, SettingsThatAreMissingOrBad)
+{
+    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+                                       "\toption failure_tolerance 'many'\n"
+                                       "\toption test_interval '-5'\n"
+                                       "\tlist inet_test_targets 'http://203.0.113.80'\n");
+    EXPECT_EQ(reload(), 0);
+    EXPECT_EQ(gOnline_settings.failure_tolerance, 3);
+    EXPECT_FALSE(test().timer.pending);
+    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+                                       "\toption failure_tolerance '7'\n"
+                                       "\toption test_interval '2147483647'\n"
+                                       "\tlist inet_test_targets 'http://203.0.113.80'\n");
+    EXPECT_EQ(reload(), 0);
+    EXPECT_EQ(gOnline_settings.failure_tolerance, 7);
+    EXPECT_GT(uloop_timeout_remaining64(&test().timer), 2147480000) << "no overflow";
+    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+                                       "\toption test_interval '5'\n");
+    EXPECT_EQ(reload(), 0);
+    EXPECT_EQ(gOnline_settings.target_count, 0u) << "the old list is not kept";
+    EXPECT_FALSE(test().timer.pending);
+}
+
+TEST_F(InetTest, ThousandCyclesLeaveNothingBehind)
+{
+    debug_set_level(0);
+    targets({PLAIN, REFUSED});
+    stand_in(WAN, "br-wired0", "br-wired0");
+    const auto open_files = [] { return run("ls /proc/$PPID/fd | wc -l").output; };
+    for (int i = 0; i < 20; i++)
+        cycle();
+    const std::string before = open_files();
+    for (int i = 0; i < 1000; i++) {
+        test().test_failures = 1;
+        cycle();
+        ASSERT_EQ(test().test_failures, 0) << "cycle " << i;
+    }
+    EXPECT_EQ(open_files(), before);
+}

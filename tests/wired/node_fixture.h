@@ -1,0 +1,131 @@
+// The wired subsystem in this process, on a simulated root: real UCI files, commands, kernel rules
+// and bus, fresh for each test. Bus events are heard by a stranger.
+#pragma once
+
+#include <libubox_host/clock.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "core/state.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "sim/programs.h"
+#include "support/bus_fixture.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+#include "wired/inet_test.h"
+#include "wired/upstream.h"
+
+/// Writes down what stood committed when it was run.
+constexpr char RELOAD_CONFIG[] = R"sh(#!/bin/sh
+rules=$(ip rule show priority 500 | sed 's/^500:[[:space:]]*//; s/ *$//' | paste -sd ';')
+dns=$(uci -q get dhcp.lan_dns.interface | tr ' ' '\n' | grep -E '^(lo|br-(wired|mesh_rp).*)$' | paste -sd ' ')
+forwards=$(uci -q show firewall | sed -n "s/^firewall\.\(.*wan_wired.\)\.enabled='1'/\1/p" | paste -sd ' ')
+echo "reload_config [$rules] dns [$dns] forward [$forwards]" >>/var/log/journal
+exit "$(cat /var/sim/exit/reload_config 2>/dev/null || echo 0)"
+)sh";
+
+struct node_fixture : bus_fixture {
+    std::optional<event_log> events;
+
+    void SetUp() override
+    {
+        bus_fixture::SetUp();
+        run("[ -d /tmp/config ] || cp -R /etc/config /tmp/config; rm -rf /tmp/.uci /tmp/led_flags "
+            "/var/sim/exit; cp /tmp/config/* /etc/config/; : >/var/log/journal; "
+            ": >/tmp/log; while ip rule del priority 500; do :; done");
+        install_commands();
+        debug_init("/tmp/log");
+        debug_set_level(ZU_LOG_DEBUG);
+        platform_detect();
+        inet_test_reset();
+        (void)wifi_reload_config(true);
+        gOnline_settings.failure_tolerance = 3;
+        events.emplace(stranger, "*");
+    }
+    void TearDown() override
+    {
+        uloop_clock_virtual(false);
+        inet_test_reset();
+        bus_fixture::TearDown();
+    }
+
+    static void install_commands()
+    {
+        run("mkdir -p /tmp/bin");
+        write_text("/tmp/bin/reload_config", RELOAD_CONFIG);
+        run("chmod +x /tmp/bin/reload_config");
+        static bool prepended;
+        if (!prepended)
+            setenv("PATH", (std::string("/tmp/bin:") + getenv("PATH")).c_str(), 1);
+        prepended = true;
+    }
+
+    inet_test_state &test() { return gTarn_net_state.inet_test; }
+    upstream_record &upstream() { return gTarn_net_state.upstream; }
+
+    void stand_in(uint32_t state, const char *uplink, const char *bridge)
+    {
+        test().upstream_state = state;
+        snprintf(test().uplink_iface, 16, "%s", uplink);
+        snprintf(upstream().wired_uplink_bridge, 16, "%s", bridge);
+    }
+    /// Ends a cycle whose last report spoke for `result`; `passed` is the interface of its success,
+    /// null when it had none.
+    void end_cycle(uint32_t result, const char *passed)
+    {
+        ng_uci_renew_change_context(); // as in a callback of its own
+        test().dispatch_complete = true;
+        test().test_passed = passed != nullptr;
+        snprintf(test().passed_iface, 16, "%s", passed != nullptr ? passed : test().uplink_iface);
+        complete_inet_test(result);
+        (void)ng_uci_flush();
+    }
+    void fail_cycles(int count)
+    {
+        for (int i = 0; i < count; i++)
+            end_cycle(test().upstream_state, nullptr);
+    }
+
+    static std::string uci(const std::string &option)
+    {
+        std::string value = run("uci -q get " + option).output;
+        return value.substr(0, value.find_last_not_of('\n') + 1);
+    }
+    static std::string led(const std::string &flag)
+    {
+        return read_text("/tmp/led_flags/" + flag).substr(0, 1);
+    }
+    static bool logged(const std::string &text)
+    {
+        return read_text("/tmp/log").find(text) != std::string::npos;
+    }
+    /// Commands run since the last call, without their times.
+    static std::vector<std::string> commands()
+    {
+        std::vector<std::string> lines;
+        const std::string journal = read_text("/var/log/journal");
+        for (size_t at = 0, end; (end = journal.find('\n', at)) != std::string::npos;
+             at = end + 1) {
+            std::string line = journal.substr(at, end - at);
+            if (isdigit(static_cast<unsigned char>(line[0])) != 0)
+                line.erase(0, line.find(' ') + 1);
+            lines.push_back(line);
+        }
+        write_text("/var/log/journal", "");
+        return lines;
+    }
+    /// Events sent by the daemon since the last call, as "type {json}".
+    std::vector<std::string> sent_events()
+    {
+        settle();
+        std::vector<std::string> lines;
+        for (const received_event &event : events->all)
+            if (!event.type.starts_with("ubus."))
+                lines.push_back(event.type + " " + event.document);
+        events->all.clear();
+        return lines;
+    }
+};
