@@ -14,7 +14,7 @@
 enum ng_uci_action {
     uci_set_string = 1,       ///< set an option, or (two-part name) create a section of that type
     ng_uci_add_list = 2,      ///< append to a list; the same value is removed first
-    ng_uci_del_list = 3,      ///< remove the value from a list
+    ng_uci_del_list = 3,      ///< remove the value from a list; with value null as delete_option
     ng_uci_delete_option = 4, ///< delete the option or section; `value` is not used
 };
 
@@ -22,7 +22,9 @@ enum ng_uci_action {
 [[nodiscard]] uci_context *ng_uci_change_context();
 
 /// One change, named by a printf-style "package.section[.option]". Nothing reaches a file before
-/// the next flush. 0, or -1 (logged: ERROR) when the name, section or value is not acceptable.
+/// the next flush. It is made in the change context in force; `ctx` may be from before a renewal.
+/// 0, also when there is nothing to delete; or -1 (logged: ERROR) when the name, section or value
+/// is not acceptable.
 int ng_uci_save_action_ctx(uci_context *ctx, ng_uci_action action, const char *value,
                            const char *name_format, ...) __attribute__((format(printf, 4, 5)));
 int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value,

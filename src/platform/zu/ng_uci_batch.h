@@ -6,7 +6,8 @@
 
 struct ng_uci_batch; // an open, unfinished batch file
 
-/// Creates the file. Null (logged) when it exists or cannot be created.
+/// Creates the file. Null (logged) when it exists or cannot be created; the calls below take a null
+/// batch as one that has failed.
 ng_uci_batch *ng_uci_batch_open(const char *path);
 /// Adds a command. A value that cannot stand on one line marks the batch as failed.
 void ng_uci_batch_set_fmt_string(ng_uci_batch *batch, const char *value, const char *name_format,
@@ -21,5 +22,7 @@ void ng_uci_batch_del_fmt(ng_uci_batch *batch, const char *name_format, ...)
 [[nodiscard]] int ng_uci_batch_close(ng_uci_batch *batch);
 
 /// Parses the whole file, then makes every change through the change context, and with `commit`
-/// commits each package named. 0, or -1 (logged): a file that does not parse changes nothing.
+/// commits each package named. 0, or -1 (logged) when the file does not parse or is not a plain
+/// file of our own (then nothing changes) or a commit fails. A single change that cannot be made,
+/// for want of its section, is logged and left out.
 [[nodiscard]] int ng_uci_batch_apply(const char *path, bool commit);
