@@ -150,10 +150,13 @@ TEST_F(Files, LocksMakeEveryoneWaitWhoMust)
 
 TEST_F(Files, CommitThatWaitedStartsFromTheFileAsItThenIs)
 {
+    const context_handle ctx = open_context(dirs);
+    uci_package *p = nullptr;
+    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p)); // so that it is the commit that waits
     pid_t child;
     {
         const held_lock lock(dirs.conf("net"), LOCK_EX);
-        child = start([this] { return commit(); });
+        child = start([&] { return uci_commit(ctx.get(), &p, false); });
         ASSERT_TRUE(eventually([child] { return waits_for_lock(child); }));
         write_file(dirs.conf("net.new"), "config iface 'lan'\n\toption theirs '2'\n");
         ASSERT_EQ(0, rename(dirs.conf("net.new").c_str(), dirs.conf("net").c_str()));
