@@ -83,7 +83,7 @@ TEST_F(methods, parse_config_tells_the_errors_it_met)
     };
     debug_set_level(0);
     const answer refused = call("test.whole", "parse_config", R"({"params":{}})");
-    log_error("after");
+    EXPECT_EQ(gDebug_error_listener, nullptr);
     EXPECT_EQ(refused.status, UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_EQ(refused.document, R"({"success":false,"messages":)"
                                 R"(["invalid radio index: 7","bad name 'a\\x0ab'"]})");

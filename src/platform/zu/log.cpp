@@ -10,7 +10,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
-#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -116,12 +115,8 @@ void write_line(int level, const char *function, int line, const char *message)
     zu_log_timestamp(stamp);
     fprintf(gDebug_file, "%s [%i] %s:%d: %s: %s\n", stamp, static_cast<int>(getpid()), function,
             line, level_word(level), message);
-    if (fflush(gDebug_file) != 0) {
-        // No room: this line is lost, and must not stay in the buffer in front of the next.
-        __fpurge(gDebug_file);
-        clearerr(gDebug_file);
-        return;
-    }
+    if (fflush(gDebug_file) != 0)
+        return; // no room: the line is lost
     // Appending leaves the offset at the end of the file, a forked child's lines included.
     if (g_rotates && lseek(fileno(gDebug_file), 0, SEEK_CUR) > LOG_FILE_LIMIT)
         log_rotate();
