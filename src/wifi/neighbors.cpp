@@ -2,6 +2,7 @@
 // the push is confirmed, handed to hostapd for its 802.11k neighbour reports.
 
 #include "platform/zu/log.h"
+#include "wifi/settings_table.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
@@ -14,9 +15,6 @@
 
 namespace {
 
-constexpr size_t NEIGHBORS_MAX = 512;
-constexpr size_t REPORT_HEX_MAX = 510; // an element's body has at most 255 bytes
-
 struct neighbor {
     char bssid[18];
     int ssid; // 1..4
@@ -26,39 +24,28 @@ struct neighbor {
 std::optional<std::vector<neighbor>> staged; // an empty list is a list: it clears the live one
 std::vector<neighbor> live;
 
-enum { NEIGHBOR_BSSID, NEIGHBOR_SSID_INDEX, NEIGHBOR_NR, NEIGHBOR_FIELDS };
-constexpr blobmsg_policy NEIGHBOR_POLICY[NEIGHBOR_FIELDS] = {
-    {"bssid", BLOBMSG_TYPE_STRING},
-    {"ssid_index", BLOBMSG_TYPE_INT32},
-    {"nr", BLOBMSG_TYPE_STRING},
-};
-
 bool is_hex(std::string_view text)
 {
     for (const char c : text)
         if (!isxdigit(static_cast<unsigned char>(c)))
             return false;
-    return !text.empty() && text.size() % 2 == 0 && text.size() <= REPORT_HEX_MAX;
+    return !text.empty() && text.size() % 2 == 0 && text.size() <= SETTINGS_REPORT_HEX_MAX;
 }
 
 bool parse_neighbor(blob_attr *element, neighbor *out)
 {
-    blob_attr *fields[NEIGHBOR_FIELDS];
-    if (blobmsg_type(element) != BLOBMSG_TYPE_TABLE ||
-        blobmsg_parse(NEIGHBOR_POLICY, NEIGHBOR_FIELDS, fields, blobmsg_data(element),
-                      static_cast<unsigned>(blobmsg_len(element))) != 0) {
-        log_error("Neighbor list element is not a table");
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_NEIGHBOR, element, &values))
         return false;
-    }
-    for (int field = 0; field < NEIGHBOR_FIELDS; field++) {
-        if (fields[field])
+    for (const settings_field &field : SETTINGS_NEIGHBOR.fields) {
+        if (values.get(field.key))
             continue;
-        log_error("Failed to find '%s' key in neighbor list element", NEIGHBOR_POLICY[field].name);
+        log_error("Failed to find '%s' key in neighbor list element", field.key);
         return false;
     }
-    const char *bssid = blobmsg_get_string(fields[NEIGHBOR_BSSID]);
-    const char *report = blobmsg_get_string(fields[NEIGHBOR_NR]);
-    out->ssid = static_cast<int>(blobmsg_get_u32(fields[NEIGHBOR_SSID_INDEX]));
+    const char *bssid = blobmsg_get_string(values.get("bssid"));
+    const char *report = blobmsg_get_string(values.get("nr"));
+    out->ssid = static_cast<int>(blobmsg_get_u32(values.get("ssid_index")));
     if (!str_is_mac_addr(bssid) || strlen(bssid) >= sizeof(out->bssid)) {
         log_error("Got incorrect format for neighbor bssid '%s'", bssid);
         return false;
@@ -72,6 +59,22 @@ bool parse_neighbor(blob_attr *element, neighbor *out)
     return true;
 }
 
+// Gives each element to `take` until one is refused; false then.
+template <typename Take>
+bool parse_list(blob_attr *list, Take take)
+{
+    blob_attr *element;
+    size_t rest;
+    blobmsg_for_each_attr(element, list, rest)
+    {
+        neighbor entry;
+        if (!parse_neighbor(element, &entry))
+            return false;
+        take(std::move(entry));
+    }
+    return true;
+}
+
 void add_text(blob_buf *buf, const std::string &text)
 {
     blobmsg_add_string(buf, nullptr, text.c_str());
@@ -79,23 +82,22 @@ void add_text(blob_buf *buf, const std::string &text)
 
 } // namespace
 
-int wifi_parse_neighbors(blob_attr *list)
+int wifi_check_neighbors(blob_attr *list)
+{
+    return parse_list(list, [](neighbor &&) {}) ? 0 : -1;
+}
+
+void wifi_stage_neighbors(blob_attr *list)
 {
     std::vector<neighbor> parsed;
-    blob_attr *element;
-    size_t rest;
-    blobmsg_for_each_attr(element, list, rest)
-    {
-        neighbor entry;
-        if (!parse_neighbor(element, &entry))
-            return -1;
-        if (parsed.size() < NEIGHBORS_MAX)
-            parsed.push_back(entry);
+    const bool whole = parse_list(list, [&](neighbor &&entry) {
+        if (parsed.size() < SETTINGS_NEIGHBORS_MAX)
+            parsed.push_back(std::move(entry));
         else
             log_warning("Neighbor list is full, ignoring '%s'", entry.bssid);
-    }
-    staged = std::move(parsed);
-    return 0;
+    });
+    if (whole)
+        staged = std::move(parsed);
 }
 
 void parse_config_event_neighbors(bool success)

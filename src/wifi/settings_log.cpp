@@ -34,6 +34,9 @@ void settings_log_json(blob_attr *attr)
 {
     if (!zu_log_wanted(ZU_LOG_DEBUG))
         return;
-    const json_text json(blobmsg_format_json_with_cb(attr, true, hide_secret, nullptr, -1));
+    // libubox formats by recursion without a limit.
+    json_text json;
+    if (zu_blobmsg_valid(attr))
+        json.reset(blobmsg_format_json_with_cb(attr, true, hide_secret, nullptr, -1));
     log_debug("'%s'", json ? json.get() : "NULL");
 }

@@ -11,7 +11,7 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -21,10 +21,8 @@ constexpr int SECONDS_PER_MINUTE = 60;
 bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_BATMAN, table, &values)) {
-        log_error("Unable to parse batman arguments");
+    if (!settings_parse_level(SETTINGS_BATMAN, table, &values))
         return false;
-    }
     settings_store(values, settings);
     return true;
 }
@@ -33,10 +31,8 @@ bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
 {
     settings_log_json(table);
     settings_values values;
-    if (!settings_parse_level(SETTINGS_MESH, table, &values)) {
-        log_error("Unable to parse mesh arguments");
+    if (!settings_parse_level(SETTINGS_MESH, table, &values))
         return false;
-    }
     settings_store(values, settings);
     blob_attr *batman = values.get("batman");
     if (batman && !wifid_parse_batman(batman, settings)) {
@@ -66,10 +62,8 @@ void take_dfs_channels(blob_attr *array, wifi_settings *settings)
 bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_DFS, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_DFS, table, &values))
         return false;
-    }
     settings_store(values, settings);
     if (blob_attr *channels = values.get("channels"))
         take_dfs_channels(channels, settings);
@@ -79,10 +73,8 @@ bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
 bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_REGULATORY, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_REGULATORY, table, &values))
         return false;
-    }
     settings_store(values, settings);
     if (blob_attr *attr = values.get("country")) {
         const char *country = blobmsg_get_string(attr);
@@ -103,17 +95,15 @@ bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
 bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_RADIO, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_RADIO, table, &values))
         return false;
-    }
     blob_attr *band_attr = values.get("band");
     if (!band_attr) {
         log_error("Failed to find 'band' key in msg");
         return false;
     }
     char band[16];
-    snprintf(band, sizeof(band), "%s", blobmsg_get_string(band_attr));
+    settings_store_text(band, sizeof(band), blobmsg_get_string(band_attr));
     if (wifid_find_band_by_type(band) == WIFI_BAND_SCANNING) {
         log_debug("Skipping scanning radio");
         return true;
@@ -126,16 +116,14 @@ bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
     wifi_radio_settings &radio = settings->radios[index];
     settings_store(values, &radio);
     // Also when the document does not set it: a radio is never configured with a bad channel.
-    const int channel = static_cast<int>(radio.channel);
-    if (!wifi_channel_is_valid(channel)) {
-        log_error("invalid channel: %d", channel);
+    if (!wifi_channel_is_valid(radio.channel)) {
+        log_error("invalid channel: %d", static_cast<int>(radio.channel));
         return false;
     }
     return true;
 }
 
-// Parses every element of an array with `parse`; elements that are no tables fail as malformed
-// ones.
+// Parses every element of an array with `parse`.
 bool parse_elements(blob_attr *array, wifi_settings *settings,
                     bool (*parse)(blob_attr *, wifi_settings *))
 {
@@ -143,19 +131,15 @@ bool parse_elements(blob_attr *array, wifi_settings *settings,
     size_t rest;
     blobmsg_for_each_attr(element, array, rest)
     {
-        if (blobmsg_type(element) != BLOBMSG_TYPE_TABLE) {
-            log_error("Unable to parse arguments");
-            return false;
-        }
         if (!parse(element, settings))
             return false;
     }
     return true;
 }
 
-bool take_neighbors(blob_attr *array, wifi_settings *)
+bool check_neighbors(blob_attr *array, wifi_settings *)
 {
-    return wifi_parse_neighbors(array) == 0;
+    return wifi_check_neighbors(array) == 0;
 }
 
 bool take_radios(blob_attr *array, wifi_settings *settings)
@@ -181,7 +165,7 @@ constexpr section SECTIONS[] = {
     {"regulatory", wifid_parse_reg, "Failed to parse regulatory data"},
     {"radios", take_radios, "Failed to parse radios data"},
     {"ssids", take_ssids, "Failed to parse ssids data"},
-    {"neighbors", take_neighbors, "Failed to parse neighbor list"},
+    {"neighbors", check_neighbors, "Failed to parse neighbor list"},
 };
 
 bool parse_sections(const settings_values &values, wifi_settings *settings)
@@ -207,20 +191,12 @@ void acknowledge_override(blob_attr *nonce, wifi_settings *settings)
     settings->orphan_connect_bssid[0] = '\0';
 }
 
-void configure_all_ssids(wifi_settings *settings)
-{
-    for (wifi_ssid_settings &ssid : settings->ssids)
-        ssid.configured = true;
-}
-
 bool parse_orphan_connect_config(blob_attr *table, wifi_settings *settings)
 {
     settings_log_json(table);
     settings_values values;
-    if (!settings_parse_level(SETTINGS_ORPHAN_CONNECT, table, &values)) {
-        log_error("Unable to parse orphan_connect arguments");
+    if (!settings_parse_level(SETTINGS_ORPHAN_CONNECT, table, &values))
         return false;
-    }
     blob_attr *radio = values.get("radio");
     if (!radio) {
         log_error("No radio for orphan_connect");
@@ -237,28 +213,35 @@ bool parse_orphan_connect_config(blob_attr *table, wifi_settings *settings)
         return false;
     }
     settings->orphan_connect_radio = index;
-    snprintf(settings->orphan_connect_bssid, sizeof(settings->orphan_connect_bssid), "%s",
-             blobmsg_get_string(bssid));
-    wifi_set_radio_override("orphan_connect", settings);
-    configure_all_ssids(settings);
+    settings_store_text(settings->orphan_connect_bssid, sizeof(settings->orphan_connect_bssid),
+                        blobmsg_get_string(bssid));
     return true;
+}
+
+void ask_for_override(const char *reason, wifi_parsed_document *parsed)
+{
+    parsed->override_reason = reason;
+    for (wifi_ssid_settings &ssid : parsed->settings->ssids)
+        ssid.configured = true;
 }
 
 //  lonely_friend there?     true: override "lonely"; false: nothing, also not what follows
 //  orphan_connect there?    override "orphan_connect"
 //  an override in force?    refuse the document: the cloud has not seen our change yet
-bool parse_overrides(const settings_values &values, wifi_settings *settings)
+bool parse_overrides(const settings_values &values, wifi_parsed_document *parsed)
 {
     if (blob_attr *lonely = values.get("lonely_friend")) {
-        if (blobmsg_get_u8(lonely)) {
-            wifi_set_radio_override("lonely", settings);
-            configure_all_ssids(settings);
-        }
+        if (blobmsg_get_u8(lonely))
+            ask_for_override("lonely", parsed);
         return true;
     }
-    if (blob_attr *orphan_connect = values.get("orphan_connect"))
-        return parse_orphan_connect_config(orphan_connect, settings);
-    if (settings->radio_override[0]) {
+    if (blob_attr *orphan_connect = values.get("orphan_connect")) {
+        if (!parse_orphan_connect_config(orphan_connect, parsed->settings))
+            return false;
+        ask_for_override("orphan_connect", parsed);
+        return true;
+    }
+    if (parsed->settings->radio_override[0]) {
         log_error("Local radio settings override, ignoring configuration");
         return false;
     }
@@ -286,13 +269,9 @@ void take_scanning_period(blob_attr *attr, wifi_settings *settings)
 
 } // namespace
 
-bool wifi_channel_is_valid(int channel)
+bool wifi_channel_is_valid(uint32_t channel)
 {
-    const bool even = channel % 2 == 0;
-    return (channel >= 1 && channel <= 14) || (even && channel >= 36 && channel <= 64) ||
-           (even && channel >= 100 && channel <= 144) ||
-           (!even && channel >= 149 && channel <= 161) || channel == 165 || channel == 169 ||
-           channel == 173;
+    return std::ranges::find(SETTINGS_CHANNELS, channel) != SETTINGS_CHANNELS.end();
 }
 
 int wifid_find_radio(int band)
@@ -304,21 +283,22 @@ int wifid_find_radio(int band)
     return platform_wireless_get_radio_idx(wifi_band_name(band));
 }
 
-int wifi_settings_parse(blob_attr *params, wifi_settings *settings)
+int wifi_settings_parse(blob_attr *params, wifi_parsed_document *parsed)
 {
+    wifi_settings *settings = parsed->settings;
+    parsed->override_reason = nullptr;
     settings_values values;
-    if (!settings_parse_level(SETTINGS_TOP, params, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_TOP, params, &values))
         return UBUS_STATUS_INVALID_ARGUMENT;
-    }
     settings_store(values, settings);
     settings->ap_scan = false;
     if (!parse_sections(values, settings))
         return UBUS_STATUS_INVALID_ARGUMENT;
+    parsed->neighbors = values.get("neighbors");
     acknowledge_override(values.get("channel_change_nonce"), settings);
     take_scanning_period(values.get("scanning_period"), settings);
     settings->save_orphans = values.get("save_orphans") != nullptr;
-    if (!parse_overrides(values, settings))
+    if (!parse_overrides(values, parsed))
         return UBUS_STATUS_INVALID_ARGUMENT;
     take_antenna_type(values.get("antenna_type"), settings);
     return 0;
@@ -333,11 +313,16 @@ int wifid_parse_config(blob_attr *params)
     // Too large for the stack of a small device, and only one parse runs at a time.
     static wifi_settings working;
     memcpy(&working, wifi_live_settings(), sizeof(working));
-    if (wifi_settings_parse(params, &working) != 0)
+    wifi_parsed_document parsed = {&working, nullptr, nullptr};
+    if (wifi_settings_parse(params, &parsed) != 0)
         return UBUS_STATUS_INVALID_ARGUMENT;
+    if (parsed.override_reason)
+        wifi_set_radio_override(parsed.override_reason, &working);
     if (wifid_write_config(&working) != 0) {
         log_error("Failed to write uci batch config");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
+    if (parsed.neighbors)
+        wifi_stage_neighbors(parsed.neighbors);
     return 0;
 }

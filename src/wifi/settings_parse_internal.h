@@ -2,6 +2,7 @@
 #pragma once
 
 #include "wifi/settings_table.h"
+#include "wifi/wifi_settings.h"
 
 /// Parses one element of `ssids`. False when it is refused (logged).
 [[nodiscard]] bool wifid_parse_ssid(blob_attr *table, wifi_settings *settings);

@@ -6,7 +6,6 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -14,11 +13,8 @@ namespace {
 bool wifid_parse_band_data(blob_attr *table, wifi_ssid_settings *ssid)
 {
     settings_values values;
-    if (blobmsg_type(table) != BLOBMSG_TYPE_TABLE ||
-        !settings_parse_level(SETTINGS_BAND, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_BAND, table, &values))
         return false;
-    }
     blob_attr *band = values.get("band");
     if (!band) {
         log_error("bands array object doesn't contain a 'band' member");
@@ -64,7 +60,7 @@ void take_strings(blob_attr *array, char *texts, int slots, size_t size,
         const char *text = blobmsg_get_string(element);
         if (!accepted(text))
             continue;
-        snprintf(texts + static_cast<size_t>(count) * size, size, "%s", text);
+        settings_store_text(texts + static_cast<size_t>(count) * size, size, text);
         count++;
     }
 }
@@ -85,10 +81,8 @@ bool is_any_text(const char *)
 bool wifid_parse_dhcp(blob_attr *table, wifi_dhcp_settings *dhcp)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_DHCP, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_DHCP, table, &values))
         return false;
-    }
     blob_attr *enable = values.get("enable");
     if (!enable) {
         log_error("Unable to get DHCP enable");
@@ -127,10 +121,8 @@ bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *ssid, i
 bool wifid_parse_ssid(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(SETTINGS_SSID, table, &values)) {
-        log_error("Unable to parse arguments");
+    if (!settings_parse_level(SETTINGS_SSID, table, &values))
         return false;
-    }
     blob_attr *index = values.get("index");
     if (!index) {
         log_error("Failed to find 'index' key in msg");

@@ -13,14 +13,15 @@ namespace {
 struct gateway_row {
     const char *key;
     char *mesh_gateway_facts::*fact;
+    const char *failed;
 };
 
 constexpr gateway_row GATEWAY_ROWS[] = {
-    {"gateway", &mesh_gateway_facts::mac},
-    {"gateway_quality", &mesh_gateway_facts::quality},
-    {"gateway_route", &mesh_gateway_facts::route},
-    {"gateway_latency", &mesh_gateway_facts::latency},
-    {"gateway_speed", &mesh_gateway_facts::speed},
+    {"gateway", &mesh_gateway_facts::mac, "Unable to add gateway"},
+    {"gateway_quality", &mesh_gateway_facts::quality, "Unable to add gateway_quality"},
+    {"gateway_route", &mesh_gateway_facts::route, "Unable to add gateway_route"},
+    {"gateway_latency", &mesh_gateway_facts::latency, "Unable to add gateway_latency"},
+    {"gateway_speed", &mesh_gateway_facts::speed, "Unable to add gateway_speed"},
 };
 
 void report(int result, const char *failed)
@@ -33,7 +34,7 @@ void dump_gateway(blob_buf *buf)
 {
     for (const gateway_row &row : GATEWAY_ROWS)
         if (const char *text = gTarn_net_state.mesh.gateway.*row.fact)
-            report(blobmsg_add_string(buf, row.key, text), "Unable to add a gateway fact");
+            report(blobmsg_add_string(buf, row.key, text), row.failed);
 }
 
 void dump_dfs_usable(blob_buf *buf)
@@ -92,11 +93,7 @@ int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
 
 int wifi_dump_state(ubus_context *, blob_attr *msg, blob_buf *reply)
 {
-    blob_attr *include_secrets = nullptr;
-    if (msg)
-        (void)blobmsg_parse(ubus_package_dump_state_policy, 1, &include_secrets, blob_data(msg),
-                            blob_len(msg)); // without the flag, secrets stay out
-    const bool secrets = include_secrets && blobmsg_get_bool(include_secrets);
-    return wifi_dump_settings_and_state(reply, secrets) == 0 ? UBUS_STATUS_OK
-                                                             : UBUS_STATUS_UNKNOWN_ERROR;
+    return wifi_dump_settings_and_state(reply, package_include_secrets(msg)) == 0
+               ? UBUS_STATUS_OK
+               : UBUS_STATUS_UNKNOWN_ERROR;
 }

@@ -28,9 +28,11 @@ void wifid_cancel_delayed_wireless();
 
 // Neighbour lists (neighbors.cpp)
 
-/// Stages the list of a settings document; the live list stays until the push is confirmed. 0, or
-/// -1 (logged) for an element that is not {"bssid", "ssid_index", "nr"}: then nothing is staged.
-[[nodiscard]] int wifi_parse_neighbors(blob_attr *list);
+/// Checks the list of a settings document. 0, or -1 (logged) for an element that is not {"bssid",
+/// "ssid_index", "nr"}.
+[[nodiscard]] int wifi_check_neighbors(blob_attr *list);
+/// Stages a checked list; the live list stays until the push is confirmed.
+void wifi_stage_neighbors(blob_attr *list);
 /// Takes the staged list over when the push succeeded, drops it otherwise.
 void parse_config_event_neighbors(bool success);
 /// Adds to `list` ([[bssid, ssid, nr], ...]) the neighbours of SSID `ssid` (1..4) whose BSSID is

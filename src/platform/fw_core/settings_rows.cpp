@@ -1,0 +1,73 @@
+// The walks over a level's rows: taking a table apart, storing its values into the record.
+#include "platform/fw_core/settings_rows.h"
+
+#include "platform/zu/log.h"
+
+#include <cstdlib>
+#include <cstring>
+
+blob_attr *settings_values::get(const char *key) const
+{
+    for (size_t i = 0; i < level->fields.size(); i++)
+        if (strcmp(level->fields[i].key, key) == 0)
+            return attrs[i];
+    abort(); // a key that is no row is a slip in the code
+}
+
+bool settings_parse_level(const settings_level &level, blob_attr *table, settings_values *out)
+{
+    out->level = &level;
+    // libubox counts a table without members as malformed.
+    if (blobmsg_type(table) == BLOBMSG_TYPE_TABLE &&
+        blobmsg_parse(level.policy.data(), static_cast<int>(level.policy.size()), out->attrs.data(),
+                      blobmsg_data(table), static_cast<unsigned>(blobmsg_data_len(table))) == 0)
+        return true;
+    log_error("%s", level.broken);
+    return false;
+}
+
+void settings_store_text(char *member, size_t size, const char *text)
+{
+    const size_t length = strnlen(text, size - 1);
+    memcpy(member, text, length);
+    member[length] = '\0';
+}
+
+static void store_value(const settings_field &field, blob_attr *value, char *member)
+{
+    switch (field.kind) {
+    case SETTINGS_BOOL: {
+        const bool on = blobmsg_get_u8(value) != 0;
+        memcpy(member, &on, sizeof(on));
+        return;
+    }
+    case SETTINGS_FLAG: {
+        const uint32_t on = blobmsg_get_u8(value) != 0;
+        memcpy(member, &on, sizeof(on));
+        return;
+    }
+    case SETTINGS_INT: {
+        const uint32_t number = blobmsg_get_u32(value);
+        memcpy(member, &number, sizeof(number));
+        return;
+    }
+    case SETTINGS_STRING:
+        settings_store_text(member, field.size, blobmsg_get_string(value));
+        return;
+    case SETTINGS_TABLE:
+    case SETTINGS_TABLES:
+    case SETTINGS_INTS:
+    case SETTINGS_STRINGS:
+    case SETTINGS_PRESENCE:
+        return; // never bound to a member
+    }
+}
+
+void settings_store(const settings_values &values, void *record)
+{
+    for (size_t i = 0; i < values.level->fields.size(); i++) {
+        const settings_field &field = values.level->fields[i];
+        if (values.attrs[i] && field.offset != SETTINGS_NO_MEMBER)
+            store_value(field, values.attrs[i], static_cast<char *>(record) + field.offset);
+    }
+}
