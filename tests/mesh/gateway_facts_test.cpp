@@ -137,8 +137,9 @@ TEST_F(GatewayFacts, JudgesTheSpeed)
         bool known = false;
         EXPECT_EQ(c.low, mesh_gateway_speed_is_low(&facts, &known)) << c.speed;
         EXPECT_TRUE(known);
-        if (c.message)
+        if (c.message) {
             EXPECT_TRUE(logged(c.message)) << c.speed << log_text;
+        }
     }
     mesh_gateway_facts_clear(&facts);
     bool known = true;
