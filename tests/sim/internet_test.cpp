@@ -20,7 +20,7 @@ protected:
 
     void SetUp() override
     {
-        certificates_ = std::string(getenv("TARN_BUILD")) + "/sim/certs";
+        certificates_ = std::string(getenv("TARN_BUILD")) + "/sim/certificates";
         if (read_text(certificates_ + "/ca.pem").empty())
             GTEST_SKIP() << "no certificates: the openssl tool was missing at build time";
         write_text("/var/sim/internet", "on\n");
