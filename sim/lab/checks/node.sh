@@ -7,3 +7,4 @@ check "its daemon answers on the bus" poll 5 sim/node ubus call qnet.wired dump_
 sleep 600
 check "it kept its upstream for ten minutes" test "$(grep -c ' upstream ' "$OUT/story")" = 1
 check "no program of it ended" test "$(grep -c 'ended with status' "$OUT/story")" = 0
+check "it ends when told to" sim/node stop
