@@ -57,17 +57,6 @@ static bool channel_read(nlattr *nest, ng_nl80211_channel *out)
     return true;
 }
 
-/// A frequency that was told before is told anew: the later word holds.
-static void channel_put(ng_nl80211_radio *radio, const ng_nl80211_channel &channel)
-{
-    auto found = std::ranges::find(radio->channels, channel.frequency_mhz,
-                                   &ng_nl80211_channel::frequency_mhz);
-    if (found != radio->channels.end())
-        *found = channel;
-    else
-        radio->channels.push_back(channel);
-}
-
 static void band_merge(nlattr *band, ng_nl80211_radio *radio)
 {
     nl_attributes<NL80211_BAND_ATTR_FREQS> attrs;
@@ -79,7 +68,7 @@ static void band_merge(nlattr *band, ng_nl80211_radio *radio)
     {
         ng_nl80211_channel channel;
         if (channel_read(frequency, &channel))
-            channel_put(radio, channel);
+            radio->channels.push_back(channel);
     }
 }
 

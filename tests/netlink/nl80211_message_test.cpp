@@ -202,9 +202,8 @@ TEST_F(nl80211_message, a_split_radio_description_is_put_together)
     bytes pieces[] = {
         wiphy(0, channel(2412)),
         wiphy(1, channel(5180), "phy1"),
-        wiphy(0, join({channel(5260, dfs(NL80211_DFS_USABLE, 0)), channel(5280)})),
+        wiphy(0, join({channel(5260, dfs(NL80211_DFS_AVAILABLE, 70000)), channel(5280)})),
         generic_message(FAMILY, NL80211_CMD_NEW_WIPHY, attr_u32(NL80211_ATTR_WIPHY, 0)),
-        wiphy(0, channel(5260, dfs(NL80211_DFS_AVAILABLE, 70000))), // told again
         wiphy(1, channel(5845, attr(NL80211_FREQUENCY_ATTR_DISABLED, {})), "phy1"),
         wiphy(0, attr(1, attr(NL80211_FREQUENCY_ATTR_FREQ, bytes(2)))), // no frequency: skipped
     };

@@ -180,7 +180,13 @@ TEST_F(rtnl_node, links_go_up_and_down_and_run_when_the_other_end_does)
     EXPECT_EQ(ng_rtnl_iface_set_up("up0", true), 0);
     EXPECT_TRUE(link_has_flag("up0", "UP"));
     EXPECT_TRUE(ng_rtnl_iface_link_get_up("up0", true));
-    EXPECT_FALSE(ng_rtnl_iface_link_get_up("up0", false));
+    // The kernel looks for the carrier in its own time.
+    bool running = true;
+    for (int tries = 0; running && tries < 200; tries++) {
+        running = ng_rtnl_iface_link_get_up("up0", false);
+        usleep(10000);
+    }
+    EXPECT_FALSE(running);
     EXPECT_EQ(ng_rtnl_iface_link_set_up("up1", true, true), 0);
     EXPECT_TRUE(link_has_flag("up0", "LOWER_UP"));
     EXPECT_TRUE(ng_rtnl_iface_link_get_retry("up0", false));
@@ -194,10 +200,11 @@ TEST_F(rtnl_node, links_go_up_and_down_and_run_when_the_other_end_does)
 
 TEST_F(rtnl_node, vlans)
 {
-    if (!ip("link add link lo name lo.7 type vlan id 7"))
-        GTEST_SKIP() << "this kernel has no VLANs (the kernel lab has)";
-    ip("link del lo.7");
     ASSERT_TRUE(ip("link add long-br-name type bridge"));
+    if (!ip("link add link long-br-name name probe type vlan id 7")) {
+        ip("link del long-br-name");
+        GTEST_SKIP() << "this kernel has no VLANs (the kernel lab has)";
+    }
     EXPECT_EQ(ng_rtnl_iface_create_vlan("long-br-name", 4094), 0);
     EXPECT_EQ(ng_rtnl_iface_create_vlan("long-br-name", 4094), 0);
     EXPECT_EQ(link_tells("long-br-name.40", "link"), "long-br-name");

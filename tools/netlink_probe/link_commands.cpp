@@ -106,20 +106,54 @@ static int run_rule(arguments args)
     return status_of(change(iif, src, dst, dst ? dst_length : 0, (int)*table, (int)*priority));
 }
 
-static int run_neighbors(arguments args)
+/// The neighbours of bat0 as a program that runs batctl and reads its lines would count them.
+static uint32_t batctl_neighbors()
 {
-    auto queries = args.empty() ? 1 : number_of(args[0], MAX_QUERIES);
-    if (!queries || *queries == 0)
-        return 1;
+    FILE *lines = popen("batctl neighbors -n -H", "r");
+    uint32_t count = 0;
+    char line[256];
+    while (lines && fgets(line, sizeof line, lines))
+        count++;
+    return lines && pclose(lines) == 0 ? count : 0;
+}
+
+struct measure {
+    uint32_t neighbors;
+    double us; ///< mean time of one query
+};
+
+static measure measure_queries(uint32_t (*query)(), uint32_t times)
+{
     const auto began = std::chrono::steady_clock::now();
     uint32_t neighbors = 0;
-    for (uint32_t i = 0; i < *queries; i++)
-        neighbors = bat_check_neighbors();
-    const auto took = std::chrono::steady_clock::now() - began;
+    for (uint32_t i = 0; i < times; i++)
+        neighbors = query();
+    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - began;
+    return {neighbors, took.count() / times};
+}
+
+static int run_neighbors(arguments args)
+{
+    auto times = args.empty() ? 1 : number_of(args[0], MAX_QUERIES);
+    if (!times || *times == 0)
+        return 1;
+    const measure netlink = measure_queries(bat_check_neighbors, *times);
     bat_nlsock_close();
-    printf("neighbors %u us=%.1f\n", neighbors,
-           std::chrono::duration<double, std::micro>(took).count() / *queries);
-    return neighbors ? 0 : 1;
+    printf("neighbors %u us=%.1f\n", netlink.neighbors, netlink.us);
+    return netlink.neighbors ? 0 : 1;
+}
+
+static int run_compare(arguments args)
+{
+    auto times = number_of(args[0], MAX_QUERIES);
+    if (!times || *times == 0)
+        return 1;
+    const measure netlink = measure_queries(bat_check_neighbors, *times);
+    bat_nlsock_close();
+    const measure batctl = measure_queries(batctl_neighbors, *times);
+    printf("netlink %u us=%.1f batctl %u us=%.1f ratio=%.4f\n", netlink.neighbors, netlink.us,
+           batctl.neighbors, batctl.us, netlink.us / batctl.us);
+    return netlink.neighbors == batctl.neighbors ? 0 : 1;
 }
 
 static constexpr probe_command COMMANDS[] = {
@@ -136,5 +170,6 @@ static constexpr probe_command COMMANDS[] = {
     {"rule", "add|del IIF|any SRC DST/LEN TABLE PRIORITY",
      "change a policy rule; 0.0.0.0 is any address", run_rule},
     {"neighbors", "[TIMES]", "of bat0, and the mean time a query took", run_neighbors},
+    {"compare", "TIMES", "the same by running batctl, and the ratio of the times", run_compare},
 };
 const std::span<const probe_command> LINK_COMMANDS = COMMANDS;
