@@ -8,7 +8,7 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include <cstdio>
+#include <fstream>
 
 namespace {
 
@@ -24,28 +24,28 @@ constexpr int CALL_LIMIT_MS = 10000;
 void collect_sections(uloop_timeout *);
 uloop_timeout collect_timer = {.list = {}, .pending = false, .cb = collect_sections, .time = {}};
 
-void print_section(ubus_request *request, int, blob_attr *msg)
+void keep_section(ubus_request *request, int, blob_attr *msg)
 {
-    fprintf(static_cast<FILE *>(request->priv), "%s", peer_json(msg).c_str());
+    *static_cast<std::string *>(request->priv) = peer_json(msg);
+}
+
+std::string section_of(const char *package)
+{
+    std::string section = "null"; // no such package, no answer, or one without data
+    uint32_t id = 0;
+    if (ubus_lookup_id(peer_bus(), package, &id) == 0)
+        ubus_invoke(peer_bus(), id, "gen_checkin", nullptr, keep_section, &section, CALL_LIMIT_MS);
+    return section;
 }
 
 // After the caller got its answer: the sections come from the daemon that asked for the check-in.
 void collect_sections(uloop_timeout *)
 {
-    FILE *file = fopen("/var/sim/checkin.json", "we");
-    if (!file)
-        return;
-    fprintf(file, "{");
-    for (const char *package : PACKAGES) {
-        uint32_t id = 0;
-        fprintf(file, "%s\"%s\":", package == PACKAGES[0] ? "" : ",", package);
-        if (ubus_lookup_id(peer_bus(), package, &id) != 0 ||
-            ubus_invoke(peer_bus(), id, "gen_checkin", nullptr, print_section, file,
-                        CALL_LIMIT_MS) != 0)
-            fprintf(file, "null");
-    }
-    fprintf(file, "}\n");
-    fclose(file);
+    std::string sections;
+    for (const char *package : PACKAGES)
+        sections +=
+            std::string(sections.empty() ? "{\"" : ",\"") + package + "\":" + section_of(package);
+    std::ofstream("/var/sim/checkin.json") << sections << "}\n";
     peer_journal("checkin collected");
 }
 
