@@ -3,7 +3,6 @@
 // replies are not, so that the wait can end.
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -162,11 +161,9 @@ static void close_socket(ubus_context *ctx)
 
 static int open_socket(const char *path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (strlen(path) >= sizeof(address.sun_path))
+    sockaddr_un address;
+    if (!wire_address(&address, path))
         return -1;
-    strcpy(address.sun_path, path);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;

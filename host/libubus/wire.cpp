@@ -139,6 +139,17 @@ void wire_close(int *fd)
     *fd = -1;
 }
 
+bool wire_address(sockaddr_un *address, const char *path)
+{
+    const size_t len = strlen(path);
+    *address = {};
+    address->sun_family = AF_UNIX;
+    if (len >= sizeof(address->sun_path))
+        return false;
+    memcpy(address->sun_path, path, len);
+    return true;
+}
+
 void wire_put_data(blob_buf *b, const blob_attr *msg)
 {
     blob_put(b, UBUS_ATTR_DATA, msg ? blob_data(msg) : nullptr, msg ? (unsigned)blob_len(msg) : 0);

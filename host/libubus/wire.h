@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sys/un.h>
 
 #include <array>
 #include <cstddef>
@@ -43,6 +44,9 @@ ssize_t wire_send(int sock, const ubus_msghdr &hdr, const blob_attr *msg, size_t
 ssize_t wire_recv(int sock, void *data, size_t len, int *fd);
 
 void wire_close(int *fd);
+
+/// Fills in the address of a socket file. False when the path does not fit.
+bool wire_address(sockaddr_un *address, const char *path);
 
 /// A message under construction.
 struct wire_buf {

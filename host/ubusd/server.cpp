@@ -3,11 +3,9 @@
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "broker.h"
 
@@ -49,13 +47,11 @@ static void make_parent(const std::string &path)
 
 static int open_listener(const char *path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (strlen(path) >= sizeof(address.sun_path)) {
+    sockaddr_un address;
+    if (!wire_address(&address, path)) {
         fprintf(stderr, "ubusd: socket path too long: %s\n", path);
         return -1;
     }
-    strcpy(address.sun_path, path);
     make_parent(path);
     unlink(path);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -167,9 +166,8 @@ raw_client &raw_client::operator=(raw_client &&other) noexcept
 
 void raw_client::connect(const std::string &socket)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, socket.c_str(), sizeof(address.sun_path) - 1);
+    sockaddr_un address;
+    EXPECT_TRUE(wire_address(&address, socket.c_str()));
     fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (::connect(fd, (const sockaddr *)&address, sizeof(address)) != 0)
         disconnect();

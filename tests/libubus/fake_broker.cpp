@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -13,9 +12,8 @@
 
 fake_broker::fake_broker()
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, socket.c_str(), sizeof(address.sun_path) - 1);
+    sockaddr_un address;
+    (void)wire_address(&address, socket.c_str());
     listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (bind(listener, (const sockaddr *)&address, sizeof(address)) < 0 || listen(listener, 5) < 0)
         fault = "cannot listen";
