@@ -119,7 +119,7 @@ static int change_add_list(uci_ptr &ptr, bool record)
         return UCI_ERR_INVAL;
     record_if(record, UCI_CMD_LIST_ADD, ptr, ptr.value);
     if (!ptr.option)
-        return UCI_OK; // its delta line names no option: nothing will come of it
+        return UCI_OK;                   // its delta line names no option: nothing will come of it
     const std::string value = ptr.value; // which may be the text that becomes the first item
     if (!ptr.o)
         ptr.o = option_new(ptr.s, ptr.option, nullptr);
