@@ -26,8 +26,8 @@
 
 /// How often it is looked whether the library has its socket back, in ms.
 constexpr int WATCH_MS = 100;
-/// The handler may run before the other subsystems are set up; what is on the bus already is looked
-/// at from the loop, this many ms later.
+/// What is on the bus already is looked at this many ms after the connect handler: it makes calls,
+/// and inside the handler the connection is not in the loop yet.
 constexpr int ANNOUNCE_MS = 10;
 
 static const package_callbacks gWired_callbacks = {
@@ -98,6 +98,7 @@ static const event_subscription gEvents[] = {
 
 static ubus_auto_conn gBus;
 static void (*gLibrary_connection_lost)(ubus_context *ctx);
+static uloop_timeout gStart_timer;
 static uloop_timeout gWatch_timer;
 static uloop_timeout gAnnounce_timer;
 /// Set once the first attempt is over. Interfaces present at that one are found by the enumerations
@@ -232,9 +233,17 @@ void tarn_net_ubus_connection_handler(ubus_context *ctx)
     register_events(ctx);
 }
 
-void bus_start()
+static void first_attempt_cb(uloop_timeout *)
 {
     gBus.cb = tarn_net_ubus_connection_handler;
     ubus_auto_connect(&gBus);
     gFirst_attempt_over = true;
+}
+
+void bus_start()
+{
+    // The library connects, calls the handler and lets it answer calls from inside
+    // ubus_auto_connect(); from the loop, so that by then every subsystem stands.
+    gStart_timer.cb = first_attempt_cb;
+    uloop_timeout_set(&gStart_timer, 0);
 }
