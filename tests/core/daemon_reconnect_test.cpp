@@ -1,0 +1,135 @@
+// The bus goes away and comes back, often and at awkward moments: everything of the daemon is on it
+// once again, exactly once, and nothing is left over.
+#include "core/daemon_fixture.h"
+
+namespace {
+
+constexpr char WIRED0[] = "network.interface.wired0";
+constexpr char STATUS[] =
+    R"({"up":true,"device":"br-wired0","route":[{"target":"0.0.0.0","mask":0,)"
+    R"("nexthop":"10.0.0.1","source":"10.0.0.7/24"}]})";
+
+struct Reconnect : daemon_fixture {
+    std::unique_ptr<fake_interface> wired;
+
+    void SetUp() override
+    {
+        daemon_fixture::SetUp();
+        EXPECT_EQ(
+            call("qnet.wired", "parse_config", R"({"params":{"inet_test":{"test_interval":3600}}})")
+                .status,
+            0);
+        wired = std::make_unique<fake_interface>(daemon, WIRED0, STATUS);
+        run_until([&] { return follows(WIRED0) == 1; });
+    }
+    void TearDown() override
+    {
+        wired.reset();
+        daemon_fixture::TearDown();
+    }
+    void bus_restart()
+    {
+        const int connections = has_connected();
+        broker_stop();
+        broker_start();
+        wired->id = 0;
+        reconnect();
+        wired = std::make_unique<fake_interface>(daemon, WIRED0, STATUS);
+        wait_for_daemon(connections);
+        run_until([&] { return follows(WIRED0) == 1 && wired->asked > 0; });
+        settle();
+    }
+    /// How often one event of each pattern is heard, and one notification.
+    void expect_everything_once()
+    {
+        EXPECT_EQ(run("ubus list 'qnet.*'").output, "qnet.wifi\nqnet.wired\n");
+        EXPECT_EQ(follows(WIRED0), 1);
+        const int heard = logged("parse_config status event didn't contain success flag");
+        send_event("parse_config_status", R"({"other":1})");
+        settle();
+        run_until([&] {
+            return logged("parse_config status event didn't contain success flag") > heard;
+        });
+        EXPECT_EQ(logged("parse_config status event didn't contain success flag"), heard + 1);
+        const int notified = logged("br-wired0' set as wired upstream link");
+        wired->notify(STATUS);
+        run_until([&] { return logged("br-wired0' set as wired upstream link") > notified; });
+        settle();
+        EXPECT_EQ(logged("br-wired0' set as wired upstream link"), notified + 1);
+        const int added = logged("New interface 'network.interface.orph_conn1'");
+        fake_interface other(daemon, "network.interface.orph_conn1", STATUS);
+        run_until([&] { return follows("network.interface.orph_conn1") == 1; });
+        EXPECT_EQ(logged("New interface 'network.interface.orph_conn1'"), added + 1);
+        other.leave();
+        run_until([&] { return follows("network.interface.orph_conn1") == 0; });
+    }
+    long memory_kb() const
+    {
+        return std::stol(run("awk '/^Private_Dirty:/ {print $2}' /proc/" +
+                             std::to_string(tarn_net->pid()) + "/smaps_rollup")
+                             .output);
+    }
+};
+
+} // namespace
+
+TEST_F(Reconnect, EightTimesInARow)
+{
+    const int files = open_files();
+    long memory = 0;
+    for (int times = 1; times <= 8; times++) {
+        SCOPED_TRACE(times);
+        bus_restart();
+        expect_everything_once();
+        // Two of the ten places in the package table go at each connection, the first one included.
+        EXPECT_EQ(logged("Unable to register handlers, too many handlers already registered in "
+                         "this package"),
+                  std::max(0, 2 * (times - 4)));
+        EXPECT_EQ(call("qnet.wifi", "reload_config").status, 0) << "its package is still found";
+        EXPECT_EQ(open_files(), files);
+        if (times == 2)
+            memory = memory_kb();
+    }
+    EXPECT_LE(memory_kb(), memory + 64);
+}
+
+TEST_F(Reconnect, AtAwkwardMoments)
+{
+    wired->answers = false; // with a question pending
+    wired->leave();
+    EXPECT_EQ(ubus_add_object(daemon, wired.get()), 0);
+    const int asked = wired->asked;
+    run_until([&] { return wired->asked > asked; });
+    bus_restart();
+    expect_everything_once();
+
+    // While the daemon puts itself back on the bus.
+    for (int wait_ms : {0, 3, 10, 30, 100, 300}) {
+        broker_stop();
+        const int connections = has_connected();
+        broker_start();
+        for (int i = 0; i < 600 && has_connected() == connections; i++)
+            usleep(5000);
+        usleep(wait_ms * 1000);
+        bus_restart();
+        SCOPED_TRACE(wait_ms);
+        expect_everything_once();
+    }
+}
+
+TEST_F(Reconnect, BusThatWasNotThereAtStart)
+{
+    const int connections = has_connected();
+    tarn_net.reset();
+    wired->id = 0;
+    broker_stop();
+    run("rm -f /var/run/ubus/ubus.sock");
+    tarn_net.emplace(std::vector<std::string>{"tarn_net"});
+    usleep(1200000); // longer than its first attempts
+    broker_start();
+    reconnect();
+    wired = std::make_unique<fake_interface>(daemon, WIRED0, STATUS);
+    wait_for_daemon(connections);
+    run_until([&] { return follows(WIRED0) == 1 && wired->asked > 0; });
+    expect_everything_once();
+}

@@ -1,0 +1,216 @@
+// The daemon on the bus: what it publishes, which neighbours it follows, what it does for a port.
+#include "core/daemon_fixture.h"
+
+namespace {
+
+struct Daemon : daemon_fixture {
+    static std::string status(const char *device, const char *address)
+    {
+        return std::string(R"({"up":true,"device":")") + device +
+               R"(","route":[{"target":"0.0.0.0","mask":0,"nexthop":"10.0.0.1","source":")" +
+               address + R"(/24"}]})";
+    }
+    static std::string uci(const char *option)
+    {
+        return run(std::string("uci -q get ") + option + " | tr -d '\\n'").output;
+    }
+};
+
+} // namespace
+
+TEST_F(Daemon, PublishesItsMethodsInOrder)
+{
+    EXPECT_EQ(run("ubus -v list 'qnet.*' | sed 's/ @.*//'").output,
+              "'qnet.wifi'\n"
+              "\t\"parse_config\":{\"params\":\"Table\"}\n"
+              "\t\"reload_config\":{\"package\":\"String\"}\n"
+              "\t\"set_debug_level\":{\"level\":\"Integer\"}\n"
+              "\t\"gen_checkin\":{\"checkin_type\":\"String\",\"verbose\":\"Boolean\"}\n"
+              "\t\"health_check\":{}\n"
+              "\t\"dump_state\":{\"include_secrets\":\"Boolean\"}\n"
+              "\t\"end_delayed_wireless\":{}\n"
+              "\t\"ap_scan_now\":{\"checkin_after_scan\":\"Boolean\"}\n"
+              "\t\"ap_survey_now\":{}\n"
+              "\t\"force_wifi_restart\":{}\n"
+              "'qnet.wired'\n"
+              "\t\"parse_config\":{\"params\":\"Table\"}\n"
+              "\t\"reload_config\":{\"package\":\"String\"}\n"
+              "\t\"set_debug_level\":{\"level\":\"Integer\"}\n"
+              "\t\"gen_checkin\":{\"checkin_type\":\"String\",\"verbose\":\"Boolean\"}\n"
+              "\t\"health_check\":{}\n"
+              "\t\"dump_state\":{\"include_secrets\":\"Boolean\"}\n"
+              "\t\"wired_event\":{\"interface\":\"String\",\"action\":\"String\"}\n"
+              "\t\"debug\":{\"enable\":\"Integer\"}\n");
+}
+
+TEST_F(Daemon, FollowsInterfacesThatComeAndGo)
+{
+    const struct {
+        const char *path;
+        bool followed;
+    } paths[] = {
+        {"network.interface.wired0", true},     {"network.interface.wired_x", true},
+        {"network.interface.mesh_rp", true},    {"network.interface.mesh_rp2", false},
+        {"network.interface.orph_conn7", true}, {"network.interface.lan", false},
+        {"network.interface", false},
+    };
+    std::vector<std::unique_ptr<fake_interface>> objects;
+    for (int round = 0; round < 2; round++) { // the second time with new ids
+        for (const auto &p : paths)
+            objects.push_back(
+                std::make_unique<fake_interface>(daemon, p.path, status("br-x", "10.0.0.7")));
+        run_until([&] { return objects[4]->asked == 1; });
+        settle();
+        for (size_t i = 0; i < objects.size(); i++) {
+            EXPECT_EQ(follows(paths[i].path), paths[i].followed ? 1 : 0) << paths[i].path;
+            EXPECT_EQ(objects[i]->asked, paths[i].followed ? 1 : 0) << paths[i].path;
+        }
+        objects[0]->notify(R"({"up":false,"device":"br-y"})");
+        run_until(
+            [&] { return state_holds(R"("device":"br-y","up":false,"default_route":false)"); });
+        objects.clear();
+        run_until([&] { return state_holds(R"("wired":[],"mesh":[])"); });
+    }
+}
+
+TEST_F(Daemon, InterfaceThatVanishesTakesItsQuestionWithIt)
+{
+    auto wired = std::make_unique<fake_interface>(daemon, "network.interface.wired0", "{}");
+    wired->answers = false;
+    run_until([&] { return wired->asked == 1; });
+    wired.reset();
+    run_until([&] { return follows("network.interface.wired0") == 0; });
+    wired = std::make_unique<fake_interface>(daemon, "network.interface.wired0",
+                                             status("br-wired0", "10.0.0.7"));
+    run_until([&] { return state_holds("\"address\":\"10.0.0.7\""); });
+    EXPECT_EQ(follows("network.interface.wired0"), 1);
+    EXPECT_TRUE(state_holds(R"("wired_uplink_bridge":"br-wired0")"));
+}
+
+TEST_F(Daemon, StatusThatNeverComesIsGivenUp)
+{
+    fake_interface silent(daemon, "network.interface.wired0", "{}");
+    silent.answers = false;
+    fake_interface empty(daemon, "network.interface.wired1", "{}");
+    fake_interface good(daemon, "network.interface.mesh_rp", status("br-mesh_rp", "10.0.0.9"));
+    const auto given_up = "Interface 'network.interface.wired0' failed to respond to status, "
+                          "aborting ubus invoke";
+    // The enumeration asks again, 5 s after the start, and waits for 5 s.
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(14);
+    while (logged("Testing connection") == 0 && std::chrono::steady_clock::now() < limit)
+        uloop_run_timeout(50);
+    EXPECT_GE(logged("Testing connection"), 1);
+    EXPECT_EQ(logged(given_up), 1);
+    EXPECT_TRUE(state_holds("\"address\":\"10.0.0.9\""));
+    EXPECT_FALSE(state_holds("\"answered\":false"));
+    EXPECT_EQ(follows("network.interface.wired0"), 1);
+}
+
+TEST_F(Daemon, CablePluggedIntoTheOtherPort)
+{
+    fake_interface manager(daemon, "network.interface", "{}");
+    event_log beats(stranger, "network.linkbeat");
+    const struct {
+        const char *event;
+        int status;
+        std::vector<std::string> calls;
+        const char *bridge;
+    } cases[] = {
+        {R"({"interface":"wired0","action":"ifdown"})", 0, {}, ""},
+        {R"({"interface":"wired00","action":"ifup"})", 0, {}, ""},
+        {R"({"interface":"wired7","action":"ifup"})", 0, {}, ""},
+        {R"({"interface":"wired;","action":"ifup"})", 0, {}, ""},
+        {R"({"interface":"wired0"})", 2, {}, ""},
+        {R"({"interface":"wired0","action":"ifup"})",
+         0,
+         {R"(down {"interface":"wired1"})"},
+         "br-wired0"},
+        {R"({"interface":"wired1","action":"ifup"})",
+         0,
+         {R"(down {"interface":"wired0"})"},
+         "br-wired1"},
+    };
+    for (const auto &c : cases) {
+        manager.called.clear();
+        EXPECT_EQ(call("qnet.wired", "wired_event", c.event).status, c.status) << c.event;
+        EXPECT_EQ(manager.called, c.calls) << c.event;
+        EXPECT_TRUE(state_holds(std::string(R"("wired_uplink_bridge":")") + c.bridge + "\""))
+            << c.event;
+    }
+    settle();
+    ASSERT_EQ(beats.all.size(), 2u);
+    EXPECT_EQ(beats.all[1].document, R"({"interface":"wired1","found":true})");
+    const std::string dns = " " + uci("dhcp.lan_dns.interface") + " ";
+    EXPECT_NE(dns.find(" br-wired1 "), std::string::npos) << dns;
+    EXPECT_EQ(dns.find(" br-wired0 "), std::string::npos) << dns;
+    EXPECT_EQ(call("qnet.wired", "reload_config").status, 0);
+}
+
+TEST_F(Daemon, NetifdThatHangsHoldsAPortUpForHalfASecond)
+{
+    struct hanging : fake_interface {
+        using fake_interface::fake_interface;
+    } manager(stranger, "network.interface", "{}");
+    run("kill -STOP " + std::to_string(broker));
+    run("kill -CONT " + std::to_string(broker));
+    manager.methods_[2].handler = [](ubus_context *ctx, ubus_object *, ubus_request_data *req,
+                                     const char *, blob_attr *) {
+        ubus_request_data deferred;
+        ubus_defer_request(ctx, req, &deferred);
+        return 0;
+    };
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(call("qnet.wired", "wired_event", R"({"interface":"wired0","action":"ifup"})").status,
+              0);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(450));
+    EXPECT_LT(took, std::chrono::milliseconds(3000));
+    EXPECT_EQ(logged("failed to bring wired1 down"), 1);
+}
+
+TEST_F(Daemon, WiredSettings)
+{
+    const std::string before = read_text("/etc/config/tarn_net");
+    const char *const refused[] = {
+        "{}",
+        R"({"params":7})",
+        R"({"params":{"inet_test":{"targets":["ftp://x"]},"igmp_proxy":true}})",
+        R"({"params":{"inet_test":{"targets":["http://a b"]}}})",
+        R"({"params":{"inet_test":{"targets":["http://x\n"]}}})",
+        R"({"params":{"inet_test":{"targets":["http://"]}}})",
+        R"({"params":{"inet_test":{"targets":[7]}}})",
+        R"({"params":{"inet_test":{"failure_tolerance":0,"targets":["http://x"]}}})",
+        R"({"params":{"inet_test":{"test_interval":-1}}})",
+        R"({"params":{"lan_bridge":"br lan"}})",
+        R"({"params":{"lan_bridge":"a-very-long-bridge"}})",
+        R"({"params":{"wired_client":{"ssid":5},"igmp_proxy":true}})",
+    };
+    for (const char *document : refused) {
+        const answer reply = call("qnet.wired", "parse_config", document);
+        EXPECT_EQ(reply.status, 2) << document;
+        EXPECT_NE(reply.document.find("\"success\":false"), std::string::npos) << document;
+        EXPECT_EQ(read_text("/etc/config/tarn_net"), before) << document;
+    }
+    std::string many = R"({"params":{"inet_test":{"targets":[)";
+    for (int i = 0; i < 33; i++)
+        many += (i ? ",\"http://h" : "\"http://h") + std::to_string(i) + "\"";
+    EXPECT_EQ(call("qnet.wired", "parse_config", many + "]}}}").status, 2);
+
+    const char document[] = R"({"params":{"inet_test":{"targets":["http://a","https://b/?q=1"],)"
+                            R"("failure_tolerance":5,"test_interval":7},"lan_bridge":"br-lan",)"
+                            R"("wired_client":{"disable":true,"ssid":2},"igmp_proxy":true}})";
+    for (int times = 0; times < 2; times++) {
+        EXPECT_EQ(call("qnet.wired", "parse_config", document).status, 0);
+        EXPECT_TRUE(
+            state_holds(R"("settings":{"inet_test":{"targets":["http://a","https://b/?q=1"],)"
+                        R"("failure_tolerance":5,"test_interval":7},"lan_bridge":"br-lan",)"
+                        R"("wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})"));
+    }
+    // What a document omits stays; an empty bridge name takes it away.
+    EXPECT_EQ(call("qnet.wired", "parse_config",
+                   R"({"params":{"lan_bridge":"","inet_test":{"test_interval":9}}})")
+                  .status,
+              0);
+    EXPECT_TRUE(state_holds(R"("failure_tolerance":5,"test_interval":9},"wired_client")"));
+    EXPECT_EQ(run("uci changes").output, "");
+}
