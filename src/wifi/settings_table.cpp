@@ -55,8 +55,7 @@ constexpr settings_limits ORPHAN_BSSID = {.text_max =
                                               sizeof(wifi_settings::orphan_connect_bssid) - 1};
 constexpr settings_limits NEIGHBORS = {.items_max = SETTINGS_NEIGHBORS_MAX};
 constexpr settings_limits NEIGHBOR_BSSID = {.pattern = MAC_PATTERN, .rule = MAC_RULE};
-constexpr settings_limits NEIGHBOR_REPORT = {.text_max = SETTINGS_REPORT_HEX_MAX,
-                                             .pattern = "^([0-9A-Fa-f]{2})+$",
+constexpr settings_limits NEIGHBOR_REPORT = {.pattern = "^([0-9A-Fa-f]{2}){1,255}$",
                                              .rule = "2 to 510 hex digits, an even number"};
 
 constexpr settings_field TOP_ROWS[] = {

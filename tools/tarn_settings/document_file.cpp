@@ -1,0 +1,98 @@
+// Files and JSON texts: read whole, refused when they are not what the bus could carry.
+#include "document_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <json-c/json.h>
+#include <memory>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
+
+namespace {
+
+constexpr size_t FILE_MAX = 16 * 1024 * 1024;
+
+struct closer {
+    void operator()(FILE *file) const
+    {
+        if (file != stdin)
+            fclose(file);
+    }
+    void operator()(json_object *object) const { json_object_put(object); }
+    void operator()(json_tokener *tokener) const { json_tokener_free(tokener); }
+};
+
+/// True when a text of the document, or of a key, holds a NUL: the bus would end it there.
+bool holds_nul(json_object *value)
+{
+    if (json_object_is_type(value, json_type_string))
+        return strlen(json_object_get_string(value)) !=
+               static_cast<size_t>(json_object_get_string_len(value));
+    if (json_object_is_type(value, json_type_array)) {
+        for (size_t i = 0; i < json_object_array_length(value); i++)
+            if (holds_nul(json_object_array_get_idx(value, i)))
+                return true;
+    } else if (json_object_is_type(value, json_type_object)) {
+        json_object_object_foreach(value, key, member)
+        {
+            (void)key;
+            if (holds_nul(member))
+                return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+bool read_whole(const std::string &path, std::string &text, std::string &error)
+{
+    const std::unique_ptr<FILE, closer> file(path == "-" ? stdin : fopen(path.c_str(), "re"));
+    if (!file) {
+        error = strerror(errno);
+        return false;
+    }
+    char chunk[64 * 1024];
+    size_t count;
+    text.clear();
+    while ((count = fread(chunk, 1, sizeof(chunk), file.get())) > 0 && text.size() <= FILE_MAX)
+        text.append(chunk, count);
+    if (ferror(file.get()))
+        error = strerror(errno);
+    else if (text.size() > FILE_MAX)
+        error = "larger than 16 MiB";
+    return error.empty();
+}
+
+bool message_of_json(const std::string &text, blob_buf *message, std::string &error)
+{
+    const std::unique_ptr<json_tokener, closer> tokener(json_tokener_new());
+    // With its final NUL, so that the tokener sees the end of the text.
+    const std::unique_ptr<json_object, closer> root(
+        json_tokener_parse_ex(tokener.get(), text.c_str(), static_cast<int>(text.size() + 1)));
+    if (!root)
+        error = std::string("not JSON: ") +
+                json_tokener_error_desc(json_tokener_get_error(tokener.get())) + " at byte " +
+                std::to_string(json_tokener_get_parse_end(tokener.get()));
+    else if (!json_object_is_type(root.get(), json_type_object))
+        error = "not a JSON object";
+    else if (holds_nul(root.get()))
+        error = "a text holds the character \\u0000, where the bus would end it";
+    else if (blobmsg_buf_init(message) != 0 || !blobmsg_add_object(message, root.get()))
+        error = "too large for a message";
+    else if (!zu_blobmsg_valid(message->head))
+        error = "nested too deeply";
+    return error.empty();
+}
+
+blob_attr *params_of(blob_buf *message)
+{
+    static constexpr blobmsg_policy POLICY = {"params", BLOBMSG_TYPE_TABLE};
+    blob_attr *params = nullptr;
+    (void)blobmsg_parse(&POLICY, 1, &params, blob_data(message->head),
+                        static_cast<unsigned>(blob_len(message->head)));
+    return params;
+}

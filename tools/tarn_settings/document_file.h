@@ -1,0 +1,15 @@
+// A settings document from a file: the JSON text of a parse_config message.
+#pragma once
+
+#include "platform/zu/blobmsg_util.h"
+
+#include <string>
+
+/// Reads a whole file, or standard input for "-". False with the reason in `error`.
+bool read_whole(const std::string &path, std::string &text, std::string &error);
+
+/// Fills `message` from the text, as the bus tools do. False with the reason in `error`.
+bool message_of_json(const std::string &text, blob_buf *message, std::string &error);
+
+/// The message's `params` table, or null.
+blob_attr *params_of(blob_buf *message);

@@ -1,0 +1,131 @@
+// Rows to tables for people.
+#include "manual.h"
+
+#include "settings_kinds.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr char INTRODUCTION[] = R"(# The settings documents
+
+Written by `tarn-settings manual`; a test fails when it is out of date.
+
+The cloud hands each package its settings as one document, the table `params` of the bus method
+`parse_config`. A document is taken whole or not at all: the first fault refuses it with status 2,
+and the reply's `messages` are the lines of the column "error", innermost first. What a document
+omits stays as it is, unless the column "when omitted" says otherwise; a key that is unknown or of
+another type is passed over as if it were not there. Texts are cut to their length in bytes. A table
+must not be empty.
+
+Before a document goes out:
+
+    tarn-settings --platform platform.json check office.json
+    tarn-settings --platform platform.json schema >settings.schema.json
+
+`check` asks the daemon's own parser and adds where in the document the fault is and what would be
+passed over or cut; its status is 0 when there is nothing to say, 1 when the document would be taken
+all the same, 2 when it would be refused. It supposes a node whose radios have a channel and on which
+no local radio override is in force. The schema accepts what `check` has nothing to say about, except
+that to a JSON Schema 1.0 is an integer.
+)";
+
+/// "|" would end a cell.
+std::string cell(const char *text)
+{
+    std::string escaped;
+    for (; *text; text++)
+        escaped += *text == '|' ? std::string("\\|") : std::string(1, *text);
+    return escaped;
+}
+
+const char *type_text(const settings_field &field)
+{
+    switch (field.kind) {
+    case SETTINGS_BOOL:
+    case SETTINGS_FLAG:
+        return "boolean";
+    case SETTINGS_INT:
+        return "integer";
+    case SETTINGS_STRING:
+        return "text";
+    case SETTINGS_TABLE:
+        return "table";
+    case SETTINGS_TABLES:
+        return "array of tables";
+    case SETTINGS_INTS:
+        return "array of integers";
+    case SETTINGS_STRINGS:
+        return "array of texts";
+    case SETTINGS_PRESENCE:
+        return "array";
+    }
+    return "";
+}
+
+std::string quoted(std::span<const char *const> words)
+{
+    std::string text;
+    for (const char *word : words)
+        text += (text.empty() ? "\"" : " or \"") + std::string(word) + "\"";
+    return text;
+}
+
+std::string value_range(const settings_field &field)
+{
+    const settings_limits &limits = *field.limits;
+    if (limits.rule)
+        return limits.rule;
+    if (!limits.words.empty())
+        return quoted(limits.words);
+    if (limits.min != INT32_MIN || limits.max != INT32_MAX)
+        return std::to_string(limits.min) + " to " + std::to_string(limits.max);
+    if (field.kind == SETTINGS_INT || field.kind == SETTINGS_INTS)
+        return "32 bits, signed";
+    const uint32_t most = settings_text_max(field);
+    if (most != UINT32_MAX)
+        return (limits.text_min > 0 ? "1 to " : "up to ") + std::to_string(most) + " bytes";
+    return {};
+}
+
+std::string range_text(const settings_field &field)
+{
+    const std::string value = value_range(field);
+    if (field.limits->items_max == UINT32_MAX)
+        return value;
+    const std::string count = "up to " + std::to_string(field.limits->items_max);
+    return value.empty() ? count : count + ", each " + value;
+}
+
+std::string omitted_text(const settings_field &field)
+{
+    if (field.required)
+        return "required";
+    return field.absent ? field.absent : "as it is";
+}
+
+void print_level(const settings_level &level, const std::string &path)
+{
+    printf("\n### `%s`\n\nEmpty or malformed: `%s`\n\n", path.c_str(), level.broken);
+    puts("| key | type | range | when omitted | meaning | error |\n|---|---|---|---|---|---|");
+    for (const settings_field &field : level.fields)
+        printf("| `%s` | %s | %s | %s | %s | %s%s%s |\n", field.key, type_text(field),
+               cell(range_text(field).c_str()).c_str(), omitted_text(field).c_str(),
+               cell(field.meaning).c_str(), field.error ? "`" : "",
+               field.error ? cell(field.error).c_str() : "", field.error ? "`" : "");
+    for (const settings_field &field : level.fields)
+        if (field.level)
+            print_level(*field.level,
+                        path + "." + field.key + (field.kind == SETTINGS_TABLES ? "[]" : ""));
+}
+
+} // namespace
+
+void print_manual()
+{
+    fputs(INTRODUCTION, stdout);
+    for (const document_kind &kind : document_kinds()) {
+        printf("\n## %s: `%s`\n", kind.title, kind.object);
+        print_level(*kind.level, "params");
+    }
+}

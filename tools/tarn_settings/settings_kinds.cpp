@@ -1,0 +1,86 @@
+// The kinds of documents with their parsers, and what the platform allows in them.
+#include "settings_kinds.h"
+
+#include "platform/zu/platform_data.h"
+#include "wifi/settings_parse.h"
+#include "wifi/settings_table.h"
+#include "wifi/wifi.h"
+
+#include <memory>
+
+namespace {
+
+/// Parses for a node that has been configured before: its radios have channels.
+int parse_wifi(blob_attr *params)
+{
+    const auto settings = std::make_unique<wifi_settings>();
+    for (wifi_radio_settings &radio : settings->radios)
+        radio.channel = 36;
+    wifi_parsed_document parsed = {settings.get(), nullptr, nullptr};
+    return wifi_settings_parse(params, &parsed);
+}
+
+constexpr document_kind KINDS[] = {
+    {"wifi", "qnet.wifi", "Wireless settings", &SETTINGS_TOP, parse_wifi},
+};
+
+constexpr int PLATFORM_RADIOS_MAX = 32;
+
+/// The bands of the platform's radios that `is_wanted`, each once.
+std::vector<std::string> platform_bands(bool (*is_wanted)(const char *band))
+{
+    std::vector<std::string> bands;
+    for (int radio = 0; radio < PLATFORM_RADIOS_MAX; radio++) {
+        const char *band = platform_wireless_get_radio_band_name(radio);
+        if (band && platform_wireless_get_radio_idx(band) == radio && is_wanted(band))
+            bands.emplace_back(band);
+    }
+    return bands;
+}
+
+std::vector<std::string> radios_in_use()
+{
+    const char *scanning = wifi_band_name(WIFI_BAND_SCANNING);
+    std::vector<std::string> bands = platform_bands([](const char *band) {
+        return wifid_find_band_by_type(band) != WIFI_BAND_SCANNING &&
+               platform_wireless_get_radio_idx(band) < wifi_radio_count();
+    });
+    bands.emplace_back(scanning); // taken from any platform, and passed over
+    return bands;
+}
+
+std::vector<std::string> ssid_bands()
+{
+    std::vector<std::string> bands;
+    for (int band = 0; band < WIFI_BANDS; band++)
+        if (wifid_find_radio(band) >= 0)
+            bands.emplace_back(wifi_band_name(band));
+    return bands;
+}
+
+} // namespace
+
+std::span<const document_kind> document_kinds()
+{
+    return KINDS;
+}
+
+uint32_t settings_text_max(const settings_field &field)
+{
+    return field.offset != SETTINGS_NO_MEMBER ? field.size - 1 : field.limits->text_max;
+}
+
+std::vector<std::string> settings_choices(settings_choice choice)
+{
+    switch (choice) {
+    case SETTINGS_ANY_TEXT:
+        return {};
+    case SETTINGS_RADIO_IN_USE:
+        return radios_in_use();
+    case SETTINGS_SSID_BAND:
+        return ssid_bands();
+    case SETTINGS_ANY_RADIO:
+        return platform_bands([](const char *) { return true; });
+    }
+    return {};
+}
