@@ -156,9 +156,9 @@ constexpr settings_field RADIO_ROWS[] = {
 };
 
 constexpr settings_field SSID_ROWS[] = {
-    CODED("index", SETTINGS_INT, .limits = &SLOT, .meaning = "which of the four networks this is",
-          .error = "Failed to find 'index' key in msg; Invalid ssid index: %d (one less)",
-          .required = true),
+    CODED("index", SETTINGS_INT, .limits = &SLOT,
+          .meaning = "which of the four networks this is; the error names it less one",
+          .error = "Failed to find 'index' key in msg; Invalid ssid index: %d", .required = true),
     MEMBER("enable", SETTINGS_BOOL, wifi_ssid_settings, enable, .meaning = "the network is on"),
     MEMBER("ssid", SETTINGS_STRING, wifi_ssid_settings, ssid, .meaning = "name of the network"),
     MEMBER("key", SETTINGS_STRING, wifi_ssid_settings, key, .meaning = "passphrase",

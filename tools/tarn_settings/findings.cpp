@@ -120,15 +120,15 @@ void walk_text(walk &state, const settings_field &field, const char *text, const
         state.add(path, "is cut to " + std::to_string(settings_text_max(field)) + " bytes");
 }
 
-/// One element of an array of plain values: none of them ever refuses a document.
+/// One element of an array of plain values.
 void walk_element(walk &state, const settings_field &field, blob_attr *element,
                   const std::string &path)
 {
     const int wanted = field.kind == SETTINGS_INTS ? BLOBMSG_TYPE_INT32 : BLOBMSG_TYPE_STRING;
     if (blobmsg_type(element) != wanted) {
-        state.add(path, not_of_type(wanted, blobmsg_type(element)));
+        state.add(path, not_of_type(wanted, blobmsg_type(element)), field.error != nullptr);
     } else if (wanted == BLOBMSG_TYPE_STRING) {
-        walk_text(state, field, blobmsg_get_string(element), path, false);
+        walk_text(state, field, blobmsg_get_string(element), path, field.error != nullptr);
     } else if (const std::string fault =
                    integer_fault(*field.limits, static_cast<int32_t>(blobmsg_get_u32(element)));
                !fault.empty()) {
@@ -150,8 +150,10 @@ void walk_array(walk &state, const settings_field &field, blob_attr *array, cons
             walk_element(state, field, element, at);
     }
     if (index > field.limits->items_max)
-        state.add(path, "has " + std::to_string(index) + " elements, of which " +
-                            std::to_string(field.limits->items_max) + " are kept");
+        state.add(path,
+                  "has " + std::to_string(index) + " elements, of which " +
+                      std::to_string(field.limits->items_max) + " are kept",
+                  field.error != nullptr);
 }
 
 void walk_value(walk &state, const settings_field &field, blob_attr *value, const std::string &path)

@@ -39,6 +39,17 @@ std::string cell(const char *text)
     return escaped;
 }
 
+/// The lines of a row's `error`, each as code.
+std::string code(const char *lines)
+{
+    if (!lines)
+        return {};
+    std::string text = "`" + cell(lines) + "`";
+    for (size_t at = 0; (at = text.find("; ", at)) != std::string::npos; at += 4)
+        text.replace(at, 2, "`; `");
+    return text;
+}
+
 const char *type_text(const settings_field &field)
 {
     switch (field.kind) {
@@ -109,10 +120,9 @@ void print_level(const settings_level &level, const std::string &path)
     printf("\n### `%s`\n\nEmpty or malformed: `%s`\n\n", path.c_str(), level.broken);
     puts("| key | type | range | when omitted | meaning | error |\n|---|---|---|---|---|---|");
     for (const settings_field &field : level.fields)
-        printf("| `%s` | %s | %s | %s | %s | %s%s%s |\n", field.key, type_text(field),
+        printf("| `%s` | %s | %s | %s | %s | %s |\n", field.key, type_text(field),
                cell(range_text(field).c_str()).c_str(), omitted_text(field).c_str(),
-               cell(field.meaning).c_str(), field.error ? "`" : "",
-               field.error ? cell(field.error).c_str() : "", field.error ? "`" : "");
+               cell(field.meaning).c_str(), code(field.error).c_str());
     for (const settings_field &field : level.fields)
         if (field.level)
             print_level(*field.level,

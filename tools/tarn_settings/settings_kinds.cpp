@@ -5,6 +5,7 @@
 #include "wifi/settings_parse.h"
 #include "wifi/settings_table.h"
 #include "wifi/wifi.h"
+#include "wired/wired_settings.h"
 
 #include <memory>
 
@@ -20,8 +21,15 @@ int parse_wifi(blob_attr *params)
     return wifi_settings_parse(params, &parsed);
 }
 
+int parse_wired(blob_attr *params)
+{
+    wired_settings settings{};
+    return wired_settings_parse(params, &settings) ? 0 : UBUS_STATUS_INVALID_ARGUMENT;
+}
+
 constexpr document_kind KINDS[] = {
     {"wifi", "qnet.wifi", "Wireless settings", &SETTINGS_TOP, parse_wifi},
+    {"wired", "qnet.wired", "Wired settings", &WIRED_SETTINGS_TOP, parse_wired},
 };
 
 constexpr int PLATFORM_RADIOS_MAX = 32;

@@ -1,0 +1,182 @@
+// The rows of the wired settings document and what they cannot say. A value outside its row's
+// limits refuses the document.
+#include "wired/wired_settings.h"
+
+#include <cctype>
+#include <cstring>
+
+#include "platform/zu/host_list.h"
+#include "platform/zu/log.h"
+#include "wifi/wifi_settings.h"
+
+constexpr size_t URL_MAX = 255;
+constexpr size_t IFACE_NAME_MAX = 15;
+
+static constexpr settings_limits TARGETS = {.pattern = "^https?://[!-~]{1,247}$",
+                                            .items_max = HOST_LIST_MAX,
+                                            .rule = "an http or https URL of up to 255 bytes"};
+static constexpr settings_limits TOLERANCE = {.min = 1, .max = 1000};
+static constexpr settings_limits INTERVAL = {.min = 0, .max = 24 * 60 * 60};
+static constexpr settings_limits BRIDGE = {
+    .pattern = "^[A-Za-z0-9._-]{0,15}$",
+    .rule = "up to 15 letters, digits, points, underscores and hyphens"};
+static constexpr settings_limits SLOT = {.min = 0, .max = WIFI_SSIDS};
+
+static constexpr settings_field INET_TEST_ROWS[] = {
+    {.key = "targets",
+     .kind = SETTINGS_STRINGS,
+     .limits = &TARGETS,
+     .meaning = "what the internet test connects to, replacing the list",
+     .error = "'targets' may only hold http and https URLs; 'targets' may hold %d URLs, not %zu"},
+    {.key = "failure_tolerance",
+     .kind = SETTINGS_INT,
+     .limits = &TOLERANCE,
+     .meaning = "failed cycles before the upstream counts as lost",
+     .error = "'failure_tolerance' must be %d to %d, not %d"},
+    {.key = "test_interval",
+     .kind = SETTINGS_INT,
+     .limits = &INTERVAL,
+     .meaning = "seconds between cycles; 0: no test",
+     .error = "'test_interval' must be %d to %d, not %d"},
+};
+static constexpr auto INET_TEST_POLICY = settings_policy(INET_TEST_ROWS);
+static constexpr settings_level INET_TEST = {"inet_test", "Unable to parse inet_test arguments",
+                                             INET_TEST_ROWS, INET_TEST_POLICY};
+
+static constexpr settings_field CLIENT_ROWS[] = {
+    {.key = "disable", .kind = SETTINGS_BOOL, .meaning = "no client behind the wired port"},
+    {.key = "ssid",
+     .kind = SETTINGS_INT,
+     .limits = &SLOT,
+     .meaning = "the network that a client behind the wired port joins; 0: none",
+     .error = "'ssid' must be %d to %d, not %d"},
+};
+static constexpr auto CLIENT_POLICY = settings_policy(CLIENT_ROWS);
+static constexpr settings_level CLIENT = {"wired_client", "Unable to parse wired_client arguments",
+                                          CLIENT_ROWS, CLIENT_POLICY};
+
+static constexpr settings_field TOP_ROWS[] = {
+    {.key = "inet_test",
+     .kind = SETTINGS_TABLE,
+     .level = &INET_TEST,
+     .meaning = "the internet test"},
+    {.key = "lan_bridge",
+     .kind = SETTINGS_STRING,
+     .limits = &BRIDGE,
+     .meaning = "bridge of the wired LAN; empty: none",
+     .error = "'lan_bridge' is no interface name"},
+    {.key = "wired_client",
+     .kind = SETTINGS_TABLE,
+     .level = &CLIENT,
+     .meaning = "clients behind the wired port"},
+    {.key = "igmp_proxy", .kind = SETTINGS_BOOL, .meaning = "the multicast proxy runs"},
+};
+static constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
+constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse arguments",
+                                                     TOP_ROWS, TOP_POLICY};
+
+/// An integer within its row's limits; false (logged) when it is outside.
+static bool take_int(const settings_values &values, const char *key, std::optional<int> *out)
+{
+    blob_attr *attr = values.get(key);
+    if (attr == nullptr)
+        return true;
+    const auto *field = &values.level->fields.front();
+    while (strcmp(field->key, key) != 0)
+        field++;
+    const int value = static_cast<int>(blobmsg_get_u32(attr));
+    if (value < field->limits->min || value > field->limits->max) {
+        log_error("'%s' must be %d to %d, not %d", key, field->limits->min, field->limits->max,
+                  value);
+        return false;
+    }
+    *out = value;
+    return true;
+}
+
+static void take_bool(blob_attr *attr, std::optional<bool> *out)
+{
+    if (attr != nullptr)
+        *out = blobmsg_get_bool(attr);
+}
+
+static bool is_url(const char *text)
+{
+    if (strncmp(text, "http://", 7) != 0 && strncmp(text, "https://", 8) != 0)
+        return false;
+    for (const char *c = text; *c != '\0'; c++) {
+        if (isgraph(static_cast<unsigned char>(*c)) == 0)
+            return false;
+    }
+    return strlen(text) <= URL_MAX && strstr(text, "//")[2] != '\0';
+}
+
+static bool take_targets(blob_attr *array, wired_settings *settings)
+{
+    if (array == nullptr)
+        return true;
+    settings->targets.emplace();
+    blob_attr *target;
+    size_t rem;
+    blobmsg_for_each_attr(target, array, rem)
+    {
+        if (!blobmsg_check_attr(target, false) || blobmsg_type(target) != BLOBMSG_TYPE_STRING ||
+            !is_url(blobmsg_get_string(target))) {
+            log_error("'targets' may only hold http and https URLs");
+            return false;
+        }
+        settings->targets->push_back(blobmsg_get_string(target));
+    }
+    if (settings->targets->size() <= HOST_LIST_MAX)
+        return true;
+    log_error("'targets' may hold %d URLs, not %zu", HOST_LIST_MAX, settings->targets->size());
+    return false;
+}
+
+static bool take_inet_test(blob_attr *table, wired_settings *settings)
+{
+    settings_values values;
+    if (table == nullptr)
+        return true;
+    return settings_parse_level(INET_TEST, table, &values) &&
+           take_targets(values.get("targets"), settings) &&
+           take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
+           take_int(values, "test_interval", &settings->test_interval);
+}
+
+static bool take_wired_client(blob_attr *table, wired_settings *settings)
+{
+    settings_values values;
+    if (table == nullptr)
+        return true;
+    if (!settings_parse_level(CLIENT, table, &values))
+        return false;
+    take_bool(values.get("disable"), &settings->client_disable);
+    return take_int(values, "ssid", &settings->client_ssid);
+}
+
+static bool take_lan_bridge(blob_attr *attr, wired_settings *settings)
+{
+    if (attr == nullptr)
+        return true;
+    const char *name = blobmsg_get_string(attr);
+    if (strlen(name) > IFACE_NAME_MAX ||
+        strspn(name, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-") !=
+            strlen(name)) {
+        log_error("'lan_bridge' is no interface name");
+        return false;
+    }
+    settings->lan_bridge = name;
+    return true;
+}
+
+bool wired_settings_parse(blob_attr *params, wired_settings *settings)
+{
+    settings_values values;
+    if (!settings_parse_level(WIRED_SETTINGS_TOP, params, &values))
+        return false;
+    take_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
+    return take_inet_test(values.get("inet_test"), settings) &&
+           take_lan_bridge(values.get("lan_bridge"), settings) &&
+           take_wired_client(values.get("wired_client"), settings);
+}
