@@ -19,8 +19,6 @@ static void reconnect_timer_cb(uloop_timeout *timer)
 static void auto_connection_lost(ubus_context *ctx)
 {
     auto *conn = container_of(ctx, ubus_auto_conn, ctx);
-    // Still in the loop when a synchronous call noticed the loss: it would report it for ever.
-    (void)uloop_fd_delete(&ctx->sock);
     conn->timer.cb = reconnect_timer_cb;
     uloop_timeout_set(&conn->timer, RETRY_MS);
 }

@@ -361,6 +361,7 @@ TEST_F(Client, NotificationsCountAnswersAndForgetNobody)
         ASSERT_TRUE(peer.send(reply_to(peer.receive(), status)));
     EXPECT_TRUE(pump(ctx, [] { return !story.empty(); }));
     EXPECT_EQ(statuses, (std::vector<std::string>{"1=0", "2=3", "3=0"}));
+    EXPECT_EQ(req.id[1], second) << "who subscribed last is told first";
 
     // A subscriber that does not answer costs the time limit; errors of others cost nothing.
     EXPECT_EQ(ubus_notify(ctx, &own, "n", nullptr, 30), UBUS_STATUS_TIMEOUT);
