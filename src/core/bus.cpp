@@ -101,10 +101,6 @@ static void (*gLibrary_connection_lost)(ubus_context *ctx);
 static uloop_timeout gStart_timer;
 static uloop_timeout gWatch_timer;
 static uloop_timeout gAnnounce_timer;
-/// Set once the first attempt is over. Interfaces present at that one are found by the enumerations
-/// of start-up; at any later connection they have to be announced.
-static bool gFirst_attempt_over;
-static bool gAnnounce_interfaces;
 
 /// The next free slot of the package table, or null (logged) when it is full. A name that stands in
 /// the table already gets another slot: the first one stays the one that is found.
@@ -138,7 +134,7 @@ static void register_events(ubus_context *ctx)
 
 static void announce_cb(uloop_timeout *)
 {
-    bus_announce_present_objects(gUbus_ctx, gAnnounce_interfaces);
+    bus_announce_present_objects(gUbus_ctx);
 }
 
 static bool is_connected(const ubus_context *ctx)
@@ -198,7 +194,6 @@ static void adopt_connection(ubus_context *ctx)
         ctx->connection_lost = connection_lost_cb;
     }
     gWatch_timer.cb = watch_cb;
-    gAnnounce_interfaces = gFirst_attempt_over;
     gAnnounce_timer.cb = announce_cb;
     uloop_timeout_set(&gAnnounce_timer, ANNOUNCE_MS);
 }
@@ -237,7 +232,6 @@ static void first_attempt_cb(uloop_timeout *)
 {
     gBus.cb = tarn_net_ubus_connection_handler;
     ubus_auto_connect(&gBus);
-    gFirst_attempt_over = true;
 }
 
 void bus_start()

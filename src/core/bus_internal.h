@@ -8,8 +8,7 @@ void tarn_net_add_ubus_object(ubus_context *ctx, ubus_event_handler *ev, const c
                               blob_attr *msg);
 void tarn_net_remove_ubus_object(ubus_context *ctx, ubus_event_handler *ev, const char *type,
                                  blob_attr *msg);
-/// Treats what is on the bus already as just added: the services, and with `interfaces` the
-/// interfaces of netifd.
-void bus_announce_present_objects(ubus_context *ctx, bool interfaces);
+/// Treats what is on the bus already as just added.
+void bus_announce_present_objects(ubus_context *ctx);
 /// Forgets what was followed over a lost connection.
 void bus_forget_followed_objects(ubus_context *ctx);

@@ -3,7 +3,9 @@
 // One table for each direction, tested from the top; the first row that fits is taken.
 #include "core/bus_internal.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "core/state.h"
 #include "mesh/mesh.h"
@@ -37,15 +39,6 @@ static bool is_lldp(const char *path)
 {
     return strcmp(path, "qnet.lldp") == 0;
 }
-static bool is_service(const char *path)
-{
-    return is_hostapd(path) || is_u80211d(path) || is_lldp(path);
-}
-static bool is_interface(const char *path)
-{
-    return mesh_is_interface_path(path) || bridges_is_interface_path(path);
-}
-
 static void add_hostapd(const object_event &event)
 {
     log_info("New interface '%s', starting timer to send neighbor list", event.path);
@@ -191,12 +184,15 @@ void tarn_net_remove_ubus_object(ubus_context *ctx, ubus_event_handler *, const 
     apply_rules(gRemove_rules, event);
 }
 
-void bus_announce_present_objects(ubus_context *ctx, bool interfaces)
+static bool has_add_rule(const char *path)
 {
-    const auto wanted =
-        interfaces ? [](const char *path) { return is_service(path) || is_interface(path); }
-                   : is_service;
-    for (const bus_object &object : bus_lookup_objects(ctx, wanted))
+    return std::any_of(std::begin(gAdd_rules), std::end(gAdd_rules),
+                       [path](const object_rule &rule) { return rule.fits(path); });
+}
+
+void bus_announce_present_objects(ubus_context *ctx)
+{
+    for (const bus_object &object : bus_lookup_objects(ctx, has_add_rule))
         apply_rules(gAdd_rules, {ctx, object.path.c_str(), object.id});
 }
 

@@ -7,7 +7,7 @@
 
 /// Start-up: arms the enumeration of mesh interfaces and the collection of gateway statistics.
 void init_mesh_info();
-/// Follows a mesh interface object of netifd; one of the same path is replaced.
+/// Follows a mesh interface object of netifd; one of the same path but another id is replaced.
 void enumerate_meshes_add_new(ubus_context *ctx, const char *path, uint32_t id);
 /// True when `path` names a bus object of a mesh interface.
 bool mesh_is_interface_path(const char *path);

@@ -68,8 +68,11 @@ void enumerate_bridges_add_new(ubus_context *ctx, const char *path, uint32_t id)
         log_error("%s is NULL", ctx == nullptr ? "ctx" : "obj_path");
         return;
     }
-    // A path is on the bus once: an entry of that name is an object that is gone, or this one.
     list_head *list = &gTarn_net_state.bridges.list;
+    const iface_entry *known = iface_list_find(list, path);
+    if (known != nullptr && known->id == id)
+        return;
+    // A path is on the bus once: an entry with another id is an object that is gone.
     iface_list_free_iface(list, path);
     iface_entry *bridge = iface_list_new_iface(ctx, path, id);
     if (bridge == nullptr) {

@@ -9,7 +9,7 @@ struct iface_entry;
 
 /// Starts an enumeration unless one is in progress.
 void init_bridge_info();
-/// Follows a wired interface object of netifd; one of the same path is replaced.
+/// Follows a wired interface object of netifd; one of the same path but another id is replaced.
 void enumerate_bridges_add_new(ubus_context *ctx, const char *path, uint32_t id);
 /// True when `path` names a bus object of a wired interface.
 bool bridges_is_interface_path(const char *path);
