@@ -9,6 +9,14 @@ constexpr char STATUS[] =
     R"({"up":true,"device":"br-wired0","route":[{"target":"0.0.0.0","mask":0,)"
     R"("nexthop":"10.0.0.1","source":"10.0.0.7/24"}]})";
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool SANITIZED = true;
+#elif defined(__has_feature)
+constexpr bool SANITIZED = __has_feature(address_sanitizer);
+#else
+constexpr bool SANITIZED = false;
+#endif
+
 struct Reconnect : daemon_fixture {
     std::unique_ptr<fake_interface> wired;
 
@@ -90,7 +98,9 @@ TEST_F(Reconnect, EightTimesInARow)
         if (times == 2)
             memory = memory_kb();
     }
-    EXPECT_LE(memory_kb(), memory + 64);
+    if (!SANITIZED) { // freed memory is kept from use there
+        EXPECT_LE(memory_kb(), memory + 64);
+    }
 }
 
 TEST_F(Reconnect, AtAwkwardMoments)
