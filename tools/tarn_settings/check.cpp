@@ -6,6 +6,7 @@
 
 #include "platform/zu/log.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -30,11 +31,23 @@ parse_outcome parse(const document_kind &kind, blob_attr *params)
     return outcome;
 }
 
+/// One line whatever a document's texts hold, as in the daemon's log.
+std::string on_one_line(const std::string &text)
+{
+    std::string line;
+    for (const char c : text) {
+        char escape[8];
+        snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(c));
+        line += iscntrl(static_cast<unsigned char>(c)) ? std::string(escape) : std::string(1, c);
+    }
+    return line;
+}
+
 void print(const std::string &file, const char *severity, const std::string &where,
            const std::string &what)
 {
-    printf("%s: %s: %s%s%s\n", file.c_str(), severity, where.c_str(), where.empty() ? "" : ": ",
-           what.c_str());
+    printf("%s: %s: %s%s%s\n", file.c_str(), severity, on_one_line(where).c_str(),
+           where.empty() ? "" : ": ", on_one_line(what).c_str());
 }
 
 /// The members of the message beside `params`, which nobody reads.

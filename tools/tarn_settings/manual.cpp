@@ -93,8 +93,9 @@ std::string value_range(const settings_field &field)
         return std::to_string(limits.min) + " to " + std::to_string(limits.max);
     if (field.kind == SETTINGS_INT || field.kind == SETTINGS_INTS)
         return "32 bits, signed";
+    const bool is_text = field.kind == SETTINGS_STRING || field.kind == SETTINGS_STRINGS;
     const uint32_t most = settings_text_max(field);
-    if (most != UINT32_MAX)
+    if (is_text && most != UINT32_MAX)
         return (limits.text_min > 0 ? "1 to " : "up to ") + std::to_string(most) + " bytes";
     return {};
 }

@@ -1,0 +1,79 @@
+// The settings as they are shown: whole documents compared, order included.
+#include "document.h"
+
+#include "wifi/settings_dump.h"
+
+namespace {
+
+std::string dump(const wifi_settings &settings, bool include_secrets)
+{
+    blob_buffer buf;
+    blobmsg_buf_init(&buf);
+    EXPECT_EQ(wifi_dump_settings(&buf, &settings, include_secrets), 0);
+    const json_text json(blobmsg_format_json_indent(buf.head, true, 0));
+    return std::string(json.get()) + "\n";
+}
+
+std::string expected(const std::string &name)
+{
+    return read_file(std::string(TEST_DATA_DIR) + "/wifi_settings/" + name + ".json");
+}
+
+struct settings_dump : testing::Test {
+    void SetUp() override { ASSERT_TRUE(_parse_platform_data(PLATFORM)); }
+};
+
+TEST_F(settings_dump, shows_the_whole_record_with_and_without_secrets)
+{
+    const document office(example("office"), true);
+    const parsed result(office.params(), wifi_settings{});
+    ASSERT_EQ(result.status, 0);
+    wifi_settings &settings = *result.settings;
+    // What no document sets.
+    settings.dpi_enable = true;
+    settings.wired_client_ssid = 3;
+    settings.disable_wired_client = true;
+    settings.scanning_phy = 2;
+    settings.recover_config_errors = true;
+    settings.orphan_connect_radio = 1;
+    settings.ssids[0].shaping_enable = true;
+    strcpy(settings.radio_override, "12.34");
+    strcpy(settings.override_reason, "lonely");
+    strcpy(settings.orphan_connect_bssid, "02:00:00:00:00:01");
+    EXPECT_EQ(dump(settings, true), expected("office_with_secrets"));
+    EXPECT_EQ(dump(settings, false), expected("office"));
+}
+
+TEST_F(settings_dump, leaves_out_what_does_not_apply)
+{
+    wifi_settings settings{};
+    settings.dfs_channel_count = 2;
+    settings.presence_interval = 5;
+    settings.antenna_type = 7;
+    strcpy(settings.ssids[0].key, "secret of a disabled network");
+    EXPECT_EQ(dump(settings, true), expected("empty"));
+    const wifi_settings unchanged = settings;
+    for (const int type : {-1, 0, 3, INT32_MAX}) {
+        settings.antenna_type = type;
+        EXPECT_EQ(dump(settings, true), dump(unchanged, true)) << type;
+    }
+
+    // Lists end at their first empty entry; the scanning band is not shown.
+    wifi_ssid_settings &ssid = settings.ssids[1];
+    ssid.enable = true;
+    strcpy(ssid.dns_servers[0], "10.0.0.1");
+    strcpy(ssid.dns_servers[2], "unseen");
+    strcpy(ssid.acl_list[1], "unseen");
+    strcpy(ssid.bands[WIFI_BAND_SCANNING].ssid, "unseen");
+    const std::string shown = dump(settings, true);
+    EXPECT_EQ(shown.find("unseen"), std::string::npos);
+    EXPECT_NE(shown.find("10.0.0.1"), std::string::npos);
+}
+
+TEST_F(settings_dump, needs_a_buffer)
+{
+    EXPECT_LT(wifi_dump_settings(nullptr, &configured_node(), true), 0);
+    EXPECT_LT(wifi_dump_settings_and_state(nullptr, true), 0);
+}
+
+} // namespace

@@ -1,0 +1,192 @@
+// The documents through the bus, into the running daemon.
+#include "sim/programs.h"
+#include "support/bus_fixture.h"
+
+#include <fstream>
+
+namespace {
+
+std::string example(const std::string &name)
+{
+    return read_file(std::string(EXAMPLES_DIR) + "/" + name + ".json");
+}
+
+struct settings_methods : bus_fixture {
+    std::optional<program> tarn_net;
+
+    void SetUp() override
+    {
+        bus_fixture::SetUp();
+        run("mkdir -p /var/run/ubus; rm -f /tmp/debug_tarn_net.log /tmp/wifi-delayed-*; "
+            "ln -sf " +
+            socket_path + " /var/run/ubus/ubus.sock");
+        tarn_net.emplace(std::vector<std::string>{TARN_NET_PROGRAM});
+        run_until([&] {
+            uint32_t id;
+            return ubus_lookup_id(stranger, "qnet.wifi", &id) == 0;
+        });
+        (void)call("qnet.wifi", "set_debug_level", R"({"level":5})");
+    }
+    void TearDown() override
+    {
+        tarn_net.reset();
+        bus_fixture::TearDown();
+    }
+    answer push(const std::string &json) { return call("qnet.wifi", "parse_config", json); }
+    std::string dump(bool secrets)
+    {
+        const std::string document =
+            call("qnet.wifi", "dump_state", secrets ? R"({"include_secrets":true})" : "{}")
+                .document;
+        return document.substr(0, document.find(R"(,"state":{)"));
+    }
+    static std::string log() { return read_file("/tmp/debug_tarn_net.log"); }
+};
+
+constexpr char TAKEN[] = R"({"success":true,"messages":[]})";
+
+TEST_F(settings_methods, every_example_is_taken_and_shown)
+{
+    for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
+        const answer reply = push(example(name));
+        EXPECT_EQ(reply.status, 0) << name;
+        EXPECT_EQ(reply.document, TAKEN) << name;
+    }
+    const std::string shown = dump(true);
+    EXPECT_NE(shown.find(R"("node_id":2147483647)"), std::string::npos);
+    EXPECT_NE(shown.find("02:04:c0:00:03:ff"), std::string::npos); // the last of the ACL
+    EXPECT_NE(shown.find("181]"), std::string::npos);              // and of the DFS channels
+}
+
+TEST_F(settings_methods, a_refused_document_is_answered_with_its_reasons_and_changes_nothing)
+{
+    ASSERT_EQ(push(example("office")).status, 0);
+    const std::string before = dump(true);
+    const std::string uci = run("uci export").output;
+    const answer refused =
+        push(R"({"params":{"node_id":1,"ssids":[{"index":1,"ssid":"x"},{"index":5}]}})");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.document, R"({"success":false,"messages":["Invalid ssid index: 4",)"
+                                R"("Failed to parse ssids data"]})");
+    for (const char *without : {"{}", R"({"params":7})", R"({"enable":true})"})
+        EXPECT_EQ(push(without).status, 2) << without;
+
+    // What libubox's JSON would not let through: a thousand levels, a megabyte, broken lengths.
+    json_message deep;
+    std::vector<void *> open = {blobmsg_open_table(&deep, "params")};
+    for (int i = 0; i < 1000; i++)
+        open.push_back(blobmsg_open_table(&deep, "mesh"));
+    for (; !open.empty(); open.pop_back())
+        blobmsg_close_table(&deep, open.back());
+    EXPECT_EQ(call("qnet.wifi", "parse_config", deep.head).status, 2);
+    const std::string large =
+        R"({"params":{"regulatory":{"country":")" + std::string(1000000, 'x') + "\"}}}";
+    EXPECT_EQ(push(large).status, 2);
+    json_message broken(R"({"params":{"node_id":5,"enable":true}})");
+    auto *params = static_cast<blob_attr *>(blob_data(broken.head));
+    auto *member = static_cast<blob_attr *>(blobmsg_data(params));
+    blob_set_raw_len(member, 3);
+    EXPECT_EQ(call("qnet.wifi", "parse_config", broken.head).status, 2);
+
+    EXPECT_EQ(dump(true), before);
+    EXPECT_EQ(run("uci export").output, uci);
+    EXPECT_EQ(push(example("home")).document, TAKEN);
+}
+
+TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
+{
+    std::string json = R"({"params":{"radios":[{"band":"2.4GHz","channel":1},
+        {"band":"5GHz","channel":36}],"mesh":{"key":"CANARY-mesh","batman":{"key":"CANARY-odd"}},
+        "ssids":[{"index":1,"enable":true,"ssid":"s","enc":"psk2","key":"CANARY-key",
+        "radius_key":"CANARY-radius","radius_acct_key":"CANARY-acct","roaming_domain":"4f57",
+        "roaming_key":"CANARY-roaming","bands":[{"band":"5GHz","ssid":"s5","key":"CANARY-band"}]}]})";
+    event_log events(stranger, "*");
+    ASSERT_EQ(push(json + "}").status, 0);
+    for (const char *fault :
+         {R"(,"key":["CANARY-type"]})", R"(,"orphan_connect":{"key":{"x":"CANARY"}}})", "}"}) {
+        std::string odd = json.substr(0, json.rfind('}')) + fault + "}";
+        odd.replace(odd.find("\"psk2\""), 6, "{\"key\":\"CANARY-nested\"}");
+        (void)push(odd);
+    }
+    std::string nested = json + "}";
+    nested.replace(nested.find("\"CANARY-mesh\""), 13, "[\"CANARY-list\",{\"a\":\"CANARY\"}]");
+    (void)push(nested);
+    settle();
+
+    const std::string shown = dump(true);
+    for (const char *secret : {"mesh", "key", "radius", "acct", "roaming"})
+        EXPECT_NE(shown.find(std::string("CANARY-") + secret), std::string::npos) << secret;
+    std::string plain = dump(false);
+    const size_t roaming = plain.find(R"("roaming_key":"CANARY-roaming")");
+    ASSERT_NE(roaming, std::string::npos);
+    plain.erase(roaming, strlen(R"("roaming_key":"CANARY-roaming")"));
+    EXPECT_EQ(plain.find("CANARY"), std::string::npos);
+
+    EXPECT_NE(log().find(R"("key":"***")"), std::string::npos) << "nothing was logged at all";
+    EXPECT_EQ(log().find("CANARY"), std::string::npos);
+    for (const received_event &event : events.all)
+        EXPECT_EQ(event.document.find("CANARY"), std::string::npos) << event.type;
+}
+
+TEST_F(settings_methods, an_override_holds_until_the_cloud_repeats_its_nonce)
+{
+    ASSERT_EQ(push(example("home")).status, 0);
+    ASSERT_EQ(push(R"({"params":{"lonely_friend":true}})").document, TAKEN);
+    const std::string shown = dump(false);
+    EXPECT_NE(shown.find(R"("override_reason":"lonely")"), std::string::npos);
+    const size_t at = shown.find(R"("radio_override":")") + 18;
+    const std::string nonce = shown.substr(at, shown.find('"', at) - at);
+    EXPECT_EQ(push(R"({"params":{"enable":true}})").document,
+              R"({"success":false,"messages":)"
+              R"(["Local radio settings override, ignoring configuration"]})");
+    EXPECT_EQ(
+        push(R"({"params":{"enable":true,"channel_change_nonce":")" + nonce + "\"}}").document,
+        TAKEN);
+    EXPECT_NE(dump(false).find(R"("radio_override":"")"), std::string::npos);
+}
+
+TEST_F(settings_methods, the_wired_document_is_taken_whole_or_not_at_all)
+{
+    const auto push_wired = [&](const std::string &params) {
+        return call("qnet.wired", "parse_config", R"({"params":)" + params + "}");
+    };
+    const auto uci = [](const std::string &what) { return run("uci -q show " + what).output; };
+    const std::string before = uci("tarn_net") + uci("igmpproxy");
+    const std::pair<const char *, const char *> refused[] = {
+        {"{}", "Unable to parse arguments"},
+        {R"({"igmp_proxy":true,"inet_test":{}})", "Unable to parse inet_test arguments"},
+        {R"({"igmp_proxy":true,"wired_client":{}})", "Unable to parse wired_client arguments"},
+        {R"({"lan_bridge":"br0","inet_test":{"targets":["ftp://a"]}})",
+         "'targets' may only hold http and https URLs"},
+        {R"({"inet_test":{"test_interval":3,"failure_tolerance":0}})",
+         "'failure_tolerance' must be 1 to 1000, not 0"},
+        {R"({"inet_test":{"test_interval":86401}})",
+         "'test_interval' must be 0 to 86400, not 86401"},
+        {R"({"lan_bridge":"br0;reboot","inet_test":{"test_interval":3}})",
+         "'lan_bridge' is no interface name"},
+        {R"({"lan_bridge":"br0","wired_client":{"disable":true,"ssid":5}})",
+         "'ssid' must be 0 to 4, not 5"},
+    };
+    for (const auto &[params, message] : refused) {
+        const answer reply = push_wired(params);
+        EXPECT_EQ(reply.status, 2) << params;
+        EXPECT_EQ(reply.document,
+                  R"({"success":false,"messages":[")" + std::string(message) + "\"]}");
+    }
+    EXPECT_EQ(uci("tarn_net") + uci("igmpproxy"), before);
+
+    EXPECT_EQ(push_wired(R"({"inet_test":{"targets":["http://203.0.113.80","https://b/c"],
+        "failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan",
+        "wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})")
+                  .document,
+              TAKEN);
+    const std::string shown = call("qnet.wired", "dump_state").document;
+    EXPECT_NE(
+        shown.find(R"({"settings":{"inet_test":{"targets":["http://203.0.113.80","https://b/c"],)"
+                   R"("failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan",)"
+                   R"("wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})"),
+        std::string::npos)
+        << shown;
+}
+
+} // namespace

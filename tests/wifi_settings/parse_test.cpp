@@ -1,0 +1,215 @@
+// What a document does to the record.
+#include "document.h"
+
+#include "wifi/wifi_internal.h"
+
+namespace {
+
+struct parse : testing::Test {
+    wifi_settings live = configured_node();
+
+    void SetUp() override { ASSERT_TRUE(_parse_platform_data(PLATFORM)); }
+    /// Parses a document that must be taken.
+    parsed take(const std::string &json) const
+    {
+        parsed result(json, live);
+        EXPECT_EQ(result.status, 0) << json << result.errors.size();
+        return result;
+    }
+    wifi_ssid_settings take_ssid(const std::string &members) const
+    {
+        return take(R"({"ssids":[{"index":1,)" + members + "}]}")->ssids[0];
+    }
+};
+
+std::string repeated(const std::string &element, int count)
+{
+    std::string list;
+    for (int i = 0; i < count; i++)
+        list += (i ? "," : "") + element;
+    return "[" + list + "]";
+}
+
+TEST_F(parse, what_is_omitted_stays)
+{
+    memset(&live, 1, sizeof(live));
+    live.radio_override[0] = '\0';
+    wifi_settings expected = live;
+    expected.enable = false;
+    expected.ap_scan = false;      // by every document
+    expected.save_orphans = false; // by a document without the key
+    const parsed result = take(R"({"enable":false})");
+    EXPECT_EQ(memcmp(result.settings.get(), &expected, sizeof(expected)), 0);
+
+    // A key of another type is as one that is not there; the scanning radio has no settings.
+    for (const char *odd :
+         {R"({"enable":0,"node_id":true,"mesh":[],"ssids":{"a":1},"unknown":1,"radios":7})",
+          R"({"ap_scan":true,"node_id":1.5,"scanning_period":5000000000,"antenna_type":"horn"})",
+          R"({"regulatory":{"country":7,"dfs":false},"mesh":{"key":9},"presence_enable":null})",
+          R"({"radios":[{"band":"scanning","channel":0,"enable":true,"mode":"HT20"}],"enable":1})"})
+        EXPECT_EQ(take(odd)->enable, live.enable) << odd;
+}
+
+TEST_F(parse, numbers_and_texts_land_in_their_members)
+{
+    const parsed top = take(R"({"node_id":-3,"scanning_period":30,"presence_enable":true,
+        "presence_period":61,"delayed_settings":true,"antenna_type":"patch","save_orphans":[],
+        "mesh":{"protocol":"BATMAN_IV_LONG","key":"k",
+                "batman":{"hop_penalty":1,"gw_stickiness":2,"bridge_loop_avoidance":true}}})");
+    EXPECT_EQ(top->node_id, -3);
+    EXPECT_EQ(top->scanning_period, 1800);
+    EXPECT_TRUE(top->presence_enable && top->delayed && top->save_orphans);
+    EXPECT_EQ(top->presence_interval, 61);
+    EXPECT_EQ(top->antenna_type, 2);
+    EXPECT_STREQ(top->mesh_protocol, "BATMAN_IV_L"); // cut, and terminated
+    EXPECT_STREQ(top->mesh_key, "k");
+    EXPECT_EQ(top->hop_penalty, 1);
+    EXPECT_EQ(top->gw_stickiness, 2);
+    EXPECT_TRUE(top->bridge_loop_avoidance);
+    EXPECT_EQ(take(R"({"antenna_type":"dipole"})")->antenna_type, 1);
+    EXPECT_EQ(take(R"({"scanning_period":71582789})")->scanning_period, 44); // as 32 bits hold it
+
+    const wifi_radio_settings radio =
+        take(R"({"radios":[{"band":"5GHz","enable":true,"channel":149,"mode":"VHT80","txpower":-1,
+             "rtscts":7,"disable_lower_rates":2,"mesh_enable":true}]})")
+            ->radios[1];
+    EXPECT_EQ(radio.enable, 1u);
+    EXPECT_EQ(radio.channel, 149u);
+    EXPECT_STREQ(radio.htmode, "VHT80");
+    EXPECT_EQ(radio.txpower, -1);
+    EXPECT_EQ(radio.rtscts, 7);
+    EXPECT_EQ(radio.disable_lower_rates, 2);
+    EXPECT_TRUE(radio.mesh_enable);
+}
+
+TEST_F(parse, every_text_is_cut_to_its_member)
+{
+    const std::string json = example("limits");
+    const document limits(json, true);
+    const parsed result(limits.params(), live);
+    ASSERT_EQ(result.status, 0);
+    const wifi_ssid_settings &ssid = result->ssids[3];
+    EXPECT_EQ(strlen(ssid.ssid), 32u);
+    EXPECT_EQ(strlen(ssid.roaming_key), 64u);
+    EXPECT_EQ(strlen(ssid.roaming_domain), 4u);
+    EXPECT_EQ(strlen(ssid.dns_servers[3]), 127u);
+    EXPECT_EQ(strlen(ssid.dhcp.lease_len), 15u);
+    // Ten bytes more in every text change nothing: only the members' own bytes are written.
+    std::string longer = json;
+    for (const char *key : {"\"protocol\":\"", "\"mode\":\"", "\"ssid\":\"", "\"key\":\"",
+                            "\"enc\":\"", "\"radius_server\":\"", "\"lease_length\":\""})
+        for (size_t at = 0; (at = longer.find(key, at)) != std::string::npos; at += 8)
+            longer.insert(longer.find('"', at + strlen(key)), "0123456789");
+    const document too_long(longer, true);
+    const parsed cut(too_long.params(), live);
+    ASSERT_EQ(cut.status, 0);
+    EXPECT_EQ(memcmp(cut.settings.get(), result.settings.get(), sizeof(wifi_settings)), 0);
+}
+
+TEST_F(parse, lists_replace_what_was_there_and_stop_when_full)
+{
+    memset(live.ssids[0].acl_list, 'x', sizeof(live.ssids[0].acl_list));
+    memset(live.dfs_channels, 1, sizeof(live.dfs_channels));
+    const std::string mac = "\"02:00:00:00:00:01\"";
+    wifi_ssid_settings ssid = take_ssid(
+        R"("access_control_list":["02:00:00:00:00:0a",5,"no mac","2:0:0:0:0:b trailing"],)"
+        R"("dns_servers":["10.0.0.1",true,"10.0.0.2"])");
+    EXPECT_STREQ(ssid.acl_list[0], "02:00:00:00:00:0a");
+    EXPECT_STREQ(ssid.acl_list[1], "2:0:0:0:0:b trail"); // what scans as six bytes is taken
+    EXPECT_STREQ(ssid.acl_list[2], "");
+    EXPECT_STREQ(ssid.acl_list[WIFI_ACL_MAX - 1], "");
+    EXPECT_STREQ(ssid.dns_servers[1], "10.0.0.2");
+    EXPECT_STREQ(ssid.dns_servers[2], "");
+
+    std::string acl = repeated(mac, 1024);
+    acl.replace(acl.size() - 1, 1, ",\"02:00:00:00:00:02\"]");
+    ssid = take_ssid("\"access_control_list\":" + acl + R"(,"dns_servers":["a","b","c","d","e"])");
+    EXPECT_STREQ(ssid.acl_list[WIFI_ACL_MAX - 1], "02:00:00:00:00:01");
+    EXPECT_STREQ(ssid.dns_servers[3], "d");
+    EXPECT_FALSE(ssid.dns_intercept); // the members behind the lists
+    EXPECT_EQ(ssid.bands[0].enable, 0u);
+    EXPECT_STREQ(take_ssid(R"("access_control_list":[])").acl_list[0], "");
+
+    parsed dfs = take(R"({"regulatory":{"dfs":{"channels":)" + repeated("\"x\",52", 65) + "}}}");
+    EXPECT_EQ(dfs->dfs_channel_count, WIFI_DFS_CHANNELS_MAX);
+    EXPECT_EQ(dfs->dfs_channels[63], 52);
+    dfs = take(R"({"regulatory":{"dfs":{"channels":[100]}}})");
+    EXPECT_EQ(dfs->dfs_channel_count, 1);
+    EXPECT_EQ(dfs->dfs_channels[1], 0);
+    live.dfs_channel_count = 3;
+    EXPECT_EQ(take(R"({"regulatory":{"dfs":{"enable":true}}})")->dfs_channel_count, 3);
+}
+
+TEST_F(parse, an_ssid_is_configured_by_its_element)
+{
+    live.ssids[2].dhcp = {true, "10.0.0.1", "255.0.0.0", "10.0.0.9", 1, 2, "3h"};
+    const parsed result = take(R"({"ssids":[
+        {"index":3,"enable":true,"dhcp":{"enable":false,"gateway_ip":"1.1.1.1"},
+         "bands":[{"band":"5GHz","enable":true,"ssid":"five"},{"band":"2.4GHz"}]},
+        {"index":1,"dhcp":{"enable":true,"gateway_ip":"1.1.1.1","relay":"2.2.2.2","start":9}}]})");
+    EXPECT_TRUE(result->ssids[0].configured && result->ssids[2].configured);
+    EXPECT_FALSE(result->ssids[1].configured || result->ssids[3].configured);
+    EXPECT_EQ(result->ssids[2].bands[WIFI_BAND_5GHZ].enable, 1u);
+    EXPECT_STREQ(result->ssids[2].bands[WIFI_BAND_5GHZ].ssid, "five");
+    // Switched off, only the relay is forgotten.
+    EXPECT_FALSE(result->ssids[2].dhcp.enable);
+    EXPECT_STREQ(result->ssids[2].dhcp.gateway_ip, "10.0.0.1");
+    EXPECT_STREQ(result->ssids[2].dhcp.relay, "");
+    EXPECT_EQ(result->ssids[2].dhcp.num_leases, 2);
+    EXPECT_TRUE(result->ssids[0].dhcp.enable);
+    EXPECT_STREQ(result->ssids[0].dhcp.relay, "2.2.2.2");
+    EXPECT_EQ(result->ssids[0].dhcp.start, 9);
+}
+
+TEST_F(parse, of_two_equal_keys_the_first_that_fits_counts)
+{
+    blob_buffer message;
+    blobmsg_buf_init(&message);
+    void *params = blobmsg_open_table(&message, "params");
+    blobmsg_add_string(&message, "node_id", "no number");
+    blobmsg_add_u32(&message, "node_id", 7);
+    blobmsg_add_u32(&message, "node_id", 8);
+    blobmsg_close_table(&message, params);
+    const parsed result(static_cast<blob_attr *>(blob_data(message.head)), live);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result->node_id, 7);
+}
+
+//  override in force   document                          outcome
+TEST_F(parse, a_local_override_holds_until_its_nonce_comes_back)
+{
+    strcpy(live.radio_override, "12.34");
+    strcpy(live.override_reason, "orphan_connect");
+    strcpy(live.orphan_connect_bssid, "02:00:00:00:00:01");
+    live.orphan_connect_radio = 1;
+    for (const char *refused : {R"({"enable":true})", R"({"channel_change_nonce":"12.3"})",
+                                R"({"channel_change_nonce":"","enable":true})"}) {
+        const parsed result(refused, live);
+        EXPECT_EQ(result.status, 2) << refused;
+        EXPECT_EQ(result.errors, std::vector<std::string>{
+                                     "Local radio settings override, ignoring configuration"});
+    }
+    const parsed acknowledged = take(R"({"channel_change_nonce":"12.34"})");
+    EXPECT_STREQ(acknowledged->radio_override, "");
+    EXPECT_STREQ(acknowledged->override_reason, "");
+    EXPECT_STREQ(acknowledged->orphan_connect_bssid, "");
+    EXPECT_EQ(acknowledged->orphan_connect_radio, 0);
+
+    // false lets a document pass, and with it what orphan_connect would say.
+    const parsed passed = take(R"({"lonely_friend":false,"orphan_connect":{"radio":"none"}})");
+    EXPECT_EQ(passed.override_reason, "");
+    EXPECT_STREQ(passed->radio_override, "12.34");
+    EXPECT_FALSE(passed->ssids[0].configured);
+
+    const parsed lonely = take(R"({"lonely_friend":true})");
+    EXPECT_EQ(lonely.override_reason, "lonely");
+    const parsed orphan =
+        take(R"({"orphan_connect":{"radio":"scanning","bssid":"02:00:00:00:00:02"}})");
+    EXPECT_EQ(orphan.override_reason, "orphan_connect");
+    EXPECT_EQ(orphan->orphan_connect_radio, 2);
+    EXPECT_STREQ(orphan->orphan_connect_bssid, "02:00:00:00:00:02");
+    for (int i = 0; i < WIFI_SSIDS; i++)
+        EXPECT_TRUE(lonely->ssids[i].configured && orphan->ssids[i].configured);
+}
+
+} // namespace
