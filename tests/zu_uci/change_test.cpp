@@ -54,11 +54,13 @@ TEST_F(Change, EachActionMakesItsChange)
         {"set to nothing deletes", uci_set_string, "", "zt.a.one", "-zt.a.one\n"},
         {"add", ng_uci_add_list, "s", "zt.a.items", "|zt.a.items='s'\n"},
         {"add again: goes to the end", ng_uci_add_list, "p", "zt.a.items",
-         "~zt.a.items='p'\n|zt.a.items='p'\n"},
-        {"add to a string", ng_uci_add_list, "y", "zt.a.single", "|zt.a.single='y'\n"},
+         "-zt.a.items\n|zt.a.items='q'\n|zt.a.items='r'\n|zt.a.items='p'\n"},
+        {"add to a string", ng_uci_add_list, "y", "zt.a.single",
+         "-zt.a.single\n|zt.a.single='x'\n|zt.a.single='y'\n"},
         {"add its own text to a string", ng_uci_add_list, "x", "zt.a.single",
          "-zt.a.single\n|zt.a.single='x'\n"},
-        {"remove", ng_uci_del_list, "q", "zt.a.items", "~zt.a.items='q'\n"},
+        {"remove", ng_uci_del_list, "q", "zt.a.items",
+         "-zt.a.items\n|zt.a.items='p'\n|zt.a.items='r'\n"},
         {"remove what is not there", ng_uci_del_list, "z", "zt.a.items", ""},
         {"remove from no list", ng_uci_del_list, "z", "zt.a.none", ""},
         {"remove from no section", ng_uci_del_list, "z", "zt.none.none", ""},
@@ -165,7 +167,7 @@ TEST_F(Change, CallbackEndsWithOneWriteAndFreshFiles)
     uloop_run_timeout(20);
     EXPECT_EQ("", before);
     EXPECT_EQ(1, writes.count());
-    EXPECT_EQ("zt.a.one='2'\nzt.a.one='3'\nzt.a.one='4'\nzt.b.number='-7'\n", delta());
+    EXPECT_EQ("zt.a.one='4'\nzt.b.number='-7'\n", delta());
 
     // Another process changes the package; the next callback reads it.
     shell("uci set zt.a.one=theirs");
@@ -179,6 +181,31 @@ TEST_F(Change, CallbackEndsWithOneWriteAndFreshFiles)
     EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.one"));
     EXPECT_EQ("later", text);
     uloop_done();
+}
+
+TEST_F(Change, WhatComesToNothingIsNoChange)
+{
+    const std::string before = config();
+    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.a.items"));
+    for (const char *value : {"p", "q", "r"})
+        EXPECT_EQ(0, act(ng_uci_add_list, value, "zt.a.items"));
+    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.b"));
+    EXPECT_EQ(0, act(uci_set_string, "part", "zt.b"));
+    EXPECT_EQ(0, act(uci_set_string, "1", "zt.b.one"));
+    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+    EXPECT_EQ(0, act(uci_set_string, "1", "zt.a.one"));
+    EXPECT_EQ(0, act(uci_set_string, "part", "zt.new"));
+    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.new"));
+    bool changed = true;
+    EXPECT_EQ(0, ng_uci_commit("zt", &changed));
+    EXPECT_FALSE(changed);
+    EXPECT_EQ(before, config());
+
+    EXPECT_EQ(0, act(uci_set_string, "kind", "zt.b"));
+    EXPECT_EQ(0, act(ng_uci_del_list, "q", "zt.a.items"));
+    EXPECT_EQ(0, ng_uci_commit("zt", &changed));
+    EXPECT_TRUE(changed);
+    EXPECT_EQ("p r\nkind\n", shell("uci get zt.a.items; uci get zt.b"));
 }
 
 TEST_F(Change, RevertDropsWhatWasSavedAndWhatWasNot)

@@ -1,34 +1,17 @@
 // Commits: what other processes changed is kept, and no full disk ever costs the old file.
 #include "uci_fixture.h"
 
+#include "platform/zu/ng_uci_internal.h"
+
+#include <chrono>
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
-
-/// What the wrapped uci_commit puts in the file's place while it reports success; null: it commits.
-static const char *false_success;
-
-extern "C" int __real_uci_commit(uci_context *ctx, uci_package **package, bool overwrite);
-extern "C" int __wrap_uci_commit(uci_context *ctx, uci_package **package, bool overwrite);
-
-int __wrap_uci_commit(uci_context *ctx, uci_package **package, bool overwrite)
-{
-    const int result = __real_uci_commit(ctx, package, overwrite);
-    if (false_success) {
-        write_file("/etc/config/new", false_success);
-        rename("/etc/config/new", CONFIG);
-    }
-    return result;
-}
 
 namespace {
 
-struct Commit : uci_fixture {
-    void TearDown() override
-    {
-        false_success = nullptr;
-        uci_fixture::TearDown();
-    }
-};
+using Commit = uci_fixture;
 
 /// Names beginning with ".zt" that a commit has left in the configuration directory.
 int left_behind()
@@ -108,23 +91,40 @@ TEST_F(Commit, WithoutADirectoryEntryToSpareIsRefused)
     (void)ng_uci_renew_change_context();
 }
 
-TEST_F(Commit, PutsTheOldFileBackWhenTheNewOneIsNotWhole)
+TEST_F(Commit, NeedsNoRoomForTheDeltaFile)
 {
-    for (const char *content : {"", "\nconfig part 'a'\n\toption one"}) {
+    (void)ng_uci_renew_change_context();
+    ASSERT_EQ(0, mount("tmpfs", "/tmp/.uci", "tmpfs", 0, "nr_inodes=1"));
+    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+    EXPECT_EQ(0, act(uci_set_string, "2", "zt.b.one"));
+    EXPECT_EQ(0, ng_uci_commit("zt"));
+    EXPECT_EQ(0, umount("/tmp/.uci"));
+    EXPECT_EQ("2\n2\n", shell("uci get zt.a.one; uci get zt.b.one"));
+}
+
+TEST_F(Commit, DoesNotWaitForAnotherProcessesLock)
+{
+    for (const char *path : {CONFIG, DELTA}) {
         reset();
-        false_success = content;
+        write_file(DELTA, "");
         EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+        const int fd = open(path, O_RDWR);
+        ASSERT_EQ(0, flock(fd, LOCK_EX));
+        const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(-1, ng_uci_commit("zt"));
+        EXPECT_FALSE(ng_uci_is_free("zt"));
+        const auto waited = std::chrono::steady_clock::now() - start;
+        EXPECT_LT(waited, std::chrono::milliseconds(NG_UCI_LOCK_WAIT_MS + 40)) << path;
         EXPECT_EQ(BASE, config());
-        EXPECT_EQ(0, left_behind());
-        false_success = nullptr;
+        close(fd);
+        EXPECT_EQ(0, ng_uci_commit("zt")) << "the changes are still there when the lock is gone";
+        EXPECT_EQ("2\n", shell("uci get zt.a.one"));
     }
-    EXPECT_EQ(2, logged("not written whole"));
 }
 
 TEST_F(Commit, RemovesWhatAPowerCutLeft)
 {
-    write_file("/etc/config/.zt.old", "old");
+    write_file("/etc/config/.zt.new", "old");
     EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
     EXPECT_EQ(0, ng_uci_commit("zt"));
     EXPECT_EQ(0, left_behind());

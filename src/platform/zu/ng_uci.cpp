@@ -15,17 +15,15 @@ extern "C" {
 #include <vector>
 
 static constinit uci_context_handle g_context;
-static constinit std::vector<std::string>
-    g_changed; // packages with changes that are in memory only
+static constinit std::vector<ng_uci_changes> g_changes; // that are in memory only
 
 // ---- the end of the callback
 
 static void end_of_callback_cb(uloop_timeout *)
 {
     (void)ng_uci_flush(); // logged there; the changes are gone with the context
-    ng_uci_forget_items();
-    g_changed.clear();
-    g_context.reset();
+    ng_uci_drop_changes();
+    ng_uci_reset_lock_wait();
 }
 
 /// Due at once: the loop runs it when the callback that made the context has returned.
@@ -48,31 +46,61 @@ uci_context *ng_uci_change_context()
 
 // ---- writing
 
-void ng_uci_mark_changed(const char *package)
+ng_uci_changes &ng_uci_changes_of(const char *package)
 {
-    if (std::find(g_changed.begin(), g_changed.end(), package) == g_changed.end())
-        g_changed.emplace_back(package);
+    const auto place = std::find_if(g_changes.begin(), g_changes.end(),
+                                    [&](const ng_uci_changes &c) { return c.package == package; });
+    return place != g_changes.end() ? *place : g_changes.emplace_back(ng_uci_changes{package, {}});
 }
 
-static int save_package(const std::string &name)
+/// What is in memory of the package has been written elsewhere; it is read anew when next needed.
+static void forget_package(uci_package *package)
 {
-    uci_package *package = uci_lookup_package(g_context.get(), name.c_str());
-    if (!package || uci_save(g_context.get(), package) == UCI_OK)
+    const std::string name = package->e.name;
+    g_changes.erase(std::remove_if(g_changes.begin(), g_changes.end(),
+                                   [&](const ng_uci_changes &c) { return c.package == name; }),
+                    g_changes.end());
+    ng_uci_forget_items();
+    (void)uci_unload(g_context.get(), package);
+}
+
+/// Appends what the changes come to to the delta file.
+static int save_package(const ng_uci_changes &changes, uci_package *from)
+{
+    const char *name = from->e.name;
+    const uci_context_handle ctx(uci_alloc_context());
+    uci_package *to = nullptr;
+    int differences = 0;
+    if (!ng_uci_wait_for_locks(name))
+        return -1;
+    if (ctx && uci_load(ctx.get(), name, &to) == UCI_OK &&
+        ng_uci_carry_over(changes, from, ctx.get(), to, &differences) == UCI_OK &&
+        (differences == 0 || uci_save(ctx.get(), to) == UCI_OK))
         return 0;
-    log_error("Failed to save changes of %s: %s", name.c_str(),
-              ng_uci_error(g_context.get()).get());
+    log_error("Failed to save changes of %s: %s", name,
+              ctx ? ng_uci_error(ctx.get()).get() : "out of memory");
     return -1;
 }
 
 int ng_uci_flush()
 {
     int result = 0;
-    for (const std::string &name : std::exchange(g_changed, {}))
-        if (save_package(name) != 0) {
-            g_changed.push_back(name); // the next flush tries again
+    // What cannot be saved stays: the next flush tries again.
+    for (const ng_uci_changes &changes : std::vector(g_changes)) {
+        uci_package *package = uci_lookup_package(g_context.get(), changes.package.c_str());
+        if (package && save_package(changes, package) == 0)
+            forget_package(package);
+        else
             result = -1;
-        }
+    }
     return result;
+}
+
+void ng_uci_drop_changes()
+{
+    ng_uci_forget_items();
+    g_changes.clear();
+    g_context.reset();
 }
 
 bool ng_uci_renew_change_context()
@@ -91,20 +119,30 @@ bool ng_uci_renew_change_context()
 static uci_package *loaded_package(uci_context *ctx, const char *name)
 {
     uci_package *package = uci_lookup_package(ctx, name);
+    if (!package && !ng_uci_wait_for_locks(name))
+        return nullptr;
     if (package || uci_load(ctx, name, &package) == UCI_OK)
         return package;
     log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
     return nullptr;
 }
 
-int ng_uci_commit(const char *package)
+int ng_uci_commit(const char *package, bool *changed)
 {
+    bool written = false;
+    if (changed)
+        *changed = false;
     uci_context *ctx = ng_uci_change_context();
-    if (!ctx || ng_uci_flush() != 0)
+    uci_package *loaded = ctx ? uci_lookup_package(ctx, package) : nullptr;
+    const ng_uci_changes changes =
+        loaded ? ng_uci_changes_of(package) : ng_uci_changes{package, {}};
+    if (!ctx || ng_uci_write_package(changes, loaded, &written) != 0)
         return -1;
-    uci_package *loaded = loaded_package(ctx, package);
-    ng_uci_forget_items();
-    return loaded && ng_uci_commit_safely(ctx, &loaded) == UCI_OK ? 0 : -1;
+    if (loaded)
+        forget_package(loaded);
+    if (changed)
+        *changed = written;
+    return 0;
 }
 
 int ng_uci_revert(const char *package)
@@ -113,8 +151,7 @@ int ng_uci_revert(const char *package)
     uci_package *loaded = ctx ? loaded_package(ctx, package) : nullptr;
     if (!loaded)
         return -1;
-    ng_uci_forget_items();
-    g_changed.erase(std::remove(g_changed.begin(), g_changed.end(), package), g_changed.end());
+    forget_package(loaded);
     std::string text;
     uci_ptr ptr;
     if (ng_uci_lookup(ctx, &ptr, text, package) == UCI_OK && uci_revert(ctx, &ptr) == UCI_OK)

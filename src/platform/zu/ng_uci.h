@@ -1,8 +1,9 @@
 // UCI for the daemon: reading values, changing them through save actions, committing, batch files.
 //
-// All changes of one callback gather in one change context. It is made when first asked for,
-// its packages are written to their delta files once per flush, and it is thrown away when the
-// callback ends, so the next callback sees what other processes have committed meanwhile.
+// All changes of one callback gather in one change context. It is made when first asked for, what
+// its packages' changes come to is written once per flush or commit, and it is thrown away when the
+// callback ends, so the next callback sees what other processes have committed meanwhile. Changes
+// that come to nothing (a list emptied and filled with the same items) write nothing.
 #pragma once
 
 #include <uci.h>
@@ -36,8 +37,14 @@ int ng_uci_flush();
 /// that could not be written. False, with WARNING "Failed to create
 /// new uci context for tarn_net", when that fails.
 bool ng_uci_renew_change_context();
-/// Flushes and commits one package. 0, or -1: then the committed file is what it was.
-[[nodiscard]] int ng_uci_commit(const char *package);
+/// Commits one package. 0, or -1: then the committed file is what it was, byte for byte. A package
+/// that comes out as it is configured already is not written; `changed` (may be null) says so.
+[[nodiscard]] int ng_uci_commit(const char *package, bool *changed = nullptr);
+/// Drops every change that was not flushed or committed.
+void ng_uci_drop_changes();
+/// False (logged) when another process holds a lock on the package and does not let go of it
+/// within the moment that the loop may stand still.
+[[nodiscard]] bool ng_uci_is_free(const char *package);
 /// Drops every change of a package that was not committed. 0 or -1.
 [[nodiscard]] int ng_uci_revert(const char *package);
 

@@ -132,6 +132,7 @@ static int save_action(ng_uci_action action, const char *value, const char *name
     std::string text;
     uci_ptr ptr;
     int err = ng_uci_lookup(ctx, &ptr, text, name);
+    const std::string section = !err && ptr.section ? ptr.section : ""; // deleting frees it
     ptr.value = value;
     if (!err)
         err = act(ctx, action, ptr);
@@ -139,7 +140,7 @@ static int save_action(ng_uci_action action, const char *value, const char *name
         log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
         return -1;
     }
-    ng_uci_mark_changed(ptr.p->e.name);
+    ng_uci_changes_of(ptr.p->e.name).touch(section.c_str(), ptr.option);
     return 0;
 }
 

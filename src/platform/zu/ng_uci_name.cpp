@@ -72,6 +72,10 @@ int ng_uci_lookup(uci_context *ctx, uci_ptr *ptr, std::string &text, const char 
 {
     text = name; // the look-up cuts it into the parts that ptr points to
     *ptr = uci_ptr{};
+    // The look-up loads the package, and would wait for a lock on it without limit.
+    const std::string package = text.substr(0, text.find('.'));
+    if (!uci_lookup_package(ctx, package.c_str()) && !ng_uci_wait_for_locks(package.c_str()))
+        return UCI_ERR_IO;
     return uci_lookup_ptr(ctx, ptr, text.data(), true);
 }
 

@@ -1,0 +1,179 @@
+// What a callback's changes come to: the touched options and sections are compared with what is
+// configured now, and only differences are carried over. So a list that was emptied and filled
+// again with the same items, or a section that was made anew as it was, is no change.
+#include "platform/zu/ng_uci_internal.h"
+
+#include <algorithm>
+#include <cstring>
+
+void ng_uci_changes::touch(const char *section, const char *option)
+{
+    auto place = std::find_if(sections.begin(), sections.end(),
+                              [&](const touched &t) { return t.section == section; });
+    if (place == sections.end())
+        place = sections.insert(place, {section, {}, false});
+    if (!option)
+        place->whole = true;
+    else if (std::find(place->options.begin(), place->options.end(), option) ==
+             place->options.end())
+        place->options.emplace_back(option);
+}
+
+static bool same_items(uci_list &a, uci_list &b)
+{
+    uci_list *left = a.next, *right = b.next;
+    for (; left != &a && right != &b; left = left->next, right = right->next)
+        if (strcmp(list_to_element(left)->name, list_to_element(right)->name) != 0)
+            return false;
+    return left == &a && right == &b;
+}
+
+/// An empty list and a missing option are the same to a file.
+static uci_option *in_file(uci_option *option)
+{
+    const bool empty = option && option->type == UCI_TYPE_LIST && uci_list_empty(&option->v.list);
+    return empty ? nullptr : option;
+}
+
+static bool same_option(uci_option *a, uci_option *b)
+{
+    a = in_file(a);
+    b = in_file(b);
+    if (!a || !b || a->type != b->type)
+        return a == b;
+    return a->type == UCI_TYPE_STRING ? strcmp(a->v.string, b->v.string) == 0
+                                      : same_items(a->v.list, b->v.list);
+}
+
+/// The first of `items` past those that the option begins with; null when it holds others or is
+/// no list.
+static uci_list *after_common(uci_option *option, uci_list &items)
+{
+    uci_list *item = items.next;
+    if (!option)
+        return item;
+    if (option->type == UCI_TYPE_STRING)
+        return nullptr;
+    for (uci_list *have = option->v.list.next; have != &option->v.list; have = have->next) {
+        if (item == &items || strcmp(list_to_element(have)->name, list_to_element(item)->name) != 0)
+            return nullptr;
+        item = item->next;
+    }
+    return item;
+}
+
+// ---- carrying over into another context's package; libuci's error, differences counted
+
+struct carrier {
+    uci_context *ctx;
+    uci_package *to;
+    int differences;
+
+    uci_ptr at(const char *section, const char *option) const
+    {
+        uci_ptr ptr{};
+        ptr.p = to;
+        ptr.package = to->e.name;
+        ptr.section = section;
+        ptr.s = uci_lookup_section(ctx, to, section);
+        ptr.option = option;
+        if (ptr.s && option)
+            ptr.o = uci_lookup_option(ctx, ptr.s, option);
+        ptr.target = option ? UCI_TYPE_OPTION : UCI_TYPE_SECTION;
+        const bool found = option ? ptr.o != nullptr : ptr.s != nullptr;
+        ptr.flags = static_cast<decltype(ptr.flags)>(uci_ptr::UCI_LOOKUP_DONE |
+                                                     (found ? uci_ptr::UCI_LOOKUP_COMPLETE : 0));
+        return ptr;
+    }
+
+    /// The list becomes `items`; one that only grows is only added to.
+    int change_list(uci_ptr ptr, uci_list &items) const
+    {
+        const char *section = ptr.section, *option = ptr.option;
+        uci_list *rest = after_common(ptr.o, items);
+        int err = UCI_OK;
+        if (!rest) {
+            err = uci_delete(ctx, &ptr);
+            ptr = at(section, option);
+            rest = items.next;
+        }
+        for (; !err && rest != &items; rest = rest->next) {
+            ptr.value = list_to_element(rest)->name;
+            err = uci_add_list(ctx, &ptr);
+        }
+        return err;
+    }
+
+    int option(const char *section, const char *name, uci_option *wanted)
+    {
+        uci_ptr ptr = at(section, name);
+        if (same_option(wanted, ptr.o))
+            return UCI_OK;
+        differences++;
+        if (!in_file(wanted))
+            return uci_delete(ctx, &ptr);
+        if (wanted->type == UCI_TYPE_LIST)
+            return change_list(ptr, wanted->v.list);
+        ptr.value = wanted->v.string;
+        return uci_set(ctx, &ptr);
+    }
+
+    int missing_section(uci_ptr ptr)
+    {
+        if (!ptr.s)
+            return UCI_OK;
+        differences++;
+        return uci_delete(ctx, &ptr);
+    }
+
+    int section_type(uci_ptr ptr, const char *type)
+    {
+        if (ptr.s && strcmp(ptr.s->type, type) == 0)
+            return UCI_OK;
+        differences++;
+        ptr.value = type;
+        return uci_set(ctx, &ptr);
+    }
+
+    int whole_section(const char *name, uci_section *wanted)
+    {
+        const uci_ptr ptr = at(name, nullptr);
+        if (!wanted)
+            return missing_section(ptr);
+        std::vector<std::string> names;
+        uci_element *e;
+        if (ptr.s)
+            uci_foreach_element(&ptr.s->options, e) names.emplace_back(e->name);
+        uci_foreach_element(&wanted->options,
+                            e) if (!ptr.s || !uci_lookup_option(ctx, ptr.s, e->name))
+            names.emplace_back(e->name);
+        int err = section_type(ptr, wanted->type);
+        for (const std::string &option_name : names)
+            if (!err)
+                err = option(name, option_name.c_str(),
+                             uci_lookup_option(wanted->package->ctx, wanted, option_name.c_str()));
+        return err;
+    }
+};
+
+int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_context *ctx,
+                      uci_package *to, int *differences)
+{
+    carrier carry{ctx, to, 0};
+    int err = UCI_OK;
+    for (const ng_uci_changes::touched &t : changes.sections) {
+        uci_section *wanted = uci_lookup_section(from->ctx, from, t.section.c_str());
+        if (t.whole || !wanted) {
+            err = carry.whole_section(t.section.c_str(), wanted);
+        } else {
+            for (const std::string &name : t.options)
+                if (!err)
+                    err = carry.option(t.section.c_str(), name.c_str(),
+                                       uci_lookup_option(from->ctx, wanted, name.c_str()));
+        }
+        if (err)
+            break;
+    }
+    *differences = carry.differences;
+    return err;
+}
