@@ -29,8 +29,10 @@ int uloop_init()
 void uloop_done()
 {
     uloop_process_close();
-    uloop_signal_close();
+    // First: a child made by fork shares the set of watched descriptors with its parent's loop, and
+    // what it takes out of an open one the parent waits for in vain.
     uloop_fd_close();
+    uloop_signal_close();
     uloop_timeout_cancel_all();
 }
 

@@ -106,6 +106,21 @@ TEST_F(loop, a_signal_ends_the_wait)
     EXPECT_EQ(uloop_run(), 0); // no timer: without the signal this waits for ever
 }
 
+TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        uloop_done();
+        _exit(0);
+    }
+    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+    catcher c(SIGUSR1, [&] { log += "woken"; });
+    (void)uloop_signal_add(&c);
+    raise(SIGUSR1);
+    uloop_run_timeout(0);
+    EXPECT_EQ(log, "woken");
+}
+
 namespace {
 struct child : uloop_process {
     std::function<void(int status)> run;
