@@ -212,11 +212,9 @@ int mesh_gateway_facts_parse(mesh_gateway_facts *facts, std::string_view text)
         any = true;
         take_token(facts, token);
     }
-    if (!any) {
+    if (!any)
         log_error(
             "Failed to start parsing of the mesh.info file, the delimiter ' ' was not found.");
-        return -1;
-    }
     int result = 0;
     for (const token_kind &kind : TOKEN_KINDS) {
         if (facts->*kind.fact)

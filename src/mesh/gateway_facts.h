@@ -1,7 +1,7 @@
 // What is known of the batman-adv gateway: five texts taken from the output of batctl.
 //
 // The output is untrusted: every token is checked whole before it is kept. Collecting the output
-// is gateway_stats.cpp's business.
+// is statistics.cpp's business.
 #pragma once
 
 #include <string_view>

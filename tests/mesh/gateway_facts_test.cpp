@@ -66,6 +66,7 @@ TEST_F(GatewayFacts, AnIncompleteAnswerKeepsWhatItHasAndDropsWhatWasKnownBefore)
     EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, "   "));
     EXPECT_EQ("none none none none none", all());
     EXPECT_TRUE(logged("the delimiter ' ' was not found."));
+    EXPECT_TRUE(logged("Unable to find a gateway MAC from the mesh.info file"));
 }
 
 struct bad_token {
