@@ -212,7 +212,7 @@ static void dispatch_mesh_blocks()
         iface_entry *entry = next_mesh_iface(position);
         if (entry == nullptr)
             return;
-        // A mesh interface of the node's own network is up: what it says counts, without grace.
+        // A mesh interface of the node's own network is up: what it says counts, not neighbours.
         if (strstr(entry->obj_path, "orph_conn") == nullptr)
             upstream_cancel_neighbor_check();
         dispatch_block(index, entry);

@@ -83,8 +83,8 @@ static void end_mesh_grace(bool over)
 
 void upstream_cancel_neighbor_check()
 {
-    const upstream_record &upstream = gTarn_net_state.upstream;
-    if (upstream.mesh_ready_timer.pending || upstream.mesh_up_timer.pending)
+    // Neighbours are asked about in the second period only; the first one runs on.
+    if (gTarn_net_state.upstream.mesh_up_timer.pending)
         end_mesh_grace(true);
 }
 

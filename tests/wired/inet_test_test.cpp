@@ -192,18 +192,30 @@ TEST_F(InetTest, OnlyTheWireIsTestedWhileTheNodeIsNoRepeater)
     EXPECT_EQ(count("Test wired uplink on br-wired0"), 1) << "also while no bridge is known";
 }
 
-TEST_F(InetTest, LivingMeshInterfaceEndsTheGrace)
+TEST_F(InetTest, LivingMeshInterfaceCountsInsteadOfNeighbours)
 {
     targets({SILENT});
     stand_in(MESH, "mesh0", "br-wired0");
-    end_cycle(MESH, nullptr);
+    add_mesh("mesh_rp", "mesh0", true);
+    for (int i = 0; i < 4; i++)
+        cycle();
+    EXPECT_EQ(test().test_failures, 0) << "the first grace period is its own";
     ASSERT_TRUE(upstream().mesh_ready_timer.pending);
+
+    uloop_timeout_cancel(&upstream().mesh_ready_timer);
+    upstream().mesh_ready = true;
+    iface_list_free_iface(&gTarn_net_state.mesh.list, "network.interface.mesh_rp");
     add_mesh("orph_conn0", "mesh1", true);
+    cycle();
     run_uplink_test();
     abort_inet_test();
-    EXPECT_TRUE(upstream().mesh_ready_timer.pending) << "an orphan connection leaves it alone";
+    EXPECT_TRUE(upstream().mesh_up_timer.pending) << "an orphan connection leaves it alone";
     add_mesh("mesh_rp", "mesh0", true);
-    for (int i = 0; i < 3; i++)
+    run_uplink_test();
+    abort_inet_test();
+    EXPECT_FALSE(upstream().mesh_up_timer.pending);
+    EXPECT_TRUE(upstream().mesh_up);
+    for (int i = 0; i < 2; i++)
         cycle();
     EXPECT_EQ(test().upstream_state, TARN_NET_LONELY_ORPHAN_STATE);
 }
