@@ -183,13 +183,13 @@ static void stop_lonely()
         log_warning("Lonely scan cancel exited with rc %d", stopped.exit_status);
 }
 
-static void switch_upstream(uint32_t result)
+static void switch_upstream(uint32_t result, bool from_lonely)
 {
     log_debug("Setting upstream state to %s", upstream_state_name(result));
     upstream_send_gateway_mode(result);
     upstream_send_inet_test(true);
     end_mesh_grace(false);
-    if (gTarn_net_state.inet_test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE)
+    if (from_lonely)
         stop_lonely();
     upstream_set_gw_mode(result);
     mesh_clear_gateway_info();
@@ -203,11 +203,12 @@ static void take_passed_cycle(uint32_t result)
     log_debug("Test passed");
     test.test_failures = 0;
     show_passed_cycle(result);
+    const bool from_lonely = test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE;
     if (result == TARN_NET_UPSTREAM_MESH_STATE)
-        look_for_cable();
+        look_for_cable(); // which may change the state
     const bool same_iface = strncmp(test.uplink_iface, test.passed_iface, 16) == 0;
     if (result != test.upstream_state || !same_iface)
-        switch_upstream(result);
+        switch_upstream(result, from_lonely);
     else if (gTarn_net_state.upstream.incomplete)
         upstream_apply_state();
 }

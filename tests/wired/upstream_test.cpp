@@ -233,6 +233,15 @@ TEST_F(Upstream, RepeaterWithACableBecomesAGateway)
     end_cycle(WAN, "br-wired1");
     EXPECT_EQ(test().upstream_state, WAN);
     EXPECT_STREQ(test().uplink_iface, "br-wired1");
+
+    // The cable's last cycle ends the lonely service like any other success through the mesh.
+    stand_in(LONELY, RP, "");
+    uloop_timeout_set(&gTarn_net_state.mesh.lonely_timer, 60000);
+    (void)commands();
+    end_cycle(MESH, "orph_conn0");
+    EXPECT_STREQ(upstream().wired_uplink_bridge, "br-wired1");
+    EXPECT_EQ(commands().front(), "/etc/init.d/lonely stop");
+    EXPECT_FALSE(gTarn_net_state.mesh.lonely_timer.pending);
     run("ip link del eth0; ip link del eth1");
 }
 
