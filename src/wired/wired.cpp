@@ -16,8 +16,9 @@ int wired_reload_config(ubus_context *, blob_attr *, blob_buf *)
         return UBUS_STATUS_OK;
     wifid_apply_bridges();
     const inet_test_state &test = gTarn_net_state.inet_test;
-    if (set_firewall_forwarding_rules(test.uplink_iface, test.upstream_state) == 0)
-        (void)firewall_commit_forwarding_rules();
+    if (set_firewall_forwarding_rules(test.uplink_iface, test.upstream_state) == 0 &&
+        !firewall_commit_forwarding_rules())
+        firewall_revert_forwarding_rules();
     return reload_inet_test_config();
 }
 

@@ -1,6 +1,8 @@
 // What the node does when its upstream changes, as whole lists: commands with what stood committed
 // when they ran, events, UCI values, kernel rules, LED flags. And what it does when that fails.
 #include "wired/node_fixture.h"
+#include "wired/wired.h"
+#include "wired/wired_internal.h"
 
 #include <malloc.h>
 
@@ -143,6 +145,20 @@ TEST_F(UpstreamActions, FirewallThatCannotBeCommittedIsTriedAgainByTheNextCycle)
     EXPECT_EQ(uci("firewall.ssid1wan_wired0.enabled"), "1");
     EXPECT_EQ(commands().back(), "reload_config [from all lookup 10] dns [lo br-wired0] forward "
                                  "[ssid1wan_wired0 ssid2wan_wired0 meshwan_wired0]");
+}
+
+TEST_F(UpstreamActions, ReloadThatCannotBeCommittedStagesNothing)
+{
+    stand_in(WAN, "br-wired0", "br-wired0");
+    gWired_taken_down = 1;
+    ASSERT_EQ(
+        run("mount --bind /etc/config /etc/config && mount -o remount,bind,ro /etc/config").status,
+        0);
+    EXPECT_EQ(wired_reload_config(nullptr, nullptr, nullptr), 0);
+    gWired_taken_down = -1;
+    ASSERT_EQ(run("umount /etc/config").status, 0);
+    EXPECT_TRUE(logged("Failed to commit firewall config to UCI"));
+    EXPECT_EQ(run("uci changes firewall").output, "");
 }
 
 TEST_F(UpstreamActions, ForwardingIsAllOrNothing)
