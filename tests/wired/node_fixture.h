@@ -5,6 +5,7 @@
 #include <libubox_host/clock.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 
 #include "core/state.h"
@@ -101,6 +102,12 @@ struct node_fixture : bus_fixture {
     static bool logged(const std::string &text)
     {
         return read_text("/tmp/log").find(text) != std::string::npos;
+    }
+    /// Descriptors of this process.
+    static auto open_files()
+    {
+        using entries = std::filesystem::directory_iterator;
+        return std::distance(entries("/proc/self/fd"), entries());
     }
     /// Commands run since the last call, without their times.
     static std::vector<std::string> commands()

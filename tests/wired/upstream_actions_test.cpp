@@ -35,10 +35,6 @@ struct UpstreamActions : node_fixture {
                 on.emplace_back(flag);
         return on;
     }
-    static int open_files()
-    {
-        return std::stoi(run("ls /proc/" + std::to_string(getpid()) + "/fd | wc -l").output);
-    }
 };
 
 } // namespace
@@ -200,7 +196,7 @@ TEST_F(UpstreamActions, FlappingLeavesNothingBehind)
     flap(3);
     const std::string dhcp = read_text("/etc/config/dhcp");
     const std::string portal = read_text("/etc/config/udsplash") + read_text("/etc/config/udshape");
-    const int files = open_files();
+    const auto files = open_files();
     flap(1);
     const size_t memory = mallinfo2().uordblks;
     flap(12);
