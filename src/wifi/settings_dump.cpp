@@ -4,6 +4,7 @@
 
 #include "wifi/settings_dump.h"
 
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/wifi.h"
@@ -11,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 #include <span>
+#include <vector>
 
 namespace {
 
@@ -101,14 +103,41 @@ private:
     void *cookie_;
 };
 
+// Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: one
+// element is made by libubox, the others are copies of it with another value.
+int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_t count,
+                    size_t size)
+{
+    blob_buffer model;
+    if (blobmsg_buf_init(&model) != 0 || blobmsg_add_string(&model, element, texts) != 0)
+        return -1;
+    auto *attr = static_cast<blob_attr *>(blob_data(model.head));
+    const size_t step = blob_pad_len(attr);
+    const auto value = static_cast<char *>(blobmsg_data(attr)) - reinterpret_cast<char *>(attr);
+    const size_t length = strlen(texts);
+    std::vector<char> elements(count * step);
+    for (char *at = elements.data(); count > 0; at += step, texts += size, count--) {
+        memcpy(at, attr, step);
+        memcpy(at + value, texts, length);
+    }
+    return blob_put_raw(buf, elements.data(), static_cast<unsigned>(elements.size())) ? 0 : -1;
+}
+
 // Texts of `size` bytes each up to the first empty one.
-int dump_texts(blob_buf *buf, const char *name, const char *element, const char *texts, int slots,
-               size_t size)
+int dump_texts(blob_buf *buf, const char *name, const char *element, const char *texts,
+               size_t slots, size_t size)
 {
     const nest array(buf, name, true);
     int result = 0;
-    for (int i = 0; array && i < slots && texts[static_cast<size_t>(i) * size]; i++)
-        result |= blobmsg_add_string(buf, element, texts + static_cast<size_t>(i) * size);
+    while (array && slots > 0 && *texts) {
+        const size_t length = strlen(texts);
+        size_t count = 1;
+        while (count < slots && strlen(texts + count * size) == length)
+            count++;
+        result |= add_equal_texts(buf, element, texts, count, size);
+        texts += count * size;
+        slots -= count;
+    }
     return result;
 }
 
