@@ -45,7 +45,8 @@ void cloud_checkin(ubus_context *ctx, const char *type, bool delayed)
         return;
     }
     // An object that is hidden is found without an id.
-    if (ubus_lookup_id(ctx, "qnet.cloud_comm", &cloud_comm) != UBUS_STATUS_OK || cloud_comm == 0) {
+    if (!ctx || ubus_lookup_id(ctx, "qnet.cloud_comm", &cloud_comm) != UBUS_STATUS_OK ||
+        cloud_comm == 0) {
         log_warning("Unable to locate qnet.cloud_comm to trigger checkin");
         return;
     }

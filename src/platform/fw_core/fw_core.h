@@ -79,7 +79,8 @@ int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
 /// The dump_state call's "include_secrets"; false when it is not there.
 bool package_include_secrets(blob_attr *msg);
 
-/// Asks the cloud-communication daemon for a check-in of `type`, `delayed` if set. Asynchronous:
+/// Asks the cloud-communication daemon for a check-in of `type`, `delayed` if set. Without a bus
+/// (`ctx` null while it has not been reached yet) that is only logged. Asynchronous:
 /// the call is sent and its outcome only logged; it is given up after CLOUD_CHECKIN_TIMEOUT_MS.
 /// Each request is its own; past CLOUD_CHECKINS_MAX outstanding ones a further one is dropped
 /// (WARNING).
