@@ -11,8 +11,8 @@ constexpr uint32_t NETWORK_STEP = 4; // third octets in a /22
 static uint32_t base_of_mac(const char *mac)
 {
     unsigned char m[6];
-    if (!mac || sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &m[0], &m[1], &m[2], &m[3], &m[4],
-                       &m[5]) != 6)
+    if (!mac ||
+        sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]) != 6)
         return BASE_WITHOUT_ANYTHING;
     return (static_cast<uint32_t>(m[4] & 0x3F) << 10) | (static_cast<uint32_t>(m[5]) << 2);
 }

@@ -7,6 +7,7 @@
 #include "netlink/rtnl.h"
 #include "platform/zu/log.h"
 #include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 #include "wired/upstream.h"
 
 #include <array>
@@ -120,11 +121,8 @@ void wifi_ssid_mesh_iface(int ssid, char *name, unsigned size)
     snprintf(name, size, "%s", batman_vlan_name(class_of(settings), ssid).text);
 }
 
-int determine_dest_ssid_bridge(int ssid, char *bridge)
+void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge)
 {
-    if (ssid < 1 || ssid > WIFI_SSIDS)
-        return -1;
-    const wifi_ssid_settings &settings = wifi_live_settings()->ssids[ssid - 1];
     const char *uplink = gTarn_net_state.upstream.wired_uplink_bridge;
     const bool wired = gTarn_net_state.inet_test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE;
     if (settings.bridge_to_lan && wired && uplink[0])
@@ -133,6 +131,13 @@ int determine_dest_ssid_bridge(int ssid, char *bridge)
         snprintf(bridge, IFNAMSIZ, "br-ssid%d_vlan", ssid);
     else
         snprintf(bridge, IFNAMSIZ, "br-ssid%d", ssid);
+}
+
+int determine_dest_ssid_bridge(int ssid, char *bridge)
+{
+    if (ssid < 1 || ssid > WIFI_SSIDS)
+        return -1;
+    wifi_dest_ssid_bridge(wifi_live_settings()->ssids[ssid - 1], ssid, bridge);
     return 0;
 }
 

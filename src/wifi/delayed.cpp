@@ -10,8 +10,10 @@
 #include "core/state.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
+#include "wifi/kept.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_test.h"
@@ -19,11 +21,13 @@
 #include "platform/fw_core/fw_core.h"
 
 #include <cstring>
+#include <glob.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int DELAYED_WAIT_MS = 420000;
+constexpr int LOCKED_RETRY_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
 
 char staged_file[PATH_SIZE];
@@ -60,12 +64,26 @@ bool staged_equals_pending()
     return diff.exit_status == 0;
 }
 
+// One commit of everything: the file's changes and, as the radios now say more of what was pushed,
+// what is kept beside them.
+void apply_pending()
+{
+    (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
+    wifi_keep_settings(gWifi_live_settings);
+    (void)wifi_commit_packages();
+    wifi_radios_now_in_force();
+    forget(pending_file);
+}
+
 void wifi_delayed_wireless_cb(uloop_timeout *)
 {
+    if (pending_file[0] && !ng_uci_is_free("wireless")) {
+        uloop_timeout_set(&delayed_timer, LOCKED_RETRY_MS); // nothing is lost for another's lock
+        return;
+    }
     log_notice("Applying delayed wifi settings from file %s", pending_file);
     if (pending_file[0])
-        (void)ng_uci_batch_apply(pending_file, true); // logged there; a bad file is not kept either
-    forget(pending_file);
+        apply_pending();
     wifi_restore_config_enabled_interfaces(false);
     shell_run_ignored("reload_config");
     shell_run_ignored("/etc/init.d/dnsmasq reload");
@@ -102,6 +120,20 @@ void end_wait_now()
 }
 
 } // namespace
+
+void wifi_delayed_drop_staged()
+{
+    forget(staged_file);
+}
+
+void wifi_delayed_remove_files()
+{
+    glob_t found;
+    if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
+        for (size_t i = 0; i < found.gl_pathc; i++)
+            (void)unlink(found.gl_pathv[i]);
+    globfree(&found);
+}
 
 void wifi_delayed_stage(const char *path)
 {

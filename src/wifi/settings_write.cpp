@@ -1,14 +1,133 @@
-// Settings in force: the live record is replaced here and nowhere else.
+// Settings in force: a push is written as one change, and the live record is replaced here and by
+// the reload alone.
+//
+//     record ─► radio stage (now, or staged) ─► direct stage ─► what is kept ─► commit ─► live
+//     record
+//                                                              of changed packages, one reload
 
 #include "wifi/settings_write.h"
 
+#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "platform/zu/shell.h"
+#include "wifi/address_plan.h"
+#include "wifi/kept.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write_internal.h"
+#include "wired/forwarding.h"
 
 #include <cstdio>
 #include <ctime>
+
+/// Our own last: what is kept there is told from what the others say.
+static constexpr const char *PACKAGES[] = {
+    "wireless", "network", "dhcp",     "firewall", "u80211d", "prequestd", "igmpproxy",
+    "evlog",    "ap_mgr",  "udsplash", "udshape",  "fw_core", "tarn_net",
+};
+
+/// What the radios are set to, which differs from the live record while a batch file waits.
+static wifi_settings gIn_force;
+
+// ---- the direct stage, beyond radios and networks
+
+static constexpr const char *HOSTAPD_EVENTS[] = {
+    "wifi.auth",
+    "wifi.assoc",
+    "wifi.reassoc",
+    "wifi.disassoc",
+    "wifi.deauth",
+    "wifi.inactive-deauth",
+    "wifi.local-deauth",
+    "wifi.key-mismatch",
+    "wifi.auth-failure",
+    "wifi.safe-check-permit",
+    "wifi.safe-check-deny",
+};
+
+static void write_local(const wifi_settings &settings)
+{
+    uci_put("u80211d.global.scan_ap_force", !platform_wireless_get_scanning_support());
+    uci_put("tarn_net.local.delayed_wifi", settings.delayed);
+    uci_put("fw_core.local.node_id", settings.node_id);
+    uci_put("tarn_net.local.radio_override", settings.radio_override);
+    uci_put("tarn_net.local.override_reason", settings.override_reason);
+    uci_clear("evlog.hostapd.events");
+    for (const char *event : HOSTAPD_EVENTS)
+        uci_add("evlog.hostapd.events", event);
+}
+
+static void write_direct_stage(const wifi_write &w)
+{
+    wifi_write_radios(w);
+    wifi_write_networks(w);
+    write_local(*w.settings);
+    set_udsplash_logout_firewall(w.upstream_state, w.settings);
+    (void)set_udsplash_ifaces(w.upstream_state, false, w.settings);
+}
+
+// ---- the push
+
+/// The loop must not stand still for another process's lock, and half a push is none.
+static bool packages_are_free()
+{
+    for (const char *package : PACKAGES)
+        if (!ng_uci_is_free(package))
+            return false;
+    return true;
+}
+
+static const char *management_mac()
+{
+    const char *mac = platform_get_management_mac();
+    if (!mac)
+        log_error("Platform data has no management mac member");
+    return mac;
+}
+
+static wifi_write begin(const wifi_settings &settings)
+{
+    wifi_write w{};
+    w.settings = &settings;
+    w.radios = wifi_radio_count();
+    for (int radio = 0; radio < w.radios; radio++)
+        w.bands[radio] = wifi_radio_band_type(radio);
+    w.lldp_complete = wifi_lldp_negotiation_complete();
+    w.address_base =
+        wifi_plan_base(settings.node_id, settings.node_id < 0 ? management_mac() : nullptr);
+    w.upstream_state = gTarn_net_state.inet_test.upstream_state;
+    return w;
+}
+
+wifi_commit_result wifi_commit_packages()
+{
+    wifi_commit_result result{};
+    for (const char *package : PACKAGES) {
+        bool changed = false;
+        if (ng_uci_commit(package, &changed) != 0) {
+            result.failed = true; // logged there; the others would fail alike
+            break;
+        }
+        result.changed = result.changed || changed;
+    }
+    if (result.failed)
+        ng_uci_drop_changes();
+    return result;
+}
+
+void wifi_radios_now_in_force()
+{
+    wifi_read_settings(&gIn_force, false);
+}
+
+static void replace_live_record(const wifi_settings &settings)
+{
+    gWifi_live_settings = settings;
+    wifi_read_foreign_settings(&gWifi_live_settings);
+    wifi_radios_now_in_force();
+}
 
 int wifid_write_config(const wifi_settings *settings)
 {
@@ -16,7 +135,23 @@ int wifid_write_config(const wifi_settings *settings)
         log_error("%s is NULL", "parsed_settings");
         return -1;
     }
-    gWifi_live_settings = *settings;
+    if (!wifi_settings_can_be_written(*settings) || !packages_are_free())
+        return -1;
+    const wifi_write w = begin(*settings);
+    if (wifi_write_radio_stage(w, gIn_force) != 0) {
+        ng_uci_drop_changes();
+        return -1;
+    }
+    write_direct_stage(w);
+    wifi_keep_settings(*settings);
+    const wifi_commit_result committed = wifi_commit_packages();
+    if (committed.failed)
+        return -1;
+    replace_live_record(*settings);
+    (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
+    if (committed.changed)
+        shell_run_ignored("reload_config");
+    wifid_apply_bridges();
     return 0;
 }
 

@@ -23,8 +23,28 @@ bool str_is_mac_addr(const char *text);
 
 /// Takes over a finished batch file as the staged one; one staged before is deleted.
 void wifi_delayed_stage(const char *path);
+/// Deletes the staged file, if any.
+void wifi_delayed_drop_staged();
+/// Begin of the names of batch files.
+#define WIFI_DELAYED_FILES "/tmp/wifi-delayed-"
+/// Deletes the batch files of an earlier run of the daemon: none of them survives it.
+void wifi_delayed_remove_files();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
+
+// Settings in force (settings_write.cpp)
+
+/// The radios were set to what is configured now.
+void wifi_radios_now_in_force();
+/// Commits the packages in which a push changed something, and says what to reload for.
+struct wifi_commit_result {
+    bool failed;
+    bool changed;
+};
+wifi_commit_result wifi_commit_packages();
+
+/// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
+void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);
 
 // Neighbour lists (neighbors.cpp)
 

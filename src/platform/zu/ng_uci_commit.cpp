@@ -143,6 +143,8 @@ static attempt write_package(const ng_uci_changes &changes, uci_package *from, b
     uci_package *package = nullptr;
     source_file config(std::string(UCI_CONFDIR "/") + name);
     int differences = 0;
+    if (!from && delta.before.st_size == 0 && config.before.st_ino != 0)
+        return DONE;
     if (!ctx || uci_load(ctx.get(), name, &package) != UCI_OK ||
         (from && ng_uci_carry_over(changes, from, ctx.get(), package, &differences) != UCI_OK)) {
         log_error("Failed to commit %s: %s", name,
