@@ -62,12 +62,22 @@ TEST_F(settings_dump, leaves_out_what_does_not_apply)
     wifi_ssid_settings &ssid = settings.ssids[1];
     ssid.enable = true;
     strcpy(ssid.dns_servers[0], "10.0.0.1");
-    strcpy(ssid.dns_servers[2], "unseen");
-    strcpy(ssid.acl_list[1], "unseen");
+    strcpy(ssid.dns_servers[1], "192.168.100.100");
+    strcpy(ssid.dns_servers[3], "unseen");
+    strcpy(ssid.acl_list[0], "02:00:00:00:00:01");
+    strcpy(ssid.acl_list[1], "02:00:00:00:00:02");
+    strcpy(ssid.acl_list[2], "2:0:0:0:0:3");
+    strcpy(ssid.acl_list[3], "02:00:00:00:00:04");
+    strcpy(ssid.acl_list[5], "unseen");
     strcpy(ssid.bands[WIFI_BAND_SCANNING].ssid, "unseen");
-    const std::string shown = dump(settings, true);
+    std::string shown = dump(settings, true);
+    std::erase_if(shown, isspace);
     EXPECT_EQ(shown.find("unseen"), std::string::npos);
-    EXPECT_NE(shown.find("10.0.0.1"), std::string::npos);
+    EXPECT_NE(shown.find(R"("dns_servers":["10.0.0.1","192.168.100.100"],"acl_list":)"
+                         R"(["02:00:00:00:00:01","02:00:00:00:00:02","2:0:0:0:0:3",)"
+                         R"("02:00:00:00:00:04"],"bands":{},)"),
+              std::string::npos)
+        << shown;
 }
 
 TEST_F(settings_dump, needs_a_buffer)
