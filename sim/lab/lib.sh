@@ -155,3 +155,20 @@ ap_said() { grep -F -e "$2" "$OUT/hostapd-$1.log"; }
 
 # radar INTERFACE: a radar pulse on the channel that it uses.
 radar() { echo 1 >"/sys/kernel/debug/ieee80211/$(phy "$1")/hwsim/dfs_simulate_radar"; }
+
+# scenario FILE: plays it on the simulated node; one result. Its story is $OUT/story, shown as it happens when
+# LAB_NARRATE is set, else when the scenario fails.
+scenario() {
+    scenario_title=$(sed -n 's/^title //p' "$1")
+    if [ -n "${LAB_NARRATE:-}" ]; then
+        { sim/node play "$1"; echo $? >/run/played; } 2>&1 | tee "$OUT/story"
+    else
+        sim/node play "$1" >"$OUT/story" 2>&1
+        echo $? >/run/played
+    fi
+    case $(cat /run/played)${LAB_NARRATE:-} in
+    0*) pass "$scenario_title" ;;
+    *[!0-9]*) fail "$scenario_title" ;;
+    *) fail "$scenario_title" "$(tail -n 150 "$OUT/story")" ;;
+    esac
+}

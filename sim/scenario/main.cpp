@@ -1,0 +1,206 @@
+// sim_scenario FILE: plays a scenario on the simulated node, inside its sandbox (sim/node play).
+// Narrates on standard output; exit status 0 when every expectation held.
+//
+// A statement is "start", "advance", "within", "repeat", "mark", "remember", "break", "mend",
+// "expect", or else something around the node that sim/node.d/surroundings changes.
+#include "expect.h"
+#include "script.h"
+#include "stage.h"
+#include "timeline.h"
+
+#include <libubus.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr long LOOK_AGAIN_MS = 500;
+constexpr size_t SHOWN_AFTER_FAILURE = 60;
+
+int expectations;
+bool endings_are_meant; ///< a program of the node was ended on purpose
+
+bool fail(const statement &said, const std::string &why)
+{
+    printf("FAILED  line %d: %s %s\n  %s\n", said.line, said.word.c_str(), said.rest.c_str(),
+           why.c_str());
+    return false;
+}
+
+std::string node_script(const char *name)
+{
+    return std::string(getenv("TARN_SOURCE")) + "/sim/node.d/" + name;
+}
+
+bool run(const statement &said, const std::string &command)
+{
+    std::string output;
+    return stage_run(command, &output) == 0 || fail(said, output);
+}
+
+bool start(const statement &said)
+{
+    if (!run(said, node_script("programs")))
+        return false;
+    timeline_follow_bus();
+    return true;
+}
+
+bool advance(const statement &said)
+{
+    const long ms = parse_duration_ms(said.rest);
+    if (ms < 0)
+        return fail(said, "that is no time");
+    stage_advance_ms(ms);
+    return true;
+}
+
+bool within(const statement &said)
+{
+    std::string wanted = said.rest, why;
+    const long limit_ms = parse_duration_ms(take_word(&wanted));
+    expectations++;
+    for (long waited = 0; waited <= limit_ms; waited += LOOK_AGAIN_MS) {
+        if (expect_holds(wanted, &why))
+            return true;
+        stage_advance_ms(LOOK_AGAIN_MS);
+    }
+    return fail(said, why);
+}
+
+bool expect(const statement &said)
+{
+    std::string why;
+    expectations++;
+    const bool holds =
+        said.rest == "journal" ? expect_journal(said.block, &why) : expect_holds(said.rest, &why);
+    return holds || fail(said, why);
+}
+
+/// "uci set X=Y", committed at once.
+bool change_uci(const statement &said)
+{
+    std::string words = said.rest;
+    take_word(&words);
+    const std::string package = words.substr(0, words.find_first_of(".= "));
+    return run(said, "uci " + said.rest + " && uci commit " + package);
+}
+
+bool play(const std::vector<statement> &script);
+
+bool repeat(const statement &said)
+{
+    for (int i = atoi(said.rest.c_str()); i > 0; i--) {
+        if (!play(said.statements))
+            return false;
+    }
+    return true;
+}
+
+bool change_surroundings(const statement &said)
+{
+    if (said.rest.starts_with("restart") || said.rest.starts_with("die"))
+        endings_are_meant = true;
+    return run(said, node_script("surroundings") + " " + said.word + " " + said.rest);
+}
+
+bool play_one(const statement &said)
+{
+    const std::string &word = said.word;
+    if (word == "title")
+        return true;
+    if (word != "expect" && word != "repeat")
+        timeline_tell(word + " " + said.rest);
+    if (word == "start")
+        return start(said);
+    if (word == "advance")
+        return advance(said);
+    if (word == "within")
+        return within(said);
+    if (word == "expect")
+        return expect(said);
+    if (word == "repeat")
+        return repeat(said);
+    if (word == "uci")
+        return change_uci(said);
+    if (word == "run")
+        return run(said, said.rest);
+    if (word == "kernel")
+        return stage_run_program("ip " + said.rest) == 0 || fail(said, "ip refused it");
+    if (word == "break" || word == "mend")
+        return (word == "break" ? stage_break : stage_mend)(said.rest) ||
+               fail(said, strerror(errno));
+    if (word == "mark")
+        expect_mark();
+    else if (word == "remember")
+        expect_remember();
+    else
+        return change_surroundings(said);
+    return true;
+}
+
+bool play(const std::vector<statement> &script)
+{
+    for (const statement &said : script) {
+        if (!play_one(said))
+            return false;
+    }
+    return true;
+}
+
+bool nothing_ended()
+{
+    if (endings_are_meant)
+        return true;
+    for (const entry &one : timeline_entries()) {
+        if (one.what != kind::ended)
+            continue;
+        printf("FAILED  a program of the node ended: %s\n", one.text.c_str());
+        return false;
+    }
+    return true;
+}
+
+void show_end_of_timeline()
+{
+    const auto &all = timeline_entries();
+    const size_t from = all.size() > SHOWN_AFTER_FAILURE ? all.size() - SHOWN_AFTER_FAILURE : 0;
+    printf("  the last of what happened, with all of the log:\n");
+    for (size_t i = from; i < all.size(); i++)
+        printf("%9.2f  %-8s %s\n", all[i].at, kind_name(all[i].what), all[i].text.c_str());
+}
+
+void show_longest_callback()
+{
+    double at_s;
+    const double ms = stage_longest_callback_ms(&at_s);
+    printf("longest loop callback: %.1f ms\n", ms);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (strcmp(argv[0], "sh") == 0 || strcmp(argv[0], "/bin/sh") == 0)
+        raise(SIGKILL); // see stage_break()
+    std::vector<statement> script;
+    std::string error;
+    if (argc != 2 || !script_read(argv[1], &script, &error)) {
+        fprintf(stderr, "%s: %s\n", argc == 2 ? argv[1] : "usage: sim_scenario FILE",
+                error.c_str());
+        return 2;
+    }
+    uloop_init();
+    if (!stage_bound_tmp() || !timeline_start())
+        return 2;
+    const bool passed = play(script) && nothing_ended();
+    show_longest_callback();
+    if (!passed)
+        show_end_of_timeline();
+    else
+        printf("%d expectations held\n", expectations);
+    return passed ? 0 : 1;
+}

@@ -1,0 +1,30 @@
+// The running node as a scenario acts on it and looks at it. Whatever waits lets the time line go
+// on being read.
+#pragma once
+
+#include <map>
+#include <string>
+
+/// Lets the time of the node pass.
+void stage_advance_ms(long ms);
+/// Runs a shell command; its exit status. What it printed is added to `output` when given.
+int stage_run(const std::string &command, std::string *output = nullptr);
+/// Runs a program, its words divided by blanks, without a shell; its exit status.
+int stage_run_program(const std::string &words);
+/// The JSON text that a bus call answers, or "" when there is none within three seconds.
+std::string stage_ask(const std::string &object, const std::string &method);
+
+/// "break WHAT" and "mend WHAT": something the daemon needs does not work.
+///   commit PACKAGE   the package cannot be committed
+///   disk             /tmp is full
+///   shell            every shell ends by a signal at once
+/// False when there is no such WHAT or it cannot be done.
+bool stage_break(const std::string &what);
+bool stage_mend(const std::string &what);
+/// Gives the node a /tmp of a size, to be called before it starts.
+bool stage_bound_tmp();
+
+/// Names and amounts of what may not grow: memory, descriptors, processes, rules, configuration.
+std::map<std::string, long> stage_amounts();
+/// Longest loop callback of the daemon so far in ms; `at_s` is when, in seconds since boot.
+double stage_longest_callback_ms(double *at_s);
