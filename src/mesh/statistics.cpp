@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
@@ -103,12 +104,27 @@ int execute_batctl_cmds()
     return 0;
 }
 
+void end_group(int)
+{
+    kill(0, SIGKILL);
+}
+
+// Nobody is left to bound the collection when the parent has died: it ends then.
+void die_with_parent(pid_t parent)
+{
+    signal(SIGTERM, end_group);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) // it was faster
+        _exit(1);
+}
+
 // The child keeps nothing of the parent's but the log: with the bus connection left open here, the
 // broker would not notice the parent's death.
-void leave_parent()
+void leave_parent(pid_t parent)
 {
     setpgid(0, 0);
     uloop_done();
+    die_with_parent(parent);
     zu_log_after_fork();
     const int log_fd = gDebug_file ? fileno(gDebug_file) : -1;
     const long limit = sysconf(_SC_OPEN_MAX);
@@ -165,13 +181,14 @@ void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
 
 void fork_and_execute_batctl_cmds(uloop_timeout *)
 {
+    const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) {
         log_error("Failed to create a fork to generate the mesh.info file with batctl cmds");
         return;
     }
     if (pid == 0) {
-        leave_parent();
+        leave_parent(parent);
         _exit(execute_batctl_cmds() & 0xff);
     }
     setpgid(pid, pid); // here as well: the kill must find the group whoever runs first
