@@ -113,7 +113,11 @@ TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
         uloop_done();
         _exit(0);
     }
-    EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+    pid_t ended;
+    do
+        ended = waitpid(pid, nullptr, 0); // the loop's handler for SIGCHLD interrupts it
+    while (ended < 0 && errno == EINTR);
+    EXPECT_EQ(ended, pid);
     catcher c(SIGUSR1, [&] { log += "woken"; });
     (void)uloop_signal_add(&c);
     raise(SIGUSR1);
