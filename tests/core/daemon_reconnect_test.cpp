@@ -60,10 +60,13 @@ struct Reconnect : daemon_fixture {
         });
         EXPECT_EQ(logged("parse_config status event didn't contain success flag"), heard + 1);
         const int notified = logged("br-wired0' set as wired upstream link");
+        const int asked = wired->asked;
         wired->notify(STATUS);
         run_until([&] { return logged("br-wired0' set as wired upstream link") > notified; });
         settle();
-        EXPECT_EQ(logged("br-wired0' set as wired upstream link"), notified + 1);
+        // The refresh of start-up may fall in here: each of its answers says the same.
+        EXPECT_EQ(logged("br-wired0' set as wired upstream link"),
+                  notified + 1 + wired->asked - asked);
         const int added = logged("New interface 'network.interface.orph_conn1'");
         fake_interface other(daemon, "network.interface.orph_conn1", STATUS);
         run_until([&] { return follows("network.interface.orph_conn1") == 1; });
