@@ -209,8 +209,8 @@ static void take_passed_cycle(uint32_t result)
     const bool same_iface = strncmp(test.uplink_iface, test.passed_iface, 16) == 0;
     if (result != test.upstream_state || !same_iface)
         switch_upstream(result, from_lonely);
-    else if (gTarn_net_state.upstream.incomplete)
-        upstream_apply_state();
+    else
+        upstream_make_up();
 }
 
 struct mesh_prospect {

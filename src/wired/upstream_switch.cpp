@@ -77,7 +77,9 @@ void upstream_set_gw_mode(uint32_t state)
 {
     const bool server = state == TARN_NET_UPSTREAM_WAN_STATE;
     log_info("Set batctl mode to %s", server ? "server" : "client");
-    shell_run_ignored(server ? "batctl gw_mode server" : "batctl gw_mode client");
+    // Left a gateway in the mesh's eyes, a repeater would draw other nodes to itself.
+    gTarn_net_state.upstream.gw_mode_unset =
+        !shell_run(server ? "batctl gw_mode server" : "batctl gw_mode client").ran;
 }
 
 bool run_reload_config()
@@ -160,10 +162,11 @@ static bool apply_portal(uint32_t state)
     set_udsplash_logout_firewall(state, wifi_live_settings());
     const bool firewall = commit("firewall", "Failed to commit firewall config to UCI");
     const bool portal = set_udsplash_ifaces(state, true, wifi_live_settings());
-    if (!run_reload_config())
+    const bool reloaded = run_reload_config();
+    if (!reloaded)
         log_warning("Unable to reload udsplash ifaces and firewall rules");
     wifid_stop_orphand();
-    return firewall && portal;
+    return firewall && portal && reloaded;
 }
 
 void upstream_apply_state()
@@ -179,6 +182,14 @@ void upstream_apply_state()
     const bool served = commit("dhcp", "Unable to commit DHCP server rules");
     const bool portal = apply_portal(state);
     gTarn_net_state.upstream.incomplete = !routed || !served || !portal;
+}
+
+void upstream_make_up()
+{
+    if (gTarn_net_state.upstream.gw_mode_unset)
+        upstream_set_gw_mode(gTarn_net_state.inet_test.upstream_state);
+    if (gTarn_net_state.upstream.incomplete)
+        upstream_apply_state();
 }
 
 /// Moves forwarding to the new uplink interface. True when it has been committed.
@@ -217,8 +228,10 @@ bool update_uplink_interface(uint32_t state)
     wifid_apply_bridges();
     if (switched)
         memcpy(test.uplink_iface, test.passed_iface, sizeof test.uplink_iface);
-    if (!run_reload_config())
+    if (!run_reload_config()) {
         log_error("Unable to reload DHCP servers");
+        gTarn_net_state.upstream.incomplete = true;
+    }
     // False also when only the state changed: the callers then log a failure, and that is meant.
     return switched;
 }

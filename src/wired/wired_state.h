@@ -48,6 +48,7 @@ struct upstream_record {
     int32_t wc_eth1_up_count;
     /// What follows from the state could not all be put into force: tried again next cycle.
     bool incomplete;
+    bool gw_mode_unset;           ///< batctl could not be run to set it: tried again next cycle
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
 };
 
