@@ -32,7 +32,8 @@ struct kept_row {
     kept_kind kind;
     uint32_t offset, size; // of the member; of TEXTS the number of texts
     kept_owner owner = DIRECT;
-    // In it R stands for the radio, D for the first with DFS, S for the SSID's number.
+    // In it R stands for the radio, D for the first with DFS, S for the SSID's number. With "C" at
+    // its beginning it is one only while the SSID has DHCP settings of its own.
     const char *home = nullptr;
     const char *prefix = ""; // before the value at home
     int absent = 0;          // what a number is when its home is not there
@@ -154,16 +155,16 @@ constexpr kept_row SSID_ROWS[] = {
     {"dhcp_enable", KEPT_BOOL, MEMBER(wifi_ssid_settings, dhcp.enable), DIRECT,
      "network.ssidS.custom_dhcp"},
     {"dhcp_gateway", KEPT_TEXT, MEMBER(wifi_ssid_settings, dhcp.gateway_ip), DIRECT,
-     "network.ssidS.ipaddr"},
+     "Cnetwork.ssidS.ipaddr"},
     {"dhcp_netmask", KEPT_TEXT, MEMBER(wifi_ssid_settings, dhcp.netmask), DIRECT,
-     "network.ssidS.netmask"},
+     "Cnetwork.ssidS.netmask"},
     {"dhcp_relay", KEPT_TEXT, MEMBER(wifi_ssid_settings, dhcp.relay), DIRECT,
      "dhcp.relay_ssidS.server_addr"},
-    {"dhcp_start", KEPT_INT, MEMBER(wifi_ssid_settings, dhcp.start), DIRECT, "dhcp.ssidS.start"},
+    {"dhcp_start", KEPT_INT, MEMBER(wifi_ssid_settings, dhcp.start), DIRECT, "Cdhcp.ssidS.start"},
     {"dhcp_leases", KEPT_INT, MEMBER(wifi_ssid_settings, dhcp.num_leases), DIRECT,
-     "dhcp.ssidS.limit"},
+     "Cdhcp.ssidS.limit"},
     {"dhcp_lease_length", KEPT_TEXT, MEMBER(wifi_ssid_settings, dhcp.lease_len), DIRECT,
-     "dhcp.ssidS.leasetime"},
+     "Cdhcp.ssidS.leasetime"},
     {"band_steering", KEPT_BOOL, MEMBER(wifi_ssid_settings, band_steering), DIRECT,
      "ap_mgr.ssidS.band_steering"},
     {"roaming_80211v", KEPT_BOOL, MEMBER(wifi_ssid_settings, roaming_80211v), DIRECT,
@@ -312,6 +313,10 @@ std::string home_of(const kept_group &group, const kept_row &row)
 {
     std::string name;
     for (const char *c = row.home ? row.home : ""; *c; c++) {
+        if (*c == 'C' && !reinterpret_cast<const wifi_ssid_settings *>(group.record)->dhcp.enable)
+            return {};
+        if (*c == 'C')
+            continue;
         const int number = *c == 'R'   ? group.radio
                            : *c == 'D' ? group.dfs_radio
                            : *c == 'S' ? group.ssid

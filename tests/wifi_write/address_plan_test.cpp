@@ -1,0 +1,73 @@
+// Addresses that follow from a node id or a MAC address, and the orphan network's key.
+#include "wifi/address_plan.h"
+#include "wifi/orphan_key.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+TEST(AddressPlan, FollowsTheNodeIdElseTheMacElseAFixedBase)
+{
+    const struct {
+        int32_t node_id;
+        const char *mac;
+        const char *gateway, *ssid1, *ssid4;
+    } cases[] = {
+        {0, nullptr, "10.255.252.1", "10.255.248.1", "10.255.236.1"},
+        {1, "02:00:00:00:12:34", "10.255.232.1", "10.255.228.1", "10.255.216.1"},
+        {12, nullptr, "10.255.12.1", "10.255.8.1", "10.254.252.1"},
+        {3276, nullptr, "10.0.12.1", "10.0.8.1", "10.255.252.1"}, // SSIDs 4 and node 0's gateway
+        {3277, nullptr, "10.255.248.1", "10.255.244.1", "10.255.232.1"}, // round once
+        {INT32_MAX, nullptr, "10.0.16.1", "10.0.12.1", "10.0.0.1"},
+        {-1, "02:1a:c0:00:12:34", "10.72.204.1", "10.72.200.1", "10.72.188.1"},
+        {INT32_MIN, "02:1a:c0:00:ff:ff", "10.255.248.1", "10.255.244.1", "10.255.232.1"},
+        {-1, "02:1a:c0:00:00:00", "10.255.252.1", "10.255.248.1", "10.255.236.1"},
+        {-1, "2:1:c:0:40:1", "10.0.0.1", "10.255.252.1", "10.255.240.1"}, // bits 6 and 7 dropped
+        {-1, nullptr, "10.252.252.1", "10.252.248.1", "10.252.236.1"},
+        {-1, "02:1a:c0:00:12", "10.252.252.1", "10.252.248.1", "10.252.236.1"},
+        {-1, "none", "10.252.252.1", "10.252.248.1", "10.252.236.1"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::to_string(c.node_id) + " " + (c.mac ? c.mac : "-"));
+        const uint32_t base = wifi_plan_base(c.node_id, c.mac);
+        EXPECT_EQ(c.gateway, wifi_plan_address(base));
+        EXPECT_EQ(c.ssid1, wifi_plan_address(wifi_plan_ssid(base, 1)));
+        EXPECT_EQ(c.ssid4, wifi_plan_address(wifi_plan_ssid(base, 4)));
+    }
+}
+
+TEST(AddressPlan, NodesNeverShareANetwork)
+{
+    // Five networks of four each: as long as they all fit, no two of any two nodes meet.
+    std::array<int, 0x10000 / 4> owner{};
+    for (int node = 0; node < 0x10000 / 20; node++)
+        for (int ssid = 0; ssid <= 4; ssid++) {
+            const uint32_t value = wifi_plan_ssid(wifi_plan_base(node, nullptr), ssid) & 0xFFFF;
+            EXPECT_EQ(0, owner[value / 4]++) << node;
+        }
+}
+
+TEST(AddressPlan, NetmaskBits)
+{
+    for (const auto &[mask, bits] :
+         {std::pair("255.255.252.0", 22), std::pair("255.255.255.255", 32), std::pair("0.0.0.0", 0),
+          std::pair("255.0.255.0", 16), std::pair("", 0), std::pair("255.255.255", 0),
+          std::pair("255.255.255.256", 0), std::pair("24", 0)})
+        EXPECT_EQ(bits, wifi_netmask_bits(mask)) << mask;
+}
+
+TEST(OrphanKey, DependsOnTheFirstNineteenCharactersWhateverTheirCase)
+{
+    std::string key, other;
+    ASSERT_EQ(0, wifi_generate_orphan_key("02:1A:C0:00:00:0F", &key));
+    EXPECT_EQ("fecef1f3c3e208cd8b6a087a9b29ffa3", key);
+    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f", &other));
+    EXPECT_EQ(key, other);
+    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f.12 and more", &key));
+    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f.1", &other));
+    EXPECT_EQ(key, other);
+    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0e", &other));
+    EXPECT_NE(key, other);
+    EXPECT_EQ(-1, wifi_generate_orphan_key(nullptr, &other));
+    EXPECT_EQ(-1, wifi_generate_orphan_key("02:1a:c0:00:00:0f", nullptr));
+}

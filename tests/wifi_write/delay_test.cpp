@@ -1,0 +1,265 @@
+// Which pushes wait, and what becomes of those that do.
+#include "writer_fixture.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+extern "C" {
+#include <libubox_host/clock.h>
+}
+
+namespace {
+
+// A mesh node as it is before each case; nothing of it waits.
+constexpr char NODE[] =
+    R"("mesh":{"protocol":"BATMAN_IV","key":"m","batman":{"hop_penalty":30,"gw_stickiness":20,
+    "bridge_loop_avoidance":true}},"regulatory":{"outdoor":false,"country":"US"},"antenna_type":"dipole",
+    "radios":[{"band":"2.4GHz","enable":true,"channel":6,"mode":"HT20","mesh_enable":false},
+    {"band":"5GHz","enable":true,"channel":36,"mode":"VHT80","mesh_enable":true}])";
+
+struct delay : writer_fixture {
+    void SetUp() override
+    {
+        writer_fixture::SetUp();
+        uloop_clock_virtual(true);
+        ASSERT_EQ(0, push(std::string("{\"delayed_settings\":false,") + NODE + "}"));
+        ASSERT_EQ("", batch_file());
+        ASSERT_EQ("36", uci("wireless.radio1.channel"));
+    }
+    void TearDown() override
+    {
+        uloop_clock_virtual(false);
+        writer_fixture::TearDown();
+    }
+    static int push_channel(int channel)
+    {
+        return push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":)" +
+                    std::to_string(channel) + "}]}");
+    }
+    static void pass_ms(int ms)
+    {
+        (void)ng_uci_renew_change_context();
+        uloop_clock_run_ms(ms);
+    }
+    static std::string channel() { return uci("wireless.radio1.channel"); }
+};
+
+struct delay_case {
+    const char *what;
+    bool waits;
+    const char *params;
+};
+
+void PrintTo(const delay_case &c, std::ostream *out)
+{
+    *out << c.what;
+}
+
+struct delay_decision : delay, testing::WithParamInterface<delay_case> {};
+
+} // namespace
+
+TEST_P(delay_decision, OfOneChange)
+{
+    const std::string before = channel();
+    ASSERT_EQ(0, push(GetParam().params));
+    EXPECT_EQ(GetParam().waits, !batch_file().empty());
+    EXPECT_EQ("", led()) << "only a confirmed push lights it";
+    if (GetParam().waits) {
+        EXPECT_EQ(before, channel()) << "and nothing of it is applied";
+    }
+    all_packages_quiet();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, delay_decision,
+    testing::Values(
+        delay_case{"channel", true,
+                   R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":40}]})"},
+        delay_case{"channel of the radio without mesh", true,
+                   R"({"delayed_settings":true,"radios":[{"band":"2.4GHz","channel":1}]})"},
+        delay_case{"HT mode", true,
+                   R"({"delayed_settings":true,"radios":[{"band":"5GHz","mode":"HT20"}]})"},
+        delay_case{"radio off", true,
+                   R"({"delayed_settings":true,"radios":[{"band":"2.4GHz","enable":false}]})"},
+        delay_case{"one mesh more", true,
+                   R"({"delayed_settings":true,"radios":[{"band":"2.4GHz","mesh_enable":true}]})"},
+        delay_case{"mesh key", true, R"({"delayed_settings":true,"mesh":{"key":"n"}})"},
+        delay_case{"mesh protocol", true,
+                   R"({"delayed_settings":true,"mesh":{"protocol":"BATMAN_V"}})"},
+        delay_case{"hop penalty", true,
+                   R"({"delayed_settings":true,"mesh":{"batman":{"hop_penalty":31}}})"},
+        delay_case{"gateway stickiness", true,
+                   R"({"delayed_settings":true,"mesh":{"batman":{"gw_stickiness":21}}})"},
+        delay_case{
+            "loop avoidance", true,
+            R"({"delayed_settings":true,"mesh":{"batman":{"bridge_loop_avoidance":false}}})"},
+        delay_case{"outdoor", true, R"({"delayed_settings":true,"regulatory":{"outdoor":true,
+                   "country":"US"}})"},
+        delay_case{"country", true, R"({"delayed_settings":true,"regulatory":{"country":"SE"}})"},
+        delay_case{"antenna", true, R"({"delayed_settings":true,"antenna_type":"patch"})"},
+        delay_case{"not asked for", false,
+                   R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":40}]})"},
+        delay_case{"no mesh left", false, R"({"delayed_settings":true,"radios":[{"band":"5GHz",
+                   "channel":40,"mesh_enable":false}]})"},
+        delay_case{"nothing of the mesh", false,
+                   R"({"delayed_settings":true,"radios":[{"band":"5GHz","txpower":9}],
+                   "ssids":[{"index":1,"enable":true,"ssid":"x"}]})"},
+        delay_case{"DFS list", false, R"({"delayed_settings":true,"regulatory":{"country":"US",
+                   "dfs":{"enable":true,"channels":[52]}}})"},
+        delay_case{"scanning radio", false,
+                   R"({"delayed_settings":true,"radios":[{"band":"scanning","channel":40}]})"},
+        delay_case{"with an override", false, R"({"delayed_settings":true,"lonely_friend":true,
+                   "radios":[{"band":"5GHz","channel":40}]})"}));
+
+TEST_F(delay, EndOfAnOrphansConnectionDoesNotWait)
+{
+    ASSERT_EQ(0, push(R"({"delayed_settings":true,"orphan_connect":{"radio":"2.4GHz",
+        "bssid":"02:00:00:00:00:01"}})"));
+    EXPECT_EQ("02:00:00:00:00:01", uci("wireless.orph_conn0.bssid"));
+    EXPECT_EQ(32u, uci("wireless.orph_conn0.key").size());
+    EXPECT_EQ(2, push_channel(40)) << "refused while the override is in place";
+    const std::string nonce = wifi_live_settings()->radio_override;
+    ASSERT_EQ(0, push(R"({"channel_change_nonce":")" + nonce +
+                      R"(","radios":[{"band":"5GHz","channel":40}]})"));
+    EXPECT_EQ("", batch_file());
+    EXPECT_EQ("40", channel());
+    EXPECT_EQ("0", uci("wireless.orph_conn0.enable"));
+    EXPECT_EQ("", uci("wireless.orph_conn0.key"));
+    ASSERT_EQ(0, push_channel(44));
+    EXPECT_NE("", batch_file());
+}
+
+TEST_F(delay, ConfirmedPushIsAppliedSevenMinutesLater)
+{
+    run("rm /var/log/journal");
+    ASSERT_EQ(0, push_channel(40));
+    pass_ms(3600000);
+    EXPECT_EQ("36", channel()) << "without a confirmation it waits";
+    confirm(true);
+    EXPECT_EQ("1", led());
+    const int reloads = journal("reload_config");
+    pass_ms(419000);
+    EXPECT_EQ("36", channel());
+    EXPECT_EQ(0, journal("/etc/init.d/dnsmasq"));
+    pass_ms(2000);
+    EXPECT_EQ("40", channel());
+    EXPECT_EQ("", batch_file());
+    EXPECT_EQ("0", led());
+    EXPECT_EQ(reloads + 1, journal("reload_config"));
+    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
+    EXPECT_EQ(40u, wifi_live_settings()->radios[1].channel);
+    EXPECT_EQ("", uci("tarn_net.settings_radio1.channel")) << "the radio says it again";
+    all_packages_quiet();
+    ASSERT_EQ(0, push_channel(40));
+    EXPECT_EQ("", batch_file()) << "that is in force now";
+}
+
+TEST_F(delay, SecondPushOfTheSameLeavesTheFirstsTimer)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    const std::string first = batch_file();
+    pass_ms(300000);
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    EXPECT_EQ(first, batch_file());
+    pass_ms(121000);
+    EXPECT_EQ("40", channel());
+}
+
+TEST_F(delay, DifferentPushTakesTheFirstsPlaceAndItsWaitBeginsAnew)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    pass_ms(300000);
+    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":1}]})"));
+    confirm(true);
+    EXPECT_EQ(1, logged("Aborting delayed wifi settings"));
+    pass_ms(300000);
+    EXPECT_EQ("36", channel());
+    EXPECT_EQ("1", led());
+    pass_ms(121000);
+    EXPECT_EQ("40", channel()) << "nothing of the first is lost";
+    EXPECT_EQ("1", uci("wireless.radio0.channel"));
+}
+
+TEST_F(delay, FailedPushIsDroppedAndLeavesThePendingOne)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    const std::string pending = batch_file();
+    ASSERT_EQ(0, push_channel(44));
+    confirm(false);
+    EXPECT_EQ(pending, batch_file());
+    confirm(true); // of some other package's push: nothing is staged
+    pass_ms(421000);
+    EXPECT_EQ("40", channel());
+}
+
+TEST_F(delay, PushThatDoesNotWaitEndsThePendingAndTheStagedOne)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    ASSERT_EQ(0, push_channel(44));
+    ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"));
+    EXPECT_EQ("48", channel());
+    EXPECT_EQ("", batch_file());
+    EXPECT_EQ("0", led());
+    confirm(true);
+    pass_ms(500000);
+    EXPECT_EQ("48", channel());
+}
+
+TEST_F(delay, EndedByHandAndByTheMaintenanceWindow)
+{
+    EXPECT_EQ(0, ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload")) << "also when nothing is pending";
+    const message begins(R"({"active":true})"), ends(R"({"active":false})");
+    wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", begins.head);
+    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
+    for (const int to : {40, 44}) {
+        ASSERT_EQ(0, push_channel(to));
+        confirm(true);
+        wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", ends.head);
+        EXPECT_NE("", batch_file());
+        if (to == 40)
+            (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
+        else
+            wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", begins.head);
+        (void)ng_uci_renew_change_context();
+        EXPECT_EQ(std::to_string(to), channel());
+        EXPECT_EQ("", batch_file());
+    }
+    pass_ms(500000);
+    EXPECT_EQ(3, journal("/etc/init.d/dnsmasq reload")) << "the timers went with their files";
+}
+
+TEST_F(delay, DoesNotSurviveARestartButIsWantedStill)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    const std::string before = everything();
+    wifid_cancel_delayed_wireless(); // its file and timer die with the process
+    write_file("/tmp/wifi-delayed-17", "set wireless.radio1.channel='44'\n");
+    restart();
+    EXPECT_EQ(before, everything());
+    EXPECT_EQ("", batch_file());
+    EXPECT_EQ("36", channel());
+    ASSERT_EQ(0, push_channel(40));
+    EXPECT_NE("", batch_file()) << "the radio is not there yet, so it waits again";
+}
+
+TEST_F(delay, LockedConfigurationIsAppliedWhenTheLockIsGone)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    const int fd = open("/etc/config/wireless", O_RDONLY);
+    ASSERT_EQ(0, flock(fd, LOCK_EX));
+    pass_ms(425000);
+    EXPECT_NE("", batch_file());
+    close(fd);
+    pass_ms(2000);
+    EXPECT_EQ("40", channel());
+    EXPECT_EQ("", batch_file());
+}

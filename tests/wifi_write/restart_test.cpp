@@ -1,0 +1,229 @@
+// What a push leaves behind is what a restarted daemon reads: for the examples and for generated
+// documents, among them texts that a shell, a batch file or UCI could stumble over.
+#include "writer_fixture.h"
+
+#include "wifi/settings_table.h"
+
+#include <random>
+
+namespace {
+
+std::mt19937 random_bits(20240229); // the same documents in every run
+
+int random_below(int limit)
+{
+    return static_cast<int>(random_bits() % static_cast<unsigned>(limit));
+}
+
+template <size_t N>
+const char *one_of(const char *const (&choices)[N])
+{
+    return choices[random_below(N)];
+}
+
+std::string random_text(const std::string &key)
+{
+    static const char *const TEXTS[] = {"",
+                                        "",
+                                        "a",
+                                        "it's",
+                                        "'",
+                                        "''",
+                                        "\\",
+                                        "\\'",
+                                        "\"",
+                                        "$(touch /tmp/pwned)",
+                                        "`id`",
+                                        " ",
+                                        "  x  ",
+                                        "a b",
+                                        "#c",
+                                        "a;b|c&d",
+                                        "=",
+                                        "=x",
+                                        "0=",
+                                        "h\xc3\xa9 \xf0\x9f\x98\x80",
+                                        "\xff\x80",
+                                        "%s%n",
+                                        "-1",
+                                        "0123456789012345678901234567890123456789",
+                                        "option x 'y'",
+                                        "../../etc/passwd"};
+    static const char *const ENCRYPTIONS[] = {"none", "psk2", "psk-mixed", "wpa3", "wpa2"};
+    static const char *const ADDRESSES[] = {"10.1.2.3", "192.168.7.1", "", "x", "255.255.255.0"};
+    static const char *const BANDS[] = {"2.4GHz", "5GHz"};
+    static const char *const COUNTRIES[] = {"US", "SE", "' ", "$x"};
+    static const char *const ANTENNAS[] = {"dipole", "patch", "other"};
+    if (key == "enc")
+        return one_of(ENCRYPTIONS);
+    if (key == "gateway_ip" || key == "netmask" || key == "relay")
+        return one_of(ADDRESSES);
+    if (key == "band" || key == "radio")
+        return one_of(BANDS);
+    if (key == "country")
+        return one_of(COUNTRIES);
+    if (key == "antenna_type")
+        return one_of(ANTENNAS);
+    if (key == "bssid")
+        return "02:00:00:00:00:01";
+    if (key == "nr")
+        return "00";
+    if (key == "channel_change_nonce")
+        return wifi_live_settings()->radio_override;
+    return one_of(TEXTS);
+}
+
+int random_number(const std::string &key)
+{
+    static constexpr int NUMBERS[] = {0, 1, 2, 7, -1, 20, 1812, 4095, 4096, INT32_MAX, INT32_MIN};
+    static constexpr int CHANNELS[] = {1, 6, 36, 44, 52, 100, 149, 165};
+    if (key == "channel")
+        return CHANNELS[random_below(8)];
+    if (key == "index" || key == "ssid_index")
+        return 1 + random_below(4);
+    if (key == "scanning_period")
+        return random_below(100) - 10;
+    return NUMBERS[random_below(11)];
+}
+
+void add_table(blob_buf *buf, const char *name, const settings_level &level);
+
+void add_array(blob_buf *buf, const settings_field &field)
+{
+    static const char *const ITEMS[] = {"02:00:00:00:00:01",
+                                        "02:00:00:00:00:02",
+                                        "2:0:0:0:0:3",
+                                        "10.0.0.53",
+                                        "fd00::53",
+                                        "it's",
+                                        "",
+                                        "02:00:00:00:00:0A and more"};
+    void *array = blobmsg_open_array(buf, field.key);
+    for (int i = random_below(6); i > 0; i--)
+        switch (field.kind) {
+        case SETTINGS_TABLES:
+            add_table(buf, nullptr, *field.level);
+            break;
+        case SETTINGS_INTS:
+            blobmsg_add_u32(buf, nullptr, static_cast<uint32_t>(52 + 4 * random_below(5)));
+            break;
+        default:
+            blobmsg_add_string(buf, nullptr, one_of(ITEMS));
+        }
+    blobmsg_close_array(buf, array);
+}
+
+/// Mostly there; what changes the node's mode only now and then.
+bool is_present(const settings_field &field)
+{
+    const std::string key = field.key;
+    if (key == "channel_change_nonce")
+        return wifi_radio_override_active();
+    if (key == "lonely_friend" || key == "orphan_connect")
+        return random_below(20) == 0;
+    return field.required || random_below(4) != 0;
+}
+
+void add_field(blob_buf *buf, const settings_field &field)
+{
+    switch (field.kind) {
+    case SETTINGS_BOOL:
+    case SETTINGS_FLAG:
+        blobmsg_add_u8(buf, field.key, random_below(3) != 0);
+        break;
+    case SETTINGS_INT:
+        blobmsg_add_u32(buf, field.key, static_cast<uint32_t>(random_number(field.key)));
+        break;
+    case SETTINGS_STRING:
+        blobmsg_add_string(buf, field.key, random_text(field.key).c_str());
+        break;
+    case SETTINGS_TABLE:
+        add_table(buf, field.key, *field.level);
+        break;
+    default:
+        add_array(buf, field);
+    }
+}
+
+void add_table(blob_buf *buf, const char *name, const settings_level &level)
+{
+    void *table = blobmsg_open_table(buf, name);
+    for (const settings_field &field : level.fields)
+        if (is_present(field))
+            add_field(buf, field);
+    blobmsg_close_table(buf, table);
+}
+
+using restarted = writer_fixture;
+
+} // namespace
+
+TEST_F(restarted, KnowsEveryExample)
+{
+    for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
+        ASSERT_EQ(0, push(message(example(name)).head)) << name;
+        const std::string before = everything(), dump = shown();
+        restart();
+        EXPECT_EQ(dump, shown()) << name;
+        EXPECT_EQ(before, everything()) << name;
+    }
+}
+
+TEST_F(restarted, KnowsAThousandGeneratedDocuments)
+{
+    int taken = 0, waiting = 0;
+    for (int i = 0; i < 1000; i++) {
+        blob_buffer buf;
+        blob_buf_init(&buf, 0);
+        add_table(&buf, "params", SETTINGS_TOP);
+        const json_text text(blobmsg_format_json(buf.head, true));
+        taken += push(buf.head) == 0;
+        confirm(random_below(2) == 0);
+        waiting += wifi_delayed_settings_pending();
+        if (random_below(5) == 0)
+            (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
+        const std::string before = everything(), dump = shown();
+        restart();
+        ASSERT_EQ(dump, shown()) << i << " " << text.get();
+        ASSERT_EQ(before, everything()) << i << " " << text.get();
+    }
+    all_packages_quiet();
+    EXPECT_GT(taken, 800);
+    EXPECT_GT(waiting, 50);
+    EXPECT_NE(0, access("/tmp/pwned", F_OK));
+}
+
+TEST_F(restarted, TextsComeThroughBatchAndUciUnchangedOrAreRefused)
+{
+    for (const char *text :
+         {"it's", "'", "\\\\", "\\\"", "$(touch /tmp/pwned)", "`touch /tmp/pwned`",
+          " lead and trail ", "h\u00e9", "a;b", "#", "x' 'y", "\\\\'"}) {
+        const std::string params =
+            std::string(R"({"delayed_settings":true,"mesh":{"key":")") + text +
+            R"("},"radios":[{"band":"5GHz","enable":true,"channel":36,"mesh_enable":true,"mode":")" +
+            text + R"("}],"ssids":[{"index":1,"enable":true,"ssid":")" + text + R"(","key":")" +
+            text + R"(","smtp_redirect":")" + text + R"("}]})";
+        ASSERT_EQ(0, push(params)) << text;
+        confirm(true);
+        (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
+        (void)ng_uci_renew_change_context();
+        const std::string wanted = wifi_live_settings()->mesh_key;
+        for (const char *name :
+             {"wireless.mesh1.key", "wireless.radio1.htmode", "wireless.ap1_1.ssid",
+              "wireless.ap1_1.key", "ap_mgr.ssid1.ssid", "firewall.ssid1smtp.dest_ip"})
+            EXPECT_EQ(wanted.substr(0, strcmp(name, "wireless.radio1.htmode") ? 33 : 15), uci(name))
+                << name;
+    }
+    EXPECT_NE(0, access("/tmp/pwned", F_OK));
+
+    const std::string before = everything(), configured = run("uci export").output;
+    for (const char *text : {"two\\nlines", "tab\\t", "\\u001b[2J", "\\u007f"}) {
+        EXPECT_EQ(2, push(std::string(R"({"node_id":5,"ssids":[{"index":1,"radius_key":")") + text +
+                          R"("}]})"));
+        EXPECT_EQ(2, push(std::string(R"({"node_id":5,"mesh":{"key":")") + text + R"("}})"));
+    }
+    EXPECT_EQ(4, logged("'radius_key' of settings_ssid1 holds a control character"));
+    EXPECT_EQ(4, logged("'mesh_key' of settings holds a control character"));
+    EXPECT_EQ(before, everything());
+    EXPECT_EQ(configured, run("uci export").output);
+}

@@ -1,0 +1,150 @@
+// The settings writer in this process, on the sandbox's configuration, which each test finds as it
+// was made.
+#pragma once
+
+#include "support/temporary_directory.h"
+
+#include "core/state.h"
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "sim/programs.h"
+#include "wifi/settings_dump.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+#include "wired/inet_test.h"
+#include "wired/upstream.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+#include <libubox/uloop.h>
+}
+
+/// A message made from JSON text.
+struct message : blob_buffer {
+    explicit message(const std::string &json)
+    {
+        blob_buf_init(this, 0);
+        if (!blobmsg_add_json_from_string(this, json.c_str()))
+            ADD_FAILURE() << "not JSON: " << json.substr(0, 200);
+    }
+};
+
+struct writer_fixture : testing::Test {
+    void SetUp() override
+    {
+        run("rm -rf /tmp/.uci/* /tmp/wifi-delayed-* /tmp/cp-hosts* /tmp/led_flags /var/log/journal "
+            "/var/state/*; rm -f /etc/config/*; cp $TARN_SOURCE/sim/root/etc/config/* "
+            "/etc/config/; "
+            "echo 1 >/sys/class/gpio/dc_detect/value; rm -f /tmp/writer.log; "
+            "uci set tarn_net.inet_test_config.test_interval=0; " // no internet test of its own
+            "uci delete tarn_net.inet_test_config.inet_test_targets; uci commit tarn_net");
+        debug_init("/tmp/writer.log");
+        platform_detect();
+        uloop_init();
+        inet_test_reset();
+        inet_test_init();
+        restart();
+    }
+    void TearDown() override
+    {
+        wifid_cancel_delayed_wireless();
+        wifi_delayed_drop_staged();
+        ng_uci_drop_changes();
+        uloop_done();
+        fclose(gDebug_file);
+        gDebug_file = nullptr;
+    }
+
+    /// What a new process would know.
+    static void restart()
+    {
+        (void)ng_uci_renew_change_context();
+        gWifi_live_settings = {};
+        EXPECT_EQ(0, wifi_reload_config(true));
+    }
+    static int push(const std::string &params)
+    {
+        return push(message("{\"params\":" + params + "}").head);
+    }
+    static int push(blob_attr *whole)
+    {
+        const int status = wifi_parse_config(nullptr, whole, nullptr);
+        (void)ng_uci_renew_change_context(); // the callback ends
+        return status;
+    }
+    /// The event that follows a push.
+    static void confirm(bool success)
+    {
+        const message event(success ? R"({"success":true})" : R"({"success":false})");
+        wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", event.head);
+        (void)ng_uci_renew_change_context();
+    }
+    static std::string example(const std::string &name)
+    {
+        return read_file(std::string(EXAMPLES_DIR) + "/" + name + ".json");
+    }
+
+    /// The whole record as the dump shows it, with what it hides of what is off.
+    static std::string everything()
+    {
+        wifi_settings all = *wifi_live_settings();
+        std::string enables;
+        for (wifi_ssid_settings &ssid : all.ssids) {
+            enables += ssid.enable ? '1' : '0';
+            enables += ssid.configured ? '1' : '0';
+            ssid.enable = true;
+        }
+        for (wifi_radio_settings &radio : all.radios) {
+            enables += std::to_string(radio.enable);
+            radio.enable = 1;
+        }
+        enables += std::to_string(all.presence_interval) + " " + std::to_string(all.dfs_enable);
+        all.presence_enable = all.dfs_enable = true;
+        blob_buffer buf;
+        blob_buf_init(&buf, 0);
+        EXPECT_EQ(0, wifi_dump_settings(&buf, &all, true));
+        const json_text shown(blobmsg_format_json(buf.head, true));
+        return enables + shown.get();
+    }
+    /// The dump's own view.
+    static std::string shown()
+    {
+        blob_buffer buf;
+        blob_buf_init(&buf, 0);
+        EXPECT_EQ(0, wifi_dump_settings(&buf, wifi_live_settings(), true));
+        return json_text(blobmsg_format_json(buf.head, true)).get();
+    }
+
+    /// The committed value; a list's items with blanks between; "" when there is none.
+    static std::string uci(const std::string &name)
+    {
+        std::string text = run("uci -q get " + name).output;
+        return text.empty() ? text : text.substr(0, text.size() - 1);
+    }
+    static std::string batch_file()
+    {
+        std::string name = run("ls -d /tmp/wifi-delayed-* 2>/dev/null").output;
+        return name.empty() ? name : name.substr(0, name.size() - 1);
+    }
+    static std::string led() { return read_file("/tmp/led_flags/config").substr(0, 1); }
+    static int journal(const std::string &command)
+    {
+        return atoi(run("grep -c ' " + command + "' /var/log/journal 2>/dev/null").output.c_str());
+    }
+    static int logged(const std::string &text)
+    {
+        return atoi(run("grep -cF \"" + text + "\" /tmp/writer.log").output.c_str());
+    }
+    static void all_packages_quiet()
+    {
+        EXPECT_EQ("", run("cat /tmp/.uci/* 2>/dev/null").output) << "nothing is left uncommitted";
+    }
+};
