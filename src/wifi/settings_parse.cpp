@@ -5,6 +5,7 @@
 #include "wifi/settings_parse.h"
 
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/settings_parse_internal.h"
 #include "wifi/settings_write.h"
@@ -319,6 +320,7 @@ int wifid_parse_config(blob_attr *params)
     if (parsed.override_reason)
         wifi_set_radio_override(parsed.override_reason, &working);
     if (wifid_write_config(&working) != 0) {
+        ng_uci_drop_changes(); // the override's
         log_error("Failed to write uci batch config");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

@@ -131,6 +131,13 @@ TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
 TEST_F(settings_methods, an_override_holds_until_the_cloud_repeats_its_nonce)
 {
     ASSERT_EQ(push(example("home")).status, 0);
+    const std::string local = run("uci show tarn_net.local").output;
+    EXPECT_EQ(
+        push(R"({"params":{"lonely_friend":true,"ssids":[{"index":1,"ssid":"\u0001"}]}})").document,
+        R"({"success":false,"messages":["'ssid' of settings_ssid1 holds a control character",)"
+        R"("Failed to write uci batch config"]})");
+    settle();
+    EXPECT_EQ(run("uci show tarn_net.local").output, local) << "an override nobody asked for";
     ASSERT_EQ(push(R"({"params":{"lonely_friend":true}})").document, TAKEN);
     const std::string shown = dump(false);
     EXPECT_NE(shown.find(R"("override_reason":"lonely")"), std::string::npos);
