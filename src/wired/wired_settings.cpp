@@ -12,7 +12,8 @@
 constexpr size_t URL_MAX = 255;
 constexpr size_t IFACE_NAME_MAX = 15;
 
-static constexpr settings_limits TARGETS = {.pattern = "^https?://[!-~]{1,247}$",
+static constexpr settings_limits TARGETS = {.pattern =
+                                                "^(http://[!-~]{1,248}|https://[!-~]{1,247})$",
                                             .items_max = HOST_LIST_MAX,
                                             .rule = "an http or https URL of up to 255 bytes"};
 static constexpr settings_limits TOLERANCE = {.min = 1, .max = 1000};

@@ -14,6 +14,8 @@ extern "C" {
 namespace {
 
 constexpr size_t FILE_MAX = 16 * 1024 * 1024;
+/// ubus cuts a caller off that sends more than 1 MiB; the call around the document is in it, too.
+constexpr size_t MESSAGE_MAX = 1024 * 1024 - 512;
 
 struct closer {
     void operator()(FILE *file) const
@@ -70,19 +72,21 @@ bool read_whole(const std::string &path, std::string &text, std::string &error)
 bool message_of_json(const std::string &text, blob_buf *message, std::string &error)
 {
     const std::unique_ptr<json_tokener, closer> tokener(json_tokener_new());
+    json_tokener_set_flags(tokener.get(), JSON_TOKENER_STRICT);
     // With its final NUL, so that the tokener sees the end of the text.
     const std::unique_ptr<json_object, closer> root(
         json_tokener_parse_ex(tokener.get(), text.c_str(), static_cast<int>(text.size() + 1)));
-    if (!root)
-        error = std::string("not JSON: ") +
-                json_tokener_error_desc(json_tokener_get_error(tokener.get())) + " at byte " +
+    const json_tokener_error fault = json_tokener_get_error(tokener.get());
+    if (fault != json_tokener_success)
+        error = std::string("not JSON: ") + json_tokener_error_desc(fault) + " at byte " +
                 std::to_string(json_tokener_get_parse_end(tokener.get()));
     else if (!json_object_is_type(root.get(), json_type_object))
         error = "not a JSON object";
     else if (holds_nul(root.get()))
         error = "a text holds the character \\u0000, where the bus would end it";
-    else if (blobmsg_buf_init(message) != 0 || !blobmsg_add_object(message, root.get()))
-        error = "too large for a message";
+    else if (blobmsg_buf_init(message) != 0 || !blobmsg_add_object(message, root.get()) ||
+             blob_pad_len(message->head) > MESSAGE_MAX)
+        error = "too large for the bus";
     else if (!zu_blobmsg_valid(message->head))
         error = "nested too deeply";
     return error.empty();
