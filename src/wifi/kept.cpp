@@ -453,18 +453,24 @@ void wifi_read_foreign_settings(wifi_settings *settings)
     });
 }
 
+static bool group_can_be_written(const kept_group &group)
+{
+    bool good = true;
+    for (const kept_row &row : group.rows)
+        for (const std::string &text : values_of(row, group.record))
+            if (has_control_character(text)) {
+                // The text stays out of the log: it may be a key.
+                log_error("'%s' of %s holds a control character", row.option,
+                          group.section.c_str() + strlen("tarn_net."));
+                good = false;
+            }
+    return good;
+}
+
 bool wifi_settings_can_be_written(const wifi_settings &settings)
 {
     bool good = true;
-    for_each_group(settings, [&good](const kept_group &group) {
-        for (const kept_row &row : group.rows)
-            for (const std::string &text : values_of(row, group.record))
-                if (has_control_character(text)) {
-                    // The text stays out of the log: it may be a key.
-                    log_error("'%s' of %s holds a control character", row.option,
-                              group.section.c_str() + strlen("tarn_net."));
-                    good = false;
-                }
-    });
+    for_each_group(
+        settings, [&good](const kept_group &group) { good = group_can_be_written(group) && good; });
     return good;
 }

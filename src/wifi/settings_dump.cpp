@@ -114,7 +114,7 @@ int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_
     auto *attr = static_cast<blob_attr *>(blob_data(model.head));
     const size_t step = blob_pad_len(attr);
     const auto value = static_cast<char *>(blobmsg_data(attr)) - reinterpret_cast<char *>(attr);
-    const size_t length = strlen(texts);
+    const size_t length = strlen(texts) + 1;
     std::vector<char> elements(count * step);
     for (char *at = elements.data(); count > 0; at += step, texts += size, count--) {
         memcpy(at, attr, step);

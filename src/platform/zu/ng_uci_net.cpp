@@ -98,6 +98,7 @@ struct carrier {
             rest = items.next;
         }
         for (; !err && rest != &items; rest = rest->next) {
+            // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the list is circular
             ptr.value = list_to_element(rest)->name;
             err = uci_add_list(ctx, &ptr);
         }
