@@ -110,12 +110,22 @@ std::string text_fault(const settings_limits &limits, const std::string &text)
     return choice_fault(limits, text);
 }
 
+bool has_control_character(const char *text)
+{
+    for (; *text; text++)
+        if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7f)
+            return true;
+    return false;
+}
+
 void walk_text(walk &state, const settings_field &field, const char *text, const std::string &path,
                bool refuses)
 {
     const std::string fault = text_fault(*field.limits, text);
     if (!fault.empty())
         state.add(path, fault, refuses);
+    else if (settings_is_kept(field) && has_control_character(text))
+        state.add(path, "holds a control character"); // the daemon's line names the member
     else if (strlen(text) > settings_text_max(field))
         state.add(path, "is cut to " + std::to_string(settings_text_max(field)) + " bytes");
 }

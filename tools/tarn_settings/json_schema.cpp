@@ -75,6 +75,8 @@ json_object *text_schema(const settings_field &field)
     // Some dialects of regular expressions let "$" match before a final newline.
     if (limits.pattern)
         add_text(schema, "pattern", std::string(limits.pattern) + "(?!\\n)");
+    else if (settings_is_kept(field))
+        add_text(schema, "pattern", "^[^\\u0000-\\u001f\\u007f]*$(?!\\n)");
     return schema;
 }
 

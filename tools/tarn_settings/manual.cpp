@@ -15,8 +15,9 @@ The cloud hands each package its settings as one document, the table `params` of
 `parse_config`. A document is taken whole or not at all: the first fault refuses it with status 2,
 and the reply's `messages` are the lines of the column "error", innermost first. What a document
 omits stays as it is, unless the column "when omitted" says otherwise; a key that is unknown or of
-another type is passed over as if it were not there. Texts are cut to their length in bytes. A table
-must not be empty.
+another type is passed over as if it were not there. Texts are cut to their length in bytes; one
+that has a length must not hold a control character (`'%s' of %s holds a control character`, `Failed
+to write uci batch config`). A table must not be empty.
 
 Before a document goes out:
 

@@ -1,7 +1,9 @@
 // The kinds of documents with their parsers, and what the platform allows in them.
 #include "settings_kinds.h"
 
+#include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
+#include "wifi/kept.h"
 #include "wifi/settings_parse.h"
 #include "wifi/settings_table.h"
 #include "wifi/wifi.h"
@@ -18,7 +20,12 @@ int parse_wifi(blob_attr *params)
     for (wifi_radio_settings &radio : settings->radios)
         radio.channel = 36;
     wifi_parsed_document parsed = {settings.get(), nullptr, nullptr};
-    return wifi_settings_parse(params, &parsed);
+    if (wifi_settings_parse(params, &parsed) != 0)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    if (wifi_settings_can_be_written(*settings))
+        return 0;
+    log_error("Failed to write uci batch config");
+    return UBUS_STATUS_INVALID_ARGUMENT;
 }
 
 int parse_wired(blob_attr *params)
@@ -76,6 +83,11 @@ std::span<const document_kind> document_kinds()
 uint32_t settings_text_max(const settings_field &field)
 {
     return field.offset != SETTINGS_NO_MEMBER ? field.size - 1 : field.limits->text_max;
+}
+
+bool settings_is_kept(const settings_field &field)
+{
+    return settings_text_max(field) != UINT32_MAX;
 }
 
 std::vector<std::string> settings_choices(settings_choice choice)

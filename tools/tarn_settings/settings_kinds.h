@@ -20,5 +20,7 @@ std::span<const document_kind> document_kinds();
 
 /// Most bytes of a text that are kept; UINT32_MAX: all.
 uint32_t settings_text_max(const settings_field &field);
+/// True for a text that the record keeps, which is one with a length.
+bool settings_is_kept(const settings_field &field);
 /// The texts that a platform allows; empty for SETTINGS_ANY_TEXT.
 std::vector<std::string> settings_choices(settings_choice choice);
