@@ -1,6 +1,6 @@
-// push_file FILE...: pushes settings documents into the configuration of the sandbox it runs in, as
-// the daemon does, and prints what came of it: every package, the staged batch file, the portal's
-// host files.
+// push_file [--apply] FILE...: pushes settings documents into the configuration of the sandbox it
+// runs in, as the daemon does, and prints what came of it: every package, the staged batch file,
+// the portal's host files. With --apply a delayed push is confirmed and its wait ended first.
 #include "support/temporary_directory.h"
 
 #include "platform/zu/blobmsg_util.h"
@@ -8,8 +8,10 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/wifi.h"
+#include "wired/inet_test.h"
 
 #include <cstdio>
+#include <cstring>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
@@ -27,15 +29,28 @@ static int push(const char *path)
     return wifi_parse_config(nullptr, message.head, nullptr);
 }
 
+static void apply()
+{
+    blob_buffer event;
+    blob_buf_init(&event, 0);
+    blobmsg_add_u8(&event, "success", 1);
+    wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", event.head);
+    (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
+}
+
 int main(int argc, char **argv)
 {
     debug_init("/tmp/push_file.log");
     platform_detect();
     uloop_init();
+    inet_test_init();
     (void)wifi_reload_config(true);
+    const bool applies = argc > 1 && strcmp(argv[1], "--apply") == 0;
     int result = 0;
-    for (int i = 1; i < argc; i++)
+    for (int i = applies ? 2 : 1; i < argc; i++)
         result |= push(argv[i]);
+    if (applies)
+        apply();
     (void)ng_uci_renew_change_context();
     const int shown = system("uci export; cat /tmp/wifi-delayed-* /tmp/cp-hosts* 2>/dev/null; "
                              "grep -E ' (ERROR|WARNING): ' /tmp/push_file.log >&2");
