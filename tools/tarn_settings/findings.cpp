@@ -216,6 +216,18 @@ const settings_field *row_of(const settings_level &level, const char *key)
     return nullptr;
 }
 
+bool has_member(blob_attr *table, const char *key)
+{
+    blob_attr *member;
+    size_t rest;
+    blobmsg_for_each_attr(member, table, rest)
+    {
+        if (strcmp(blobmsg_name(member), key) == 0)
+            return true;
+    }
+    return false;
+}
+
 /// The members that no row takes.
 void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
                     const std::string &path)
@@ -263,7 +275,8 @@ void walk_level(walk &state, const settings_level &level, blob_attr *table, cons
         const settings_field &field = level.fields[i];
         const std::string at = path + "." + field.key;
         if (!values.attrs[i]) {
-            if (field.required)
+            // One of another type has been named.
+            if (field.required && !has_member(table, field.key))
                 state.add(at, "is missing", true);
         } else if (is_dormant(values, field.key)) {
             state.add(at, "is passed over here");
