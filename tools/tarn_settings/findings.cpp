@@ -163,7 +163,7 @@ void walk_array(walk &state, const settings_field &field, blob_attr *array, cons
         state.add(path,
                   "has " + std::to_string(index) + " elements, of which " +
                       std::to_string(field.limits->items_max) + " are kept",
-                  field.error != nullptr);
+                  field.error != nullptr && field.kind != SETTINGS_TABLES);
 }
 
 void walk_value(walk &state, const settings_field &field, blob_attr *value, const std::string &path)
