@@ -6,39 +6,38 @@
 
 using mac_set = std::unordered_set<std::string>;
 
-static mac_set listed(const wifi_ssid_settings &settings)
+std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings)
 {
-    mac_set macs;
+    std::vector<std::string> entries;
     for (const char *mac : settings.acl_list) {
         if (!mac[0])
             break;
-        macs.insert(mac);
+        entries.emplace_back(mac);
     }
-    return macs;
+    return entries;
 }
 
 /// Takes out what has vanished and adds what is new; what stays keeps its place.
-static void reconcile(const std::string &list, const wifi_ssid_settings &settings,
-                      const mac_set &wanted)
+static void reconcile(const std::string &list, const std::vector<std::string> &wanted)
 {
+    const std::vector<std::string> before = uci_items(list);
+    if (before == wanted)
+        return;
+    const mac_set all(wanted.begin(), wanted.end());
     mac_set there;
-    for (const std::string &mac : uci_items(list)) {
-        if (!wanted.contains(mac))
-            uci_remove(list, mac);
-        there.insert(mac);
-    }
-    for (const char *mac : settings.acl_list) {
-        if (!mac[0])
-            break;
+    std::vector<std::string> after;
+    for (const std::string &mac : before)
+        if (all.contains(mac) && there.insert(mac).second)
+            after.push_back(mac);
+    for (const std::string &mac : wanted)
         if (there.insert(mac).second)
-            uci_add(list, mac);
-    }
+            after.push_back(mac);
+    uci_put_list(list, after);
 }
 
 void wifi_write_acl_list_config(const wifi_write &w, int ssid)
 {
-    const wifi_ssid_settings &settings = w.settings->ssids[ssid - 1];
-    const mac_set wanted = listed(settings);
+    const std::vector<std::string> wanted = wifi_acl_entries(w.settings->ssids[ssid - 1]);
     if (wanted.empty())
         log_notice("No valid ACL for ssid %d", ssid - 1);
     for (int radio = 0; radio < w.radios; radio++) {
@@ -48,6 +47,6 @@ void wifi_write_acl_list_config(const wifi_write &w, int ssid)
         uci_clear(ap + ".macfilter");
         if (!wanted.empty())
             uci_put(ap + ".macfilter", "allow");
-        reconcile(ap + ".maclist", settings, wanted);
+        reconcile(ap + ".maclist", wanted);
     }
 }

@@ -34,6 +34,10 @@ void uci_remove(const std::string &list, const std::string &value);
 
 /// "wireless.ap0_1" and the like.
 std::string wifi_ap_section(int radio, int ssid);
+/// Makes the option a list of these.
+void uci_put_list(const std::string &name, const std::vector<std::string> &items);
+/// The access list's entries.
+std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings);
 /// The items of a list, or the one text of an option; empty when there is none.
 std::vector<std::string> uci_items(const std::string &name);
 /// PREFIX followed by the number and SUFFIX.

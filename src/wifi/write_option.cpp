@@ -33,6 +33,11 @@ void uci_remove(const std::string &list, const std::string &value)
     act(ng_uci_del_list, list, value.c_str());
 }
 
+void uci_put_list(const std::string &name, const std::vector<std::string> &items)
+{
+    (void)ng_uci_set_list(items, name.c_str());
+}
+
 std::vector<std::string> uci_items(const std::string &name)
 {
     std::vector<std::string> items;

@@ -146,15 +146,12 @@ static void write_roaming(const std::string &ap, const wifi_ssid_settings &setti
 
 static void write_access_list(const std::string &ap, const wifi_ssid_settings &settings)
 {
-    clear_options(ap, {"macfilter", "maclist"});
-    if (!settings.acl_list[0][0])
+    if (!settings.acl_list[0][0]) {
+        clear_options(ap, {"macfilter", "maclist"});
         return;
-    uci_put(ap + ".macfilter", "allow");
-    for (const char *mac : settings.acl_list) {
-        if (!mac[0])
-            break;
-        uci_add(ap + ".maclist", mac);
     }
+    uci_put(ap + ".macfilter", "allow");
+    uci_put_list(ap + ".maclist", wifi_acl_entries(settings));
 }
 
 static void write_access_point(const wifi_write &w, int radio, int ssid)

@@ -183,6 +183,23 @@ TEST_F(Change, CallbackEndsWithOneWriteAndFreshFiles)
     uloop_done();
 }
 
+TEST_F(Change, WholeListIsAsIfAddedOneByOne)
+{
+    const std::vector<std::string> items = {"s", "q", "s", "", "it's", "q"};
+    for (const std::string &item : items)
+        EXPECT_EQ(0, act(ng_uci_add_list, item.c_str(), "zt.b.items"));
+    EXPECT_EQ(0, ng_uci_set_list(items, "zt.a.items"));
+    EXPECT_EQ(0, ng_uci_set_list({}, "zt.a.single"));
+    EXPECT_EQ(0, act(ng_uci_add_list, "more", "zt.a.items"));
+    EXPECT_EQ(0, act(ng_uci_add_list, "more", "zt.b.items"));
+    EXPECT_EQ(0, ng_uci_commit("zt"));
+    EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
+    EXPECT_FALSE(ng_uci_exists("zt.a.single"));
+    EXPECT_EQ(-1, ng_uci_set_list({"a", "b\n"}, "zt.a.items"));
+    EXPECT_EQ(-1, ng_uci_set_list({"a"}, "zt.none.items"));
+    EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
+}
+
 TEST_F(Change, WhatComesToNothingIsNoChange)
 {
     const std::string before = config();

@@ -7,6 +7,7 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_internal.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unordered_map>
 #include <unordered_set>
@@ -111,6 +112,76 @@ static int act(uci_context *ctx, ng_uci_action action, uci_ptr &ptr)
     }
     return UCI_ERR_INVAL;
 }
+
+// ---- a whole list
+
+/// The items without repetition, each where it stands last.
+static std::vector<std::string> without_repetition(const std::vector<std::string> &items)
+{
+    std::vector<std::string> once;
+    item_set seen;
+    for (auto item = items.rbegin(); item != items.rend(); ++item)
+        if (seen.insert(*item).second)
+            once.push_back(*item);
+    std::reverse(once.begin(), once.end());
+    return once;
+}
+
+static bool is_list_of(const uci_option *option, const std::vector<std::string> &items)
+{
+    if (!option || option->type != UCI_TYPE_LIST)
+        return !option && items.empty();
+    size_t at = 0;
+    uci_element *e;
+    uci_foreach_element(&const_cast<uci_option *>(option)->v.list, e)
+    {
+        if (at == items.size() || items[at] != e->name)
+            return false;
+        at++;
+    }
+    return at == items.size();
+}
+
+static int replace_items(uci_context *ctx, const char *name, const std::vector<std::string> &items)
+{
+    std::string text;
+    uci_ptr ptr;
+    int err = ng_uci_lookup(ctx, &ptr, text, name);
+    if (err || is_list_of(ptr.o, items))
+        return err;
+    if (ptr.o)
+        err = uci_delete(ctx, &ptr);
+    if (!err)
+        err = ng_uci_lookup(ctx, &ptr, text, name);
+    for (const std::string &item : items) {
+        ptr.value = item.c_str();
+        if (!err)
+            err = uci_add_list(ctx, &ptr);
+    }
+    if (!err) {
+        ng_uci_changes_of(ptr.package).touch(ptr.section, ptr.option);
+        ng_uci_forget_items(list_name(ptr));
+    }
+    return err;
+}
+
+int ng_uci_set_list(const std::vector<std::string> &items, const char *name)
+{
+    uci_context *ctx = ng_uci_change_context();
+    const bool good = std::all_of(items.begin(), items.end(), [](const std::string &item) {
+        return ng_uci_is_value(item.c_str());
+    });
+    if (!ctx || !ng_uci_is_name(name) || !good) {
+        log_error("Refusing a value with control characters for '%s', or its name", name);
+        return -1;
+    }
+    if (replace_items(ctx, name, without_repetition(items)) == UCI_OK)
+        return 0;
+    log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
+    return -1;
+}
+
+// ---- save actions
 
 static int save_action(ng_uci_action action, const char *value, const char *name)
 {
