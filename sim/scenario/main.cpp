@@ -2,7 +2,8 @@
 // Narrates on standard output; exit status 0 when every expectation held.
 //
 // A statement is "start", "advance", "within", "repeat", "mark", "remember", "break", "mend",
-// "expect", or else something around the node that sim/node.d/surroundings changes.
+// "run", "tell", "uci", "kernel", "expect", or else something around the node that
+// sim/node.d/surroundings changes.
 #include "expect.h"
 #include "script.h"
 #include "stage.h"
@@ -39,6 +40,15 @@ bool run(const statement &said, const std::string &command)
 {
     std::string output;
     return stage_run(command, &output) == 0 || fail(said, output);
+}
+
+/// What the command prints becomes part of the story.
+bool tell(const statement &said)
+{
+    std::string output;
+    const bool ran = stage_run(said.rest, &output) == 0;
+    timeline_tell(output.substr(0, output.find_last_not_of('\n') + 1));
+    return ran || fail(said, output);
 }
 
 bool start(const statement &said)
@@ -128,6 +138,8 @@ bool play_one(const statement &said)
         return change_uci(said);
     if (word == "run")
         return run(said, said.rest);
+    if (word == "tell")
+        return tell(said);
     if (word == "kernel")
         return stage_run_program("ip " + said.rest) == 0 || fail(said, "ip refused it");
     if (word == "break" || word == "mend")

@@ -1,0 +1,101 @@
+// libraries: tarn_daemon
+// The upstream decision over 100 000 cycles on a wire that loses 5 % of the connections, each on
+// its own, and everything for 2 s now and then: how often it leaves the wire. In a sandbox, for a
+// node that leaves its wire runs commands.
+#include <libubox_host/clock.h>
+
+#include "core/state.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "wifi/wifi.h"
+#include "wired/inet_test.h"
+#include "wired/upstream.h"
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+
+namespace {
+
+constexpr int CYCLES = 100000;
+constexpr int INTERVAL_MS = 5000;
+constexpr double CONNECTION_LOSS = 0.05;
+constexpr double BURST_S = 2;
+constexpr double BETWEEN_BURSTS_S = 60; // on average
+constexpr double RETRY_S = 1;           // the kernel's second try, within the time-out of 1.5 s
+
+/// When everything is lost: the burst that is on or comes next.
+struct bursts {
+    std::mt19937 random{4242};
+    std::exponential_distribution<double> gap{1 / BETWEEN_BURSTS_S};
+    double begin = gap(random);
+
+    bool cover(double at)
+    {
+        while (at > begin + BURST_S)
+            begin += BURST_S + gap(random);
+        return at >= begin;
+    }
+};
+
+bool cycle_passes(bursts *wire, double at, int targets)
+{
+    if (wire->cover(at) && wire->cover(at + RETRY_S))
+        return false;
+    std::uniform_real_distribution<double> chance;
+    bool passes = false;
+    for (int i = 0; i < targets; i++)
+        passes |= chance(wire->random) >= CONNECTION_LOSS;
+    return passes;
+}
+
+void on_the_wire()
+{
+    inet_test_state &test = gTarn_net_state.inet_test;
+    test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
+    test.test_failures = 0;
+    snprintf(test.uplink_iface, sizeof test.uplink_iface, "br-wired0");
+    snprintf(gTarn_net_state.upstream.wired_uplink_bridge, 16, "br-wired0");
+}
+
+struct outcome {
+    int failed = 0, switches = 0;
+};
+
+outcome run(int targets)
+{
+    outcome seen;
+    bursts wire;
+    inet_test_state &test = gTarn_net_state.inet_test;
+    on_the_wire();
+    for (int cycle = 0; cycle < CYCLES; cycle++) {
+        uloop_clock_run_ms(INTERVAL_MS);
+        test.dispatch_complete = true;
+        test.test_passed = cycle_passes(&wire, cycle * (INTERVAL_MS / 1000.0), targets);
+        memcpy(test.passed_iface, test.uplink_iface, sizeof test.passed_iface);
+        seen.failed += test.test_passed == 0;
+        complete_inet_test(TARN_NET_UPSTREAM_WAN_STATE);
+        if (test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE)
+            continue;
+        seen.switches++;
+        on_the_wire();
+    }
+    return seen;
+}
+
+} // namespace
+
+int main()
+{
+    uloop_init();
+    platform_detect();
+    inet_test_reset();
+    (void)wifi_reload_config(true);
+    gOnline_settings.failure_tolerance = 3;
+    uloop_clock_virtual(true);
+    for (const int targets : {3, 2, 1}) {
+        const outcome seen = run(targets);
+        printf("%d target%s: %d of %d cycles failed, %d false switches\n", targets,
+               targets > 1 ? "s" : "", seen.failed, CYCLES, seen.switches);
+    }
+}
