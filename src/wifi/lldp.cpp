@@ -142,7 +142,8 @@ void wifi_restore_config_enabled_interfaces(bool reload)
     for (int radio = 0; radio < radios; radio++) {
         restore_access_points(radio);
         restore_mesh(radio);
-        if (!wifi_radio_override_active())
+        // The scanning radio has no such interface.
+        if (!wifi_radio_override_active() && ng_uci_exists("wireless.orph_conn%d", radio))
             ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, 0,
                                        "wireless.orph_conn%d.enable", radio);
     }

@@ -178,4 +178,5 @@ TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
         "echo \"wireless._lldp.negotiation_complete='0'\" >>/var/state/wireless");
     ASSERT_EQ(0, push(document));
     EXPECT_EQ("1011101110", options("enable")) << "power enough without negotiation";
+    EXPECT_EQ(0, logged("ERROR"));
 }
