@@ -14,7 +14,7 @@
 //
 // What feeds them: interfaces followed through netifd (wired/netifd_iface, wired/bridges,
 // mesh/mesh) and objects that come and go on the bus (core/bus, core/bus_objects).
-#include <libubox/uloop.h>
+#include <libubus.h>
 
 #include "core/bus.h"
 #include "mesh/mesh.h"
