@@ -11,6 +11,7 @@
 
 #include <libubus.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +19,8 @@
 
 namespace {
 
-constexpr long LOOK_AGAIN_MS = 500;
+constexpr long LOOKS = 120; ///< of "within", between the two bounds
+constexpr long LOOK_AGAIN_LEAST_MS = 500, LOOK_AGAIN_MOST_MS = 2000;
 constexpr size_t SHOWN_AFTER_FAILURE = 60;
 
 int expectations;
@@ -72,11 +74,12 @@ bool within(const statement &said)
 {
     std::string wanted = said.rest, why;
     const long limit_ms = parse_duration_ms(take_word(&wanted));
+    const long again_ms = std::clamp(limit_ms / LOOKS, LOOK_AGAIN_LEAST_MS, LOOK_AGAIN_MOST_MS);
     expectations++;
-    for (long waited = 0; waited <= limit_ms; waited += LOOK_AGAIN_MS) {
+    for (long waited = 0; waited <= limit_ms; waited += again_ms) {
         if (expect_holds(wanted, &why))
             return true;
-        stage_advance_ms(LOOK_AGAIN_MS);
+        stage_advance_ms(again_ms);
     }
     return fail(said, why);
 }
@@ -103,7 +106,10 @@ bool play(const std::vector<statement> &script);
 
 bool repeat(const statement &said)
 {
-    for (int i = atoi(said.rest.c_str()); i > 0; i--) {
+    const int times = atoi(said.rest.c_str());
+    if (times < 1)
+        return fail(said, "that is no number of times");
+    for (int i = 0; i < times; i++) {
         if (!play(said.statements))
             return false;
     }
