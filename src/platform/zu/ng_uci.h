@@ -32,8 +32,8 @@ int ng_uci_save_action_ctx(uci_context *ctx, ng_uci_action action, const char *v
 int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value,
                                const char *name_format, ...) __attribute__((format(printf, 4, 5)));
 
-/// Makes the option a list of these items, each once (where it stands last); nothing when it is that
-/// list already. As adding them one by one, in a fraction of the time. 0 or -1 (logged).
+/// Makes the option a list of these items, each once (where it stands last); nothing when it is
+/// that list already. As adding them one by one, in a fraction of the time. 0 or -1 (logged).
 int ng_uci_set_list(const std::vector<std::string> &items, const char *name);
 
 /// Writes every changed package's delta file once. 0, or -1 when one could not be written (logged).
