@@ -11,7 +11,7 @@
 
 #include "libubus.h"
 
-inline constexpr int PATIENCE_MS = 5000;
+inline constexpr int PATIENCE_MS = 20000;
 
 /// A new empty folder, removed with everything in it at the end.
 struct temporary_folder {
