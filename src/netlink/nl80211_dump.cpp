@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <linux/nl80211.h>
 
@@ -100,12 +101,21 @@ static int dump_once(dump_progress *progress)
     return exchange(socket.get(), msg.get(), progress);
 }
 
+/// A kernel without nl80211 stays without it: that is told once.
+static void log_failure(int command, int error)
+{
+    static bool absence_told;
+    if (error == -NLE_OBJ_NOTFOUND && std::exchange(absence_told, true))
+        return;
+    log_error("nl80211: command %d failed: %s", command, nl_geterror(error));
+}
+
 int nl80211_dump(const nl80211_dump_request &request)
 {
     dump_progress progress = {.request = &request};
     int result = dump_once(&progress);
     if (result < 0) {
-        log_error("nl80211: command %d failed: %s", request.command, nl_geterror(result));
+        log_failure(request.command, result);
         return result == -NLE_OBJ_NOTFOUND ? -ENOENT : -EIO;
     }
     if (progress.error != 0) {
