@@ -28,6 +28,11 @@ static constexpr const char *PACKAGES[] = {
     "evlog",    "ap_mgr",  "udsplash", "udshape",  "fw_core", "tarn_net",
 };
 
+std::span<const char *const> wifi_written_packages()
+{
+    return PACKAGES;
+}
+
 /// What the radios are set to, which differs from the live record while a batch file waits.
 static wifi_settings gIn_force;
 
@@ -99,6 +104,11 @@ static wifi_write begin(const wifi_settings &settings)
         wifi_plan_base(settings.node_id, settings.node_id < 0 ? management_mac() : nullptr);
     w.upstream_state = gTarn_net_state.inet_test.upstream_state;
     return w;
+}
+
+const char *wifi_at_once_reason(const wifi_settings &settings)
+{
+    return wifi_write_at_once_reason(begin(settings), gIn_force);
 }
 
 wifi_commit_result wifi_commit_packages()

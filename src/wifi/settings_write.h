@@ -3,8 +3,17 @@
 
 #include "wifi/wifi_settings.h"
 
+#include <span>
+
+/// The packages that a push writes to, in the order in which they are committed.
+std::span<const char *const> wifi_written_packages();
+
 /// Makes `settings` the live record. 0 or -1 (logged).
 [[nodiscard]] int wifid_write_config(const wifi_settings *settings);
+
+/// Why wifid_write_config() would apply these radio settings at once ("no radio carries the mesh"),
+/// or null when it would hold them back until the push is confirmed.
+const char *wifi_at_once_reason(const wifi_settings &settings);
 
 /// Records a local radio override in `settings` and in UCI: from now on the cloud's documents are
 /// refused until one repeats the nonce made here, or brings an override of its own. `reason` is

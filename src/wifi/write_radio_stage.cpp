@@ -114,9 +114,6 @@ static void stage_all(ng_uci_batch *batch, const wifi_write &w)
 }
 
 // ---- now or later
-//
-// Now when no radio carries the mesh, when a local override is in place or an orphan's connection
-// ends, when nothing of the mesh changes, or when the document does not ask for a delay.
 
 static bool any_mesh(const wifi_write &w)
 {
@@ -144,12 +141,24 @@ static bool same_mesh(const wifi_write &w, const wifi_settings &in_force)
            strcmp(a.reg_country, b.reg_country) == 0 && a.antenna_type == b.antenna_type;
 }
 
-static bool must_wait(const wifi_write &w, const wifi_settings &in_force)
+static bool orphan_connection_ends(const wifi_settings &settings)
 {
-    const bool orphan_ends =
-        !w.settings->orphan_connect_bssid[0] && wifi_live_settings()->orphan_connect_bssid[0];
-    return any_mesh(w) && !w.settings->radio_override[0] && !orphan_ends && w.settings->delayed &&
-           !same_mesh(w, in_force);
+    return !settings.orphan_connect_bssid[0] && wifi_live_settings()->orphan_connect_bssid[0];
+}
+
+const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &in_force)
+{
+    if (!any_mesh(w))
+        return "no radio carries the mesh";
+    if (w.settings->radio_override[0])
+        return "a local radio override is in place";
+    if (orphan_connection_ends(*w.settings))
+        return "an orphan connection ends";
+    if (same_mesh(w, in_force))
+        return "nothing of the mesh changes";
+    if (!w.settings->delayed)
+        return "delayed_settings is off";
+    return nullptr;
 }
 
 /// A name that no file has.
@@ -178,10 +187,12 @@ int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force)
     stage_all(batch, w);
     if (ng_uci_batch_close(batch) != 0)
         return -1;
-    if (must_wait(w, in_force)) {
+    const char *reason = wifi_write_at_once_reason(w, in_force);
+    if (!reason) {
         wifi_delayed_stage(path);
         return 0;
     }
+    log_info("Applying the radio settings at once: %s", reason);
     const int applied = ng_uci_batch_apply(path, false);
     (void)unlink(path);
     if (applied != 0) {
