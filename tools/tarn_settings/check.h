@@ -3,6 +3,7 @@
 
 #include "settings_kinds.h"
 
+#include <functional>
 #include <string>
 
 /// How a document comes out; the program's exit status.
@@ -12,6 +13,21 @@ enum verdict {
     VERDICT_REFUSED = 2, ///< refused, or not a document at all
 };
 
-/// Checks one file and prints what there is to say about it, a line each: "FILE: error: ..." or
-/// "FILE: warning: ...".
+/// What there is to say about a document: "error: PLACE: WHAT" or "warning: PLACE: WHAT", a line
+/// each whatever its texts hold.
+struct judgement {
+    verdict result = VERDICT_CLEAN;
+    std::vector<std::string> lines;
+};
+
+/// Hands the message's `params` to the daemon: 0, or refused with its reasons logged at ERROR.
+using document_taker = std::function<int(blob_attr *params)>;
+
+/// Judges a message by what `take` says to it.
+judgement judge(const document_kind &kind, blob_buf *message, const document_taker &take);
+
+/// Checks one file and prints its lines, each after "FILE: ".
 verdict check_file(const document_kind &kind, const std::string &path);
+
+/// The text with its control characters written out, as in the daemon's log.
+std::string on_one_line(const std::string &text);

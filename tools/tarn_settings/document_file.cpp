@@ -48,27 +48,6 @@ bool holds_nul(json_object *value)
     return false;
 }
 
-} // namespace
-
-bool read_whole(const std::string &path, std::string &text, std::string &error)
-{
-    const std::unique_ptr<FILE, closer> file(path == "-" ? stdin : fopen(path.c_str(), "re"));
-    if (!file) {
-        error = strerror(errno);
-        return false;
-    }
-    char chunk[64 * 1024];
-    size_t count;
-    text.clear();
-    while ((count = fread(chunk, 1, sizeof(chunk), file.get())) > 0 && text.size() <= FILE_MAX)
-        text.append(chunk, count);
-    if (ferror(file.get()))
-        error = strerror(errno);
-    else if (text.size() > FILE_MAX)
-        error = "larger than 16 MiB";
-    return error.empty();
-}
-
 bool message_of_json(const std::string &text, blob_buf *message, std::string &error)
 {
     const std::unique_ptr<json_tokener, closer> tokener(json_tokener_new());
@@ -90,6 +69,33 @@ bool message_of_json(const std::string &text, blob_buf *message, std::string &er
     else if (!zu_blobmsg_valid(message->head))
         error = "nested too deeply";
     return error.empty();
+}
+
+} // namespace
+
+bool read_whole(const std::string &path, std::string &text, std::string &error)
+{
+    const std::unique_ptr<FILE, closer> file(path == "-" ? stdin : fopen(path.c_str(), "re"));
+    if (!file) {
+        error = strerror(errno);
+        return false;
+    }
+    char chunk[64 * 1024];
+    size_t count;
+    text.clear();
+    while ((count = fread(chunk, 1, sizeof(chunk), file.get())) > 0 && text.size() <= FILE_MAX)
+        text.append(chunk, count);
+    if (ferror(file.get()))
+        error = strerror(errno);
+    else if (text.size() > FILE_MAX)
+        error = "larger than 16 MiB";
+    return error.empty();
+}
+
+bool read_message(const std::string &path, blob_buf *message, std::string &error)
+{
+    std::string text;
+    return read_whole(path, text, error) && message_of_json(text, message, error);
 }
 
 blob_attr *params_of(blob_buf *message)
