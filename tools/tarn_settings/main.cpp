@@ -1,12 +1,14 @@
-// tarn-settings: looks at settings documents away from any router, with the daemon's own parser.
+// tarn-settings: looks at settings documents with the daemon's own parser and writer.
 #include "check.h"
 #include "document_file.h"
 #include "json_schema.h"
 #include "manual.h"
+#include "preview.h"
 
 #include "platform/zu/platform_data.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
@@ -19,6 +21,8 @@ constexpr int USAGE = 2;
 struct request {
     const document_kind *kind;
     std::span<char *const> files;
+    const char *config;
+    bool as_json, with_secrets;
 };
 
 int check(const request &asked)
@@ -27,6 +31,12 @@ int check(const request &asked)
     for (const char *file : asked.files)
         worst = std::max<int>(worst, check_file(*asked.kind, file));
     return worst;
+}
+
+int preview(const request &asked)
+{
+    return preview_file(
+        {asked.kind, asked.files[0], asked.config, asked.as_json, asked.with_secrets});
 }
 
 int schema(const request &asked)
@@ -44,27 +54,35 @@ int manual(const request &)
 struct verb {
     const char *name;
     int (*run)(const request &asked);
-    bool takes_files;
+    size_t files_max; ///< all that takes files takes one at least
     bool needs_platform;
     const char *help;
 };
 
 constexpr verb VERBS[] = {
-    {"check", check, true, true,
+    {"check", check, SIZE_MAX, true,
      "check FILE...   say what the daemon would make of each document (\"-\": standard input)"},
-    {"schema", schema, false, true, "schema          print the documents' JSON Schema"},
-    {"manual", manual, false, false, "manual          print every key as docs/settings.md has it"},
+    {"preview", preview, 1, true,
+     "preview FILE    try the document on a copy of a configuration and say what changes"},
+    {"schema", schema, 0, true, "schema          print the documents' JSON Schema"},
+    {"manual", manual, 0, false, "manual          print every key as docs/settings.md has it"},
 };
 
 int usage()
 {
-    fputs("usage: tarn-settings [--platform FILE] [--kind wifi|wired] VERB [FILE...]\n\n", stderr);
+    fputs("usage: tarn-settings [OPTION...] VERB [FILE...]\n\n", stderr);
     for (const verb &each : VERBS)
         fprintf(stderr, "  %s\n", each.help);
-    fputs(
-        "\nFILE of --platform describes the access point, as /etc/tarn/platform.json does on it\n"
-        "(the default). Status of check: 0 taken, 1 taken with something passed over, 2 refused.\n",
-        stderr);
+    fputs(R"(
+  --platform FILE   the access point, as its /etc/tarn/platform.json describes it (the default)
+  --kind KIND       "wifi" (the default) or "wired"
+  --config DIR      preview: the configuration, instead of /etc/config
+  --json            preview: one JSON object instead of text
+  --secrets         preview: show keys instead of ***
+
+Status: 0 taken, 1 taken with something passed over, 2 refused or wrong usage, 3 no preview.
+)",
+          stderr);
     return USAGE;
 }
 
@@ -98,15 +116,21 @@ const verb *verb_of(const char *name)
 int main(int argc, char **argv)
 {
     static const option OPTIONS[] = {
-        {"platform", required_argument, nullptr, 'p'},
-        {"kind", required_argument, nullptr, 'k'},
-        {},
+        {"platform", required_argument, nullptr, 'p'}, {"kind", required_argument, nullptr, 'k'},
+        {"config", required_argument, nullptr, 'c'},   {"json", no_argument, nullptr, 'j'},
+        {"secrets", no_argument, nullptr, 's'},        {},
     };
     const char *platform = "/etc/tarn/platform.json";
-    request asked = {&document_kinds().front(), {}};
-    for (int option; (option = getopt_long(argc, argv, "p:k:", OPTIONS, nullptr)) != -1;) {
+    request asked = {&document_kinds().front(), {}, "/etc/config", false, false};
+    for (int option; (option = getopt_long(argc, argv, "p:k:c:js", OPTIONS, nullptr)) != -1;) {
         if (option == 'p')
             platform = optarg;
+        else if (option == 'c')
+            asked.config = optarg;
+        else if (option == 'j')
+            asked.as_json = true;
+        else if (option == 's')
+            asked.with_secrets = true;
         else if (option != 'k' || !(asked.kind = kind_of(optarg)))
             return usage();
     }
@@ -114,7 +138,7 @@ int main(int argc, char **argv)
     if (!found)
         return usage();
     asked.files = {argv + optind + 1, argv + argc};
-    if (asked.files.empty() == found->takes_files)
+    if (asked.files.empty() != (found->files_max == 0) || asked.files.size() > found->files_max)
         return usage();
     if (found->needs_platform && !load_platform(platform))
         return USAGE;

@@ -23,12 +23,14 @@ Before a document goes out:
 
     tarn-settings --platform platform.json check office.json
     tarn-settings --platform platform.json schema >settings.schema.json
+    tarn-settings --platform platform.json preview office.json --config /mnt/router/etc/config
 
 `check` asks the daemon's own parser and adds where in the document the fault is and what would be
 passed over or cut; its status is 0 when there is nothing to say, 1 when the document would be taken
 all the same, 2 when it would be refused. It supposes a node whose radios have a channel and on which
 no local radio override is in force. The schema accepts what `check` has nothing to say about, except
-that to a JSON Schema 1.0 is an integer.
+that to a JSON Schema 1.0 is an integer. `preview` says what the push would change in that
+configuration: [uci.md](uci.md#preview). `--kind wired` is for wired settings.
 )";
 
 /// "|" would end a cell.

@@ -2,11 +2,14 @@
 #include "settings_kinds.h"
 
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/kept.h"
 #include "wifi/settings_parse.h"
 #include "wifi/settings_table.h"
+#include "wifi/settings_write.h"
 #include "wifi/wifi.h"
+#include "wired/wired.h"
 #include "wired/wired_settings.h"
 
 #include <memory>
@@ -28,15 +31,44 @@ int parse_wifi(blob_attr *params)
     return UBUS_STATUS_INVALID_ARGUMENT;
 }
 
+int push_wifi(blob_attr *message)
+{
+    return wifi_parse_config(nullptr, message, nullptr);
+}
+
+/// Null also for a document that is refused: the push tells that.
+const char *wifi_reason(blob_attr *params)
+{
+    const auto settings = std::make_unique<wifi_settings>(*wifi_live_settings());
+    wifi_parsed_document parsed = {settings.get(), nullptr, nullptr};
+    if (wifi_settings_parse(params, &parsed) != 0)
+        return nullptr;
+    if (parsed.override_reason)
+        wifi_set_radio_override(parsed.override_reason, settings.get());
+    ng_uci_drop_changes();
+    return wifi_at_once_reason(*settings);
+}
+
 int parse_wired(blob_attr *params)
 {
     wired_settings settings{};
     return wired_settings_parse(params, &settings) ? 0 : UBUS_STATUS_INVALID_ARGUMENT;
 }
 
+int push_wired(blob_attr *message)
+{
+    return wired_parse_config(nullptr, message, nullptr);
+}
+
+const char *wired_reason(blob_attr *)
+{
+    return "wired settings never wait";
+}
+
 constexpr document_kind KINDS[] = {
-    {"wifi", "qnet.wifi", "Wireless settings", &SETTINGS_TOP, parse_wifi},
-    {"wired", "qnet.wired", "Wired settings", &WIRED_SETTINGS_TOP, parse_wired},
+    {"wifi", "qnet.wifi", "Wireless settings", &SETTINGS_TOP, parse_wifi, push_wifi, wifi_reason},
+    {"wired", "qnet.wired", "Wired settings", &WIRED_SETTINGS_TOP, parse_wired, push_wired,
+     wired_reason},
 };
 
 constexpr int PLATFORM_RADIOS_MAX = 32;

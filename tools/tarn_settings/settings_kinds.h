@@ -13,6 +13,9 @@ struct document_kind {
     const char *title;  ///< for people
     const settings_level *level;
     int (*parse)(blob_attr *params); ///< 0, or refused with its reasons logged at ERROR
+    int (*push)(blob_attr *message); ///< the daemon's callback: puts it into force, or refuses it
+    /// Why a push would put all of it into force at once, or null when some of it would wait.
+    const char *(*at_once_reason)(blob_attr *params);
 };
 
 /// Every kind; the first one is meant where none is named.
