@@ -1,4 +1,5 @@
-// Commits: what other processes changed is kept, and no full disk ever costs the old file.
+// Commits, and changes saved without one: what other processes changed is kept, no full disk ever
+// costs what was there, and nobody's lock holds us up.
 #include "uci_fixture.h"
 
 #include "platform/zu/ng_uci_internal.h"
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 
 namespace {
 
@@ -24,14 +26,15 @@ int left_behind()
     return count;
 }
 
-/// /etc/config on a disk of `size` bytes, filled to the last one after `prepare`.
+/// A directory on a disk of its own, filled to the last byte after `prepare`.
 class small_disk {
 public:
-    explicit small_disk(const char *options, void (*prepare)())
+    small_disk(const char *directory, const char *options, void (*prepare)())
+        : directory_(directory), filler_(std::string(directory) + "/filler")
     {
-        EXPECT_EQ(0, mount("tmpfs", "/etc/config", "tmpfs", 0, options));
+        EXPECT_EQ(0, mount("tmpfs", directory, "tmpfs", 0, options));
         prepare();
-        FILE *file = fopen("/etc/config/filler", "w");
+        FILE *file = fopen(filler_.c_str(), "w");
         if (!file)
             return; // not even a name left
         setvbuf(file, nullptr, _IONBF, 0);
@@ -39,12 +42,33 @@ public:
         }
         fclose(file);
     }
-    ~small_disk() { EXPECT_EQ(0, umount("/etc/config")); }
+    ~small_disk() { EXPECT_EQ(0, umount(directory_)); }
     small_disk(const small_disk &) = delete;
     small_disk &operator=(const small_disk &) = delete;
+
+    void make_room() const { unlink(filler_.c_str()); }
+
+private:
+    const char *directory_;
+    std::string filler_;
 };
 
+int rival_locks; // that another process got while libuci was about to take its own
+bool rival_watches;
+
 } // namespace
+
+/// Whoever waits for a lock gives a rival the chance to be first.
+extern "C" int flock(int fd, int operation) noexcept
+{
+    char path[64];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    const int rival = rival_watches && (operation & LOCK_NB) == 0 ? open(path, O_RDONLY) : -1;
+    if (rival >= 0 && syscall(SYS_flock, rival, LOCK_EX | LOCK_NB) == 0)
+        rival_locks++;
+    close(rival);
+    return static_cast<int>(syscall(SYS_flock, fd, operation));
+}
 
 TEST_F(Commit, TakesInWhatOthersSaved)
 {
@@ -63,7 +87,7 @@ TEST_F(Commit, TakesInWhatOthersSaved)
 
 TEST_F(Commit, OnFullDiskLeavesTheOldFile)
 {
-    const small_disk disk("size=16k", [] { write_file(CONFIG, BASE); });
+    const small_disk disk("/etc/config", "size=16k", [] { write_file(CONFIG, BASE); });
     (void)ng_uci_renew_change_context();
     EXPECT_EQ(0, act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"));
     EXPECT_EQ(-1, ng_uci_commit("zt"));
@@ -71,7 +95,7 @@ TEST_F(Commit, OnFullDiskLeavesTheOldFile)
     EXPECT_EQ(0, left_behind());
     EXPECT_EQ(1, logged("ERROR"));
 
-    unlink("/etc/config/filler");
+    disk.make_room();
     EXPECT_EQ(0, ng_uci_commit("zt")) << "the changes are still there when there is room again";
     EXPECT_NE(std::string::npos, config().find(std::string(8000, 'x')));
     (void)ng_uci_renew_change_context();
@@ -79,7 +103,7 @@ TEST_F(Commit, OnFullDiskLeavesTheOldFile)
 
 TEST_F(Commit, WithoutADirectoryEntryToSpareIsRefused)
 {
-    const small_disk disk("nr_inodes=3", [] {
+    const small_disk disk("/etc/config", "nr_inodes=3", [] {
         write_file(CONFIG, BASE);
         write_file("/etc/config/other", "");
     });
@@ -120,6 +144,43 @@ TEST_F(Commit, DoesNotWaitForAnotherProcessesLock)
         EXPECT_EQ(0, ng_uci_commit("zt")) << "the changes are still there when the lock is gone";
         EXPECT_EQ("2\n", shell("uci get zt.a.one"));
     }
+}
+
+TEST_F(Commit, NobodyGetsALockBetweenOursAndLibucis)
+{
+    write_file(DELTA, "zt.b.two='2'\n");
+    rival_watches = true;
+    EXPECT_TRUE(ng_uci_exists("zt.b.two"));
+    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+    EXPECT_EQ(0, ng_uci_flush());
+    EXPECT_EQ(0, act(uci_set_string, "3", "zt.a.one"));
+    EXPECT_EQ(0, ng_uci_commit("zt"));
+    EXPECT_EQ(0, act(uci_set_string, "4", "zt.a.one"));
+    EXPECT_EQ(0, ng_uci_revert("zt"));
+    EXPECT_EQ(0, rival_locks);
+    uci_context *unprotected = uci_alloc_context();
+    EXPECT_EQ(UCI_OK, uci_load(unprotected, "zt", nullptr));
+    EXPECT_EQ(2, rival_locks) << "of both files: libuci alone lets others in";
+    uci_free_context(unprotected);
+    rival_watches = false;
+}
+
+TEST_F(Commit, SavingOnFullDiskTearsNothingAndLosesNothing)
+{
+    const small_disk disk("/tmp/.uci", "size=8k", [] { write_file(DELTA, "zt.b.two='2'\n"); });
+    (void)ng_uci_renew_change_context();
+    EXPECT_EQ(0, act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"));
+    EXPECT_EQ(-1, ng_uci_flush());
+    EXPECT_EQ("zt.b.two='2'\n", delta());
+    EXPECT_EQ(1, logged("Failed to save changes of zt: No space left on device"));
+    EXPECT_EQ(-1, ng_uci_flush()) << "the changes are still there";
+
+    disk.make_room();
+    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+    write_file(DELTA, "zt.b.two='2'\nzt.b.tor"); // another process was cut short
+    EXPECT_EQ(0, ng_uci_flush());
+    EXPECT_EQ("2\n2\n", shell("uci get zt.a.one; uci get zt.b.two"));
+    (void)ng_uci_renew_change_context();
 }
 
 TEST_F(Commit, RemovesWhatAPowerCutLeft)

@@ -3,6 +3,9 @@
 
 #include "platform/zu/host_list.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 using Read = uci_fixture;
 
 TEST_F(Read, OptionsByTypeAndUntouchedOnFailure)
@@ -58,6 +61,17 @@ TEST_F(Read, StateLiesOverTheConfiguration)
     EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.up"));
     EXPECT_EQ(NG_UCI_STATE_INCOMPLETE, ng_uci_get_state("/var/state", "zt.a.up", text));
     EXPECT_EQ("zt.a.one='state'\n", read_file("/var/state/zt"));
+
+    const int writer = open("/var/state/zt", O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(0, flock(writer, LOCK_SH)); // does not keep readers out
+    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.one"));
+    EXPECT_EQ(NG_UCI_STATE_FOUND, ng_uci_get_state("/var/state", "zt.a.one", text));
+    ASSERT_EQ(0, flock(writer, LOCK_EX));
+    EXPECT_EQ(NG_UCI_STATE_LOOKUP_FAILED, ng_uci_get_state("/var/state", "zt.a.one", text));
+    EXPECT_EQ(2, logged("/var/state/zt is locked by another process"));
+    close(writer);
+    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.one"));
+    EXPECT_EQ("", read_file("/var/state/zt"));
 }
 
 namespace {

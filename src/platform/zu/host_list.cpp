@@ -2,6 +2,7 @@
 #include "platform/zu/host_list.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -42,8 +43,11 @@ static uci_option *find_option(const char *package, const char *option)
     if (!ctx)
         return nullptr;
     uci_package *loaded = uci_lookup_package(ctx, package);
-    if (!loaded && uci_load(ctx, package, &loaded) != UCI_OK)
-        return nullptr;
+    if (!loaded) {
+        const ng_uci_read_locks locks(ctx, package);
+        if (!locks || uci_load(ctx, package, &loaded) != UCI_OK)
+            return nullptr;
+    }
     uci_element *e;
     uci_foreach_element(&loaded->sections, e)
     {

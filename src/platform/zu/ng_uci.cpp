@@ -67,18 +67,14 @@ static void forget_package(uci_package *package)
 /// Appends what the changes come to to the delta file.
 static int save_package(const ng_uci_changes &changes, uci_package *from)
 {
-    const char *name = from->e.name;
     const uci_context_handle ctx(uci_alloc_context());
-    uci_package *to = nullptr;
-    int differences = 0;
-    if (!ng_uci_wait_for_locks(name))
+    uci_package *to = ng_uci_load(ctx.get(), from->e.name);
+    std::string delta;
+    if (!to)
         return -1;
-    if (ctx && uci_load(ctx.get(), name, &to) == UCI_OK &&
-        ng_uci_carry_over(changes, from, ctx.get(), to, &differences) == UCI_OK &&
-        (differences == 0 || uci_save(ctx.get(), to) == UCI_OK))
-        return 0;
-    log_error("Failed to save changes of %s: %s", name,
-              ctx ? ng_uci_error(ctx.get()).get() : "out of memory");
+    if (ng_uci_carry_over(changes, from, ctx.get(), to, &delta) == UCI_OK)
+        return ng_uci_delta_add(from->e.name, delta);
+    log_error("Failed to save changes of %s: %s", from->e.name, ng_uci_error(ctx.get()).get());
     return -1;
 }
 
@@ -115,16 +111,17 @@ bool ng_uci_renew_change_context()
     return false;
 }
 
-/// The package, loaded if need be; null when that fails (logged).
-static uci_package *loaded_package(uci_context *ctx, const char *name)
+uci_package *ng_uci_load(uci_context *ctx, const char *name)
 {
-    uci_package *package = uci_lookup_package(ctx, name);
-    if (!package && !ng_uci_wait_for_locks(name))
-        return nullptr;
-    if (package || uci_load(ctx, name, &package) == UCI_OK)
-        return package;
-    log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
-    return nullptr;
+    uci_package *package = ctx ? uci_lookup_package(ctx, name) : nullptr;
+    if (!ctx) {
+        log_error("Failed to load %s: out of memory", name);
+    } else if (!package) {
+        const ng_uci_read_locks locks(ctx, name);
+        if (locks && uci_load(ctx, name, &package) != UCI_OK)
+            log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
+    }
+    return package;
 }
 
 int ng_uci_commit(const char *package, bool *changed)
@@ -147,15 +144,9 @@ int ng_uci_commit(const char *package, bool *changed)
 
 int ng_uci_revert(const char *package)
 {
-    uci_context *ctx = ng_uci_change_context();
-    uci_package *loaded = ctx ? loaded_package(ctx, package) : nullptr;
+    uci_package *loaded = ng_uci_load(ng_uci_change_context(), package);
     if (!loaded)
         return -1;
     forget_package(loaded);
-    std::string text;
-    uci_ptr ptr;
-    if (ng_uci_lookup(ctx, &ptr, text, package) == UCI_OK && uci_revert(ctx, &ptr) == UCI_OK)
-        return 0;
-    log_error("Failed to revert %s: %s", package, ng_uci_error(ctx).get());
-    return -1;
+    return ng_uci_delta_clear(package);
 }

@@ -72,6 +72,7 @@ enum ng_uci_state_result {
     NG_UCI_STATE_INCOMPLETE,
 };
 ng_uci_state_result ng_uci_get_state(const char *state_dir, const char *name, std::string &out);
-/// Removes an option of the run-time state under `state_dir`; one that is not there is fine. 0, or
-/// -1 when no UCI context can be allocated.
+/// Removes an option of the run-time state under `state_dir`; one that is not there is fine, and
+/// one that another process keeps locked stays (logged). 0, or -1 when no UCI context can be
+/// allocated.
 [[nodiscard]] int ng_uci_delete_state(const char *state_dir, const char *name);

@@ -27,15 +27,8 @@ bool ng_uci_batch_format(const ng_uci_batch_command &command, std::string &line)
         if (v.action == command.action)
             line = v.word;
     line += " " + command.name;
-    if (command.action != ng_uci_delete_option) {
-        line += "='";
-        for (const char c : command.value)
-            if (c == '\'')
-                line += QUOTE_IN_QUOTES;
-            else
-                line += c;
-        line += "'";
-    }
+    if (command.action != ng_uci_delete_option)
+        line += "=" + ng_uci_quoted(command.value);
     line += "\n";
     return true;
 }

@@ -19,22 +19,6 @@
 
 constexpr int ATTEMPTS = 5; // against another process that commits at the same time
 
-class descriptor {
-public:
-    explicit descriptor(int fd) : fd_(fd) {}
-    ~descriptor()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    operator int() const { return fd_; }
-
-private:
-    int fd_;
-};
-
 /// One of the files that make up what is configured, as it was when it was read.
 struct source_file {
     std::string path;
@@ -83,7 +67,7 @@ static bool file_holds(int fd, const std::string &text)
            content.compare(0, text.size(), text) == 0;
 }
 
-static bool write_all(int fd, const std::string &text)
+bool ng_uci_write_all(int fd, const std::string &text)
 {
     for (size_t done = 0; done < text.size();) {
         const ssize_t put = write(fd, text.data() + done, text.size() - done);
@@ -105,10 +89,10 @@ static int replace_file(const source_file &config, const std::string &text)
 {
     const std::string name = new_name(config.path);
     (void)unlink(name.c_str()); // from a commit that was cut off
-    const descriptor file(
+    const ng_uci_descriptor file(
         open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     const bool written = file >= 0 && fchmod(file, config.before.st_mode & 07777) == 0 &&
-                         write_all(file, text) && fsync(file) == 0 && file_holds(file, text);
+                         ng_uci_write_all(file, text) && fsync(file) == 0 && file_holds(file, text);
     if (written && rename(name.c_str(), config.path.c_str()) == 0)
         return 0;
     log_error("Failed to commit %s: %s", config.path.c_str(), strerror(errno));
@@ -140,18 +124,18 @@ static attempt write_package(const ng_uci_changes &changes, uci_package *from, b
     const source_file delta(std::string(UCI_SAVEDIR "/") + name);
     char path[PATH_MAX];
     const uci_context_handle ctx(uci_alloc_context());
-    uci_package *package = nullptr;
     source_file config(std::string(UCI_CONFDIR "/") + name);
-    int differences = 0;
+    std::string differences;
     if (!from && delta.before.st_size == 0 && config.before.st_ino != 0)
         return DONE;
-    if (!ctx || uci_load(ctx.get(), name, &package) != UCI_OK ||
-        (from && ng_uci_carry_over(changes, from, ctx.get(), package, &differences) != UCI_OK)) {
-        log_error("Failed to commit %s: %s", name,
-                  ctx ? ng_uci_error(ctx.get()).get() : "out of memory");
+    uci_package *package = ng_uci_load(ctx.get(), name);
+    if (!package)
+        return FAILED;
+    if (from && ng_uci_carry_over(changes, from, ctx.get(), package, &differences) != UCI_OK) {
+        log_error("Failed to commit %s: %s", name, ng_uci_error(ctx.get()).get());
         return FAILED;
     }
-    if (differences == 0 && delta.before.st_size == 0)
+    if (differences.empty() && delta.before.st_size == 0)
         return DONE;
     std::string text;
     if (!realpath(package->path, path) || !export_text(ctx.get(), package, text)) {
@@ -159,8 +143,8 @@ static attempt write_package(const ng_uci_changes &changes, uci_package *from, b
         return FAILED;
     }
     config.path = path; // behind a symbolic link: the link stays
-    const descriptor config_fd(open(path, O_RDWR | O_CLOEXEC));
-    const descriptor delta_fd(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    const ng_uci_descriptor config_fd(open(path, O_RDWR | O_CLOEXEC));
+    const ng_uci_descriptor delta_fd(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     if (!config.lock(config_fd) || !delta.lock(delta_fd))
         return AGAIN;
     return write_locked(config, text, config_fd, delta_fd, changed);
@@ -169,7 +153,7 @@ static attempt write_package(const ng_uci_changes &changes, uci_package *from, b
 int ng_uci_write_package(const ng_uci_changes &changes, uci_package *from, bool *changed)
 {
     for (int i = 0; i < ATTEMPTS; i++) {
-        if (!ng_uci_wait_for_locks(changes.package.c_str()))
+        if (!ng_uci_is_free(changes.package.c_str()))
             return -1;
         const attempt result = write_package(changes, from, changed);
         if (result != AGAIN)

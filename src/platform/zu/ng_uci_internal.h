@@ -3,9 +3,13 @@
 
 #include <uci.h>
 
+#include <unistd.h>
+
 #include <cstdarg>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 struct uci_context_deleter {
@@ -27,9 +31,13 @@ uci_text ng_uci_error(uci_context *ctx);
 bool ng_uci_is_name(const char *name);
 /// True when no byte is a control character.
 bool ng_uci_is_value(const char *value);
+/// The value in single quotes, as batch and delta files have it.
+std::string ng_uci_quoted(std::string_view value);
 
 /// Looks `name` up. The names in `ptr` point into `text`. 0, or libuci's error.
 int ng_uci_lookup(uci_context *ctx, uci_ptr *ptr, std::string &text, const char *name);
+/// The package, loaded if need be; null (logged) when that fails or `ctx` is null.
+uci_package *ng_uci_load(uci_context *ctx, const char *name);
 /// True when all that a looked-up `ptr` names is there.
 bool ng_uci_is_found(const uci_ptr &ptr);
 
@@ -51,20 +59,63 @@ struct ng_uci_changes {
 ng_uci_changes &ng_uci_changes_of(const char *package);
 
 /// Makes in `to` the differences that the touched options and sections have in `from`. 0, or
-/// libuci's error; `differences` counts what was made.
+/// libuci's error; `delta` is what was made, as lines of a delta file.
 int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_context *ctx,
-                      uci_package *to, int *differences);
+                      uci_package *to, std::string *delta);
 
 /// Forgets what is known of lists' items; with `list` of that one ("package.section.option").
 void ng_uci_forget_items();
 void ng_uci_forget_items(const std::string &list);
 
-/// Waits a moment for another process that has the package's files locked, altogether at most
-/// NG_UCI_LOCK_WAIT_MS a callback. False (logged) when it still has.
+/// A file descriptor that is closed with its scope; below 0: none.
+class ng_uci_descriptor {
+public:
+    explicit ng_uci_descriptor(int fd) : fd_(fd) {}
+    ng_uci_descriptor(ng_uci_descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    ng_uci_descriptor &operator=(ng_uci_descriptor &&other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~ng_uci_descriptor()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    operator int() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+/// How long other processes' locks are waited for, altogether in one callback.
 constexpr int NG_UCI_LOCK_WAIT_MS = 80;
-bool ng_uci_wait_for_locks(const char *package);
 /// A callback's wait begins anew.
 void ng_uci_reset_lock_wait();
+/// Opens the file and locks it (LOCK_SH or LOCK_EX); `file` stays below 0 when it cannot be opened
+/// (errno). False (logged) when another process does not let go of its lock.
+[[nodiscard]] bool ng_uci_open_locked(const std::string &path, int flags, int kind,
+                                      ng_uci_descriptor *file);
+
+/// While it lives, libuci can read the package's files through `ctx` without waiting.
+class ng_uci_read_locks {
+public:
+    ng_uci_read_locks(const uci_context *ctx, const char *package);
+    /// False (logged) when another process does not let go of its lock.
+    explicit operator bool() const { return free_; }
+
+private:
+    bool add(const char *dir, const char *package);
+    std::vector<ng_uci_descriptor> held_;
+    bool free_;
+};
+
+/// Writes all of the text; false with errno set.
+[[nodiscard]] bool ng_uci_write_all(int fd, const std::string &text);
+/// Adds the lines to the package's delta file, all or none. 0 or -1 (logged).
+[[nodiscard]] int ng_uci_delta_add(const char *package, const std::string &lines);
+/// Empties the package's delta file. 0 or -1 (logged).
+[[nodiscard]] int ng_uci_delta_clear(const char *package);
 
 /// Writes what is configured and saved with the differences that `from` (or null: none) has in
 /// `changes`. 0, or -1 (logged): then the committed file is what it was. `changed`: it was written.

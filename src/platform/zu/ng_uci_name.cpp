@@ -68,15 +68,23 @@ bool ng_uci_is_value(const char *value)
     return true;
 }
 
+std::string ng_uci_quoted(std::string_view value)
+{
+    std::string text = "'";
+    for (const char c : value)
+        text += c == '\'' ? "'\\''" : std::string(1, c);
+    return text + "'";
+}
+
 int ng_uci_lookup(uci_context *ctx, uci_ptr *ptr, std::string &text, const char *name)
 {
     text = name; // the look-up cuts it into the parts that ptr points to
     *ptr = uci_ptr{};
-    // The look-up loads the package, and would wait for a lock on it without limit.
     const std::string package = text.substr(0, text.find('.'));
-    if (!uci_lookup_package(ctx, package.c_str()) && !ng_uci_wait_for_locks(package.c_str()))
-        return UCI_ERR_IO;
-    return uci_lookup_ptr(ctx, ptr, text.data(), true);
+    if (uci_lookup_package(ctx, package.c_str()))
+        return uci_lookup_ptr(ctx, ptr, text.data(), true);
+    const ng_uci_read_locks locks(ctx, package.c_str()); // the look-up loads the package
+    return locks ? uci_lookup_ptr(ctx, ptr, text.data(), true) : UCI_ERR_IO;
 }
 
 bool ng_uci_is_found(const uci_ptr &ptr)

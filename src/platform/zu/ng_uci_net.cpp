@@ -62,12 +62,12 @@ static uci_list *after_common(uci_option *option, uci_list &items)
     return item;
 }
 
-// ---- carrying over into another context's package; libuci's error, differences counted
+// ---- carrying over into another context's package; each gives libuci's error
 
 struct carrier {
     uci_context *ctx;
     uci_package *to;
-    int differences;
+    std::string delta; ///< what was changed, as lines of a delta file
 
     uci_ptr at(const char *section, const char *option) const
     {
@@ -86,21 +86,34 @@ struct carrier {
         return ptr;
     }
 
+    /// One change, and its line: `mark` is what delta files put before the name.
+    int change(int (*make)(uci_context *, uci_ptr *), const char *mark, uci_ptr &ptr,
+               const char *value)
+    {
+        delta += std::string(mark) + to->e.name + "." + ptr.section;
+        if (ptr.option)
+            delta += std::string(".") + ptr.option;
+        if (value)
+            delta += "=" + ng_uci_quoted(value);
+        delta += '\n';
+        ptr.value = value;
+        return make(ctx, &ptr);
+    }
+
     /// The list becomes `items`; one that only grows is only added to.
-    int change_list(uci_ptr ptr, uci_list &items) const
+    int change_list(uci_ptr ptr, uci_list &items)
     {
         const char *section = ptr.section, *option = ptr.option;
         uci_list *rest = after_common(ptr.o, items);
         int err = UCI_OK;
         if (!rest) {
-            err = uci_delete(ctx, &ptr);
+            err = change(uci_delete, "-", ptr, nullptr);
             ptr = at(section, option);
             rest = items.next;
         }
         for (; !err && rest != &items; rest = rest->next) {
             // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the list is circular
-            ptr.value = list_to_element(rest)->name;
-            err = uci_add_list(ctx, &ptr);
+            err = change(uci_add_list, "|", ptr, list_to_element(rest)->name);
         }
         return err;
     }
@@ -110,30 +123,23 @@ struct carrier {
         uci_ptr ptr = at(section, name);
         if (same_option(wanted, ptr.o))
             return UCI_OK;
-        differences++;
         if (!in_file(wanted))
-            return uci_delete(ctx, &ptr);
+            return change(uci_delete, "-", ptr, nullptr);
         if (wanted->type == UCI_TYPE_LIST)
             return change_list(ptr, wanted->v.list);
-        ptr.value = wanted->v.string;
-        return uci_set(ctx, &ptr);
+        return change(uci_set, "", ptr, wanted->v.string);
     }
 
     int missing_section(uci_ptr ptr)
     {
-        if (!ptr.s)
-            return UCI_OK;
-        differences++;
-        return uci_delete(ctx, &ptr);
+        return ptr.s ? change(uci_delete, "-", ptr, nullptr) : UCI_OK;
     }
 
     int section_type(uci_ptr ptr, const char *type)
     {
         if (ptr.s && strcmp(ptr.s->type, type) == 0)
             return UCI_OK;
-        differences++;
-        ptr.value = type;
-        return uci_set(ctx, &ptr);
+        return change(uci_set, "", ptr, type);
     }
 
     int whole_section(const char *name, uci_section *wanted)
@@ -158,9 +164,9 @@ struct carrier {
 };
 
 int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_context *ctx,
-                      uci_package *to, int *differences)
+                      uci_package *to, std::string *delta)
 {
-    carrier carry{ctx, to, 0};
+    carrier carry{ctx, to, {}};
     int err = UCI_OK;
     for (const ng_uci_changes::touched &t : changes.sections) {
         uci_section *wanted = uci_lookup_section(from->ctx, from, t.section.c_str());
@@ -175,6 +181,6 @@ int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_cont
         if (err)
             break;
     }
-    *differences = carry.differences;
+    *delta = std::move(carry.delta);
     return err;
 }

@@ -2,6 +2,9 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_internal.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 static uci_context_handle state_context(const char *state_dir)
 {
     uci_context_handle ctx(uci_alloc_context());
@@ -32,7 +35,12 @@ int ng_uci_delete_state(const char *state_dir, const char *name)
         return -1;
     std::string text;
     uci_ptr ptr;
-    if (ng_uci_lookup(ctx.get(), &ptr, text, name) == UCI_OK && ng_uci_is_found(ptr))
-        (void)uci_revert(ctx.get(), &ptr);
+    if (ng_uci_lookup(ctx.get(), &ptr, text, name) != UCI_OK || !ng_uci_is_found(ptr))
+        return 0;
+    // A look: here libuci takes a lock that excludes ours, and would wait for another's for ever.
+    if (ng_uci_descriptor look(-1);
+        !ng_uci_open_locked(std::string(state_dir) + "/" + ptr.package, O_RDONLY, LOCK_EX, &look))
+        return 0;
+    (void)uci_revert(ctx.get(), &ptr);
     return 0;
 }
