@@ -117,7 +117,7 @@ int preview_in_private_root(const preview_request &request, blob_buf *message)
     if (!try_push(*request.kind, message, report, error))
         return fail(request.config + "/" + error);
     print_preview(request, report);
-    return report.judged.result;
+    return fflush(stdout) == 0 ? report.judged.result : fail("the preview could not be written");
 }
 
 } // namespace
@@ -136,7 +136,5 @@ int preview_file(const preview_request &request)
     if (!read_packages(request.config, files, error) || !enter_private_root(files, error))
         return fail(error);
     const int status = preview_in_private_root(request, &message);
-    // Not by way of exit: what else runs there expects the usual file system.
-    fflush(nullptr);
-    _exit(status);
+    _exit(status); // what else runs at the end of a program expects the usual file system
 }
