@@ -18,7 +18,7 @@ void ng_uci_batch_fmt_list(ng_uci_batch *batch, const char *value, const char *n
     __attribute__((format(printf, 3, 4)));
 void ng_uci_batch_del_fmt(ng_uci_batch *batch, const char *name_format, ...)
     __attribute__((format(printf, 2, 3)));
-/// Flushes, syncs and checks the file, and frees `batch`. 0; or -1 (logged), the file then removed.
+/// Flushes and checks the file, and frees `batch`. 0; or -1 (logged), the file then removed.
 [[nodiscard]] int ng_uci_batch_close(ng_uci_batch *batch);
 
 /// Parses the whole file, then makes every change through the change context, and with `commit`
