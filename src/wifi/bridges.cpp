@@ -119,10 +119,9 @@ bool wifi_vlan_tag_is_valid(int vlan_tag)
     return vlan_tag >= 1 && vlan_tag <= 4095;
 }
 
-void wifi_ssid_mesh_iface(int ssid, char *name, unsigned size)
+std::string wifi_ssid_mesh_iface(const wifi_ssid_settings &settings, int ssid)
 {
-    const wifi_ssid_settings &settings = wifi_live_settings()->ssids[ssid - 1];
-    snprintf(name, size, "%s", batman_vlan_name(class_of(settings), ssid).text);
+    return batman_vlan_name(class_of(settings), ssid).text;
 }
 
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge)

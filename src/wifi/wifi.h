@@ -3,6 +3,8 @@
 
 #include <libubus.h>
 
+#include <string>
+
 #include "platform/fw_core/jobs.h"
 #include "wifi/wifi_settings.h"
 
@@ -78,8 +80,9 @@ void wifid_apply_bridges();
 /// Bridge that SSID `ssid` (1..4) belongs to; `bridge` holds at least 16 bytes. 0, or -1 when out
 /// of range.
 int determine_dest_ssid_bridge(int ssid, char *bridge);
-/// Name of the VLAN interface of bat0 that SSID `ssid` (1..4) crosses the mesh on.
-void wifi_ssid_mesh_iface(int ssid, char *name, unsigned size);
+/// Name of the VLAN interface of bat0 that SSID `ssid` (1..4) of those settings crosses the mesh
+/// on.
+std::string wifi_ssid_mesh_iface(const wifi_ssid_settings &settings, int ssid);
 /// True for 1..4095; anything else means that the SSID has no VLAN.
 bool wifi_vlan_tag_is_valid(int vlan_tag);
 /// False only while the power negotiation over LLDP is known to be running.

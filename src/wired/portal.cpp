@@ -14,8 +14,8 @@
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
 
-/// batman-adv's VLAN interfaces of an SSID are numbered by class and SSID: bat0.11 .. bat0.34.
-enum { CLASS_PLAIN = 1, CLASS_VLAN = 2, CLASS_LAN_BRIDGED = 3 };
+/// An SSID crosses the mesh on one of three interfaces, by its class: bat0.1s, bat0.2s, bat0.3s.
+constexpr int MESH_CLASSES = 3;
 
 static bool portal_is_here(uint32_t state)
 {
@@ -56,8 +56,8 @@ static void change_access_iface(ng_uci_action action, const char *iface, int ssi
 static void set_access_ifaces(bool here, int ssid)
 {
     char iface[16];
-    for (int kind : {CLASS_PLAIN, CLASS_VLAN, CLASS_LAN_BRIDGED}) {
-        snprintf(iface, sizeof iface, "bat0.%d%d", kind, ssid);
+    for (int mesh_class = 1; mesh_class <= MESH_CLASSES; mesh_class++) {
+        snprintf(iface, sizeof iface, "bat0.%d%d", mesh_class, ssid);
         change_access_iface(ng_uci_del_list, iface, ssid);
         if (here)
             change_access_iface(ng_uci_add_list, iface, ssid);
@@ -82,16 +82,6 @@ static std::string wired_gateway_iface()
     return "eth" + std::to_string(port);
 }
 
-static std::string mesh_gateway_iface(const wifi_ssid_settings &settings, int ssid)
-{
-    int kind = CLASS_PLAIN;
-    if (settings.bridge_to_lan)
-        kind = CLASS_LAN_BRIDGED;
-    else if (wifi_vlan_tag_is_valid(settings.vlan_tag))
-        kind = CLASS_VLAN;
-    return "bat0." + std::to_string(kind) + std::to_string(ssid);
-}
-
 static void set_shaper(uint32_t state, const wifi_ssid_settings &settings, int ssid)
 {
     uci_context *ctx = ng_uci_change_context();
@@ -102,7 +92,7 @@ static void set_shaper(uint32_t state, const wifi_ssid_settings &settings, int s
         ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth1", ACCESS, ssid);
     }
     const std::string gateway =
-        portal_is_here(state) ? wired_gateway_iface() : mesh_gateway_iface(settings, ssid);
+        portal_is_here(state) ? wired_gateway_iface() : wifi_ssid_mesh_iface(settings, ssid);
     ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, GATEWAY, ssid);
     log_info("Setting udshape gatewayif to '%s'", gateway.c_str());
     ng_uci_save_action_ctx(ctx, ng_uci_add_list, gateway.c_str(), GATEWAY, ssid);
