@@ -417,14 +417,6 @@ void for_each_group(const wifi_settings &settings, visitor visit)
                          numbered("tarn_net.settings_radio", i), i, dfs_radio, -1});
 }
 
-bool has_control_character(const std::string &text)
-{
-    for (const char c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            return true;
-    return false;
-}
-
 } // namespace
 
 void wifi_keep_settings(const wifi_settings &settings)
@@ -458,7 +450,7 @@ static bool group_can_be_written(const kept_group &group)
     bool good = true;
     for (const kept_row &row : group.rows)
         for (const std::string &text : values_of(row, group.record))
-            if (has_control_character(text)) {
+            if (!ng_uci_is_value(text.c_str())) {
                 // The text stays out of the log: it may be a key.
                 log_error("'%s' of %s holds a control character", row.option,
                           group.section.c_str() + strlen("tarn_net."));

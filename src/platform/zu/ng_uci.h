@@ -20,6 +20,9 @@ enum ng_uci_action {
     ng_uci_delete_option = 4, ///< delete the option or section; `value` is not used
 };
 
+/// True when no byte is a control character: a value that a save action or a batch file takes.
+bool ng_uci_is_value(const char *value);
+
 /// The change context, or null when it cannot be allocated. Owned here; never free it.
 [[nodiscard]] uci_context *ng_uci_change_context();
 

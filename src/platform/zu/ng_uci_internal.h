@@ -29,8 +29,6 @@ uci_text ng_uci_error(uci_context *ctx);
 /// True for "package.section[.option]" of characters that tuples may have, a section also as
 /// "@type[index]".
 bool ng_uci_is_name(const char *name);
-/// True when no byte is a control character.
-bool ng_uci_is_value(const char *value);
 /// The value in single quotes, as batch and delta files have it.
 std::string ng_uci_quoted(std::string_view value);
 

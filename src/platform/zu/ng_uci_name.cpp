@@ -1,4 +1,5 @@
 // Names and values: forming them, checking them, looking them up.
+#include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_internal.h"
 
 #include <cctype>
