@@ -77,9 +77,9 @@ static void write_other_interfaces(const std::string &list, int ssid)
 static void write_listening(const wifi_ssid_settings &settings, const std::string &instance,
                             int ssid)
 {
-    uci_clear(instance + ".interface");
-    uci_clear(instance + ".notinterface");
     if (settings.bridge_to_lan) {
+        uci_clear(instance + ".interface");
+        uci_clear(instance + ".notinterface");
         uci_put(instance + ".port", 1100 + ssid);
         return;
     }
