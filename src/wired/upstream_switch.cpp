@@ -112,6 +112,8 @@ static void set_dhcp_ignore(bool own_setting)
 {
     uci_context *ctx = ng_uci_change_context();
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
+        if (!ng_uci_exists("dhcp.ssid%d", ssid))
+            continue; // a relay serves it
         const bool bridged = wifi_live_settings()->ssids[ssid - 1].bridge_to_lan;
         ng_uci_save_action_int_ctx(ctx, uci_set_string, own_setting ? bridged : 1,
                                    "dhcp.ssid%d.ignore", ssid);
