@@ -52,7 +52,8 @@ int main(int argc, char **argv)
     if (applies)
         apply();
     (void)ng_uci_renew_change_context();
-    const int shown = system("uci export; cat /tmp/wifi-delayed-* /tmp/cp-hosts* 2>/dev/null; "
+    const int shown = system("uci export; for file in /tmp/wifi-delayed-* /tmp/cp-hosts*; do "
+                             "[ ! -f $file ] || { echo \"# ${file%-[0-9]*}\"; cat $file; }; done; "
                              "grep -E ' (ERROR|WARNING): ' /tmp/push_file.log >&2");
     (void)shown; // grep's status
     uloop_done();
