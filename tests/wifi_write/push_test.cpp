@@ -1,4 +1,5 @@
 // A push as one change: what is written, what is not, and what stands in its way.
+#include "support/file_calls.h"
 #include "writer_fixture.h"
 
 #include <chrono>
@@ -51,14 +52,19 @@ using pushed = writer_fixture;
 TEST_F(pushed, AgainWritesNothing)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
+        g_file_calls = {};
         ASSERT_EQ(0, push(message(example(name)).head)) << name;
+        EXPECT_GT(g_file_calls.fsyncs, 0) << name;
         confirm(true);
         (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
         ASSERT_EQ(0, push(message(example(name)).head)) << name; // after the uplink test's changes
         run("rm -f /var/log/journal");
         config_watch watch;
+        g_file_calls = {};
         ASSERT_EQ(0, push(message(example(name)).head)) << name;
         EXPECT_EQ("", watch.renamed()) << name;
+        EXPECT_EQ(0, g_file_calls.renames) << name;
+        EXPECT_EQ(0, g_file_calls.fsyncs) << name;
         EXPECT_EQ(0, journal("reload_config")) << name;
     }
 }
@@ -136,12 +142,127 @@ TEST_F(pushed, FollowsVlansRelaysAndTheUpstream)
         EXPECT_EQ("", uci("dhcp.ssid3"));
         EXPECT_EQ("10.0.0.67", uci("dhcp.relay_ssid3.server_addr"));
         EXPECT_NE(std::string::npos, uci("firewall.wired1.masq_src").find("10.9.8.1/24"));
+        EXPECT_EQ("lo br-mesh_gw br-ssid1 br-ssid1_vlan br-ssid2 br-ssid2_vlan br-ssid4 "
+                  "br-ssid4_vlan",
+                  uci("dhcp.lan_dns.interface"));
         EXPECT_EQ(0, logged("ERROR"));
     }
     ASSERT_EQ(0, push(R"({"ssids":[{"index":3,"dhcp":{"enable":false}}]})"));
     EXPECT_EQ("", uci("dhcp.relay_ssid3"));
     EXPECT_EQ("1000", uci("dhcp.ssid3.limit"));
     EXPECT_EQ("lan_dns", uci("dhcp.ssid3.instance"));
+}
+
+TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
+{
+    // Each document follows the one before; an option that is not there is "".
+    const struct {
+        const char *params;
+        std::vector<std::pair<const char *, const char *>> options;
+    } turns[] = {
+        {R"({"delayed_settings":false,"ssids":[{"index":1,"dns_intercept":true}]})",
+         {{"dhcp.ssid1_dns.server", "127.0.0.1"},
+          {"dhcp.ssid1_dns.interface", "ssid1 br-ssid1_vlan"},
+          {"dhcp.ssid1_dns.notinterface",
+           "br-office br-wired1 br-mesh_gw br-mesh_rp lo br-ssid2 br-ssid3 br-ssid4 br-ssid1_vlan"},
+          {"dhcp.ssid1_dns.port", ""},
+          {"dhcp.ssid1.instance", "ssid1_dns"},
+          {"dhcp.lan_dns.interface", "lo br-mesh_gw br-ssid2 br-ssid2_vlan br-ssid3 br-ssid3_vlan "
+                                     "br-ssid4 br-ssid4_vlan"},
+          {"dhcp.lan_dns.notinterface", "br-ssid1 br-ssid1_vlan"}}},
+        {R"({"ssids":[{"index":1,"bridge_to_lan":true}]})",
+         {{"dhcp.ssid1_dns.interface", ""},
+          {"dhcp.ssid1_dns.notinterface", ""},
+          {"dhcp.ssid1_dns.port", "1101"}}},
+        {R"({"ssids":[{"index":1,"bridge_to_lan":false,"dns_intercept":false}]})",
+         {{"dhcp.ssid1_dns", ""},
+          {"dhcp.ssid1.instance", "lan_dns"},
+          {"dhcp.lan_dns.interface", "lo br-mesh_gw br-ssid1 br-ssid1_vlan br-ssid2 br-ssid2_vlan "
+                                     "br-ssid3 br-ssid3_vlan br-ssid4 br-ssid4_vlan"},
+          {"dhcp.lan_dns.notinterface", ""}}},
+        {R"({"radios":[{"band":"2.4GHz","disable_lower_rates":1}],"ssids":[{"index":2,"enc":"wpa3",
+            "roaming_domain":"4f57","roaming_key":"k","lan_block":true,"smtp_redirect":"10.0.0.25",
+            "access_control_list":["02:00:00:00:00:01","02:00:00:00:00:02","02:00:00:00:00:03"]}]})",
+         {{"wireless.radio0.basic_rate", "24000"},
+          {"wireless.mesh0.mesh_basic_rates", "24000"},
+          {"wireless.ap0_2.mcast_rate", "24000"},
+          {"wireless.ap1_2.mcast_rate", ""},
+          {"wireless.ap0_2.ieee80211w_mgmt_cipher", "BIP-GMAC-256"},
+          {"wireless.ap0_2.ft_over_ds", "0"},
+          {"wireless.ap0_2.ft_auth_bridge", "br-ssid2"},
+          {"wireless.ap0_2.macfilter", "allow"},
+          {"firewall.ssid2wired1.src", "wired1"},
+          {"firewall.ssid2wired1.dest", ""},
+          {"firewall.ssid2smtp.dest_ip", "10.0.0.25"}}},
+        {R"({"ssids":[{"index":2,"enable":false,"access_control_list":["02:00:00:00:00:03",
+            "02:00:00:00:00:04","02:00:00:00:00:02"]}]})",
+         {{"wireless.ap0_2.maclist", "02:00:00:00:00:02 02:00:00:00:00:03 02:00:00:00:00:04"},
+          {"wireless.ap1_2.maclist", "02:00:00:00:00:02 02:00:00:00:00:03 02:00:00:00:00:04"}}},
+        {R"({"radios":[{"band":"2.4GHz","disable_lower_rates":3}],"ssids":[{"index":2,"enable":true,
+            "enc":"psk2","roaming_domain":"","roaming_key":"","lan_block":false,"smtp_redirect":"",
+            "access_control_list":[]}]})",
+         {{"wireless.radio0.supported_rates", ""},
+          {"wireless.radio0.basic_rate", ""},
+          {"wireless.mesh0.mesh_basic_rates", ""},
+          {"wireless.ap0_2.mcast_rate", ""},
+          {"wireless.ap0_2.ieee80211w_mgmt_cipher", ""},
+          {"wireless.ap0_2.ft_over_ds", "1"},
+          {"wireless.ap0_2.ieee80211r", "0"},
+          {"wireless.ap0_2.ft_auth_bridge", ""},
+          {"wireless.ap0_2.r0kh", ""},
+          {"wireless.ap0_2.r1kh", ""},
+          {"wireless.ap0_2.macfilter", ""},
+          {"wireless.ap0_2.maclist", ""},
+          {"firewall.ssid2wired1", ""},
+          {"firewall.ssid2smtp", ""}}},
+        {R"({"save_orphans":[],"radios":[{"band":"5GHz","mode":"VHT160"},
+            {"band":"2.4GHz","enable":false,"txpower":3,"mesh_enable":true}]})",
+         {{"wireless.mesh1.config_enable", "1"},
+          {"wireless.mesh1.enable", "0"},
+          {"wireless.orphan1.enable", "1"},
+          {"wireless.radio0.enable", "0"},
+          {"wireless.ap0_2.config_enable", "0"},
+          {"wireless.mesh0.config_enable", "0"},
+          {"wireless.mesh0.enable", "0"},
+          {"network.mesh0", ""},
+          {"wireless.radio0.txpower", "17"}, // off, it gets nothing more
+          {"wireless.orphan0.enable", "0"},
+          {"prequestd.prequestd.interface", "ap1_1"}}},
+        {R"({"node_id":-1})",
+         {{"network.mesh_gw.ipaddr", "10.72.204.1"},
+          {"network.ssid1.ipaddr", "10.72.200.1"},
+          {"firewall.ssid1_cp.src_dip", "10.72.200.1"},
+          {"fw_core.local.node_id", "-1"},
+          {"wireless.orphan1.enable", "0"}}},
+    };
+    run("uci set tarn_net.wired=wired; uci set tarn_net.wired.lan_bridge=br-wired1; "
+        "uci set dhcp.ssid1_dns=dnsmasq; uci add_list dhcp.ssid1_dns.notinterface=br-office; "
+        "uci commit");
+    (void)ng_uci_renew_change_context();
+    for (const auto &turn : turns) {
+        ASSERT_EQ(0, push(turn.params)) << turn.params;
+        for (const auto &[name, value] : turn.options)
+            EXPECT_EQ(value, uci(name)) << name << " after " << turn.params;
+    }
+    EXPECT_EQ(2, logged("WARNING: Disabling mesh1 due to DFS radio channel"));
+    EXPECT_EQ(6, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
+    EXPECT_EQ(0, logged("ERROR"));
+}
+
+TEST_F(pushed, OnAPlatformWithoutDfsScanningOrAddress)
+{
+    const std::string platform = read_file("/etc/tarn/platform.json");
+    write_file("/etc/tarn/platform.json", R"({"wireless":{"num_radios":2,"dfs_support":false,
+        "scanning_support":false,"wifi_radios":[{"band":"2.4GHz"},{"band":"5GHz"}]}})");
+    platform_detect();
+    EXPECT_EQ(0, push(R"({"delayed_settings":false,"node_id":-1,"regulatory":{"dfs":{"enable":true,
+        "channels":[52]}},"radios":[{"band":"5GHz","channel":52,"mode":"VHT160"}]})"));
+    write_file("/etc/tarn/platform.json", platform);
+    EXPECT_EQ("1", uci("wireless.mesh1.enable"));
+    EXPECT_EQ("0", uci("wireless.radio1.dfs_enable"));
+    EXPECT_EQ("1", uci("u80211d.global.scan_ap_force"));
+    EXPECT_EQ("10.252.252.1", uci("network.mesh_gw.ipaddr"));
+    EXPECT_EQ(1, logged("Platform data has no management mac member"));
 }
 
 TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
