@@ -55,21 +55,29 @@ std::vector<std::string> lacking(const std::vector<std::string> &items,
     return result;
 }
 
-/// Compares one option; `null` is one that is not there.
+/// What goes and what comes; all of both unless taking the one out and adding the other at the end
+/// is the whole change.
+config_change change_of(const std::string &section, const std::string &option,
+                        const config_option &from, const config_option &to)
+{
+    const std::vector<std::string> removed = lacking(from.items, to.items);
+    const std::vector<std::string> added = lacking(to.items, from.items);
+    std::vector<std::string> result = lacking(from.items, removed);
+    result.insert(result.end(), added.begin(), added.end());
+    const bool is_all = result == to.items && result != from.items;
+    return is_all ? config_change{section, option, removed, added}
+                  : config_change{section, option, from.items, to.items};
+}
+
+/// Compares one option; null is one that is not there.
 void compare_option(const std::string &section, const std::string &name,
                     const config_option *before, const config_option *after,
                     std::vector<config_change> &changes)
 {
     static const config_option NONE = {};
     const config_option &from = before ? *before : NONE, &to = after ? *after : NONE;
-    if (from == to)
-        return;
-    config_change change = {section, name, lacking(from.items, to.items),
-                            lacking(to.items, from.items)};
-    // In another order, or a list of one instead of a text.
-    if (change.removed.empty() && change.added.empty())
-        change = {section, name, from.items, to.items};
-    changes.push_back(std::move(change));
+    if (from != to)
+        changes.push_back(change_of(section, name, from, to));
 }
 
 template <typename Map>

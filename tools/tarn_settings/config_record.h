@@ -26,6 +26,7 @@ bool read_config(config_record &record, std::string &error);
 struct config_change {
     std::string section;
     std::string option; ///< empty: the section itself, its type the only item
+    /// Without the items of `removed`, then with those of `added` at its end, it is as afterwards.
     std::vector<std::string> removed, added;
 };
 /// Changes by package; only packages with changes.

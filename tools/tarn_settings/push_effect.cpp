@@ -5,8 +5,7 @@
 // just written it.
 //
 // A radio is set up anew when what is written to it changes: an option of its wifi-device section,
-// or of a wifi-iface section on it. One that is off and stays off is not written, and config_enable
-// is the daemon's own note.
+// or of a wifi-iface section on it. One that is off and stays off is not written.
 #include "push_effect.h"
 
 #include <algorithm>
@@ -67,8 +66,7 @@ std::set<std::string> changed_sections(const config_changes &changes, const conf
     if (wireless == changes.end())
         return names;
     for (const config_change &change : wireless->second)
-        if (change.option != "config_enable" &&
-            (is_on(section_in(before, change.section)) || is_on(section_in(after, change.section))))
+        if (is_on(section_in(before, change.section)) || is_on(section_in(after, change.section)))
             names.insert(change.section);
     return names;
 }
