@@ -2,13 +2,29 @@
 // list's items is.
 #include "config_record.h"
 
-#include "platform/zu/ng_uci_internal.h"
 #include "wifi/settings_write.h"
 
+#include <uci.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 #include <set>
 
 namespace {
+
+struct uci_closer {
+    void operator()(uci_context *ctx) const { uci_free_context(ctx); }
+    void operator()(char *text) const { free(text); }
+};
+
+std::string uci_failure(uci_context *ctx)
+{
+    char *text = nullptr;
+    uci_get_errorstr(ctx, &text, nullptr);
+    const std::unique_ptr<char, uci_closer> owned(text);
+    return text ? text : "no memory";
+}
 
 config_option option_of(const uci_option *option)
 {
@@ -113,11 +129,11 @@ void compare_section(const std::string &name, const config_section *before,
 
 bool read_config(config_record &record, std::string &error)
 {
-    const uci_context_handle ctx(uci_alloc_context());
+    const std::unique_ptr<uci_context, uci_closer> ctx(uci_alloc_context());
     for (const char *name : wifi_written_packages()) {
         uci_package *package = nullptr;
         if (!ctx || uci_load(ctx.get(), name, &package) != UCI_OK) {
-            error = name + std::string(": ") + (ctx ? ng_uci_error(ctx.get()).get() : "no memory");
+            error = name + std::string(": ") + (ctx ? uci_failure(ctx.get()) : "no memory");
             return false;
         }
         record[name] = package_of(package);
