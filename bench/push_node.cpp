@@ -58,7 +58,7 @@ static void put_back()
     for (const auto &[name, text] : before)
         std::ofstream(CONFIG + name, std::ios::binary) << text;
     ng_uci_drop_changes();
-    wifi_delayed_drop_staged();
+    wifi_delayed_drop();
     gWifi_live_settings = settings_before;
 }
 

@@ -6,6 +6,9 @@
 //                               │                                             │
 //                               └─ not confirmed, or equal: deleted           └─ ended by hand: at
 //                               once
+//
+// The daemon may end and start again meanwhile: what is pending stays and waits anew, what is only
+// staged goes.
 
 #include "core/state.h"
 #include "platform/zu/led.h"
@@ -14,14 +17,17 @@
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
 #include "wifi/kept.h"
+#include "wifi/settings_write.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_test.h"
 
 #include "platform/fw_core/fw_core.h"
 
+#include <cerrno>
 #include <cstring>
 #include <glob.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +35,9 @@ namespace {
 constexpr int DELAYED_WAIT_MS = 420000;
 constexpr int LOCKED_RETRY_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
+/// By its mode a file says of itself that it is pending: that changes in one step, and leaves the
+/// text, which is compared, as it is.
+constexpr mode_t PENDING_MODE = 0400;
 
 char staged_file[PATH_SIZE];
 char pending_file[PATH_SIZE];
@@ -77,7 +86,7 @@ void apply_pending()
 
 void wifi_delayed_wireless_cb(uloop_timeout *)
 {
-    if (pending_file[0] && !ng_uci_is_free("wireless")) {
+    if (pending_file[0] && !wifi_packages_are_free()) {
         uloop_timeout_set(&delayed_timer, LOCKED_RETRY_MS); // nothing is lost for another's lock
         return;
     }
@@ -92,15 +101,22 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     run_uplink_test();
 }
 
+void start_wait()
+{
+    delayed_timer.cb = wifi_delayed_wireless_cb;
+    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
+    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
+    update_led_flag("config", true);
+}
+
 void staged_becomes_pending()
 {
     wifid_cancel_delayed_wireless();
     memcpy(pending_file, staged_file, sizeof(pending_file));
     staged_file[0] = '\0';
-    delayed_timer.cb = wifi_delayed_wireless_cb;
-    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
-    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
-    update_led_flag("config", true);
+    if (chmod(pending_file, PENDING_MODE) != 0)
+        log_warning("Failed to mark %s as pending: %s", pending_file, strerror(errno));
+    start_wait();
 }
 
 void parse_config_event_delayed_wireless(bool success)
@@ -113,6 +129,26 @@ void parse_config_event_delayed_wireless(bool success)
         staged_becomes_pending();
 }
 
+/// True for a file of our own that was pending, while the live record still waits for it.
+bool is_awaited(const char *path)
+{
+    struct stat info;
+    return strlen(path) < PATH_SIZE && lstat(path, &info) == 0 && S_ISREG(info.st_mode) &&
+           info.st_uid == geteuid() && (info.st_mode & 07777) == PENDING_MODE &&
+           !wifi_at_once_reason(gWifi_live_settings);
+}
+
+/// Makes the file of an earlier run the pending one, or deletes it.
+void take_over(const char *path)
+{
+    if (!pending_file[0] && is_awaited(path)) {
+        snprintf(pending_file, sizeof(pending_file), "%s", path);
+        return;
+    }
+    log_notice("Deleting %s: nothing confirmed waits in it", path);
+    (void)unlink(path);
+}
+
 void end_wait_now()
 {
     uloop_timeout_cancel(&delayed_timer);
@@ -121,18 +157,25 @@ void end_wait_now()
 
 } // namespace
 
-void wifi_delayed_drop_staged()
+void wifi_delayed_drop()
 {
     forget(staged_file);
+    wifid_cancel_delayed_wireless();
 }
 
-void wifi_delayed_remove_files()
+void wifi_delayed_start()
 {
+    staged_file[0] = pending_file[0] = '\0';
+    uloop_timeout_cancel(&delayed_timer);
     glob_t found;
     if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
         for (size_t i = 0; i < found.gl_pathc; i++)
-            (void)unlink(found.gl_pathv[i]);
+            take_over(found.gl_pathv[i]);
     globfree(&found);
+    if (pending_file[0])
+        start_wait();
+    else
+        update_led_flag("config", false);
 }
 
 void wifi_delayed_stage(const char *path)

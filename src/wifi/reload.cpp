@@ -9,10 +9,6 @@
 
 int wifi_reload_config(bool first_start)
 {
-    if (first_start) {
-        wifid_cancel_delayed_wireless();
-        wifi_delayed_remove_files();
-    }
     const std::unique_ptr<wifi_settings> fresh(new (std::nothrow) wifi_settings{});
     if (!fresh) {
         log_error("Failed to allocate memory for the wireless settings");
@@ -21,6 +17,8 @@ int wifi_reload_config(bool first_start)
     wifi_read_settings(fresh.get(), true);
     gWifi_live_settings = *fresh;
     wifi_radios_now_in_force();
+    if (first_start)
+        wifi_delayed_start();
     return UBUS_STATUS_OK;
 }
 

@@ -21,6 +21,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <unistd.h>
 
 /// Our own last: what is kept there is told from what the others say.
 static constexpr const char *PACKAGES[] = {
@@ -75,8 +76,7 @@ static void write_direct_stage(const wifi_write &w)
 
 // ---- the push
 
-/// The loop must not stand still for another process's lock, and half a push is none.
-static bool packages_are_free()
+bool wifi_packages_are_free()
 {
     for (const char *package : PACKAGES)
         if (!ng_uci_is_free(package))
@@ -145,18 +145,26 @@ int wifid_write_config(const wifi_settings *settings)
         log_error("%s is NULL", "parsed_settings");
         return -1;
     }
-    if (!wifi_settings_can_be_written(*settings) || !packages_are_free())
+    if (!wifi_settings_can_be_written(*settings) || !wifi_packages_are_free())
         return -1;
     const wifi_write w = begin(*settings);
-    if (wifi_write_radio_stage(w, gIn_force) != 0) {
+    std::string held_back;
+    if (wifi_write_radio_stage(w, gIn_force, &held_back) != 0) {
         ng_uci_drop_changes();
         return -1;
     }
     write_direct_stage(w);
     wifi_keep_settings(*settings);
     const wifi_commit_result committed = wifi_commit_packages();
-    if (committed.failed)
+    if (committed.failed) {
+        if (!held_back.empty())
+            (void)unlink(held_back.c_str());
         return -1;
+    }
+    if (held_back.empty())
+        wifi_delayed_drop();
+    else
+        wifi_delayed_stage(held_back.c_str());
     replace_live_record(*settings);
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (committed.changed)

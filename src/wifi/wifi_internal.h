@@ -23,17 +23,22 @@ bool str_is_mac_addr(const char *text);
 
 /// Takes over a finished batch file as the staged one; one staged before is deleted.
 void wifi_delayed_stage(const char *path);
-/// Deletes the staged file, if any.
-void wifi_delayed_drop_staged();
+/// Deletes the staged file and drops the pending one with its timer, if there are any: a push that
+/// did not have to wait must not be followed by an older one.
+void wifi_delayed_drop();
 /// Begin of the names of batch files.
 #define WIFI_DELAYED_FILES "/tmp/wifi-delayed-"
-/// Deletes the batch files of an earlier run of the daemon: none of them survives it.
-void wifi_delayed_remove_files();
+/// Begins with what an earlier run of the daemon left: a pending file, if the live record still
+/// waits for it, is pending again and waits its whole time; every other file is deleted.
+void wifi_delayed_start();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
 
 // Settings in force (settings_write.cpp)
 
+/// False (logged) when another process holds a lock on a package that a push writes: the loop must
+/// not stand still for it, and half a push is none.
+[[nodiscard]] bool wifi_packages_are_free();
 /// The radios were set to what is configured now.
 void wifi_radios_now_in_force();
 /// Commits the packages in which a push changed something, and says what to reload for.

@@ -50,9 +50,11 @@ constexpr char WIFI_R0KH_PREFIX[] = "ff:ff:ff:ff:ff:ff,*,";
 
 /// Why the radio stage is applied at once, as a half-sentence; null when it has to wait.
 const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &in_force);
-/// Writes what disturbs radios and mesh to a batch file and applies it (uncommitted), or stages it.
-/// 0, or -1 (logged). `in_force` is what the radios are set to.
-int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force);
+/// Writes what disturbs radios and mesh to a batch file and applies it (uncommitted), or leaves it,
+/// its path in `held_back`, for when the push is committed. 0, or -1 (logged). `in_force` is what
+/// the radios are set to.
+int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
+                           std::string *held_back);
 /// Radios, access points, orphan interfaces, presence.
 void wifi_write_radios(const wifi_write &w);
 /// Addresses, DHCP, DNS, forwarding and portal of the mesh gateway and every SSID.

@@ -176,7 +176,8 @@ static int name_batch(char *path, size_t size)
     return 0;
 }
 
-int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force)
+int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
+                           std::string *held_back)
 {
     char path[64];
     if (name_batch(path, sizeof path) != 0)
@@ -189,7 +190,7 @@ int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force)
         return -1;
     const char *reason = wifi_write_at_once_reason(w, in_force);
     if (!reason) {
-        wifi_delayed_stage(path);
+        *held_back = path;
         return 0;
     }
     log_info("Applying the radio settings at once: %s", reason);
@@ -199,7 +200,5 @@ int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force)
         log_error("Unable to write out delayed wifi settings");
         return -1;
     }
-    wifi_delayed_drop_staged(); // an older push's, which must not come after this one
-    wifid_cancel_delayed_wireless();
     return 0;
 }

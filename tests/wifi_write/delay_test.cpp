@@ -64,7 +64,7 @@ TEST_P(delay_decision, OfOneChange)
     const std::string before = channel();
     ASSERT_EQ(0, push(GetParam().params));
     EXPECT_EQ(GetParam().waits, !batch_file().empty());
-    EXPECT_EQ("", led()) << "only a confirmed push lights it";
+    EXPECT_EQ("0", led()) << "only a confirmed push lights it";
     if (GetParam().waits) {
         EXPECT_EQ(before, channel()) << "and nothing of it is applied";
     }
@@ -235,31 +235,100 @@ TEST_F(delay, EndedByHandAndByTheMaintenanceWindow)
     EXPECT_EQ(3, journal("/etc/init.d/dnsmasq reload")) << "the timers went with their files";
 }
 
-TEST_F(delay, DoesNotSurviveARestartButIsWantedStill)
+namespace {
+
+/// What the process left, and then another one in its place.
+void end_and_start()
+{
+    const std::string before = writer_fixture::everything();
+    writer_fixture::restart();
+    EXPECT_EQ(before, writer_fixture::everything()) << "the record shows what was pushed";
+}
+
+} // namespace
+
+TEST_F(delay, PendingOneSurvivesARestartAndItsWaitBeginsAnew)
 {
     ASSERT_EQ(0, push_channel(40));
     confirm(true);
-    const std::string before = everything();
-    wifid_cancel_delayed_wireless(); // its file and timer die with the process
-    write_file("/tmp/wifi-delayed-17", "set wireless.radio1.channel='44'\n");
-    restart();
-    EXPECT_EQ(before, everything());
+    const std::string pending = batch_file();
+    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":1}]})")); // never confirmed
+    write_file("/tmp/wifi-delayed-1", "set wireless.radio1.channel='44'\n");
+    run("chmod 640 /tmp/wifi-delayed-1; ln -s /tmp/wifi-delayed-1 /tmp/wifi-delayed-2; "
+        "mkfifo -m 400 /tmp/wifi-delayed-3");
+    pass_ms(400000);
+    end_and_start();
+    EXPECT_EQ(pending, batch_file()) << "and it alone";
+    EXPECT_EQ("1", led());
+    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":6}]})"));
+    confirm(true);
+    EXPECT_EQ(pending, batch_file()) << "the same again leaves its timer alone";
+    pass_ms(419000);
+    EXPECT_EQ("36", channel());
+    pass_ms(2000);
+    EXPECT_EQ("40", channel());
     EXPECT_EQ("", batch_file());
+    EXPECT_EQ("0", led());
+}
+
+TEST_F(delay, StagedOneDoesNotSurviveARestartButIsWantedStill)
+{
+    ASSERT_EQ(0, push_channel(40));
+    end_and_start();
+    EXPECT_EQ("", batch_file());
+    EXPECT_EQ("0", led());
+    confirm(true); // comes too late
+    pass_ms(500000);
     EXPECT_EQ("36", channel());
     ASSERT_EQ(0, push_channel(40));
     EXPECT_NE("", batch_file()) << "the radio is not there yet, so it waits again";
 }
 
-TEST_F(delay, LockedConfigurationIsAppliedWhenTheLockIsGone)
+TEST_F(delay, PendingOneThatALaterPushHasOvertakenDoesNotSurviveARestart)
 {
     ASSERT_EQ(0, push_channel(40));
     confirm(true);
-    const int fd = open("/etc/config/wireless", O_RDONLY);
-    ASSERT_EQ(0, flock(fd, LOCK_EX));
-    pass_ms(425000);
-    EXPECT_NE("", batch_file());
-    close(fd);
-    pass_ms(2000);
-    EXPECT_EQ("40", channel());
+    run("cp -p " + batch_file() + " /tmp/kept");
+    ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"));
+    run("mv /tmp/kept /tmp/wifi-delayed-9"); // the process ended just before it was deleted
+    end_and_start();
     EXPECT_EQ("", batch_file());
+    EXPECT_EQ("48", channel());
+}
+
+TEST_F(delay, PushThatCannotBeCommittedLeavesThePendingOne)
+{
+    ASSERT_EQ(0, push_channel(40));
+    confirm(true);
+    const std::string pending = batch_file();
+    for (const char *waits : {"false", "true"}) {
+        run("mount --bind /etc/config/wireless /etc/config/wireless");
+        EXPECT_EQ(2, push(std::string(R"({"antenna_type":"patch","delayed_settings":)") + waits +
+                          R"(,"ssids":[{"index":1,"enable":true,"ssid":"x"}]})"));
+        run("umount /etc/config/wireless");
+        EXPECT_EQ(pending, batch_file()) << waits;
+        confirm(false);
+    }
+    pass_ms(421000);
+    EXPECT_EQ("40", channel());
+}
+
+TEST_F(delay, LockedConfigurationIsAppliedWhenTheLockIsGone)
+{
+    int to = 40;
+    for (const char *package : {"wireless", "network", "tarn_net"}) {
+        ASSERT_EQ(0, push_channel(to));
+        confirm(true);
+        const int fd = open((std::string("/etc/config/") + package).c_str(), O_RDONLY);
+        ASSERT_EQ(0, flock(fd, LOCK_EX));
+        const std::string before = read_file("/etc/config/wireless");
+        pass_ms(425000);
+        EXPECT_NE("", batch_file()) << package;
+        EXPECT_EQ(before, read_file("/etc/config/wireless")) << "not by halves: " << package;
+        close(fd);
+        pass_ms(2000);
+        EXPECT_EQ(std::to_string(to), channel());
+        EXPECT_EQ("", batch_file());
+        to += 4;
+    }
 }

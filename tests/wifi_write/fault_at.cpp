@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -74,6 +75,12 @@ int unlink(const char *path) noexcept
 {
     (void)fault(); // needs no room
     return next<int (*)(const char *)>("unlink")(path);
+}
+
+int chmod(const char *path, mode_t mode) noexcept
+{
+    (void)fault(); // neither does this
+    return next<int (*)(const char *, mode_t)>("chmod")(path, mode);
 }
 
 int fflush(FILE *stream)

@@ -55,8 +55,7 @@ struct writer_fixture : testing::Test {
     }
     void TearDown() override
     {
-        wifid_cancel_delayed_wireless();
-        wifi_delayed_drop_staged();
+        wifi_delayed_drop();
         ng_uci_drop_changes();
         uloop_done();
         fclose(gDebug_file);
