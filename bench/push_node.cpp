@@ -16,6 +16,7 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "platform/zu/shell.h"
+#include "support/file_calls.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
@@ -190,6 +191,24 @@ BENCHMARK(reload_config)->Unit(benchmark::kMillisecond);
 BENCHMARK(measure<libuci_alone>)->Name("libuci_alone")->Unit(benchmark::kMillisecond);
 BENCHMARK(push_again)->Unit(benchmark::kMillisecond);
 
+static long reloads()
+{
+    const std::string journal = content("/var/log/journal");
+    long count = 0;
+    for (size_t at = 0; (at = journal.find(" reload_config", at)) != journal.npos; at++)
+        count++;
+    return count;
+}
+
+static void counted_push(const char *what)
+{
+    const long reloads_before = reloads();
+    g_file_calls = {};
+    push();
+    printf("%s: %d renames, %d fsyncs, %ld reloads\n", what, g_file_calls.renames,
+           g_file_calls.fsyncs, reloads() - reloads_before);
+}
+
 static void prepare(const char *path)
 {
     platform_detect();
@@ -200,7 +219,7 @@ static void prepare(const char *path)
     blob_buf_init(&document, 0);
     if (!blobmsg_add_json_from_string(&document, content(path).c_str()))
         exit((fprintf(stderr, "%s: no document\n", path), 1));
-    push();
+    counted_push("push");
     after = configuration();
     size_t files = 0, bytes = 0;
     for (const auto &[name, text] : after)
@@ -210,6 +229,7 @@ static void prepare(const char *path)
             bytes += text.size();
         }
     printf("written by one push: %zu files, %zu bytes\n", files, bytes);
+    counted_push("the same push again");
     put_back();
 }
 
