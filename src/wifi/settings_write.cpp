@@ -132,11 +132,12 @@ void wifi_radios_now_in_force()
     wifi_read_settings(&gIn_force, false);
 }
 
-static void replace_live_record(const wifi_settings &settings)
+static void replace_live_record(const wifi_settings &settings, bool in_force)
 {
     gWifi_live_settings = settings;
     wifi_read_foreign_settings(&gWifi_live_settings);
-    wifi_radios_now_in_force();
+    if (in_force)
+        gIn_force = gWifi_live_settings;
 }
 
 int wifid_write_config(const wifi_settings *settings)
@@ -165,7 +166,7 @@ int wifid_write_config(const wifi_settings *settings)
         wifi_delayed_drop();
     else
         wifi_delayed_stage(held_back.c_str());
-    replace_live_record(*settings);
+    replace_live_record(*settings, held_back.empty());
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (committed.changed)
         shell_run_ignored("reload_config");

@@ -123,17 +123,20 @@ static bool any_mesh(const wifi_write &w)
     return false;
 }
 
-static bool same_radio(const wifi_radio_settings &a, const wifi_radio_settings &b)
+static bool same_radio(const wifi_write &w, const wifi_settings &in_force, int radio)
 {
+    const wifi_radio_settings &a = w.settings->radios[radio], &b = in_force.radios[radio];
+    // The configuration of a radio that is off does not say whether it is to carry the mesh.
+    const wifi_settings &mesh = b.enable != 0 ? in_force : *wifi_live_settings();
     return a.enable == b.enable && a.channel == b.channel && strcmp(a.htmode, b.htmode) == 0 &&
-           a.mesh_enable == b.mesh_enable;
+           a.mesh_enable == mesh.radios[radio].mesh_enable;
 }
 
 static bool same_mesh(const wifi_write &w, const wifi_settings &in_force)
 {
     const wifi_settings &a = *w.settings, &b = in_force;
     for (int radio = 0; radio < w.radios; radio++)
-        if (!wifi_write_is_scanning(w, radio) && !same_radio(a.radios[radio], b.radios[radio]))
+        if (!wifi_write_is_scanning(w, radio) && !same_radio(w, in_force, radio))
             return false;
     return strcmp(a.mesh_key, b.mesh_key) == 0 && strcmp(a.mesh_protocol, b.mesh_protocol) == 0 &&
            a.hop_penalty == b.hop_penalty && a.gw_stickiness == b.gw_stickiness &&

@@ -184,6 +184,24 @@ TEST_F(delay, DifferentPushTakesTheFirstsPlaceAndItsWaitBeginsAnew)
     EXPECT_EQ("1", uci("wireless.radio0.channel"));
 }
 
+TEST_F(delay, RadioThatIsOffIsComparedWithWhatWasPushed)
+{
+    const std::string off =
+        R"({"delayed_settings":true,"radios":[{"band":"5GHz","enable":false}]})";
+    ASSERT_EQ(0, push(off));
+    confirm(true);
+    pass_ms(421000);
+    EXPECT_EQ("0", uci("wireless.radio1.enable"));
+    for (int i = 0; i < 2; i++) {
+        ASSERT_EQ(0, push(off)); // its mesh is still wanted, and is off with it
+        EXPECT_EQ("", batch_file());
+        restart();
+    }
+    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","mesh_enable":true},
+        {"band":"5GHz","mesh_enable":false}]})"));
+    EXPECT_NE("", batch_file());
+}
+
 TEST_F(delay, FailedPushIsDroppedAndLeavesThePendingOne)
 {
     ASSERT_EQ(0, push_channel(40));

@@ -105,7 +105,7 @@ int ng_uci_batch_close(ng_uci_batch *batch)
     if (!batch)
         return -1;
     const std::unique_ptr<ng_uci_batch> owned(batch);
-    // Not synced: a batch file lies in memory and is of no use to the next run of the daemon.
+    // Not synced: a batch file lies in memory, which a power cut empties anyway.
     bool good = !batch->failed && fflush(batch->file) == 0 && !ferror(batch->file);
     const int reason = errno;
     good = fclose(batch->file) == 0 && good;
