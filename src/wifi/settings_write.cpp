@@ -182,7 +182,8 @@ void wifi_set_radio_override(const char *reason, wifi_settings *settings)
     }
     if (wifi_radio_override_active())
         log_notice("Radio override already in place, setting up new override");
-    // The raw monotonic clock: unlike the time of day it never repeats while the node is up.
+    // The raw monotonic clock: unlike the time of day it never repeats while the node is up. The
+    // nanoseconds stand without leading zeros; the cloud only ever compares the text.
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_RAW, &now);
     snprintf(settings->radio_override, sizeof(settings->radio_override), "%ld.%ld",

@@ -39,7 +39,7 @@ void wifi_write_acl_list_config(const wifi_write &w, int ssid)
 {
     const std::vector<std::string> wanted = wifi_acl_entries(w.settings->ssids[ssid - 1]);
     if (wanted.empty())
-        log_notice("No valid ACL for ssid %d", ssid - 1);
+        log_notice("No valid ACL for ssid %d", ssid - 1); // counted from 0 here
     for (int radio = 0; radio < w.radios; radio++) {
         if (wifi_write_is_scanning(w, radio))
             continue; // it has no access points

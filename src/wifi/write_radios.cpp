@@ -206,7 +206,7 @@ static void write_radio(const wifi_write &w, int radio)
     const std::string section = numbered("wireless.radio", radio);
     uci_put(section + ".txpower", settings.txpower);
     uci_put(section + ".rts", settings.rtscts);
-    uci_put(section + ".noscan", !w.settings->ap_scan);
+    uci_put(section + ".noscan", !w.settings->ap_scan); // 1: no document switches ap_scan on
     write_rates(settings, radio);
     write_orphan(*w.settings, radio);
     write_orphan_connect(*w.settings, radio);
@@ -222,7 +222,7 @@ void wifi_write_radios(const wifi_write &w)
         uci_clear(numbered("wireless.mesh", radio, ".pre_config"));
         if (wifi_write_is_scanning(w, radio))
             write_scanning_radio(*w.settings, radio);
-        else if (w.settings->radios[radio].enable != 0)
+        else if (w.settings->radios[radio].enable != 0) // one that is off keeps what it has
             write_radio(w, radio);
     }
 }
