@@ -184,8 +184,8 @@ bool growth(const std::string &, std::string *why)
 /// "loop under 200ms": the daemon's longest callback since the scenario's start.
 bool loop_is(const std::string &text, std::string *why)
 {
-    double at_s;
-    const double longest = stage_longest_callback_ms(&at_s);
+    double end_s;
+    const double longest = stage_longest_callback_ms(&end_s);
     *why = "the longest callback took " + std::to_string(longest) + " ms";
     return text.starts_with("under ") && longest < strtod(text.c_str() + 6, nullptr);
 }

@@ -1,7 +1,8 @@
 // Preloaded into the daemon: how long its event loop is away from its wait at the longest, measured
 // from outside. Everything between a return of epoll_wait() and the next call counts as one.
 //
-// The result is the text of the file LOOP_WATCH names: "<longest in µs> <when, in s since boot>".
+// The result is the text of the file LOOP_WATCH names: "<longest in µs> <its end, in ms since
+// boot>".
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -37,8 +38,8 @@ void record(const timespec &now)
         return;
     longest_us = us;
     char text[64];
-    const int length =
-        snprintf(text, sizeof text, "%-12ld %-12ld\n", us, static_cast<long>(now.tv_sec));
+    const int length = snprintf(text, sizeof text, "%-12ld %-12ld\n", us,
+                                now.tv_sec * 1000L + now.tv_nsec / 1000000);
     if (result_fd >= 0 && pwrite(result_fd, text, static_cast<size_t>(length), 0) < 0)
         result_fd = -1;
 }

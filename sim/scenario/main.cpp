@@ -193,9 +193,9 @@ void show_end_of_timeline()
 
 void show_longest_callback()
 {
-    double at_s;
-    const double ms = stage_longest_callback_ms(&at_s);
-    printf("longest loop callback: %.1f ms\n", ms);
+    double end_s;
+    const double ms = stage_longest_callback_ms(&end_s);
+    printf("longest loop callback: %.1f ms, until %.2f\n", ms, timeline_at(end_s));
 }
 
 } // namespace

@@ -239,10 +239,10 @@ std::map<std::string, long> stage_amounts()
             {"uncommitted changes (bytes)", bytes_below("/tmp/.uci")}};
 }
 
-double stage_longest_callback_ms(double *at_s)
+double stage_longest_callback_ms(double *end_s)
 {
-    long us = 0;
-    *at_s = 0;
-    std::ifstream("/var/sim/loop") >> us >> *at_s;
-    return static_cast<double>(us) / 1000;
+    double us = 0, end_ms = 0;
+    std::ifstream("/var/sim/loop") >> us >> end_ms;
+    *end_s = end_ms / 1000;
+    return us / 1000;
 }

@@ -26,5 +26,5 @@ bool stage_bound_tmp();
 
 /// Names and amounts of what may not grow: memory, descriptors, processes, rules, configuration.
 std::map<std::string, long> stage_amounts();
-/// Longest loop callback of the daemon so far in ms; `at_s` is when, in seconds since boot.
-double stage_longest_callback_ms(double *at_s);
+/// Longest loop callback of the daemon so far in ms; `end_s` is its end, in seconds since boot.
+double stage_longest_callback_ms(double *end_s);

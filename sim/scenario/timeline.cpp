@@ -33,6 +33,11 @@ constexpr int RECONNECT_MS = 50;
 std::vector<entry> entries;
 timespec started;
 
+double seconds(const timespec &time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
 /// A file that others append to; what is new is read from where the last reading ended.
 struct followed_file {
     const char *path;
@@ -303,8 +308,12 @@ double timeline_now()
 {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<double>(now.tv_sec - started.tv_sec) +
-           static_cast<double>(now.tv_nsec - started.tv_nsec) / 1e9;
+    return timeline_at(seconds(now));
+}
+
+double timeline_at(double boot_s)
+{
+    return boot_s - seconds(started);
 }
 
 bool timeline_start()

@@ -30,5 +30,6 @@ bool timeline_start();
 void timeline_follow_bus();
 /// A line of the scenario itself.
 void timeline_tell(const std::string &text);
-/// Seconds since the start.
+/// Seconds since the start, now and at a time since boot.
 double timeline_now();
+double timeline_at(double boot_s);
