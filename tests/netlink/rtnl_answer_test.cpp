@@ -121,14 +121,15 @@ TEST_F(rtnl_answer_from, the_error_is_left_in_errno)
 TEST_F(rtnl_answer_from, an_answer_is_copied_whole_and_no_further)
 {
     rtnl_answer answer;
-    auto filled = [&] { return std::count(answer.bytes.begin(), answer.bytes.end(), 0xee); };
+    const auto untouched = [](uint8_t byte) { return byte == 0xee; };
     const bytes largest = message(RTM_NEWLINK, NLM_F_MULTI, bytes(RTNL_RECEIVE_SIZE - 16, 0xab));
     for (const bytes &reply : {link_message(65), error_message(0), largest}) {
         answer.bytes.fill(0xee);
         kernel.answer({reply});
         EXPECT_EQ(exchange(&answer), 0);
         EXPECT_TRUE(std::equal(reply.begin() + 16, reply.end(), answer.bytes.begin() + 16));
-        EXPECT_EQ((size_t)filled(), RTNL_RECEIVE_SIZE - reply.size());
+        EXPECT_TRUE(std::all_of(answer.bytes.begin() + (ptrdiff_t)reply.size(), answer.bytes.end(),
+                                untouched));
     }
     // One byte more than the buffer takes.
     kernel.answer({message(RTM_NEWLINK, 0, bytes(RTNL_RECEIVE_SIZE - 15))});
