@@ -118,6 +118,9 @@ TEST_F(delay, EndOfAnOrphansConnectionDoesNotWait)
         "bssid":"02:00:00:00:00:01"}})"));
     EXPECT_EQ("02:00:00:00:00:01", uci("wireless.orph_conn0.bssid"));
     EXPECT_EQ(32u, uci("wireless.orph_conn0.key").size());
+    EXPECT_EQ("1", uci("wireless.orph_conn0.enable"));
+    EXPECT_EQ("0", uci("wireless.orph_conn1.enable"));
+    EXPECT_EQ("", uci("wireless.orph_conn1.bssid") + uci("wireless.orph_conn1.key"));
     EXPECT_EQ(2, push_channel(40)) << "refused while the override is in place";
     const std::string nonce = wifi_live_settings()->radio_override;
     ASSERT_EQ(0, push(R"({"channel_change_nonce":")" + nonce +

@@ -198,6 +198,8 @@ TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
             "02:00:00:00:00:04","02:00:00:00:00:02"]}]})",
          {{"wireless.ap0_2.maclist", "02:00:00:00:00:02 02:00:00:00:00:03 02:00:00:00:00:04"},
           {"wireless.ap1_2.maclist", "02:00:00:00:00:02 02:00:00:00:00:03 02:00:00:00:00:04"}}},
+        {R"({"ssids":[{"index":2,"access_control_list":[]}]})",
+         {{"wireless.ap0_2.macfilter", ""}, {"wireless.ap0_2.maclist", ""}}},
         {R"({"radios":[{"band":"2.4GHz","disable_lower_rates":3}],"ssids":[{"index":2,"enable":true,
             "enc":"psk2","roaming_domain":"","roaming_key":"","lan_block":false,"smtp_redirect":"",
             "access_control_list":[]}]})",
@@ -245,7 +247,7 @@ TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
             EXPECT_EQ(value, uci(name)) << name << " after " << turn.params;
     }
     EXPECT_EQ(2, logged("WARNING: Disabling mesh1 due to DFS radio channel"));
-    EXPECT_EQ(6, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
+    EXPECT_EQ(7, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
     EXPECT_EQ(0, logged("ERROR"));
 }
 
