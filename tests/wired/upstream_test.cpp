@@ -212,8 +212,8 @@ TEST_F(Upstream, MeshFailuresDoNotCountWhilePowerIsNegotiatedOrSettingsWait)
 
 TEST_F(Upstream, RepeaterWithACableBecomesAGateway)
 {
-    run("ip link add eth0 type dummy; ip link add eth1 type veth peer name far1; "
-        "ip link set eth0 down; ip link set eth1 up; ip link set far1 up");
+    run("ip link add eth0 type veth peer name far0; ip link add eth1 type veth peer name far1; "
+        "ip link set eth0 up; ip link set eth1 up; ip link set far1 up");
     stand_in(MESH, RP, "");
     end_cycle(MESH, RP);
     end_cycle(MESH, RP);
@@ -233,6 +233,15 @@ TEST_F(Upstream, RepeaterWithACableBecomesAGateway)
     end_cycle(WAN, "br-wired1");
     EXPECT_EQ(test().upstream_state, WAN);
     EXPECT_STREQ(test().uplink_iface, "br-wired1");
+
+    // With link on both for as long, the first port it is.
+    run("ip link set far0 up");
+    stand_in(MESH, RP, "");
+    upstream().wc_eth1_up_count = 0;
+    for (int i = 0; i < 3; i++)
+        end_cycle(MESH, RP);
+    EXPECT_STREQ(upstream().wired_uplink_bridge, "br-wired0");
+    run("ip link set far0 down");
 
     // The cable's last cycle ends the lonely service like any other success through the mesh.
     stand_in(LONELY, RP, "");
