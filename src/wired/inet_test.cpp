@@ -139,6 +139,10 @@ static void inet_test_handler(uloop_timeout *)
 static bool ready_for_cycle()
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
+    if (gOnline_settings.targets == nullptr) {
+        log_debug("The test targets have not been read yet");
+        return false;
+    }
     if (gTarn_net_state.bridges.enumerate_timer.pending) {
         log_debug("Wired enumeration in progress, delaying inet_check");
         return false;

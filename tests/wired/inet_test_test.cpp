@@ -241,6 +241,14 @@ TEST_F(InetTest, PulledCable)
     }));
 }
 
+TEST_F(InetTest, AskedForBeforeItsSettingsAreReadDoesNotRun)
+{
+    const online_settings read = std::exchange(gOnline_settings, {});
+    run_uplink_test();
+    EXPECT_TRUE(idle());
+    gOnline_settings = read;
+}
+
 TEST_F(InetTest, TicksDuringACycleAndReloads)
 {
     targets({SILENT, SILENT});
