@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <glob.h>
+#include <utility>
 
 namespace {
 
@@ -17,6 +19,7 @@ constexpr long MEMORY_TOLERANCE_KIB = 64;
 
 size_t mark;
 std::map<std::string, long> remembered;
+std::map<std::string, std::string> configured; ///< when it was remembered
 
 const std::map<std::string, std::string> STATES = {
     {"NONE", "TARN_NET_UPSTREAM_NONE"},
@@ -169,6 +172,15 @@ bool run_succeeds(const std::string &command, std::string *why)
     return stage_run(command, why) == 0;
 }
 
+bool file_exists(const std::string &pattern, std::string *why)
+{
+    glob_t found;
+    const bool exists = glob(pattern.c_str(), 0, nullptr, &found) == 0;
+    *why = exists ? found.gl_pathv[0] : "there is none";
+    globfree(&found);
+    return exists;
+}
+
 bool growth(const std::string &, std::string *why)
 {
     *why = "";
@@ -195,7 +207,7 @@ const std::map<std::string, bool (*)(const std::string &, std::string *)> EXPECT
     {"bridge", bridge_is}, {"failures", failures_are}, {"tolerance", tolerance_is},
     {"uci", uci_is},       {"rules", rules_are},       {"leds", leds_are},
     {"count", count_is},   {"answer", answer_holds},   {"run", run_succeeds},
-    {"growth", growth},    {"loop", loop_is},
+    {"growth", growth},    {"loop", loop_is},          {"file", file_exists},
 };
 
 bool is_compared(const entry &one)
@@ -210,6 +222,17 @@ std::string listed(const std::vector<std::string> &lines, size_t different)
     for (size_t i = 0; i < lines.size(); i++)
         text += (i == different ? "  > " : "    ") + lines[i] + "\n";
     return text;
+}
+
+bool same_lines(const std::vector<std::string> &found, const std::vector<std::string> &wanted,
+                std::string *why)
+{
+    const auto shorter = std::min(found.size(), wanted.size());
+    size_t different = 0;
+    while (different < shorter && found[different] == wanted[different])
+        different++;
+    *why = "expected\n" + listed(wanted, different) + "  found\n" + listed(found, different);
+    return found == wanted;
 }
 
 /// Is the first word one that may be expected?
@@ -247,14 +270,25 @@ bool expect_journal(const std::vector<std::string> &lines, std::string *why)
             found.push_back(std::string(kind_name(all[i].what)) + " " + all[i].text);
     }
     expect_mark();
-    if (found == lines)
-        return true;
-    const auto shorter = std::min(found.size(), lines.size());
-    size_t different = 0;
-    while (different < shorter && found[different] == lines[different])
-        different++;
-    *why = "expected\n" + listed(lines, different) + "  found\n" + listed(found, different);
-    return false;
+    return same_lines(found, lines, why);
+}
+
+bool expect_changes(const std::vector<std::string> &lines, std::string *why)
+{
+    std::vector<std::string> found;
+    const auto now = stage_configuration();
+    auto all = configured;
+    all.insert(now.begin(), now.end());
+    for (const auto &[name, value] : all) {
+        const auto before = std::as_const(configured).find(name);
+        const auto after = now.find(name);
+        const std::string was = before != configured.end() ? before->second : "nothing";
+        const std::string is = after != now.end() ? after->second : "nothing";
+        if (was != is)
+            found.push_back(name + " " + was + " -> " + is);
+    }
+    configured = now;
+    return same_lines(found, lines, why);
 }
 
 void expect_mark()
@@ -265,4 +299,5 @@ void expect_mark()
 void expect_remember()
 {
     remembered = stage_amounts();
+    configured = stage_configuration();
 }

@@ -88,8 +88,9 @@ bool expect(const statement &said)
 {
     std::string why;
     expectations++;
-    const bool holds =
-        said.rest == "journal" ? expect_journal(said.block, &why) : expect_holds(said.rest, &why);
+    const bool holds = said.rest == "journal"   ? expect_journal(said.block, &why)
+                       : said.rest == "changes" ? expect_changes(said.block, &why)
+                                                : expect_holds(said.rest, &why);
     return holds || fail(said, why);
 }
 

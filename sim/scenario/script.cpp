@@ -63,7 +63,8 @@ bool read_statements(reader *in, std::vector<statement> *out, bool nested)
         next.rest = text;
         if (next.word == "repeat" && !read_statements(in, &next.statements, true))
             return false;
-        if (next.word == "expect" && next.rest == "journal" && !read_block(in, &next.block))
+        const bool compares = next.rest == "journal" || next.rest == "changes";
+        if (next.word == "expect" && compares && !read_block(in, &next.block))
             return false;
         out->push_back(next);
     }

@@ -3,7 +3,7 @@
 //   # comment                     a line that begins with '#', and empty lines, say nothing
 //   title The wire dies
 //   repeat 3 ... end              the block is a list of statements
-//   expect journal ... end        the block is compared line by line
+//   expect journal ... end        the block is compared line by line; so is that of "changes"
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ struct statement {
     int line = 0;                      ///< in the file, from 1
     std::string word;                  ///< the first word
     std::string rest;                  ///< what follows it, without blanks at its ends
-    std::vector<std::string> block;    ///< lines of "expect journal", trimmed
+    std::vector<std::string> block;    ///< lines to compare with, trimmed
     std::vector<statement> statements; ///< of "repeat"
 };
 

@@ -239,6 +239,20 @@ std::map<std::string, long> stage_amounts()
             {"uncommitted changes (bytes)", bytes_below("/tmp/.uci")}};
 }
 
+std::map<std::string, std::string> stage_configuration()
+{
+    std::string text;
+    stage_run("uci show", &text);
+    std::map<std::string, std::string> all;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        const size_t name_end = line.find('=');
+        if (name_end != std::string::npos)
+            all[line.substr(0, name_end)] = line.substr(name_end + 1);
+    }
+    return all;
+}
+
 double stage_longest_callback_ms(double *end_s)
 {
     double us = 0, end_ms = 0;

@@ -26,5 +26,7 @@ bool stage_bound_tmp();
 
 /// Names and amounts of what may not grow: memory, descriptors, processes, rules, configuration.
 std::map<std::string, long> stage_amounts();
+/// Every option and section of the node's UCI, as `uci show` writes them.
+std::map<std::string, std::string> stage_configuration();
 /// Longest loop callback of the daemon so far in ms; `end_s` is its end, in seconds since boot.
 double stage_longest_callback_ms(double *end_s);
