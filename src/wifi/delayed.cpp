@@ -1,11 +1,9 @@
 // Delayed wireless settings: radio changes that could cut a mesh node off are staged in a batch
 // file and applied only some minutes after the cloud has confirmed the push.
 //
-//     idle ─ writer delays ─► staged ─ confirmed, not as the pending one ─► pending ─ 7 min ─►
-//     applied
-//                               │                                             │
-//                               └─ not confirmed, or equal: deleted           └─ ended by hand: at
-//                               once
+//     idle ── writer delays ──► staged ── confirmed, not as the pending one ──► pending ──► applied
+//                                  │                                               7 min, or ended
+//                                  └── not confirmed, or equal: deleted            by hand: at once
 //
 // The daemon may end and start again meanwhile: what is pending stays and waits anew, what is only
 // staged goes.

@@ -353,3 +353,95 @@ TEST_F(delay, LockedConfigurationIsAppliedWhenTheLockIsGone)
         to += 4;
     }
 }
+
+TEST_F(delay, EventThatSaysNothingLeavesTheStagedFileAlone)
+{
+    ASSERT_EQ(0, push_channel(40));
+    const std::string staged = batch_file();
+    wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", nullptr);
+    EXPECT_EQ(1, logged("msg is NULL"));
+    const message empty("{}"), another(R"({"result":true})"), wrong(R"({"success":"true"})");
+    wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", empty.head);
+    EXPECT_EQ(1, logged("Unable to parse parse_config status event"));
+    wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", another.head);
+    wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", wrong.head);
+    EXPECT_EQ(2, logged("parse_config status event didn't contain success flag"));
+    EXPECT_EQ(staged, batch_file());
+}
+
+TEST_F(delay, OnlyAStateThatSaysZeroKeepsInterfacesOff)
+{
+    const struct {
+        const char *state, *supply;
+        bool complete;
+        const char *logged;
+    } cases[] = {
+        {"", "00", true, "NOTICE: UCI lookup incomplete for LLDP negotiation state"},
+        {"wireless._lldp='lldp'\n", "00", true, "NOTICE: UCI lookup incomplete for"},
+        {"='0x'\n", "00", true, "NOTICE: LLDP negotiation state is not an integer"},
+        {"='0'\n", "00", false, "INFO: LLDP negotiation done: 0"},
+        {"='2'\n", "00", true, "INFO: LLDP negotiation done: 2"},
+        {"='0'\n", "10", true, "INFO: Sufficient power without LLDP, negotiation complete"},
+        {"='0'\n", "01", true, "INFO: Sufficient power without LLDP, negotiation complete"},
+    };
+    gDebug_log_level = ZU_LOG_INFO;
+    for (const auto &c : cases) {
+        std::string state = c.state;
+        if (state[0] == '=')
+            state = "wireless._lldp='lldp'\nwireless._lldp.negotiation_complete" + state;
+        write_file("/var/state/wireless", state);
+        write_file("/sys/class/gpio/dc_detect/value", std::string(1, c.supply[0]) + "\n");
+        write_file("/sys/class/gpio/poe_at_detect/value", std::string(1, c.supply[1]) + "\n");
+        const int before = logged(c.logged);
+        EXPECT_EQ(c.complete, wifi_lldp_negotiation_complete()) << state;
+        EXPECT_EQ(before + 1, logged(c.logged)) << state;
+    }
+    write_file("/sys/class/gpio/poe_at_detect/value", "0\n");
+    write_file("/sys/class/gpio/dc_detect/value", "0\n");
+    run("mv /etc/config/wireless /tmp/wireless");
+    EXPECT_TRUE(wifi_lldp_negotiation_complete());
+    EXPECT_EQ(1, logged("NOTICE: Unable to find LLDP negotiation UCI state"));
+    run("mv /tmp/wireless /etc/config/wireless");
+    gDebug_log_level = ZU_LOG_NOTICE;
+}
+
+TEST_F(delay, PushedWhilePowerWasNegotiatedComesOnWhenItIsApplied)
+{
+    const std::string lldp = "wireless._lldp='lldp'\nwireless._lldp.negotiation_complete=";
+    write_file("/sys/class/gpio/dc_detect/value", "0\n");
+    write_file("/var/state/wireless", lldp + "'0'\n");
+    ASSERT_EQ(0, push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":40}],
+        "ssids":[{"index":4,"enable":true}]})"));
+    confirm(true);
+    EXPECT_NE("", run("grep \"ap1_4.enable='0'\" " + batch_file()).output);
+    write_file("/var/state/wireless", lldp + "'1'\n");
+    pass_ms(421000);
+    EXPECT_EQ("40", channel());
+    EXPECT_EQ("1 1", uci("wireless.ap1_4.config_enable") + " " + uci("wireless.ap1_4.enable"));
+    EXPECT_EQ("1", uci("wireless.mesh1.enable"));
+}
+
+TEST_F(delay, RestorationLeavesAloneWhatItCannotRead)
+{
+    run("for i in 0_1 0_2 1_1; do uci set wireless.ap$i.config_enable=1; "
+        "uci set wireless.ap$i.enable=0; done; uci delete wireless.ap0_2.config_enable; "
+        "uci delete wireless.mesh0.config_enable; uci set wireless.mesh1.config_enable=1; "
+        "uci set wireless.mesh1.enable=0; uci set wireless.radio1.channel=52; "
+        "uci delete wireless.radio1.htmode; uci set wireless.orph_conn1.enable=1; "
+        "uci commit wireless");
+    (void)ng_uci_renew_change_context();
+    wifi_restore_config_enabled_interfaces(false);
+    EXPECT_EQ(1, journal("reload_config")) << "that of the push before";
+    EXPECT_EQ("1 0 1", uci("wireless.ap0_1.enable") + " " + uci("wireless.ap0_2.enable") + " " +
+                           uci("wireless.ap1_1.enable"));
+    EXPECT_EQ("1", uci("wireless.mesh1.enable")) << "no word of a DFS channel";
+    EXPECT_EQ("0", uci("wireless.orph_conn1.enable"));
+    EXPECT_EQ(1, logged("Unable to read 'config_enable' UCI option for iface ap0_2"));
+    EXPECT_EQ(1, logged("Unable to read 'config_enable' UCI option for iface mesh0"));
+    EXPECT_EQ(1, logged("Unable to read 'htmode' UCI option for radio1"));
+    run("uci set wireless.radio1.htmode=VHT80; uci commit wireless");
+    (void)ng_uci_renew_change_context();
+    wifi_restore_config_enabled_interfaces(true);
+    EXPECT_EQ("0", uci("wireless.mesh1.enable"));
+    EXPECT_EQ(2, journal("reload_config"));
+}
