@@ -10,54 +10,6 @@
 
 namespace {
 
-frame two_ids(uint8_t type, uint32_t object, uint32_t target)
-{
-    return make_frame(type, 5, 0, [=](blob_buf *b) {
-        if (object)
-            blob_put_int32(b, UBUS_ATTR_OBJID, object);
-        if (target)
-            blob_put_int32(b, UBUS_ATTR_TARGET, target);
-    });
-}
-
-frame listen_frame(uint32_t object, const char *pattern)
-{
-    return invoke_frame(6, UBUS_SYSTEM_OBJECT_EVENT, "register", [=](blob_buf *b) {
-        if (object)
-            blobmsg_add_u32(b, "object", object);
-        if (pattern)
-            blobmsg_add_string(b, "pattern", pattern);
-    });
-}
-
-frame event_frame(const char *id, const std::string &text = "t")
-{
-    return invoke_frame(7, UBUS_SYSTEM_OBJECT_EVENT, "send", [&](blob_buf *b) {
-        if (id)
-            blobmsg_add_string(b, "id", id);
-        void *data = blobmsg_open_table(b, "data");
-        blobmsg_add_string(b, "text", text.c_str());
-        blobmsg_close_table(b, data);
-    });
-}
-
-frame notify_frame(uint32_t object, const char *method)
-{
-    return make_frame(UBUS_MSG_NOTIFY, 8, object, [=](blob_buf *b) {
-        blob_put_int32(b, UBUS_ATTR_OBJID, object);
-        if (method)
-            blob_put_string(b, UBUS_ATTR_METHOD, method);
-    });
-}
-
-frame reply_frame(uint16_t seq, uint32_t caller, uint32_t object)
-{
-    return make_frame(UBUS_MSG_STATUS, seq, caller, [=](blob_buf *b) {
-        blob_put_int32(b, UBUS_ATTR_STATUS, 0);
-        blob_put_int32(b, UBUS_ATTR_OBJID, object);
-    });
-}
-
 struct Broker : ::testing::Test {
     bus_broker broker;
     raw_client a{broker.socket}, b{broker.socket};
@@ -76,22 +28,25 @@ TEST_F(Broker, RefusesWithTheRightStatus)
         int status;
     } CASES[] = {
         {"path taken", add_object_frame(1, "other"), UBUS_STATUS_INVALID_ARGUMENT},
-        {"remove nothing", two_ids(UBUS_MSG_REMOVE_OBJECT, 0, 0), UBUS_STATUS_INVALID_ARGUMENT},
-        {"remove unknown", two_ids(UBUS_MSG_REMOVE_OBJECT, UNKNOWN, 0), UBUS_STATUS_NOT_FOUND},
-        {"remove another's", two_ids(UBUS_MSG_REMOVE_OBJECT, other, 0),
+        {"remove nothing", objects_frame(UBUS_MSG_REMOVE_OBJECT, 0), UBUS_STATUS_INVALID_ARGUMENT},
+        {"remove unknown", objects_frame(UBUS_MSG_REMOVE_OBJECT, UNKNOWN), UBUS_STATUS_NOT_FOUND},
+        {"remove another's", objects_frame(UBUS_MSG_REMOVE_OBJECT, other),
          UBUS_STATUS_PERMISSION_DENIED},
         {"call unknown", invoke_frame(1, UNKNOWN, "get"), UBUS_STATUS_NOT_FOUND},
         {"call unused system object", invoke_frame(1, 77, "get"), UBUS_STATUS_NOT_FOUND},
-        {"subscribe without target", two_ids(UBUS_MSG_SUBSCRIBE, mine, 0),
+        {"subscribe without target", objects_frame(UBUS_MSG_SUBSCRIBE, mine),
          UBUS_STATUS_INVALID_ARGUMENT},
-        {"subscribe by unknown", two_ids(UBUS_MSG_SUBSCRIBE, UNKNOWN, other),
+        {"subscribe by unknown", objects_frame(UBUS_MSG_SUBSCRIBE, UNKNOWN, other),
          UBUS_STATUS_NOT_FOUND},
-        {"subscribe by another's", two_ids(UBUS_MSG_SUBSCRIBE, other, mine),
+        {"subscribe by another's", objects_frame(UBUS_MSG_SUBSCRIBE, other, mine),
          UBUS_STATUS_INVALID_ARGUMENT},
-        {"subscribe to unknown", two_ids(UBUS_MSG_SUBSCRIBE, mine, UNKNOWN), UBUS_STATUS_NOT_FOUND},
-        {"subscribe to system", two_ids(UBUS_MSG_SUBSCRIBE, mine, 1), UBUS_STATUS_NOT_FOUND},
-        {"subscribe to own", two_ids(UBUS_MSG_SUBSCRIBE, mine, twin), UBUS_STATUS_INVALID_ARGUMENT},
-        {"unsubscribe none", two_ids(UBUS_MSG_UNSUBSCRIBE, mine, other), UBUS_STATUS_NOT_FOUND},
+        {"subscribe to unknown", objects_frame(UBUS_MSG_SUBSCRIBE, mine, UNKNOWN),
+         UBUS_STATUS_NOT_FOUND},
+        {"subscribe to system", objects_frame(UBUS_MSG_SUBSCRIBE, mine, 1), UBUS_STATUS_NOT_FOUND},
+        {"subscribe to own", objects_frame(UBUS_MSG_SUBSCRIBE, mine, twin),
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"unsubscribe none", objects_frame(UBUS_MSG_UNSUBSCRIBE, mine, other),
+         UBUS_STATUS_NOT_FOUND},
         {"notify without type", notify_frame(mine, nullptr), UBUS_STATUS_INVALID_ARGUMENT},
         {"notify unknown", notify_frame(UNKNOWN, "x"), UBUS_STATUS_NOT_FOUND},
         {"notify for another's", notify_frame(other, "x"), UBUS_STATUS_PERMISSION_DENIED},
@@ -133,7 +88,7 @@ TEST_F(Broker, EventsReachEachListenerOnceAndNeverTheSender)
     EXPECT_EQ(a.status_of(event_frame("net.")), 0);
     EXPECT_EQ(frame_type(c.receive()), UBUS_MSG_INVOKE);
     // Patterns end with their object.
-    EXPECT_EQ(c.status_of(two_ids(UBUS_MSG_REMOVE_OBJECT, picky, 0)), 0);
+    EXPECT_EQ(c.status_of(objects_frame(UBUS_MSG_REMOVE_OBJECT, picky)), 0);
     EXPECT_EQ(a.status_of(event_frame("net.up")), 0);
     EXPECT_TRUE(c.nothing_waiting());
 }
@@ -141,15 +96,15 @@ TEST_F(Broker, EventsReachEachListenerOnceAndNeverTheSender)
 TEST_F(Broker, SubscriptionsAreCountedThroughDeaths)
 {
     const uint32_t target = publish(a, "target"), subscriber = publish(b, nullptr);
-    EXPECT_EQ(b.status_of(two_ids(UBUS_MSG_SUBSCRIBE, subscriber, target)), 0);
-    EXPECT_EQ(b.status_of(two_ids(UBUS_MSG_SUBSCRIBE, subscriber, target)), 0);
+    EXPECT_EQ(b.status_of(objects_frame(UBUS_MSG_SUBSCRIBE, subscriber, target)), 0);
+    EXPECT_EQ(b.status_of(objects_frame(UBUS_MSG_SUBSCRIBE, subscriber, target)), 0);
     EXPECT_EQ(frame_attribute(a.receive(), UBUS_ATTR_ACTIVE), "\1");
     EXPECT_TRUE(a.nothing_waiting()) << "only the first subscriber is told";
 
     EXPECT_EQ(a.status_of(notify_frame(target, "n")), 0);
     for (int i = 0; i < 2; i++)
         EXPECT_EQ(frame_number(b.receive(), UBUS_ATTR_OBJID), subscriber);
-    EXPECT_EQ(b.status_of(two_ids(UBUS_MSG_UNSUBSCRIBE, subscriber, target)), 0);
+    EXPECT_EQ(b.status_of(objects_frame(UBUS_MSG_UNSUBSCRIBE, subscriber, target)), 0);
     EXPECT_TRUE(a.nothing_waiting()) << "one is left";
 
     b.disconnect();
@@ -177,7 +132,7 @@ TEST_F(Broker, DeathsLeavePendingCallsUnanswered)
         ASSERT_TRUE(dying.send(invoke_frame(1, own, "get")));
         EXPECT_EQ(frame_type(b.receive()), UBUS_MSG_INVOKE);
     }
-    ASSERT_TRUE(b.send(reply_frame(1, caller, own)));
+    ASSERT_TRUE(b.send(status_frame(1, caller, 0, own)));
     EXPECT_TRUE(b.nothing_waiting());
 }
 
@@ -185,11 +140,11 @@ TEST_F(Broker, OnlyTheOwnerAnswersForAnObject)
 {
     const uint32_t id = publish(a, "owner");
     raw_client forger(broker.socket);
-    ASSERT_TRUE(forger.send(reply_frame(3, b.id, id)));
-    ASSERT_TRUE(forger.send(reply_frame(3, b.id, 0xffffff00)));
+    ASSERT_TRUE(forger.send(status_frame(3, b.id, 0, id)));
+    ASSERT_TRUE(forger.send(status_frame(3, b.id, 0, 0xffffff00)));
     EXPECT_TRUE(forger.nothing_waiting());
     EXPECT_TRUE(b.nothing_waiting());
-    ASSERT_TRUE(a.send(reply_frame(3, b.id, id)));
+    ASSERT_TRUE(a.send(status_frame(3, b.id, 0, id)));
     EXPECT_EQ(frame_peer(b.receive()), id);
 }
 
@@ -198,10 +153,10 @@ TEST_F(Broker, DropsWhatAStuckClientHasNoRoomForAndGoesOnAfterwards)
     const uint32_t listener = publish(b, nullptr);
     EXPECT_EQ(b.status_of(listen_frame(listener, "*")), 0);
     constexpr int EVENTS = 400;
-    const std::string filler(8192, 'x');
+    const std::string padding(8192, 'x');
     for (int round = 0; round < 3; round++) {
         for (int i = 0; i < EVENTS; i++)
-            ASSERT_EQ(a.status_of(event_frame(std::to_string(i).c_str(), filler)), 0);
+            ASSERT_EQ(a.status_of(event_frame(std::to_string(i).c_str(), padding)), 0);
         // There is room for the short answer to a ping, which comes last.
         ASSERT_TRUE(b.send(make_frame(UBUS_MSG_PING, 99, 0)));
         int arrived = 0;
@@ -245,7 +200,7 @@ TEST_F(Broker, ListsTenThousandObjectsToASlowReaderInOrder)
 
     // Two listings at once, unread while another client is served and an object goes away.
     ASSERT_TRUE(b.send(lookup_frame(1, nullptr) + lookup_frame(2, nullptr)));
-    EXPECT_EQ(a.status_of(two_ids(UBUS_MSG_REMOVE_OBJECT, *ids.begin(), 0)), 0);
+    EXPECT_EQ(a.status_of(objects_frame(UBUS_MSG_REMOVE_OBJECT, *ids.begin())), 0);
     for (uint16_t seq = 1; seq <= 2; seq++) {
         std::vector<std::string> paths;
         frame f;

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
 
 #include "../../host/libubus/wire.h"
 
@@ -20,18 +19,6 @@ static int64_t now_ms()
 {
     using namespace std::chrono;
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
-
-temporary_folder::temporary_folder()
-{
-    char name[] = "/tmp/bus-test-XXXXXX";
-    path = mkdtemp(name);
-}
-
-temporary_folder::~temporary_folder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
 }
 
 // Processes.
@@ -89,7 +76,7 @@ int child::wait()
     return -1;
 }
 
-static bool readable(int fd, int timeout_ms)
+bool readable(int fd, int timeout_ms)
 {
     pollfd p = {fd, POLLIN, 0};
     return poll(&p, 1, timeout_ms) > 0;
@@ -328,6 +315,21 @@ int frame_status(const frame &f)
     return (int)frame_number(f, UBUS_ATTR_STATUS);
 }
 
+frame status_frame(uint16_t seq, uint32_t peer, int status, uint32_t object)
+{
+    return make_frame(UBUS_MSG_STATUS, seq, peer, [=](blob_buf *b) {
+        blob_put_int32(b, UBUS_ATTR_STATUS, (uint32_t)status);
+        if (object)
+            blob_put_int32(b, UBUS_ATTR_OBJID, object);
+    });
+}
+
+frame reply_to(const frame &call, int status)
+{
+    return status_frame(frame_seq(call), frame_peer(call), status,
+                        frame_number(call, UBUS_ATTR_OBJID));
+}
+
 frame lookup_frame(uint16_t seq, const char *path)
 {
     return make_frame(UBUS_MSG_LOOKUP, seq, 0, [path](blob_buf *b) {
@@ -336,16 +338,62 @@ frame lookup_frame(uint16_t seq, const char *path)
     });
 }
 
-frame invoke_frame(uint16_t seq, uint32_t object, const char *method,
-                   const std::function<void(blob_buf *)> &data)
+static void put_data(blob_buf *b, const filler &data)
+{
+    void *nest = blob_nest_start(b, UBUS_ATTR_DATA);
+    if (data)
+        data(b);
+    blob_nest_end(b, nest);
+}
+
+frame invoke_frame(uint16_t seq, uint32_t object, const char *method, const filler &data)
 {
     return make_frame(UBUS_MSG_INVOKE, seq, object, [&](blob_buf *b) {
         blob_put_int32(b, UBUS_ATTR_OBJID, object);
         blob_put_string(b, UBUS_ATTR_METHOD, method);
-        void *nest = blob_nest_start(b, UBUS_ATTR_DATA);
+        put_data(b, data);
+    });
+}
+
+frame event_frame(const char *id, const std::string &text)
+{
+    return invoke_frame(7, UBUS_SYSTEM_OBJECT_EVENT, "send", [&](blob_buf *b) {
+        if (id)
+            blobmsg_add_string(b, "id", id);
+        void *data = blobmsg_open_table(b, "data");
+        blobmsg_add_string(b, "text", text.c_str());
+        blobmsg_close_table(b, data);
+    });
+}
+
+frame listen_frame(uint32_t object, const char *pattern)
+{
+    return invoke_frame(6, UBUS_SYSTEM_OBJECT_EVENT, "register", [=](blob_buf *b) {
+        if (object)
+            blobmsg_add_u32(b, "object", object);
+        if (pattern)
+            blobmsg_add_string(b, "pattern", pattern);
+    });
+}
+
+frame objects_frame(uint8_t type, uint32_t object, uint32_t target)
+{
+    return make_frame(type, 5, 0, [=](blob_buf *b) {
+        if (object)
+            blob_put_int32(b, UBUS_ATTR_OBJID, object);
+        if (target)
+            blob_put_int32(b, UBUS_ATTR_TARGET, target);
+    });
+}
+
+frame notify_frame(uint32_t object, const char *method, const filler &data)
+{
+    return make_frame(UBUS_MSG_NOTIFY, 8, object, [&](blob_buf *b) {
+        blob_put_int32(b, UBUS_ATTR_OBJID, object);
+        if (method)
+            blob_put_string(b, UBUS_ATTR_METHOD, method);
         if (data)
-            data(b);
-        blob_nest_end(b, nest);
+            put_data(b, data);
     });
 }
 

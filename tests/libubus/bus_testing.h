@@ -10,17 +10,9 @@
 #include <vector>
 
 #include "libubus.h"
+#include "support/temporary_directory.h"
 
 inline constexpr int PATIENCE_MS = 20000;
-
-/// A new empty folder, removed with everything in it at the end.
-struct temporary_folder {
-    std::string path;
-    temporary_folder();
-    ~temporary_folder();
-    temporary_folder(const temporary_folder &) = delete;
-    temporary_folder &operator=(const temporary_folder &) = delete;
-};
 
 /// A process that is killed, at the latest, when its handle goes.
 struct child {
@@ -44,8 +36,8 @@ struct child {
 };
 
 struct bus_broker {
-    temporary_folder folder;
-    std::string socket = folder.path + "/ubus.sock";
+    temporary_directory folder;
+    std::string socket = folder / "ubus.sock";
     child process;
 
     bus_broker() { start(); }
@@ -95,15 +87,26 @@ int frame_status(const frame &f);
 std::string frame_attribute(const frame &f, unsigned id);
 uint32_t frame_number(const frame &f, unsigned id);
 
+using filler = std::function<void(blob_buf *)>;
+frame status_frame(uint16_t seq, uint32_t peer, int status = 0, uint32_t object = 0);
+/// The end of the call that arrived as `call`, as its object's owner sends it.
+frame reply_to(const frame &call, int status);
 frame lookup_frame(uint16_t seq, const char *path);
-frame invoke_frame(uint16_t seq, uint32_t object, const char *method,
-                   const std::function<void(blob_buf *)> &data = {});
+frame invoke_frame(uint16_t seq, uint32_t object, const char *method, const filler &data = {});
+/// Sends an event with a text. Without id (null): none.
+frame event_frame(const char *id, const std::string &text = "t");
+/// Asks for events; an object 0 or a pattern null is left out.
+frame listen_frame(uint32_t object, const char *pattern);
+/// Subscribes, unsubscribes or removes: a message about one or two objects, 0: left out.
+frame objects_frame(uint8_t type, uint32_t object, uint32_t target = 0);
+frame notify_frame(uint32_t object, const char *method, const filler &data = {});
 frame add_object_frame(uint16_t seq, const char *path, bool typed = true);
 /// Publishes an object and returns its id, 0 on failure. Path null: anonymous.
 uint32_t publish(const raw_client &client, const char *path);
 
 /// Asks again and again until the answer is yes or time is over.
 bool eventually(const std::function<bool()> &condition);
+bool readable(int fd, int timeout_ms = PATIENCE_MS);
 /// Handles what comes in for `ctx`, which is not in the loop, until `done` says so or time is over.
 bool pump(ubus_context *ctx, const std::function<bool()> &done, int timeout_ms = PATIENCE_MS);
 /// As pump(), by the event loop.

@@ -30,14 +30,6 @@ const ubus_method METHODS[] = {
     UBUS_METHOD_NOARG("two", method_cb),
 };
 
-frame reply_to(const frame &call, int status)
-{
-    return make_frame(UBUS_MSG_STATUS, frame_seq(call), frame_peer(call), [&](blob_buf *b) {
-        blob_put_int32(b, UBUS_ATTR_STATUS, (uint32_t)status);
-        blob_put_int32(b, UBUS_ATTR_OBJID, frame_number(call, UBUS_ATTR_OBJID));
-    });
-}
-
 frame data_for(const frame &call, uint32_t value)
 {
     return make_frame(UBUS_MSG_DATA, frame_seq(call), frame_peer(call), [&](blob_buf *b) {
@@ -68,6 +60,7 @@ struct Client : ::testing::Test {
     ubus_context *ctx = ubus_connect(broker.socket.c_str());
     ubus_object_type type = UBUS_OBJECT_TYPE("own", METHODS);
     ubus_object own{};
+    ubus_method only{};
     std::thread thread;
 
     Client()
@@ -83,6 +76,17 @@ struct Client : ::testing::Test {
         if (thread.joinable())
             thread.join();
         ubus_free(ctx);
+    }
+
+    // Publishes our object with this method alone.
+    void publish_method(const char *name, ubus_handler_t handler)
+    {
+        only = {};
+        only.name = name;
+        only.handler = handler;
+        own.methods = &only;
+        own.n_methods = 1;
+        ASSERT_EQ(ubus_add_object(ctx, &own), 0);
     }
 
     // Lets the peer act while the library waits.
@@ -143,13 +147,7 @@ TEST_F(Client, SynchronousCallHoldsBackHandlersButNotReplies)
             const frame first = peer.receive(), second = peer.receive();
             raw_client sender(broker.socket);
             ASSERT_TRUE(sender.send(invoke_frame(1, own.id, "one")));
-            EXPECT_EQ(sender.status_of(invoke_frame(2, UBUS_SYSTEM_OBJECT_EVENT, "send",
-                                                    [](blob_buf *b) {
-                                                        blobmsg_add_string(b, "id", "event");
-                                                        blobmsg_close_table(
-                                                            b, blobmsg_open_table(b, "data"));
-                                                    })),
-                      0);
+            EXPECT_EQ(sender.status_of(event_frame("event")), 0);
             ASSERT_TRUE(sender.send(invoke_frame(3, own.id, "two")));
             EXPECT_EQ(sender.status_of(invoke_frame(4, 5000, "none")), UBUS_STATUS_NOT_FOUND);
             ASSERT_TRUE(peer.send(data_for(first, 7) + reply_to(first, 5) + reply_to(second, 0)));
@@ -175,24 +173,13 @@ TEST_F(Client, HandlersMayCallOthersAndTheirArgumentsStayValid)
 {
     static Client *self;
     static std::string argument;
-    static const ubus_method NESTED[] = {
-        {.name = "nested",
-         .handler =
-             [](ubus_context *, ubus_object *, ubus_request_data *, const char *method,
-                blob_attr *msg) {
-                 EXPECT_EQ(self->call_peer(PATIENCE_MS, story_value_cb), 4);
-                 argument = std::string(method) + " " + std::to_string(blob_len(msg));
-                 return 6;
-             },
-         .mask = 0,
-         .tags = 0,
-         .policy = nullptr,
-         .n_policy = 0},
-    };
     self = this;
-    own.methods = NESTED;
-    own.n_methods = 1;
-    ASSERT_EQ(ubus_add_object(ctx, &own), 0);
+    publish_method("nested", [](ubus_context *, ubus_object *, ubus_request_data *,
+                                const char *method, blob_attr *msg) {
+        EXPECT_EQ(self->call_peer(PATIENCE_MS, story_value_cb), 4);
+        argument = std::string(method) + " " + std::to_string(blob_len(msg));
+        return 6;
+    });
     raw_client sender(broker.socket);
     ASSERT_TRUE(sender.send(invoke_frame(1, own.id, "nested", [](blob_buf *b) {
         blobmsg_add_string(b, "text", std::string(3000, 'x').c_str());
@@ -285,25 +272,14 @@ TEST_F(Client, SizeLimits)
 
 TEST_F(Client, DescriptorsTravelBothWays)
 {
-    static const ubus_method FD[] = {
-        {.name = "swap",
-         .handler =
-             [](ubus_context *context, ubus_object *, ubus_request_data *req, const char *,
-                blob_attr *) {
-                 int fd = ubus_request_get_caller_fd(req);
-                 EXPECT_GE(fd, 0);
-                 EXPECT_EQ(write(fd, "in", 2), 2);
-                 ubus_request_set_fd(context, req, fd);
-                 return 0;
-             },
-         .mask = 0,
-         .tags = 0,
-         .policy = nullptr,
-         .n_policy = 0},
-    };
-    own.methods = FD;
-    own.n_methods = 1;
-    ASSERT_EQ(ubus_add_object(ctx, &own), 0);
+    publish_method("swap", [](ubus_context *context, ubus_object *, ubus_request_data *req,
+                              const char *, blob_attr *) {
+        int fd = ubus_request_get_caller_fd(req);
+        EXPECT_GE(fd, 0);
+        EXPECT_EQ(write(fd, "in", 2), 2);
+        ubus_request_set_fd(context, req, fd);
+        return 0;
+    });
     ubus_context *caller = ubus_connect(broker.socket.c_str());
     static int returned;
     returned = -1;
@@ -345,12 +321,7 @@ TEST_F(Client, NotificationsCountAnswersAndForgetNobody)
     // Two subscriptions of one object, one of another; each answer counts once.
     const uint32_t second = publish(peer, nullptr);
     for (const uint32_t subscriber : {peer_object, peer_object, second})
-        EXPECT_EQ(peer.status_of(make_frame(UBUS_MSG_SUBSCRIBE, 1, 0,
-                                            [&](blob_buf *b) {
-                                                blob_put_int32(b, UBUS_ATTR_OBJID, subscriber);
-                                                blob_put_int32(b, UBUS_ATTR_TARGET, own.id);
-                                            })),
-                  0);
+        EXPECT_EQ(peer.status_of(objects_frame(UBUS_MSG_SUBSCRIBE, subscriber, own.id)), 0);
     statuses.clear();
     ubus_notify_request req;
     ASSERT_EQ(ubus_notify_async(ctx, &own, "n", nullptr, &req), 0);

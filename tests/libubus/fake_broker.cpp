@@ -2,7 +2,6 @@
 #include "fake_broker.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,7 +21,6 @@ fake_broker::fake_broker()
 fake_broker::~fake_broker()
 {
     (void)finish();
-    wire_close(&connection);
     wire_close(&listener);
 }
 
@@ -48,18 +46,9 @@ void fake_broker::run(const std::vector<capture_step> &steps)
     busy = false;
 }
 
-static bool readable(int fd)
-{
-    pollfd p = {fd, POLLIN, 0};
-    return poll(&p, 1, PATIENCE_MS) > 0;
-}
-
 bool fake_broker::expect(const std::string &bytes)
 {
-    raw_client reader;
-    reader.fd = connection;
-    const frame got = reader.receive();
-    reader.fd = -1;
+    const frame got = connection.receive();
     if (got.empty() || (!bytes.empty() && got != bytes))
         fault = "expected " + hex(bytes) + "\ngot      " + hex(got);
     return fault.empty();
@@ -67,30 +56,27 @@ bool fake_broker::expect(const std::string &bytes)
 
 bool fake_broker::play_step(const capture_step &step)
 {
-    char c;
-    raw_client writer;
     switch (step.what) {
     case capture_step::CONNECT:
-        wire_close(&connection);
-        connection = readable(listener) ? accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
-        if (connection < 0)
+        connection.disconnect();
+        if (readable(listener))
+            connection.fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection.fd < 0)
             fault = "nobody connects";
         break;
     case capture_step::CLOSED_BY_CLIENT:
-        if (!readable(connection) || recv(connection, &c, 1, 0) != 0)
+        if (!connection.closed_by_peer())
             fault = "the client does not close";
         break;
     case capture_step::CLOSED_BY_BROKER:
-        wire_close(&connection);
+        connection.disconnect();
         break;
     case capture_step::TO_BROKER:
         return expect(step.bytes);
     case capture_step::TO_CLIENT: {
         int fd = step.has_fd ? open("/dev/null", O_RDONLY | O_CLOEXEC) : -1;
-        writer.fd = connection;
-        if (!writer.send(step.bytes, fd))
+        if (!connection.send(step.bytes, fd))
             fault = "cannot send";
-        writer.fd = -1;
         wire_close(&fd);
         break;
     }
@@ -103,10 +89,9 @@ std::string fake_broker::leftover()
     (void)finish();
     std::string bytes;
     char part[4096];
-    for (ssize_t n;
-         connection >= 0 && (n = recv(connection, part, sizeof(part), MSG_DONTWAIT)) > 0;)
+    for (ssize_t n; (n = recv(connection.fd, part, sizeof(part), MSG_DONTWAIT)) > 0;)
         bytes.append(part, (size_t)n);
-    wire_close(&connection);
+    connection.disconnect();
     return hex(bytes);
 }
 
@@ -119,10 +104,19 @@ std::vector<capture_step> steps_of(int number, char connection)
     return steps;
 }
 
-std::vector<capture_step> answered(const std::vector<frame> &replies)
+std::vector<capture_step> greeted(char connection)
 {
-    std::vector<capture_step> steps = {{capture_step::TO_BROKER, ' ', {}, false}};
-    for (const frame &reply : replies)
-        steps.push_back({capture_step::TO_CLIENT, ' ', reply, false});
+    return {{capture_step::CONNECT, connection, {}, false},
+            {capture_step::TO_CLIENT, connection, make_frame(UBUS_MSG_HELLO, 0, 0x2222), false}};
+}
+
+std::vector<capture_step> answered(const std::vector<std::vector<frame>> &replies)
+{
+    std::vector<capture_step> steps;
+    for (const std::vector<frame> &to_one : replies) {
+        steps.push_back({capture_step::TO_BROKER, ' ', {}, false});
+        for (const frame &reply : to_one)
+            steps.push_back({capture_step::TO_CLIENT, ' ', reply, false});
+    }
     return steps;
 }

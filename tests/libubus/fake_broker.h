@@ -11,8 +11,8 @@
 
 class fake_broker {
 public:
-    temporary_folder folder;
-    const std::string socket = folder.path + "/ubus.sock";
+    temporary_directory folder;
+    const std::string socket = folder / "ubus.sock";
 
     fake_broker();
     ~fake_broker();
@@ -29,7 +29,7 @@ public:
 
 private:
     int listener;
-    int connection = -1;
+    raw_client connection;
     std::atomic<bool> busy = false;
     std::thread thread;
     std::string fault;
@@ -42,5 +42,7 @@ private:
 /// The steps of one connection of a conversation.
 std::vector<capture_step> steps_of(int number, char connection);
 
-/// A request of any content, then these replies.
-std::vector<capture_step> answered(const std::vector<frame> &replies);
+/// The steps of a new connection up to its greeting.
+std::vector<capture_step> greeted(char connection);
+/// Requests of any content, each with these replies.
+std::vector<capture_step> answered(const std::vector<std::vector<frame>> &replies);

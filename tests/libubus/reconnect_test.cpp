@@ -84,11 +84,7 @@ struct Reconnect : ::testing::Test {
 size_t notify(const raw_client &owner, uint32_t object)
 {
     const std::vector<frame> replies =
-        owner.request(make_frame(UBUS_MSG_NOTIFY, 9, object, [object](blob_buf *b) {
-            blob_put_int32(b, UBUS_ATTR_OBJID, object);
-            blob_put_string(b, UBUS_ATTR_METHOD, "notice");
-            wire_put_data(b, nullptr);
-        }));
+        owner.request(notify_frame(object, "notice", [](blob_buf *) {}));
     return frame_attribute(replies.back(), UBUS_ATTR_SUBSCRIBERS).size() / 8;
 }
 
@@ -119,13 +115,7 @@ TEST_F(Reconnect, PublishesAgainEverySecondUntilTheBrokerIsBackAndRestoresNothin
     EXPECT_NE(type.id, other_type.id);
 
     story.clear();
-    EXPECT_EQ(other.status_of(invoke_frame(1, UBUS_SYSTEM_OBJECT_EVENT, "send",
-                                           [](blob_buf *b) {
-                                               blobmsg_add_string(b, "id", "lost");
-                                               blobmsg_close_table(b,
-                                                                   blobmsg_open_table(b, "data"));
-                                           })),
-              0);
+    EXPECT_EQ(other.status_of(event_frame("lost")), 0);
     EXPECT_EQ(notify(other, target), 1u);
     EXPECT_TRUE(run_loop([] { return !story.empty(); }));
     EXPECT_EQ(story, std::vector<std::string>{"notice"}) << "event patterns are not restored";
