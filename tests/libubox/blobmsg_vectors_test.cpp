@@ -9,27 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "support/hex.h"
+
 using bytes = std::vector<uint8_t>;
-
-static std::string hex(const void *data, size_t len)
-{
-    std::string out;
-    for (size_t i = 0; i < len; i++) {
-        char digits[3];
-        snprintf(digits, sizeof(digits), "%02x", static_cast<const uint8_t *>(data)[i]);
-        out += digits;
-    }
-    return out;
-}
-
-static bytes unhex(const std::string &digits)
-{
-    bytes out;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2)
-        out.push_back(static_cast<uint8_t>(strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
-    out.shrink_to_fit(); // lets the sanitizer see a read past the end
-    return out;
-}
 
 static std::string take(char *text)
 {
@@ -43,7 +25,8 @@ static std::string text_of(json_object *row, const std::string &key)
 {
     if (json_object *plain = json_object_object_get(row, key.c_str()))
         return json_object_get_string(plain);
-    bytes raw = unhex(json_object_get_string(json_object_object_get(row, (key + "_hex").c_str())));
+    bytes raw =
+        from_hex(json_object_get_string(json_object_object_get(row, (key + "_hex").c_str())));
     return {raw.begin(), raw.end()};
 }
 
@@ -80,7 +63,8 @@ static void for_each_row(const char *group, Check check)
 
 static void expect_message(json_object *row, const blob_buf &buf)
 {
-    EXPECT_EQ(hex(buf.head, blob_raw_len(buf.head)), text_of(row, "blob_hex"));
+    EXPECT_EQ(to_hex(std::string_view((char *)buf.head, blob_raw_len(buf.head))),
+              text_of(row, "blob_hex"));
     EXPECT_EQ(take(blobmsg_format_json(buf.head, true)), text_of(row, "format_compact"));
     if (has(row, "format_indent0")) {
         EXPECT_EQ(take(blobmsg_format_json_indent(buf.head, true, 0)),
@@ -144,7 +128,7 @@ static void perform(blob_buf *buf, std::vector<void *> *open, const std::string 
         char digits[32];
         int type;
         sscanf(rest, "%d %31s", &type, digits);
-        bytes raw = unhex(digits);
+        bytes raw = from_hex(digits);
         blobmsg_add_field(buf, type, name, raw.data(), static_cast<unsigned>(raw.size()));
     } else if (what == "blob_u32")
         blob_put_u32(buf, atoi(word), static_cast<uint32_t>(number));
@@ -192,7 +176,7 @@ TEST(blobmsg_vectors, parse_verdicts)
             entry.resize(colon);
             policy.push_back({colon ? entry.c_str() : nullptr, type});
         }
-        bytes data = unhex(text_of(row, "payload_hex"));
+        bytes data = from_hex(text_of(row, "payload_hex"));
         blob_attr junk;
         std::vector<blob_attr *> tb(policy.size(), &junk);
         auto parse =
@@ -216,7 +200,7 @@ TEST(blobmsg_vectors, plain_attributes_by_id)
             if (id < info.size())
                 info[id].type = static_cast<unsigned>(atoi(strchr(entry.c_str(), ':') + 1));
         }
-        bytes data = unhex(text_of(row, "blob_hex"));
+        bytes data = from_hex(text_of(row, "blob_hex"));
         auto *attr = reinterpret_cast<blob_attr *>(data.data());
         json_object *given = json_object_object_get(row, "attr_len");
         bool whole = !json_object_is_type(given, json_type_int);
@@ -239,7 +223,7 @@ TEST(blobmsg_vectors, plain_attributes_by_id)
 TEST(blobmsg_vectors, check_verdicts)
 {
     for_each_row("check_cases", [](json_object *row) {
-        bytes data = unhex(text_of(row, "attr_hex"));
+        bytes data = from_hex(text_of(row, "attr_hex"));
         auto *attr = reinterpret_cast<blob_attr *>(data.data());
         std::string result =
             "noname=" + std::to_string(blobmsg_check_attr_len(attr, false, data.size())) +

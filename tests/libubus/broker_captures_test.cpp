@@ -10,6 +10,7 @@
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"
 #include "captures.h"
+#include "support/hex.h"
 
 namespace {
 
@@ -77,9 +78,9 @@ private:
         int fds = 0;
         const frame got = clients[step.connection].receive(PATIENCE_MS, &fds);
         ASSERT_EQ(got.size(), step.bytes.size())
-            << step.connection << " expected " << hex(step.bytes) << "\ngot " << hex(got);
+            << step.connection << " expected " << to_hex(step.bytes) << "\ngot " << to_hex(got);
         learn(step.bytes, got);
-        EXPECT_EQ(hex(got), hex(translate(step.bytes))) << "to " << step.connection;
+        EXPECT_EQ(to_hex(got), to_hex(translate(step.bytes))) << "to " << step.connection;
         EXPECT_EQ(fds, step.has_fd ? 1 : 0);
     }
 

@@ -2,29 +2,9 @@
 #include "captures.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 
-static std::string unhex(const std::string &text)
-{
-    std::string bytes;
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-        bytes += (char)strtol(text.substr(i, 2).c_str(), nullptr, 16);
-    return bytes;
-}
-
-std::string hex(const std::string &bytes)
-{
-    std::string text;
-    char digits[3];
-    for (size_t i = 0; i < bytes.size(); i++) {
-        snprintf(digits, sizeof(digits), "%02x", (unsigned char)bytes[i]);
-        if (i && i % 4 == 0)
-            text += ' ';
-        text += digits;
-    }
-    return text;
-}
+#include "support/hex.h"
 
 // "[A connect]", "[A closed by client]", "[A closed by broker]"
 static void read_event(const std::string &line, capture *to)
@@ -56,9 +36,10 @@ static std::vector<capture> read_captures()
         }
         if (all.empty())
             continue;
-        if (line.starts_with("  hex "))
-            all.back().steps.back().bytes = unhex(line.substr(6));
-        else if (line.size() > 3 && line[0] == '[' && line[2] == ' ')
+        if (line.starts_with("  hex ")) {
+            const std::vector<uint8_t> bytes = from_hex(line.substr(6));
+            all.back().steps.back().bytes.assign(bytes.begin(), bytes.end());
+        } else if (line.size() > 3 && line[0] == '[' && line[2] == ' ')
             read_event(line, &all.back());
         else if (line.find(" broker   ") == 4)
             read_message(line, &all.back());

@@ -21,6 +21,3 @@ struct capture {
 /// All of them, in order. Empty when the file does not read.
 const std::vector<capture> &captures();
 const capture &capture_of(int number);
-
-/// Hex with a blank every four bytes, for messages.
-std::string hex(const std::string &bytes);

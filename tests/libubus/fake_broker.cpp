@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "../../host/libubus/wire.h"
+#include "support/hex.h"
 
 fake_broker::fake_broker()
 {
@@ -50,7 +51,7 @@ bool fake_broker::expect(const std::string &bytes)
 {
     const frame got = connection.receive();
     if (got.empty() || (!bytes.empty() && got != bytes))
-        fault = "expected " + hex(bytes) + "\ngot      " + hex(got);
+        fault = "expected " + to_hex(bytes) + "\ngot      " + to_hex(got);
     return fault.empty();
 }
 
@@ -92,7 +93,7 @@ std::string fake_broker::leftover()
     for (ssize_t n; (n = recv(connection.fd, part, sizeof(part), MSG_DONTWAIT)) > 0;)
         bytes.append(part, (size_t)n);
     connection.disconnect();
-    return hex(bytes);
+    return to_hex(bytes);
 }
 
 std::vector<capture_step> steps_of(int number, char connection)

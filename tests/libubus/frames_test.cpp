@@ -4,10 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"
+#include "support/open_descriptors.h"
 
 namespace {
 
@@ -165,20 +164,12 @@ TEST_F(Frames, MalformedSignatureMakesAnObjectThatIsNotListed)
     }
 }
 
-static size_t open_descriptors(pid_t pid)
-{
-    size_t count = 0;
-    for (const auto &entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
-        count += entry.is_symlink();
-    return count;
-}
-
 TEST_F(Frames, DescriptorsThatGoNowhereAreClosed)
 {
     raw_client owner(broker.socket), client(broker.socket);
     const uint32_t id = publish(owner, "fds");
-    const size_t before = open_descriptors(broker.process.pid);
+    const std::string process = std::to_string(broker.process.pid);
+    const long before = open_descriptors(process);
     const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     for (int i = 0; i < 20; i++) {
         ASSERT_TRUE(client.send(make_frame(UBUS_MSG_PING, 1, 0), fd));
@@ -193,5 +184,5 @@ TEST_F(Frames, DescriptorsThatGoNowhereAreClosed)
         EXPECT_EQ(frame_type(owner.receive(PATIENCE_MS, &passed_on)), UBUS_MSG_INVOKE);
     EXPECT_EQ(passed_on, 20);
     EXPECT_TRUE(owner.nothing_waiting());
-    EXPECT_TRUE(eventually([&] { return open_descriptors(broker.process.pid) == before; }));
+    EXPECT_TRUE(eventually([&] { return open_descriptors(process) == before; }));
 }

@@ -78,58 +78,37 @@ TEST_F(batman_query, captured_dumps_are_counted)
 TEST_F(batman_query, only_whole_neighbors_are_counted)
 {
     const bytes address = attr(NEIGH_ADDRESS, MAC);
+    const std::string nameless = "ERROR Netlink message didn't include neighbor address",
+                      odd = "ERROR Got unknown attributes from kernel.";
+    const auto with = [&](const bytes &more) { return neighbor(join({address, more})); };
     const struct {
         const char *what;
         bytes message;
-        uint32_t count;
-        lines logged;
+        std::string error; // none: counted
     } cases[] = {
-        {"a plain one", neighbor(address), 1, {}},
-        {"another command's", neighbor(address, 8), 0, {}},
-        {"no address",
-         neighbor(attr_u32(23, 5)),
-         0,
-         {"ERROR Netlink message didn't include neighbor address"}},
-        {"no attributes",
-         neighbor({}),
-         0,
-         {"ERROR Netlink message didn't include neighbor address"}},
-        {"a short address",
-         neighbor(attr(NEIGH_ADDRESS, bytes(5))),
-         0,
-         {"ERROR Got unknown attributes from kernel."}},
-        {"a name without its end",
-         neighbor(join({address, attr(HARD_IFNAME, bytes(8, 'a'))})),
-         0,
-         {"ERROR Got unknown attributes from kernel."}},
-        {"a name of 17 bytes",
-         neighbor(join({address, attr_text(HARD_IFNAME, "0123456789abcdef")})),
-         0,
-         {"ERROR Got unknown attributes from kernel."}},
-        {"a name of 16 bytes",
-         neighbor(join({address, attr_text(HARD_IFNAME, "0123456789abcde")})),
-         1,
-         {}},
-        {"half a number",
-         neighbor(join({address, attr(BLA_CRC, bytes(1))})),
-         0,
-         {"ERROR Got unknown attributes from kernel."}},
-        {"a flag", neighbor(join({address, attr(ACTIVE, {})})), 1, {}},
-        {"attributes of a newer kernel",
-         neighbor(join({address, attr(60, {}), attr(200, MAC)})),
-         1,
-         {}},
-        {"no room for the generic header",
-         message(scripted_kernel::FAMILY, NLM_F_MULTI, bytes(3)),
-         0,
-         {"ERROR Got invalid data from kernel."}},
+        {"a plain one", neighbor(address), ""},
+        {"no address", neighbor(attr_u32(23, 5)), nameless},
+        {"no attributes", neighbor({}), nameless},
+        {"a short address", neighbor(attr(NEIGH_ADDRESS, bytes(5))), odd},
+        {"a name without its end", with(attr(HARD_IFNAME, bytes(8, 'a'))), odd},
+        {"a name of 17 bytes", with(attr_text(HARD_IFNAME, "0123456789abcdef")), odd},
+        {"a name of 16 bytes", with(attr_text(HARD_IFNAME, "0123456789abcde")), ""},
+        {"half a number", with(attr(BLA_CRC, bytes(1))), odd},
+        {"a flag", with(attr(ACTIVE, {})), ""},
+        {"attributes of a newer kernel", with(join({attr(60, {}), attr(200, MAC)})), ""},
+        {"no room for the generic header", message(scripted_kernel::FAMILY, NLM_F_MULTI, bytes(3)),
+         "ERROR Got invalid data from kernel."},
     };
+    const auto counted = [](int count) {
+        return "DEBUG Got " + std::to_string(count) + " neighbors on BATMAN iface";
+    };
+    EXPECT_EQ(neighbors_of({neighbor(address, 8), done_message(0)}), 0u) << "another command's";
+    EXPECT_EQ(log.take(), lines{counted(0)});
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_EQ(neighbors_of({c.message, done_message(0)}), c.count);
-        lines expected = c.logged;
-        expected.push_back("DEBUG Got " + std::to_string(c.count) + " neighbors on BATMAN iface");
-        EXPECT_EQ(log.take(), expected);
+        const bool good = c.error.empty();
+        EXPECT_EQ(neighbors_of({c.message, done_message(0)}), good ? 1u : 0u);
+        EXPECT_EQ(log.take(), good ? lines{counted(1)} : (lines{c.error, counted(0)}));
     }
     // A dump of many datagrams, marked as interrupted in the middle: what was told counts.
     std::vector<bytes> many(64, neighbor(attr(NEIGH_ADDRESS, MAC)));

@@ -1,32 +1,7 @@
 #include "netlink/bytes.h"
 
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
-
-bytes from_hex(const std::string &text)
-{
-    std::string digits;
-    for (char c : text)
-        if (isxdigit((unsigned char)c))
-            digits += c;
-    bytes out;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2)
-        out.push_back((uint8_t)std::stoul(digits.substr(i, 2), nullptr, 16));
-    return out;
-}
-
-std::string to_hex(const bytes &data)
-{
-    std::string out;
-    char digits[3];
-    for (uint8_t byte : data) {
-        snprintf(digits, sizeof digits, "%02x", byte);
-        out += digits;
-    }
-    return out;
-}
 
 std::vector<bytes> read_hex_file(const std::string &name)
 {

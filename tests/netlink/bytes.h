@@ -9,11 +9,10 @@
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 
+#include "support/hex.h"
+
 using bytes = std::vector<uint8_t>;
 
-/// Blanks and newlines in `text` are skipped.
-bytes from_hex(const std::string &text);
-std::string to_hex(const bytes &data);
 /// One element a line of tests/data/netlink/NAME.
 std::vector<bytes> read_hex_file(const std::string &name);
 

@@ -1,19 +1,12 @@
 #include "netlink/log_capture.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <unistd.h>
 
 #include "platform/zu/log.h"
 
 log_capture::log_capture()
 {
-    const char *folder = getenv("TMPDIR");
-    path_ = std::string(folder ? folder : "/tmp") + "/netlink_test.XXXXXX";
-    int fd = mkstemp(path_.data());
-    if (fd >= 0)
-        close(fd);
     debug_init(path_.c_str());
     debug_set_level(ZU_LOG_DEBUG);
 }
@@ -23,7 +16,6 @@ log_capture::~log_capture()
     if (gDebug_file)
         fclose(gDebug_file);
     gDebug_file = nullptr;
-    unlink(path_.c_str());
 }
 
 std::vector<std::string> log_capture::take()

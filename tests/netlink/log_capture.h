@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/temporary_directory.h"
+
 class log_capture {
 public:
     log_capture();
@@ -16,6 +18,7 @@ public:
     std::vector<std::string> take();
 
 private:
-    std::string path_;
+    temporary_directory directory_;
+    std::string path_ = directory_ / "log";
     size_t offset_ = 0;
 };

@@ -2,18 +2,11 @@
 // must be the same at the end.
 #pragma once
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "netlink/log_capture.h"
 #include "netlink/scripted_kernel.h"
-
-inline long open_descriptors()
-{
-    namespace fs = std::filesystem;
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-}
+#include "support/open_descriptors.h"
 
 class netlink_fixture : public testing::Test {
 protected:

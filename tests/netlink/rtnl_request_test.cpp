@@ -93,49 +93,32 @@ TEST_F(rtnl_request, links_are_asked_for_byte_by_byte)
 TEST_F(rtnl_request, rules_are_asked_for_byte_by_byte)
 {
     const uint32_t src = 0x0a000001, dst = 0xc0a8014d; // 10.0.0.1, 192.168.1.77
-    struct rule_arguments {
-        const char *iif;
-        uint32_t src, dst;
-        int dst_len, table, priority;
-    };
     const struct {
         const char *what;
         bool add;
-        rule_arguments rule;
+        const char *iif;
+        uint32_t src, dst;
+        int dst_len, table, priority;
         const char *expected;
     } cases[] = {
-        {"lo to table 20",
-         true,
-         {"lo", 0, 0, 0, 20, 500},
+        {"lo to table 20", true, "lo", 0, 0, 0, 20, 500,
          "2c000000 2000 0506 00000000 00000000 02000000 14000001 00000000"
          "0800 0600 f4010000 0700 0300 6c6f00 00"},
-        {"the same, deleted: no action, no flags",
-         false,
-         {"lo", 0, 0, 0, 20, 500},
+        {"the same, deleted: no action, no flags", false, "lo", 0, 0, 0, 20, 500,
          "2c000000 2100 0500 00000000 00000000 02000000 14000000 00000000"
          "0800 0600 f4010000 0700 0300 6c6f00 00"},
-        {"any packet, default priority, main table",
-         true,
-         {nullptr, 0, 0, 0, 0, -1},
+        {"any packet, default priority, main table", true, nullptr, 0, 0, 0, 0, -1,
          "24000000 2000 0506 00000000 00000000 02000000 fe000001 00000000 0800 0600 f4010000"},
-        {"table 300 as an attribute, host bits cleared",
-         true,
-         {nullptr, src, dst, 24, 300, 0},
+        {"table 300 as an attribute, host bits cleared", true, nullptr, src, dst, 24, 300, 0,
          "3c000000 2000 0506 00000000 00000000 02182000 00000001 00000000"
          "0800 0600 00000000 0800 0f00 2c010000 0800 0200 0a000001 0800 0100 c0a80100"},
-        {"table 255 in the header",
-         true,
-         {nullptr, 0, dst, 32, 255, 7},
+        {"table 255 in the header", true, nullptr, 0, dst, 32, 255, 7,
          "2c000000 2000 0506 00000000 00000000 02200000 ff000001 00000000"
          "0800 0600 07000000 0800 0100 c0a8014d"},
-        {"length 0 keeps the whole address",
-         true,
-         {nullptr, 0, dst, 0, 20, 7},
+        {"length 0 keeps the whole address", true, nullptr, 0, dst, 0, 20, 7,
          "2c000000 2000 0506 00000000 00000000 02000000 14000001 00000000"
          "0800 0600 07000000 0800 0100 c0a8014d"},
-        {"length 1",
-         false,
-         {nullptr, 0, dst, 1, 20, 7},
+        {"length 1", false, nullptr, 0, dst, 1, 20, 7,
          "2c000000 2100 0500 00000000 00000000 02010000 14000000 00000000"
          "0800 0600 07000000 0800 0100 80000000"},
     };
@@ -143,8 +126,7 @@ TEST_F(rtnl_request, rules_are_asked_for_byte_by_byte)
         SCOPED_TRACE(c.what);
         kernel.answer({error_message(0)});
         auto change = c.add ? ng_rtnl_iface_rule_add : ng_rtnl_iface_rule_del;
-        const rule_arguments &r = c.rule;
-        EXPECT_EQ(change(r.iif, r.src, r.dst, r.dst_len, r.table, r.priority), 0);
+        EXPECT_EQ(change(c.iif, c.src, c.dst, c.dst_len, c.table, c.priority), 0);
         EXPECT_EQ(sent(), to_hex(from_hex(c.expected)));
     }
     EXPECT_EQ(log.take()[3], "INFO adding iif (null) from 10.0.0.1 to 192.168.1.77/24 table 300");
@@ -161,6 +143,8 @@ TEST_F(rtnl_request, bad_arguments_are_refused_before_anything_is_sent)
     } cases[] = {
         {[] { return ng_rtnl_iface_create_vlan(nullptr, 1); }, {"ERROR ifname is NULL"}},
         {[] { return _ng_rtnl_iface_create(4, "bat0", 1); }, {"ERROR invalid rtnl iface type 4"}},
+        {[] { return _ng_rtnl_iface_create(RTNL_KIND_BRIDGE, "", 1); },
+         {"ERROR ifname name has invalid length: ''"}},
         {[] { return _ng_rtnl_iface_create(RTNL_KIND_BRIDGE, "x", 1); },
          {"ERROR ifname name has invalid length: 'x'"}},
         {[] { return _ng_rtnl_iface_create(RTNL_KIND_BRIDGE, "sixteen-chars-xx", 1); },

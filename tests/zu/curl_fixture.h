@@ -2,12 +2,12 @@
 #pragma once
 
 #include "platform/zu/uloop_curl.h"
+#include "support/open_descriptors.h"
 
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -71,12 +71,6 @@ struct transfer : uloop_curl_easy {
         EXPECT_EQ(reports, 0);
     }
 };
-
-inline std::size_t open_descriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 struct curl_fixture : testing::Test {
     uloop_curl_context context = {};

@@ -67,7 +67,7 @@ TEST_F(uloop_curl, a_proxy_in_the_environment_is_not_asked)
 TEST_F(uloop_curl, cycles_of_256_leave_no_descriptor_behind)
 {
     const listener open;
-    const std::size_t before = open_descriptors();
+    const long before = open_descriptors();
     for (int cycle = 0; cycle < 3; cycle++) {
         std::vector<transfer> all(256);
         for (transfer &t : all)
@@ -106,7 +106,7 @@ TEST_F(uloop_curl, sockets_are_not_inherited)
 TEST_F(uloop_curl, an_abort_reports_42_before_it_returns_and_once)
 {
     const listener silent;
-    const std::size_t before = open_descriptors();
+    const long before = open_descriptors();
     transfer fresh, connected, idle;
     fresh.start(context, silent.url("https://"));
     uloop_curl_easy_abort(&fresh);
@@ -251,7 +251,7 @@ TEST_F(uloop_curl, a_context_is_cleaned_up_and_made_anew_even_from_a_callback)
 TEST_F(uloop_curl, cleaning_up_aborts_and_admits_nothing_new)
 {
     const listener silent;
-    const std::size_t before = open_descriptors();
+    const long before = open_descriptors();
     {
         transfer t;
         t.priv = &context;
