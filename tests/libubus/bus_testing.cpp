@@ -9,17 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstring>
 
 #include "../../host/libubus/wire.h"
-
-static int64_t now_ms()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
 
 // Processes.
 
@@ -66,14 +59,10 @@ void child::signal(int number) const
 int child::wait()
 {
     int status = 0;
-    for (const int64_t end = now_ms() + PATIENCE_MS; now_ms() < end;) {
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            pid = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        }
-        poll(nullptr, 0, 2);
-    }
-    return -1;
+    if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }))
+        return -1;
+    pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 bool readable(int fd, int timeout_ms)
@@ -110,12 +99,10 @@ void bus_broker::start()
 {
     process.start({UBUSD_PROGRAM, "-s", socket}, false);
     raw_client probe;
-    for (const int64_t end = now_ms() + PATIENCE_MS; now_ms() < end && probe.fd < 0;) {
+    EXPECT_TRUE(eventually([&] {
         probe.connect(socket);
-        if (probe.fd < 0)
-            poll(nullptr, 0, 2);
-    }
-    EXPECT_GE(probe.fd, 0) << "the broker does not listen";
+        return probe.fd >= 0;
+    })) << "the broker does not listen";
 }
 
 void bus_broker::stop()
@@ -421,31 +408,20 @@ uint32_t publish(const raw_client &client, const char *path)
 
 // Waiting.
 
-bool eventually(const std::function<bool()> &condition)
+bool pump(ubus_context *ctx, const std::function<bool()> &done)
 {
-    for (const int64_t end = now_ms() + PATIENCE_MS; now_ms() < end; poll(nullptr, 0, 1))
-        if (condition())
-            return true;
-    return false;
-}
-
-bool pump(ubus_context *ctx, const std::function<bool()> &done, int timeout_ms)
-{
-    for (const int64_t end = now_ms() + timeout_ms; !done();) {
-        if (now_ms() >= end)
-            return false;
-        if (readable(ctx->sock.fd, 10))
+    return eventually([&] {
+        if (!done() && readable(ctx->sock.fd, 10))
             ubus_handle_event(ctx);
-    }
-    return true;
+        return done();
+    });
 }
 
-bool run_loop(const std::function<bool()> &done, int timeout_ms)
+bool run_loop(const std::function<bool()> &done)
 {
-    for (const int64_t end = now_ms() + timeout_ms; !done();) {
-        if (now_ms() >= end)
-            return false;
-        (void)uloop_run_timeout(10);
-    }
-    return true;
+    return eventually([&] {
+        if (!done())
+            (void)uloop_run_timeout(10);
+        return done();
+    });
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "libubus.h"
+#include "support/eventually.h"
 #include "support/temporary_directory.h"
 
 inline constexpr int PATIENCE_MS = 20000;
@@ -104,10 +105,8 @@ frame add_object_frame(uint16_t seq, const char *path, bool typed = true);
 /// Publishes an object and returns its id, 0 on failure. Path null: anonymous.
 uint32_t publish(const raw_client &client, const char *path);
 
-/// Asks again and again until the answer is yes or time is over.
-bool eventually(const std::function<bool()> &condition);
 bool readable(int fd, int timeout_ms = PATIENCE_MS);
 /// Handles what comes in for `ctx`, which is not in the loop, until `done` says so or time is over.
-bool pump(ubus_context *ctx, const std::function<bool()> &done, int timeout_ms = PATIENCE_MS);
+bool pump(ubus_context *ctx, const std::function<bool()> &done);
 /// As pump(), by the event loop.
-bool run_loop(const std::function<bool()> &done, int timeout_ms = PATIENCE_MS);
+bool run_loop(const std::function<bool()> &done);

@@ -2,12 +2,12 @@
 // that are refused and how, and sequences of commands with every file they leave.
 #include "tool_run.h"
 
+#include "support/json_rows.h"
+
 #include <gtest/gtest.h>
-#include <json-c/json.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 
 namespace {
 
@@ -30,38 +30,9 @@ std::string test_name(const testing::TestParamInfo<std::string> &info)
     return name;
 }
 
-struct json_deleter {
-    void operator()(json_object *object) const { json_object_put(object); }
-};
-using json_handle = std::unique_ptr<json_object, json_deleter>;
-
-json_object *member(json_object *object, const char *name)
-{
-    return json_object_object_get(object, name);
-}
-
-std::string text(json_object *object)
-{
-    return std::string(json_object_get_string(object),
-                       static_cast<size_t>(json_object_get_string_len(object)));
-}
-
 std::optional<std::string> optional_text(json_object *object)
 {
     return object ? std::optional(text(object)) : std::nullopt;
-}
-
-std::vector<std::string> texts(json_object *array)
-{
-    std::vector<std::string> all;
-    for (size_t i = 0; array && i < json_object_array_length(array); i++)
-        all.push_back(text(json_object_array_get_idx(array, i)));
-    return all;
-}
-
-json_handle load(const std::string &path)
-{
-    return json_handle(json_object_from_file((DATA + path).c_str()));
 }
 
 /// Compares `actual` with the record's member, if it has one; null there means no file.
@@ -88,7 +59,7 @@ TEST_P(ValidFile, ShowsExportsAndReadsBack)
 {
     const std::string name = GetParam();
     const auto recorded = [&](const char *extension) {
-        return read_file(DATA + "valid/" + name + extension);
+        return content(DATA + "valid/" + name + extension);
     };
     uci_directories dirs;
     write_file(dirs.conf(name), recorded(".conf").value());
@@ -109,16 +80,16 @@ class InvalidFile : public testing::TestWithParam<std::string> {};
 TEST_P(InvalidFile, IsRefusedOrSkippedLineByLine)
 {
     const std::string file = GetParam() + ".conf";
-    const json_handle records = load("invalid/errors.json");
+    const json_handle records = load_json("libuci/invalid/errors.json");
     json_object *record = nullptr;
-    for (size_t i = 0; i < json_object_array_length(records.get()); i++)
-        if (text(member(json_object_array_get_idx(records.get(), i), "file")) == file)
-            record = json_object_array_get_idx(records.get(), i);
+    for (json_object *each : elements(records.get()))
+        if (text(member(each, "file")) == file)
+            record = each;
     ASSERT_TRUE(record);
 
     uci_directories dirs;
     const std::string package = GetParam();
-    write_file(dirs.conf(package), read_file(DATA + "invalid/" + file).value());
+    write_file(dirs.conf(package), content(DATA + "invalid/" + file).value());
     expect_result(record, dirs.run({"export", package}));
     expect_result(member(record, "non_strict"), dirs.run({"-S", "export", package}));
 }
@@ -130,7 +101,7 @@ class Operations : public testing::TestWithParam<std::string> {
 protected:
     void SetUp() override
     {
-        record = load("ops/" + GetParam() + ".json");
+        record = load_json("libuci/ops/" + GetParam() + ".json");
         ASSERT_TRUE(record);
         if (json_object *package = member(record.get(), "package"))
             net = text(package);
@@ -151,12 +122,10 @@ protected:
 
     void play_steps(json_object *steps)
     {
-        for (size_t i = 0; steps && i < json_object_array_length(steps); i++) {
-            json_object *step = json_object_array_get_idx(steps, i);
-            SCOPED_TRACE("step " + std::to_string(i) + ": " +
-                         json_object_to_json_string(member(step, "args")));
+        for (json_object *step : elements(steps)) {
+            SCOPED_TRACE(json_object_to_json_string(member(step, "args")));
             expect_result(step, dirs.run(texts(member(step, "args"))));
-            expect_member(step, "delta_file_after", read_file(dirs.save(net)));
+            expect_member(step, "delta_file_after", content(dirs.save(net)));
         }
     }
 
@@ -171,8 +140,8 @@ protected:
                                     : argument == "SAVE" ? dirs.save()
                                                          : argument);
         expect_result(run, run_tool(arguments, ""));
-        expect_member(run, "state_file_after", read_file(state + "/" + net));
-        expect_member(run, "save_file_after", read_file(dirs.save(net)));
+        expect_member(run, "state_file_after", content(state + "/" + net));
+        expect_member(run, "save_file_after", content(dirs.save(net)));
     }
 
     uci_directories dirs;
@@ -183,29 +152,28 @@ protected:
 TEST_P(Operations, LeaveWhatWasRecorded)
 {
     play_steps(at("steps"));
-    json_object *runs = at("runs");
-    for (size_t i = 0; runs && i < json_object_array_length(runs); i++) {
-        SCOPED_TRACE("run " + std::to_string(i));
-        play_run(json_object_array_get_idx(runs, i));
+    for (json_object *run : elements(at("runs"))) {
+        SCOPED_TRACE(json_object_to_json_string(run));
+        play_run(run);
     }
     if (at("stdin")) {
         expect_result(record.get(), dirs.run({"batch"}, text(at("stdin"))));
-        expect_member(record.get(), "delta_file_after", read_file(dirs.save(net)));
+        expect_member(record.get(), "delta_file_after", content(dirs.save(net)));
     }
     for (const char *command : {"show", "changes", "export"})
         expect_member(record.get(), command, dirs.run({command, net}).out);
     expect_member(record.get(), "changes_stdout", dirs.run({"changes", net}).out);
     if (at("config_before_commit_unchanged")) {
-        EXPECT_EQ(text(at("base")), read_file(dirs.conf(net)));
+        EXPECT_EQ(text(at("base")), content(dirs.conf(net)));
     }
     if (at("committed_file")) {
         const tool_result commit = dirs.run({"commit", net});
         EXPECT_EQ(0, commit.exit);
         EXPECT_EQ("", commit.err);
     }
-    expect_member(record.get(), "committed_file", read_file(dirs.conf(net)));
-    expect_member(record.get(), "config_file_at_end", read_file(dirs.conf(net)));
-    expect_member(record.get(), "delta_file_after_commit", read_file(dirs.save(net)));
+    expect_member(record.get(), "committed_file", content(dirs.conf(net)));
+    expect_member(record.get(), "config_file_at_end", content(dirs.conf(net)));
+    expect_member(record.get(), "delta_file_after_commit", content(dirs.save(net)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Recorded, Operations, testing::ValuesIn(names_in("ops", ".json")),

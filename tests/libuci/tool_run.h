@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/temporary_directory.h"
+
 struct tool_result {
     int exit;
     std::string out, err;
@@ -13,13 +15,10 @@ struct tool_result {
 class uci_directories {
 public:
     uci_directories();
-    ~uci_directories();
-    uci_directories(const uci_directories &) = delete;
-    uci_directories &operator=(const uci_directories &) = delete;
 
-    std::string root() const { return root_; }
-    std::string conf() const { return root_ + "/config"; }
-    std::string save() const { return root_ + "/save"; }
+    std::string root() const { return root_.path; }
+    std::string conf() const { return root_ / "config"; }
+    std::string save() const { return root_ / "save"; }
     std::string conf(const std::string &package) const { return conf() + "/" + package; }
     std::string save(const std::string &package) const { return save() + "/" + package; }
 
@@ -27,12 +26,11 @@ public:
     tool_result run(const std::vector<std::string> &arguments, const std::string &input = "") const;
 
 private:
-    std::string root_;
+    temporary_directory root_;
 };
 
 /// Runs the tool with exactly these arguments.
 tool_result run_tool(const std::vector<std::string> &arguments, const std::string &input);
 
 /// The whole file, or nothing when there is none.
-std::optional<std::string> read_file(const std::string &path);
-void write_file(const std::string &path, const std::string &text);
+std::optional<std::string> content(const std::string &path);
