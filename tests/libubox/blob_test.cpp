@@ -50,25 +50,21 @@ TEST_F(blob, grows_in_steps_of_256_and_can_be_used_again)
 TEST_F(blob, nest_cookies_survive_growth)
 {
     std::vector<void *> open;
-    std::string expected = "{";
+    std::string expected, end;
     for (int depth = 0; depth < 300; depth++) {
-        open.push_back(blobmsg_open_nested(&buf, "level", depth % 2));
+        const bool array = depth % 2;
+        open.push_back(blobmsg_open_nested(&buf, "level", array));
         blobmsg_add_u32(&buf, "n", static_cast<uint32_t>(depth));
-        expected += std::string(depth % 2 == 1 && depth > 0 ? "\"level\":"
-                                : depth                     ? ""
-                                                            : "\"level\":");
-        expected += depth % 2 ? "[" : "{";
-        expected += (depth % 2 ? "" : "\"n\":") + std::to_string(depth) + ",";
+        expected += (array || !depth ? "\"level\":" : "") + std::string(array ? "[" : "{\"n\":") +
+                    std::to_string(depth) + ",";
+        end.insert(0, array ? "]" : "}");
     }
     blobmsg_add_u8(&buf, "end", 1);
     for (; !open.empty(); open.pop_back())
         blob_nest_end(&buf, open.back());
     blobmsg_add_u8(&buf, "after", 0);
-
-    expected += "true";
-    for (int depth = 299; depth >= 0; depth--)
-        expected += depth % 2 ? "]" : "}";
-    EXPECT_EQ(take(blobmsg_format_json(buf.head, true)), expected + ",\"after\":false}");
+    EXPECT_EQ(take(blobmsg_format_json(buf.head, true)),
+              "{" + expected + "true" + end + ",\"after\":false}");
 }
 
 TEST_F(blob, a_message_stays_below_16_mib)

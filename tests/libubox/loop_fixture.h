@@ -9,23 +9,28 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/socket.h>
 #include <unistd.h>
 
-struct timer : uloop_timeout {
-    std::function<void()> run;
-    explicit timer(std::function<void()> f) : uloop_timeout{}, run(std::move(f))
+/// A record of the loop whose callback is a function.
+template <typename Record, typename... Told>
+struct acting : Record {
+    std::function<void(Told...)> run;
+    explicit acting(std::function<void(Told...)> f) : Record{}, run(std::move(f))
     {
-        cb = [](uloop_timeout *t) { static_cast<timer *>(t)->run(); };
+        this->cb = [](Record *r, Told... told) { static_cast<acting *>(r)->run(told...); };
     }
+};
+
+struct timer : acting<uloop_timeout> {
+    using acting::acting;
     ~timer() { uloop_timeout_cancel(this); }
 };
 
-struct watch : uloop_fd {
-    std::function<void(unsigned events)> run;
-    watch(int descriptor, std::function<void(unsigned)> f) : uloop_fd{}, run(std::move(f))
+struct watch : acting<uloop_fd, unsigned> {
+    watch(int descriptor, std::function<void(unsigned events)> f) : acting(std::move(f))
     {
         fd = descriptor;
-        cb = [](uloop_fd *u, unsigned events) { static_cast<watch *>(u)->run(events); };
     }
     ~watch() { (void)uloop_fd_delete(this); }
 };
@@ -51,10 +56,20 @@ struct loop : testing::Test {
     }
 };
 
+enum kind { SOCKETS, PIPE_TO_US, PIPE_FROM_US };
+
 /// Two connected descriptors, closed with their owner.
 struct fd_pair {
     int ours = -1;
     int theirs = -1;
+
+    explicit fd_pair(kind k = SOCKETS)
+    {
+        int fds[2];
+        EXPECT_EQ(k == SOCKETS ? socketpair(AF_UNIX, SOCK_STREAM, 0, fds) : pipe(fds), 0);
+        ours = fds[k == PIPE_FROM_US ? 1 : 0];
+        theirs = fds[k == PIPE_FROM_US ? 0 : 1];
+    }
     ~fd_pair()
     {
         close_ours();

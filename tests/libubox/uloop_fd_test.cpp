@@ -5,20 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <sys/socket.h>
 #include <vector>
-
-enum kind { SOCKETS, PIPE_TO_US, PIPE_FROM_US };
-
-static std::unique_ptr<fd_pair> connected(kind k = SOCKETS)
-{
-    auto pair = std::make_unique<fd_pair>();
-    int fds[2];
-    EXPECT_EQ(k == SOCKETS ? socketpair(AF_UNIX, SOCK_STREAM, 0, fds) : pipe(fds), 0);
-    pair->ours = fds[k == PIPE_FROM_US ? 1 : 0];
-    pair->theirs = fds[k == PIPE_FROM_US ? 0 : 1];
-    return pair;
-}
 
 static void drain(int fd)
 {
@@ -29,19 +16,19 @@ static void drain(int fd)
 
 TEST_F(loop, one_callback_a_round_with_timers_in_between)
 {
-    auto a = connected(), b = connected();
+    fd_pair a, b;
     timer t = logging("timer");
     auto on_readable = [&](int fd) {
         drain(fd);
         log += "fd ";
         uloop_timeout_set(&t, 0);
     };
-    watch wa(a->ours, [&](unsigned) { on_readable(a->ours); });
-    watch wb(b->ours, [&](unsigned) { on_readable(b->ours); });
+    watch wa(a.ours, [&](unsigned) { on_readable(a.ours); });
+    watch wb(b.ours, [&](unsigned) { on_readable(b.ours); });
     uloop_fd_add(&wa, ULOOP_READ);
     uloop_fd_add(&wb, ULOOP_READ);
-    a->send("x");
-    b->send("x");
+    a.send("x");
+    b.send("x");
     uloop_run_timeout(0);
     EXPECT_EQ(log, "fd ");
     uloop_run_timeout(0);
@@ -53,15 +40,13 @@ TEST_F(loop, one_callback_a_round_with_timers_in_between)
 TEST_F(loop, every_ready_descriptor_gets_its_turn)
 {
     constexpr int COUNT = 25; // more than one wait fetches
-    std::vector<std::unique_ptr<fd_pair>> pairs;
+    std::vector<fd_pair> pairs(COUNT);
     std::vector<std::unique_ptr<watch>> watches;
     std::vector<int> calls(COUNT);
     for (int i = 0; i < COUNT; i++) {
-        pairs.push_back(connected());
-        watches.push_back(
-            std::make_unique<watch>(pairs[i]->ours, [&, i](unsigned) { calls[i]++; }));
+        watches.push_back(std::make_unique<watch>(pairs[i].ours, [&, i](unsigned) { calls[i]++; }));
         uloop_fd_add(watches[i].get(), ULOOP_READ);
-        pairs[i]->send("x"); // never read: stays ready
+        pairs[i].send("x"); // never read: stays ready
     }
     for (int round = 0; round < 3 * COUNT; round++)
         uloop_run_timeout(0);
@@ -97,14 +82,14 @@ TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
     };
     for (const auto &row : ROWS) {
         SCOPED_TRACE(row.name);
-        auto pair = connected(row.k);
+        fd_pair pair(row.k);
         std::vector<std::string> told;
-        watch w(pair->ours, [&](unsigned events) {
+        watch w(pair.ours, [&](unsigned events) {
             told.push_back(std::to_string(events) + " " + std::to_string(w.eof) + " " +
                            std::to_string(w.error) + " " + std::to_string(w.registered));
         });
         ASSERT_EQ(uloop_fd_add(&w, row.flags), 0);
-        row.act(*pair);
+        row.act(pair);
         for (int round = 0; round < 3; round++)
             uloop_run_timeout(0);
         EXPECT_EQ(told, std::vector<std::string>(static_cast<size_t>(row.times), row.told));
@@ -113,25 +98,20 @@ TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
 
 TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
 {
-    auto a = connected(), b = connected();
-    std::unique_ptr<watch> wa, wb;
-    auto free_both = [&](unsigned) {
-        log += "fd ";
-        wa.reset(); // one of them is the running one
-        wb.reset();
-    };
-    wa = std::make_unique<watch>(a->ours, [=](unsigned events) {
-        auto f = free_both;
-        f(events);
-    });
-    wb = std::make_unique<watch>(b->ours, [=](unsigned events) {
-        auto f = free_both;
-        f(events);
-    });
-    uloop_fd_add(wa.get(), ULOOP_READ);
-    uloop_fd_add(wb.get(), ULOOP_READ | ULOOP_EDGE_TRIGGER);
-    a->close_theirs();
-    b->close_theirs();
+    fd_pair a, b;
+    std::unique_ptr<watch> watches[2];
+    for (auto &w : watches) {
+        w = std::make_unique<watch>(&w == watches ? a.ours : b.ours, [&](unsigned) {
+            auto &both = watches; // the function goes with its record
+            log += "fd ";
+            for (auto &one : both)
+                one.reset();
+        });
+    }
+    uloop_fd_add(watches[0].get(), ULOOP_READ);
+    uloop_fd_add(watches[1].get(), ULOOP_READ | ULOOP_EDGE_TRIGGER);
+    a.close_theirs();
+    b.close_theirs();
     for (int round = 0; round < 3; round++)
         uloop_run_timeout(0);
     EXPECT_EQ(log, "fd ");
@@ -140,15 +120,15 @@ TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
 TEST_F(loop, level_repeats_and_edge_reports_once)
 {
     for (bool edge : {false, true}) {
-        auto pair = connected();
+        fd_pair pair;
         int calls = 0;
-        watch w(pair->ours, [&](unsigned) { calls++; });
+        watch w(pair.ours, [&](unsigned) { calls++; });
         uloop_fd_add(&w, ULOOP_READ | (edge ? ULOOP_EDGE_TRIGGER : 0));
-        pair->send("x");
+        pair.send("x");
         for (int round = 0; round < 3; round++)
             uloop_run_timeout(0);
         EXPECT_EQ(calls, edge ? 1 : 3);
-        pair->send("y");
+        pair.send("y");
         uloop_run_timeout(0);
         EXPECT_EQ(calls, edge ? 2 : 4);
     }
@@ -157,12 +137,12 @@ TEST_F(loop, level_repeats_and_edge_reports_once)
 TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
 {
     for (bool edge : {false, true}) {
-        auto pair = connected();
+        fd_pair pair;
         int calls = 0, depth = 0, deepest = 0;
-        watch w(pair->ours, [&](unsigned) {
+        watch w(pair.ours, [&](unsigned) {
             deepest = std::max(deepest, ++depth);
             if (++calls == 1) {
-                pair->send("y");
+                pair.send("y");
                 uloop_run_timeout(0);
                 uloop_run_timeout(0);
                 EXPECT_EQ(calls, edge ? 1 : 3);
@@ -170,7 +150,7 @@ TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
             depth--;
         });
         uloop_fd_add(&w, ULOOP_READ | (edge ? ULOOP_EDGE_TRIGGER : 0));
-        pair->send("x");
+        pair.send("x");
         uloop_run_timeout(0);
         EXPECT_EQ(deepest, edge ? 1 : 2);
         EXPECT_EQ(calls, edge ? 2 : 3);
@@ -179,8 +159,8 @@ TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
 
 TEST_F(loop, flags_can_be_changed_and_none_means_delete)
 {
-    auto pair = connected();
-    watch w(pair->ours, [&](unsigned events) { log += std::to_string(events) + " "; });
+    fd_pair pair;
+    watch w(pair.ours, [&](unsigned events) { log += std::to_string(events) + " "; });
     static std::string flags_seen;
     flags_seen.clear();
     uloop_fd_set_cb = [](uloop_fd *, unsigned flags) { flags_seen += std::to_string(flags) + " "; };
@@ -188,7 +168,7 @@ TEST_F(loop, flags_can_be_changed_and_none_means_delete)
     uloop_run_timeout(0);
     uloop_fd_add(&w, ULOOP_READ | ULOOP_WRITE);
     uloop_run_timeout(0);
-    pair->send("x");
+    pair.send("x");
     uloop_run_timeout(0);
     uloop_fd_add(&w, 0);
     uloop_run_timeout(0);
@@ -201,34 +181,34 @@ TEST_F(loop, flags_can_be_changed_and_none_means_delete)
 
 TEST_F(loop, registration_sets_nonblocking_unless_told_not_to)
 {
-    auto a = connected(), b = connected();
-    watch plain(a->ours, nullptr), blocking(b->ours, nullptr), taken(a->ours, nullptr);
+    fd_pair a, b;
+    watch plain(a.ours, nullptr), blocking(b.ours, nullptr), taken(a.ours, nullptr);
     EXPECT_EQ(uloop_fd_add(&plain, ULOOP_READ), 0);
     EXPECT_EQ(uloop_fd_add(&blocking, ULOOP_READ | ULOOP_BLOCKING), 0);
-    EXPECT_TRUE(fcntl(a->ours, F_GETFL) & O_NONBLOCK);
-    EXPECT_FALSE(fcntl(b->ours, F_GETFL) & O_NONBLOCK);
+    EXPECT_TRUE(fcntl(a.ours, F_GETFL) & O_NONBLOCK);
+    EXPECT_FALSE(fcntl(b.ours, F_GETFL) & O_NONBLOCK);
 
     EXPECT_EQ(uloop_fd_add(&taken, ULOOP_READ), -1);
     EXPECT_EQ(errno, EEXIST);
     EXPECT_FALSE(taken.registered);
-    fd_pair file;
-    file.ours = open(TEST_DATA_DIR "/libubox/blobmsg.json", O_RDONLY);
-    watch regular(file.ours, nullptr);
+    const int file = open(TEST_DATA_DIR "/libubox/blobmsg.json", O_RDONLY);
+    watch regular(file, nullptr);
     EXPECT_EQ(uloop_fd_add(&regular, ULOOP_READ), -1);
     EXPECT_EQ(errno, EPERM);
+    close(file);
 }
 
 TEST_F(loop, a_record_outlives_neither_its_descriptor_nor_its_loop)
 {
-    auto pair = connected();
-    watch w(pair->ours, nullptr);
+    fd_pair pair;
+    watch w(pair.ours, nullptr);
     uloop_fd_add(&w, ULOOP_READ);
-    pair->close_ours();
+    pair.close_ours();
     EXPECT_EQ(uloop_fd_delete(&w), -1);
     EXPECT_FALSE(w.registered);
 
-    pair = connected();
-    w.fd = pair->ours;
+    fd_pair second;
+    w.fd = second.ours;
     uloop_fd_add(&w, ULOOP_READ);
     uloop_done();
     EXPECT_TRUE(w.registered);

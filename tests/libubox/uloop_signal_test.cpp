@@ -8,6 +8,25 @@
 
 static void ignore_it(int) {}
 
+/// A child that exits with what `action` returns.
+static pid_t start(const std::function<int()> &action)
+{
+    const pid_t pid = fork();
+    if (pid == 0)
+        _exit(action());
+    return pid;
+}
+
+/// Waits until the child has ended, without taking its status; the loop's handler for SIGCHLD
+/// interrupts it.
+static pid_t ended(pid_t pid)
+{
+    siginfo_t info = {};
+    while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
+    return pid;
+}
+
 static auto handler_of(int signo)
 {
     struct sigaction action = {};
@@ -51,13 +70,8 @@ TEST_F(loop, only_default_dispositions_are_taken_and_they_are_given_back)
 }
 
 namespace {
-struct catcher : uloop_signal {
-    std::function<void()> run;
-    catcher(int number, std::function<void()> f) : uloop_signal{}, run(std::move(f))
-    {
-        signo = number;
-        cb = [](uloop_signal *s) { static_cast<catcher *>(s)->run(); };
-    }
+struct catcher : acting<uloop_signal> {
+    catcher(int number, std::function<void()> f) : acting(std::move(f)) { signo = number; }
     ~catcher() { (void)uloop_signal_delete(this); }
 };
 } // namespace
@@ -98,26 +112,16 @@ TEST_F(loop, a_signal_ends_the_wait)
 {
     catcher c(SIGUSR1, [] { uloop_end(); });
     (void)uloop_signal_add(&c);
-    pid_t child = fork();
-    if (child == 0) {
-        kill(getppid(), SIGUSR1);
-        _exit(0);
-    }
+    start([] { return kill(getppid(), SIGUSR1); });
     EXPECT_EQ(uloop_run(), 0); // no timer: without the signal this waits for ever
 }
 
 TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
 {
-    pid_t pid = fork();
-    if (pid == 0) {
+    ended(start([] {
         uloop_done();
-        _exit(0);
-    }
-    pid_t ended;
-    do
-        ended = waitpid(pid, nullptr, 0); // the loop's handler for SIGCHLD interrupts it
-    while (ended < 0 && errno == EINTR);
-    EXPECT_EQ(ended, pid);
+        return 0;
+    }));
     catcher c(SIGUSR1, [&] { log += "woken"; });
     (void)uloop_signal_add(&c);
     raise(SIGUSR1);
@@ -126,45 +130,24 @@ TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
 }
 
 namespace {
-struct child : uloop_process {
-    std::function<void(int status)> run;
-    child(pid_t number, std::function<void(int)> f) : uloop_process{}, run(std::move(f))
-    {
-        pid = number;
-        cb = [](uloop_process *p, int status) { static_cast<child *>(p)->run(status); };
-    }
+struct child : acting<uloop_process, int> {
+    child(pid_t number, std::function<void(int status)> f) : acting(std::move(f)) { pid = number; }
     ~child() { (void)uloop_process_delete(this); }
 };
 } // namespace
-
-static pid_t start(int exit_code)
-{
-    pid_t pid = fork();
-    if (pid == 0)
-        _exit(exit_code);
-    return pid;
-}
-
-/// Waits until the child has ended, without taking its status.
-static pid_t ended(pid_t pid)
-{
-    siginfo_t info = {};
-    while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
-    }
-    return pid;
-}
 
 TEST_F(loop, children_report_their_status_once_each)
 {
     std::vector<std::unique_ptr<child>> children;
     size_t reported = 0;
     for (int code = 0; code < 20; code++) {
-        children.push_back(std::make_unique<child>(start(code), [&, code](int status) {
-            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code);
-            EXPECT_FALSE(children[static_cast<size_t>(code)]->pending);
-            if (++reported == children.size())
-                uloop_end();
-        }));
+        children.push_back(
+            std::make_unique<child>(start([=] { return code; }), [&, code](int status) {
+                EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code);
+                EXPECT_FALSE(children[static_cast<size_t>(code)]->pending);
+                if (++reported == children.size())
+                    uloop_end();
+            }));
         EXPECT_EQ(uloop_process_add(children.back().get()), 0);
         EXPECT_EQ(uloop_process_add(children.back().get()), -1);
     }
@@ -175,11 +158,7 @@ TEST_F(loop, children_report_their_status_once_each)
 
 TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
 {
-    pid_t pid = fork();
-    if (pid == 0) {
-        pause();
-        _exit(0);
-    }
+    const pid_t pid = start(pause);
     kill(pid, SIGKILL);
     ended(pid);
     child deleted(pid, [&](int) { log += "deleted "; });
@@ -204,7 +183,7 @@ TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
 
 TEST_F(loop, children_nobody_registered_are_reaped_too)
 {
-    pid_t stranger = ended(start(3));
+    pid_t stranger = ended(start([] { return 3; }));
     uloop_run_timeout(0);
     EXPECT_EQ(waitpid(stranger, nullptr, 0), -1);
     EXPECT_EQ(errno, ECHILD);

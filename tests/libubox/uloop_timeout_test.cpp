@@ -2,8 +2,7 @@
 #include "libubox/loop_fixture.h"
 
 #include <chrono>
-#include <memory>
-#include <sys/wait.h>
+#include <thread>
 
 TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
 {
@@ -130,10 +129,9 @@ TEST_F(loop, a_timer_rearmed_with_0_does_not_starve_descriptors)
 {
     for (bool on : {true, false}) {
         uloop_clock_virtual(on);
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        ASSERT_EQ(write(ends[1], "x", 1), 1);
-        watch reader(ends[0], [](unsigned) { uloop_end(); });
+        fd_pair pair;
+        pair.send("x");
+        watch reader(pair.ours, [](unsigned) { uloop_end(); });
         uloop_fd_add(&reader, ULOOP_READ);
         int laps = 0;
         timer again([&] {
@@ -143,9 +141,6 @@ TEST_F(loop, a_timer_rearmed_with_0_does_not_starve_descriptors)
         uloop_timeout_set(&again, 0);
         uloop_run();
         EXPECT_GT(laps, 1) << "runs again in the same pass";
-        (void)uloop_fd_delete(&reader);
-        close(ends[0]);
-        close(ends[1]);
     }
 }
 
@@ -162,22 +157,19 @@ TEST_F(loop, done_forgets_timers)
 
 TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
 {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    watch quiet(ends[0], [&](unsigned) { log += "woken "; });
-    uloop_fd_add(&quiet, ULOOP_READ);
+    fd_pair pair;
     int ticks = 0;
+    watch quiet(pair.ours, [&](unsigned) {
+        char byte;
+        EXPECT_EQ(read(pair.ours, &byte, 1), 1);
+        log += "at " + std::to_string(ticks);
+    });
+    uloop_fd_add(&quiet, ULOOP_READ);
     timer tick([&] {
         uloop_timeout_set(&tick, 1000);
         // What was written is seen before the clock moves on.
-        ticks++;
-        EXPECT_EQ(write(ends[1], "x", ticks == 900 ? 1 : 0), ticks == 900 ? 1 : 0);
+        pair.send(++ticks == 900 ? "x" : "");
     });
-    quiet.run = [&](unsigned) {
-        char byte;
-        EXPECT_EQ(read(ends[0], &byte, 1), 1);
-        log += "at " + std::to_string(ticks);
-    };
     uloop_timeout_set(&tick, 1000);
     auto real_start = std::chrono::steady_clock::now();
     int64_t start = uloop_clock_now_ms();
@@ -191,9 +183,6 @@ TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
     timer ender([] { uloop_end(); });
     uloop_timeout_set(&ender, 500);
     EXPECT_EQ(uloop_clock_run_ms(1000), -1) << "ended before";
-    (void)uloop_fd_delete(&quiet);
-    close(ends[0]);
-    close(ends[1]);
 }
 
 TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
@@ -211,32 +200,27 @@ TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
 
 TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
 {
-    int question[2], reply[2];
-    ASSERT_EQ(pipe(question) | pipe(reply), 0);
-    pid_t peer = fork();
-    if (peer == 0) {
+    fd_pair pair;
+    std::thread peer([&] {
         char byte;
-        (void)!(read(question[0], &byte, 1) == 1 && write(reply[1], "x", 1));
-        _exit(0);
-    }
-    watch answer(reply[0], [&](unsigned) {
+        if (read(pair.theirs, &byte, 1) == 1)
+            pair.send("x");
+    });
+    watch answer(pair.ours, [&](unsigned) {
         log += "answer ";
         uloop_end();
     });
     uloop_fd_add(&answer, ULOOP_READ);
     timer ask([&] {
         uloop_clock_settle_ms(5000);
-        EXPECT_EQ(write(question[1], "x", 1), 1);
+        EXPECT_EQ(write(pair.ours, "x", 1), 1);
     });
     timer guard = logging("guard");
     uloop_timeout_set(&ask, 10);
     uloop_timeout_set(&guard, 20);
     uloop_run();
     EXPECT_EQ(log, "answer ");
-    (void)uloop_fd_delete(&answer);
-    for (int fd : {question[0], question[1], reply[0], reply[1]})
-        close(fd);
-    waitpid(peer, nullptr, 0);
+    peer.join();
 }
 
 TEST_F(loop, real_time_passes_while_the_loop_waits)

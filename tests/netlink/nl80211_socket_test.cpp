@@ -38,36 +38,21 @@ protected:
 
 TEST_F(nl80211_query, requests_byte_by_byte)
 {
-    const struct {
-        int (*call)();
-        const char *expected;
-    } cases[] = {
-        {[] {
-             std::vector<ng_nl80211_iface> out;
-             return ng_nl80211_iface_list(&out);
-         },
-         "14000000 2100 0503 00000000 00000000 05000000"},
-        {[] {
-             std::vector<ng_nl80211_station> out;
-             return ng_nl80211_station_list(7, &out);
-         },
-         "1c000000 2100 0503 00000000 00000000 11000000 0800 0300 07000000"},
-        {[] {
-             std::vector<ng_nl80211_survey> out;
-             return ng_nl80211_survey_list(7, &out);
-         },
-         "1c000000 2100 0503 00000000 00000000 32000000 0800 0300 07000000"},
-        {[] {
-             std::vector<ng_nl80211_radio> out;
-             return ng_nl80211_radio_list(&out);
-         },
-         "18000000 2100 0503 00000000 00000000 01000000 0400 ae00"}, // in pieces
+    std::vector<ng_nl80211_station> stations;
+    std::vector<ng_nl80211_survey> surveys;
+    std::vector<ng_nl80211_radio> radios;
+    const auto expect_request = [this](int result, const char *expected) {
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(last_request(), to_hex(from_hex(expected)));
     };
-    for (const auto &c : cases) {
-        kernel.answer({done_message(0)});
-        EXPECT_EQ(c.call(), 0);
-        EXPECT_EQ(last_request(), to_hex(from_hex(c.expected)));
-    }
+    kernel.answer(std::vector<bytes>(4, done_message(0)));
+    expect_request(ng_nl80211_iface_list(&list), "14000000 2100 0503 00000000 00000000 05000000");
+    expect_request(ng_nl80211_station_list(7, &stations),
+                   "1c000000 2100 0503 00000000 00000000 11000000 0800 0300 07000000");
+    expect_request(ng_nl80211_survey_list(7, &surveys),
+                   "1c000000 2100 0503 00000000 00000000 32000000 0800 0300 07000000");
+    expect_request(ng_nl80211_radio_list(&radios),
+                   "18000000 2100 0503 00000000 00000000 01000000 0400 ae00"); // in pieces
 }
 
 TEST_F(nl80211_query, a_list_is_whole_or_left_alone)
