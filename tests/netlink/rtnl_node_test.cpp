@@ -1,7 +1,6 @@
 // Links and rules on the kernel this runs on, in a network namespace of its own, as iproute2 sees
 // them.
 #include <cerrno>
-#include <cstdio>
 
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -11,36 +10,26 @@
 #include "netlink/rtnl.h"
 #include "netlink/rtnl_internal.h"
 #include "support/open_descriptors.h"
+#include "support/run.h"
 
 using lines = std::vector<std::string>;
 
-static bool ip(const std::string &arguments)
+static outcome ip(const std::string &arguments)
 {
-    return system(("ip " + arguments + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-/// What `ip ARGUMENTS` prints; nothing when it fails.
-static std::string ip_tells(const std::string &arguments)
-{
-    std::string text;
-    FILE *pipe = popen(("ip " + arguments + " 2>/dev/null").c_str(), "r");
-    for (int c = getc(pipe); c != EOF; c = getc(pipe))
-        text += (char)c;
-    pclose(pipe);
-    return text;
+    return run("ip " + arguments);
 }
 
 /// Whether `ip link` tells this of an interface.
 static bool link_tells(const std::string &name, const std::string &what)
 {
-    return ip_tells("-o -d link show dev " + name).find(what) != std::string::npos;
+    return ip("-o -d link show dev " + name).output.find(what) != std::string::npos;
 }
 
 class rtnl_node : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (!ip("link show dev lo") || !ip("link add nlt0 type bridge"))
+        if (ip("link show dev lo").status != 0 || ip("link add nlt0 type bridge").status != 0)
             GTEST_SKIP() << "no network namespace of its own to change, or no bridges";
         ip("link del nlt0");
         descriptors_ = open_descriptors();
@@ -80,8 +69,9 @@ TEST_F(rtnl_node, links_are_created_once_and_destroyed)
 
 TEST_F(rtnl_node, ports_come_to_bridges_and_go)
 {
-    ASSERT_TRUE(ip("link add br-a type bridge") && ip("link add br-b type bridge"));
-    ASSERT_TRUE(ip("link add port0 type veth peer name port1"));
+    for (const char *added :
+         {"br-a type bridge", "br-b type bridge", "port0 type veth peer name port1"})
+        ASSERT_EQ(ip(std::string("link add ") + added).status, 0) << added;
     for (const char *bridge : {"br-a", "br-a", "br-b"}) {
         EXPECT_EQ(ng_rtnl_bridge_enslave(bridge, "port0"), 0);
         EXPECT_TRUE(link_tells("port0", std::string(" master ") + bridge));
@@ -103,7 +93,7 @@ TEST_F(rtnl_node, ports_come_to_bridges_and_go)
 
 TEST_F(rtnl_node, links_go_up_and_down_and_run_when_the_other_end_does)
 {
-    ASSERT_TRUE(ip("link add up0 type veth peer name up1"));
+    ASSERT_EQ(ip("link add up0 type veth peer name up1").status, 0);
     EXPECT_FALSE(ng_rtnl_iface_link_get_up("up0", true));
     EXPECT_EQ(ng_rtnl_iface_set_up("up0", true), 0);
     EXPECT_TRUE(link_tells("up0", ",UP"));
@@ -127,8 +117,8 @@ TEST_F(rtnl_node, links_go_up_and_down_and_run_when_the_other_end_does)
 
 TEST_F(rtnl_node, vlans)
 {
-    ASSERT_TRUE(ip("link add long-br-name type bridge"));
-    if (!ip("link add link long-br-name name probe type vlan id 7")) {
+    ASSERT_EQ(ip("link add long-br-name type bridge").status, 0);
+    if (ip("link add link long-br-name name probe type vlan id 7").status != 0) {
         ip("link del long-br-name");
         GTEST_SKIP() << "this kernel has no VLANs (the kernel lab has)";
     }
@@ -161,9 +151,9 @@ TEST_F(rtnl_node, rules_are_added_once_listed_and_deleted)
         };
         EXPECT_EQ(change(ng_rtnl_iface_rule_add), 0);
         EXPECT_EQ(change(ng_rtnl_iface_rule_add), 0);
-        EXPECT_EQ(ip_tells(RULES), std::string("500:\tfrom ") + c.listed + "\n");
+        EXPECT_EQ(ip(RULES).output, std::string("500:\tfrom ") + c.listed + "\n");
         EXPECT_EQ(change(ng_rtnl_iface_rule_del), 0);
-        EXPECT_EQ(ip_tells(RULES), "");
+        EXPECT_EQ(ip(RULES).output, "");
         errno = 0;
         EXPECT_EQ(change(ng_rtnl_iface_rule_del), -1);
         EXPECT_EQ(errno, ENOENT);
@@ -171,7 +161,7 @@ TEST_F(rtnl_node, rules_are_added_once_listed_and_deleted)
     EXPECT_EQ(ng_rtnl_iface_rule_add(nullptr, 0, 0x0a000001, 33, 20, 500), -1);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(ng_rtnl_iface_rule_add("sixteen-chars-xx", 0, 0, 0, 20, 500), -1);
-    EXPECT_EQ(ip_tells(RULES), "");
+    EXPECT_EQ(ip(RULES).output, "");
 }
 
 TEST_F(rtnl_node, the_kernel_refuses_an_interface_that_is_gone)

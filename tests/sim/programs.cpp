@@ -1,13 +1,11 @@
 #include "programs.h"
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 program::program(std::vector<std::string> command)
@@ -39,29 +37,6 @@ void program::end(int signal)
         return;
     waitpid(pid_, nullptr, 0);
     pid_ = -1;
-}
-
-outcome run(const std::string &command)
-{
-    outcome result = {};
-    FILE *pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "re");
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;)
-        result.output.append(buffer, n);
-    int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return result;
-}
-
-bool eventually(const std::function<bool()> &condition, int limit_ms)
-{
-    auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
 }
 
 std::string read_text(const std::string &path)

@@ -1,7 +1,9 @@
 // Programs that a test starts and ends, and waiting for what they do.
 #pragma once
 
-#include <functional>
+#include "support/eventually.h"
+#include "support/run.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -20,16 +22,6 @@ public:
 private:
     pid_t pid_;
 };
-
-/// A shell command's exit status (128 + number for a signal) and what it wrote to both outputs.
-struct outcome {
-    int status;
-    std::string output;
-};
-outcome run(const std::string &command);
-
-/// True as soon as `condition` holds; false when it does not within `limit_ms`.
-bool eventually(const std::function<bool()> &condition, int limit_ms = 5000);
 
 std::string read_text(const std::string &path);
 void write_text(const std::string &path, const std::string &text);

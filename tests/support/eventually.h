@@ -4,12 +4,13 @@
 #include <chrono>
 #include <thread>
 
-/// Asks again and again until the answer is yes, at most twenty seconds.
+/// Asks again and again until the answer is yes or time is over.
 template <typename Condition>
-bool eventually(Condition condition)
+bool eventually(Condition condition, int limit_ms = 20000)
 {
     using namespace std::chrono;
-    for (const auto end = steady_clock::now() + seconds(20); steady_clock::now() < end;) {
+    for (const auto end = steady_clock::now() + milliseconds(limit_ms);
+         steady_clock::now() < end;) {
         if (condition())
             return true;
         std::this_thread::sleep_for(milliseconds(1));

@@ -1,6 +1,7 @@
 // Package "zt" in the sandbox's configuration, and the errors and warnings that were logged.
 #pragma once
 
+#include "support/run.h"
 #include "support/temporary_directory.h"
 
 #include "platform/zu/log.h"
@@ -8,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,14 +59,5 @@ struct uci_fixture : testing::Test {
     }
 
     /// Runs the uci tool (or any command line); its output.
-    std::string shell(const std::string &command)
-    {
-        std::string output;
-        FILE *pipe = popen(command.c_str(), "r");
-        char part[4096];
-        for (size_t got; (got = fread(part, 1, sizeof part, pipe)) > 0;)
-            output.append(part, got);
-        pclose(pipe);
-        return output;
-    }
+    static std::string shell(const std::string &command) { return run(command).output; }
 };
