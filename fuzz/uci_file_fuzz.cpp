@@ -9,34 +9,20 @@
 #include <cstring>
 #include <string>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "../tests/support/temporary_directory.h"
 
 namespace {
 
-void put_file(const std::string &dir, const std::string &text)
+// Lives as long as the program: its folders are removed at the end.
+const std::string &directory(const std::string &part)
 {
-    FILE *file = fopen((dir + "/net").c_str(), "w");
-    if (!file)
+    static const temporary_directory root;
+    static const std::string conf = root / "config", save = root / "save";
+    static const bool made = mkdir(conf.c_str(), 0700) == 0 && mkdir(save.c_str(), 0700) == 0;
+    if (!made)
         abort();
-    fwrite(text.data(), 1, text.size(), file);
-    fclose(file);
-}
-
-const std::string &directory(const char *part)
-{
-    static std::string root;
-    static std::string conf, save;
-    if (root.empty()) {
-        char name[] = "/tmp/uci-fuzz-XXXXXX";
-        if (!mkdtemp(name))
-            abort();
-        root = name;
-        conf = root + "/config";
-        save = root + "/save";
-        if (mkdir(conf.c_str(), 0700) != 0 || mkdir(save.c_str(), 0700) != 0)
-            abort();
-    }
-    return *part == 'c' ? conf : save;
+    return part == "config" ? conf : save;
 }
 
 uci_context *open_context(bool strict)
@@ -79,8 +65,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string input(reinterpret_cast<const char *>(data), size);
     const size_t parting = input.find('\0');
-    put_file(directory("config"), input.substr(0, parting));
-    put_file(directory("save"), parting == std::string::npos ? "" : input.substr(parting + 1));
+    write_file(directory("config") + "/net", input.substr(0, parting));
+    write_file(directory("save") + "/net",
+               parting == std::string::npos ? "" : input.substr(parting + 1));
     for (const bool strict : {true, false}) {
         uci_context *ctx = open_context(strict);
         uci_package *p = nullptr;

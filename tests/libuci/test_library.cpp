@@ -130,14 +130,9 @@ TEST_F(Library, GeneratedNamesCountEverySectionAndHashTheType)
         return uci_add_section(ctx.get(), p, type, &s) == 0 ? s->e.name : "none";
     };
     EXPECT_STREQ("cfg0492bd", add("rule"));
-    EXPECT_STREQ("cfg05dc81", add("zone"));
-    EXPECT_STREQ("cfg066d96", add("interface"));
-    EXPECT_STREQ("cfg073579", add("wifi-iface"));
-    EXPECT_STREQ("cfg089e91", add("wifi-device"));
-    EXPECT_STREQ("cfg09e48a", add("system"));
-    EXPECT_STREQ("cfg0a0f15", add("device"));
-    EXPECT_EQ(0, act(uci_delete, "net.cfg0a0f15"));
-    for (int number = 0x0b; number <= 0x100; number++) {
+    EXPECT_STREQ("cfg053579", add("wifi-iface"));
+    EXPECT_EQ(0, act(uci_delete, "net.cfg053579"));
+    for (int number = 0x06; number <= 0x100; number++) {
         char name[16];
         snprintf(name, sizeof name, "cfg%02x92bd", static_cast<unsigned>(number));
         ASSERT_STREQ(name, add("rule")) << "deleting does not free a number";
