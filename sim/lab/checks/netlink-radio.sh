@@ -59,9 +59,12 @@ joined() {
         { iw dev wlan2 connect lab 5180 2>/dev/null; return 1; }
 }
 check "its station is told" poll 30 joined
-iw dev wlan1 station dump >"$OUT/stations"
-bytes=$(sed -n 's/.*rx bytes:[[:space:]]*//p' "$OUT/stations")
-check "with the bytes received from it" says "^station $station .* rx_bytes=$bytes " "$PROBE" stations wlan1
+# More may come in between the two looks.
+same_bytes() {
+    bytes=$(iw dev wlan1 station dump | sed -n 's/.*rx bytes:[[:space:]]*//p')
+    says "^station $station .* rx_bytes=$bytes " "$PROBE" stations wlan1
+}
+check "with the bytes received from it" poll 10 same_bytes
 check "a survey tells as many channels as iw does" test \
     "$(counted '^survey ' "$PROBE" survey wlan2)" = "$(counted frequency iw dev wlan2 survey dump)"
 check "with noise and times" says '^survey 5180 .*noise=-[0-9]* active=[1-9][0-9]* busy=[0-9]* ' "$PROBE" survey wlan2
