@@ -127,13 +127,21 @@ void parse_config_event_delayed_wireless(bool success)
         staged_becomes_pending();
 }
 
-/// True for a file of our own that was pending, while the live record still waits for it.
+/// True for a name that the settings writer makes: it becomes part of a command.
+bool is_batch_name(const char *path)
+{
+    const char *number = path + strlen(WIFI_DELAYED_FILES);
+    return strlen(path) < PATH_SIZE && number[strspn(number, "0123456789")] == '\0';
+}
+
+/// True for a file of our own that was pending, while the live record still waits for it. Another
+/// name of some other file of ours, which anybody may have linked here, is none.
 bool is_awaited(const char *path)
 {
     struct stat info;
-    return strlen(path) < PATH_SIZE && lstat(path, &info) == 0 && S_ISREG(info.st_mode) &&
-           info.st_uid == geteuid() && (info.st_mode & 07777) == PENDING_MODE &&
-           !wifi_at_once_reason(gWifi_live_settings);
+    return is_batch_name(path) && lstat(path, &info) == 0 && S_ISREG(info.st_mode) &&
+           info.st_nlink == 1 && info.st_uid == geteuid() &&
+           (info.st_mode & 07777) == PENDING_MODE && !wifi_at_once_reason(gWifi_live_settings);
 }
 
 /// Makes the file of an earlier run the pending one, or deletes it.
