@@ -74,6 +74,34 @@ TEST_F(Read, StateLiesOverTheConfiguration)
     EXPECT_EQ("", read_file("/var/state/zt"));
 }
 
+TEST_F(Read, PackageThatCannotBeReadIsNotAMissingOne)
+{
+    int number = 0;
+    const auto check = [&](const char *package) {
+        (void)ng_uci_renew_change_context(); // as in a callback of its own
+        return ng_uci_check_readable(package);
+    };
+    EXPECT_EQ(NG_UCI_ABSENT, check("none"));
+    EXPECT_EQ(0, logged("ERROR"));
+    EXPECT_EQ(NG_UCI_READABLE, check("zt"));
+    const int rival = open(CONFIG, O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(0, flock(rival, LOCK_EX));
+    EXPECT_EQ(NG_UCI_READABLE, ng_uci_check_readable("zt")) << "it has been read in this callback";
+    EXPECT_EQ(0, ng_uci_get_int(&number, "zt.a.one"));
+    EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
+    EXPECT_EQ(1, logged("is locked by another process"));
+    debug_set_level(ZU_LOG_NOTICE);
+    {
+        const zu_log_repetition quiet;
+        EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
+    }
+    EXPECT_EQ(1, logged("is locked by another process"));
+    close(rival);
+    write_file(CONFIG, "config part 'a'\n\toption one '1\n");
+    EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
+    EXPECT_EQ(1, logged("Failed to load zt: "));
+}
+
 namespace {
 
 /// The URLs of a list with a blank after each.

@@ -57,6 +57,23 @@ inline bool zu_log_wanted(int level)
            (level == ZU_LOG_ERROR && gDebug_error_listener != nullptr);
 }
 
+/// While one lives, only DEBUG logs have what is logged: for trying again what failed and was said.
+/// An ERROR listener hears it all the same.
+class zu_log_repetition {
+public:
+    zu_log_repetition() : level_(gDebug_log_level)
+    {
+        if (level_ < ZU_LOG_DEBUG)
+            gDebug_log_level = 0;
+    }
+    ~zu_log_repetition() { gDebug_log_level = level_; }
+    zu_log_repetition(const zu_log_repetition &) = delete;
+    zu_log_repetition &operator=(const zu_log_repetition &) = delete;
+
+private:
+    int level_;
+};
+
 /// Fills `buffer` with the local time as ctime_r prints it, without the newline; with zero bytes
 /// when that fails.
 void zu_log_timestamp(char (&buffer)[LOG_TIMESTAMP_SIZE]);

@@ -111,17 +111,41 @@ bool ng_uci_renew_change_context()
     return false;
 }
 
-uci_package *ng_uci_load(uci_context *ctx, const char *name)
+/// The package, loaded if need be; null with libuci's error in `err` (logged, unless it is that
+/// there is no such package).
+static uci_package *load_package(uci_context *ctx, const char *name, int *err)
 {
     uci_package *package = ctx ? uci_lookup_package(ctx, name) : nullptr;
+    *err = UCI_OK;
+    if (package)
+        return package;
     if (!ctx) {
         log_error("Failed to load %s: out of memory", name);
-    } else if (!package) {
-        const ng_uci_read_locks locks(ctx, name);
-        if (locks && uci_load(ctx, name, &package) != UCI_OK)
-            log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
+        *err = UCI_ERR_MEM;
+        return nullptr;
     }
+    const ng_uci_read_locks locks(ctx, name);
+    *err = locks ? uci_load(ctx, name, &package) : UCI_ERR_IO;
+    if (locks && *err != UCI_OK && *err != UCI_ERR_NOTFOUND)
+        log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
+    return *err == UCI_OK ? package : nullptr;
+}
+
+uci_package *ng_uci_load(uci_context *ctx, const char *name)
+{
+    int err;
+    uci_package *package = load_package(ctx, name, &err);
+    if (err == UCI_ERR_NOTFOUND)
+        log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());
     return package;
+}
+
+ng_uci_readability ng_uci_check_readable(const char *package)
+{
+    int err;
+    if (load_package(ng_uci_change_context(), package, &err))
+        return NG_UCI_READABLE;
+    return err == UCI_ERR_NOTFOUND ? NG_UCI_ABSENT : NG_UCI_UNREADABLE;
 }
 
 int ng_uci_commit(const char *package, bool *changed)

@@ -56,6 +56,16 @@ void ng_uci_drop_changes();
 /// Drops every change of a package that was not committed. 0 or -1.
 [[nodiscard]] int ng_uci_revert(const char *package);
 
+/// Whether a package can be read now. A lock or a torn file is not a missing option: whoever reads
+/// settings to put them into force asks this first, keeps what it has and asks again later.
+enum ng_uci_readability {
+    NG_UCI_READABLE,
+    NG_UCI_ABSENT,     ///< the device does not have it: each of its options is missing
+    NG_UCI_UNREADABLE, ///< locked by another process or not to be parsed (logged: ERROR)
+};
+/// Loads the package into the change context: what this callback reads of it comes from there.
+[[nodiscard]] ng_uci_readability ng_uci_check_readable(const char *package);
+
 /// Reads one option through the change context; `cb` gets the value, or each item of a list.
 /// Negative on failure (missing package, section or option), without a log line.
 int _ng_uci_get_val_cb(const char *name, void (*cb)(const char *value, void *priv), void *priv);
