@@ -1,4 +1,4 @@
-// AVL trees against std::map and std::multimap, and the rules of lists that callers lean on.
+// AVL trees against std::multimap.
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
 
@@ -112,52 +112,4 @@ TEST(avl, behaves_like_a_map_with_and_without_duplicates)
         run_random(false, seed);
         run_random(true, seed);
     }
-}
-
-namespace {
-struct entry {
-    int value;
-    list_head list;
-};
-} // namespace
-
-static std::vector<int> values(list_head *head)
-{
-    std::vector<int> forward, backward;
-    entry *e;
-    list_for_each_entry(e, head, list) forward.push_back(e->value);
-    list_for_each_entry_reverse(e, head, list) backward.insert(backward.begin(), e->value);
-    EXPECT_EQ(forward, backward);
-    return forward;
-}
-
-TEST(list, moving_splicing_and_removing_while_walking)
-{
-    LIST_HEAD(a);
-    LIST_HEAD(b);
-    entry entries[6];
-    for (int i = 0; i < 6; i++) {
-        entries[i].value = i;
-        (i % 2 ? list_add : list_add_tail)(&entries[i].list, i < 4 ? &a : &b);
-    }
-    EXPECT_EQ(values(&a), (std::vector{3, 1, 0, 2}));
-    list_splice_init(&b, &a);
-    EXPECT_EQ(values(&a), (std::vector{5, 4, 3, 1, 0, 2}));
-    EXPECT_TRUE(list_empty(&b));
-    list_move(&entries[0].list, &a);
-    list_move_tail(&entries[5].list, &b);
-    list_splice_tail_init(&b, &a);
-    EXPECT_EQ(values(&a), (std::vector{0, 4, 3, 1, 2, 5}));
-
-    entry *e, *next;
-    list_for_each_entry_safe(e, next, &a, list)
-    {
-        if (e->value % 2)
-            list_del(&e->list);
-        else
-            list_del_init(&e->list);
-    }
-    EXPECT_TRUE(list_empty(&a));
-    EXPECT_EQ(entries[1].list.next, nullptr);
-    EXPECT_TRUE(list_empty(&entries[2].list));
 }

@@ -117,23 +117,6 @@ TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
     EXPECT_EQ(log, "fd ");
 }
 
-TEST_F(loop, level_repeats_and_edge_reports_once)
-{
-    for (bool edge : {false, true}) {
-        fd_pair pair;
-        int calls = 0;
-        watch w(pair.ours, [&](unsigned) { calls++; });
-        uloop_fd_add(&w, ULOOP_READ | (edge ? ULOOP_EDGE_TRIGGER : 0));
-        pair.send("x");
-        for (int round = 0; round < 3; round++)
-            uloop_run_timeout(0);
-        EXPECT_EQ(calls, edge ? 1 : 3);
-        pair.send("y");
-        uloop_run_timeout(0);
-        EXPECT_EQ(calls, edge ? 2 : 4);
-    }
-}
-
 TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
 {
     for (bool edge : {false, true}) {

@@ -108,14 +108,6 @@ TEST_F(loop, records_share_a_signal_and_the_last_one_gives_it_back)
     signal(SIGUSR1, SIG_DFL);
 }
 
-TEST_F(loop, a_signal_ends_the_wait)
-{
-    catcher c(SIGUSR1, [] { uloop_end(); });
-    (void)uloop_signal_add(&c);
-    start([] { return kill(getppid(), SIGUSR1); });
-    EXPECT_EQ(uloop_run(), 0); // no timer: without the signal this waits for ever
-}
-
 TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
 {
     ended(start([] {
@@ -179,12 +171,4 @@ TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
     EXPECT_TRUE(first.pending);
     uloop_done();
     EXPECT_FALSE(first.pending);
-}
-
-TEST_F(loop, children_nobody_registered_are_reaped_too)
-{
-    pid_t stranger = ended(start([] { return 3; }));
-    uloop_run_timeout(0);
-    EXPECT_EQ(waitpid(stranger, nullptr, 0), -1);
-    EXPECT_EQ(errno, ECHILD);
 }

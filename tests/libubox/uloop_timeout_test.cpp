@@ -1,7 +1,6 @@
 // Timers, rounds and the virtual clock.
 #include "libubox/loop_fixture.h"
 
-#include <chrono>
 #include <thread>
 
 TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
@@ -25,9 +24,9 @@ TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
     EXPECT_EQ(uloop_get_next_timeout(), -1);
 }
 
-TEST_F(loop, a_timer_is_pending_from_set_to_callback)
+TEST_F(loop, a_timer_is_pending_from_set_to_callback_or_the_end_of_the_loop)
 {
-    timer t = logging("t");
+    timer t = logging("t"), forgotten = logging("forgotten");
     EXPECT_EQ(uloop_timeout_cancel(&t), -1);
     EXPECT_EQ(uloop_timeout_remaining64(&t), -1);
     uloop_timeout_set(&t, 5);
@@ -40,13 +39,14 @@ TEST_F(loop, a_timer_is_pending_from_set_to_callback)
     EXPECT_EQ(log, "t ");
     EXPECT_FALSE(t.pending);
 
-    timer silent([] {});
-    silent.cb = nullptr;
-    uloop_timeout_set(&silent, -3);
-    EXPECT_EQ(uloop_timeout_remaining64(&silent), -3);
+    uloop_timeout_set(&forgotten, -3);
+    EXPECT_EQ(uloop_timeout_remaining64(&forgotten), -3);
     EXPECT_EQ(uloop_get_next_timeout(), 0);
+    uloop_done();
+    EXPECT_FALSE(forgotten.pending);
+    uloop_init();
     uloop_run_timeout(0);
-    EXPECT_FALSE(silent.pending);
+    EXPECT_EQ(log, "t ");
 }
 
 TEST_F(loop, timers_may_cancel_rearm_and_free_themselves_and_others)
@@ -144,17 +144,6 @@ TEST_F(loop, a_timer_rearmed_with_0_does_not_starve_descriptors)
     }
 }
 
-TEST_F(loop, done_forgets_timers)
-{
-    timer t = logging("t");
-    uloop_timeout_set(&t, 0);
-    uloop_done();
-    EXPECT_FALSE(t.pending);
-    uloop_init();
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "");
-}
-
 TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
 {
     fd_pair pair;
@@ -171,34 +160,16 @@ TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
         pair.send(++ticks == 900 ? "x" : "");
     });
     uloop_timeout_set(&tick, 1000);
-    auto real_start = std::chrono::steady_clock::now();
     int64_t start = uloop_clock_now_ms();
     EXPECT_EQ(uloop_clock_run_ms(1800 * 1000), 0);
     EXPECT_EQ(uloop_clock_now_ms() - start, 1800 * 1000);
     EXPECT_EQ(ticks, 1800);
     EXPECT_EQ(log, "at 900");
-    EXPECT_LT(std::chrono::steady_clock::now() - real_start, std::chrono::seconds(10));
 
     uloop_timeout_cancel(&tick);
     timer ender([] { uloop_end(); });
     uloop_timeout_set(&ender, 500);
     EXPECT_EQ(uloop_clock_run_ms(1000), -1) << "ended before";
-}
-
-TEST_F(loop, changing_the_clock_keeps_what_timers_have_left)
-{
-    timer t = logging("t");
-    uloop_timeout_set(&t, 10000);
-    uloop_clock_run_ms(7000);
-    uloop_clock_virtual(false);
-    EXPECT_NEAR(static_cast<double>(uloop_timeout_remaining64(&t)), 3000, 500);
-    auto start = std::chrono::steady_clock::now();
-    uloop_run_timeout(5);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4));
-    uloop_clock_virtual(true);
-    EXPECT_NEAR(static_cast<double>(uloop_timeout_remaining64(&t)), 3000, 500);
-    uloop_clock_run_ms(3000);
-    EXPECT_EQ(log, "t ");
 }
 
 TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)

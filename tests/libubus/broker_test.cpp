@@ -1,5 +1,8 @@
-// The broker's duties towards clients that misbehave, wait or die, and its refusals.
+// The broker's duties towards clients that misbehave, wait or die, its refusals, and frames at the
+// limits and beyond.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -7,12 +10,42 @@
 
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"
+#include "support/open_descriptors.h"
 
 namespace {
+
+std::string word(uint32_t value)
+{
+    value = cpu_to_be32(value);
+    return {(const char *)&value, sizeof(value)};
+}
+
+// An attribute as given, right or wrong: nothing is padded or checked.
+std::string attribute(unsigned id, uint32_t raw_len, const std::string &payload)
+{
+    return word(id << 24 | raw_len) + payload;
+}
+
+frame raw_frame(uint8_t type, uint16_t seq, const std::string &body)
+{
+    const ubus_msghdr hdr = wire_header(type, seq, 0);
+    return frame((const char *)&hdr, sizeof(hdr)) + word((uint32_t)body.size() + 4) + body;
+}
+
+std::string object_id(uint32_t id)
+{
+    return attribute(UBUS_ATTR_OBJID, 8, word(id));
+}
 
 struct Broker : ::testing::Test {
     bus_broker broker;
     raw_client a{broker.socket}, b{broker.socket};
+
+    void TearDown() override
+    {
+        raw_client other(broker.socket);
+        EXPECT_EQ(other.status_of(lookup_frame(1, nullptr)), 0) << "the broker is gone";
+    }
 };
 
 } // namespace
@@ -218,17 +251,129 @@ TEST_F(Broker, ListsTenThousandObjectsToASlowReaderInOrder)
         eventually([this] { return b.status_of(lookup_frame(3, "*")) == UBUS_STATUS_NOT_FOUND; }));
 }
 
-TEST_F(Broker, ManyClientsComeAndGo)
+TEST_F(Broker, OneMebibytePassesAndImpossibleLengthsCloseWithoutAWord)
 {
-    for (int round = 0; round < 5; round++) {
-        std::vector<raw_client> crowd;
-        for (int i = 0; i < 60; i++) {
-            crowd.emplace_back(broker.socket);
-            const std::string path = "crowd" + std::to_string(i);
-            EXPECT_TRUE(eventually([&] { return publish(crowd.back(), path.c_str()) != 0; }));
-        }
-        EXPECT_EQ(a.request(lookup_frame(1, "crowd*")).size(), 61u);
+    const auto ping = [](size_t len) {
+        return raw_frame(UBUS_MSG_PING, 7,
+                         attribute(UBUS_ATTR_DATA, (uint32_t)len - 4, std::string(len - 8, 'x')));
+    };
+    const std::vector<frame> replies = a.request(ping(WIRE_MAX_BLOB));
+    ASSERT_EQ(replies.size(), 2u);
+    EXPECT_EQ(replies[0].substr(8), ping(WIRE_MAX_BLOB).substr(8));
+    (void)b.send(ping(WIRE_MAX_BLOB + 4)); // may be cut short: the broker does not read on
+    EXPECT_TRUE(b.closed_by_peer());
+    for (const uint32_t root : {0u, 1u, 3u, 0x00ffffffu, 0x00100001u, 0x80000003u}) {
+        raw_client client(broker.socket);
+        const ubus_msghdr hdr = wire_header(UBUS_MSG_LOOKUP, 1, 0);
+        ASSERT_TRUE(client.send(std::string((const char *)&hdr, sizeof(hdr)) + word(root)));
+        EXPECT_TRUE(client.closed_by_peer()) << root;
     }
-    EXPECT_TRUE(eventually(
-        [this] { return a.status_of(lookup_frame(1, "crowd*")) == UBUS_STATUS_NOT_FOUND; }));
+}
+
+TEST_F(Broker, ClientMayLeaveInTheMiddleOfAnyMessage)
+{
+    const uint32_t id = publish(a, "cut");
+    const frame whole = invoke_frame(1, id, "get");
+    for (size_t len = 0; len <= whole.size(); len++) {
+        raw_client client(broker.socket);
+        ASSERT_TRUE(client.send(whole.substr(0, len)));
+    }
+    // Only the whole one was passed on.
+    EXPECT_EQ(frame_type(a.receive()), UBUS_MSG_INVOKE);
+    EXPECT_TRUE(a.nothing_waiting());
+}
+
+TEST_F(Broker, PiecesAndSeveralAtOnceAreTheSame)
+{
+    const frame both = lookup_frame(1, nullptr) + lookup_frame(2, "nothing");
+    for (const size_t piece : {both.size(), size_t{1}}) {
+        for (size_t at = 0; at < both.size(); at += piece)
+            ASSERT_TRUE(a.send(both.substr(at, piece)));
+        EXPECT_EQ(frame_status(a.receive()), 0);
+        EXPECT_EQ(frame_status(a.receive()), UBUS_STATUS_NOT_FOUND);
+    }
+}
+
+// What does not parse is as if it were absent.
+TEST_F(Broker, MalformedAttributesCountAsAbsent)
+{
+    const uint32_t id = publish(a, "here");
+    const std::string method = attribute(UBUS_ATTR_METHOD, 8, std::string("get", 4));
+    const struct {
+        const char *what;
+        uint8_t type;
+        std::string body;
+        int status;
+    } CASES[] = {
+        {"no attributes", UBUS_MSG_INVOKE, "", UBUS_STATUS_INVALID_ARGUMENT},
+        {"short id", UBUS_MSG_INVOKE, attribute(UBUS_ATTR_OBJID, 7, word(id)) + method,
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"long id", UBUS_MSG_INVOKE, attribute(UBUS_ATTR_OBJID, 12, word(0) + word(id)) + method,
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"text without an end", UBUS_MSG_INVOKE,
+         object_id(id) + attribute(UBUS_ATTR_METHOD, 8, "gets"), UBUS_STATUS_INVALID_ARGUMENT},
+        {"text without a byte", UBUS_MSG_INVOKE, object_id(id) + attribute(UBUS_ATTR_METHOD, 4, ""),
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"length 0 ends the list", UBUS_MSG_INVOKE, word(0) + object_id(id) + method,
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"past the end", UBUS_MSG_LOOKUP,
+         attribute(UBUS_ATTR_OBJPATH, 4000, std::string("nothing", 8)), UBUS_STATUS_OK},
+        {"unpadded at the end", UBUS_MSG_LOOKUP,
+         attribute(UBUS_ATTR_OBJPATH, 9, std::string("none", 5)), UBUS_STATUS_OK},
+        {"unknown attribute", UBUS_MSG_LOOKUP, attribute(99, 8, word(1)), UBUS_STATUS_OK},
+        {"the last of two", UBUS_MSG_LOOKUP,
+         attribute(UBUS_ATTR_OBJPATH, 8, std::string("abc", 4)) +
+             attribute(UBUS_ATTR_OBJPATH, 9, std::string("here\0\0\0\0", 8)),
+         UBUS_STATUS_OK},
+        {"empty path", UBUS_MSG_LOOKUP, attribute(UBUS_ATTR_OBJPATH, 5, std::string(4, 0)),
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"event data that is none", UBUS_MSG_INVOKE,
+         object_id(UBUS_SYSTEM_OBJECT_EVENT) +
+             attribute(UBUS_ATTR_METHOD, 9, std::string("send\0\0\0\0", 8)) +
+             attribute(UBUS_ATTR_DATA, 12, "\xff\xff\xff\xff\xff\xff\xff\xff"),
+         UBUS_STATUS_INVALID_ARGUMENT},
+        {"no such type", 200, object_id(id), UBUS_STATUS_INVALID_COMMAND},
+    };
+    for (const auto &c : CASES)
+        EXPECT_EQ(a.status_of(raw_frame(c.type, 9, c.body)), c.status) << c.what;
+}
+
+TEST_F(Broker, MalformedSignatureMakesAnObjectThatIsNotListed)
+{
+    const std::string path = attribute(UBUS_ATTR_OBJPATH, 8, std::string("odd", 4));
+    const std::string nameless = attribute(0x82, 8, word(0));
+    for (const std::string &signature : {attribute(UBUS_ATTR_SIGNATURE, 12, nameless),
+                                         attribute(UBUS_ATTR_OBJTYPE, 8, word(4711))}) {
+        const std::vector<frame> added =
+            a.request(raw_frame(UBUS_MSG_ADD_OBJECT, 1, path + signature));
+        ASSERT_EQ(added.size(), 2u);
+        EXPECT_EQ(frame_number(added[0], UBUS_ATTR_OBJTYPE), 0u);
+        const std::vector<frame> found = a.request(lookup_frame(2, "odd"));
+        ASSERT_EQ(found.size(), 1u) << "found, but without data";
+        EXPECT_EQ(frame_status(found[0]), 0);
+        const uint32_t id = frame_number(added[0], UBUS_ATTR_OBJID);
+        EXPECT_EQ(a.status_of(raw_frame(UBUS_MSG_REMOVE_OBJECT, 3, object_id(id))), 0);
+    }
+}
+
+TEST_F(Broker, DescriptorsThatGoNowhereAreClosed)
+{
+    const uint32_t id = publish(a, "fds");
+    const std::string process = std::to_string(broker.process.pid);
+    const long before = open_descriptors(process);
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    for (int i = 0; i < 20; i++) {
+        ASSERT_TRUE(b.send(make_frame(UBUS_MSG_PING, 1, 0), fd));
+        ASSERT_TRUE(b.send(invoke_frame(2, id, "get"), fd));
+        ASSERT_TRUE(b.send(invoke_frame(3, 5000, "get"), fd));
+        raw_client leaver(broker.socket);
+        ASSERT_TRUE(leaver.send(make_frame(UBUS_MSG_PING, 4, 0).substr(0, 5), fd));
+    }
+    close(fd);
+    int passed_on = 0;
+    for (int i = 0; i < 20; i++)
+        EXPECT_EQ(frame_type(a.receive(PATIENCE_MS, &passed_on)), UBUS_MSG_INVOKE);
+    EXPECT_EQ(passed_on, 20);
+    EXPECT_TRUE(a.nothing_waiting());
+    EXPECT_TRUE(eventually([&] { return open_descriptors(process) == before; }));
 }

@@ -248,25 +248,3 @@ TEST_F(Files, OverrideDirectoryAndPathNamesReplaceTheConfigFile)
     EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '2'\n\n", content(dirs.conf("net")));
     EXPECT_EQ("net.lan.saved='1'\n", content(dirs.save("net")));
 }
-
-TEST_F(Files, ImportOverwritesOrMerges)
-{
-    const std::string text = "package net\nconfig iface 'lan'\n\toption ip '9'\n\tlist l 'a'\n"
-                             "config rule\n\toption src 'r'\n";
-    EXPECT_EQ(0, dirs.run({"-m", "import", "net"}, text).exit);
-    EXPECT_EQ("net.lan.saved='1'\nnet.lan.ip='9'\n|net.lan.l='a'\n+net.cfg0292bd='rule'\n"
-              "net.cfg0292bd.src='r'\n",
-              content(dirs.save("net")));
-
-    std::filesystem::remove(dirs.save("net"));
-    EXPECT_EQ(0, dirs.run({"import"}, text + "package fresh\nconfig a 'b'\n").exit);
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '9'\n\tlist l 'a'\n\nconfig rule\n"
-              "\toption src 'r'\n\n",
-              content(dirs.conf("net")));
-    EXPECT_EQ("\nconfig a 'b'\n\n", content(dirs.conf("fresh")));
-    EXPECT_EQ(0600u, mode_of(dirs.conf("fresh")));
-
-    EXPECT_EQ(1, dirs.run({"import"}, "config a 'b'\n").exit) << "nameless stream";
-    EXPECT_EQ(1, dirs.run({"import", "net"}, "config\n").exit);
-    EXPECT_NE("", content(dirs.conf("net")));
-}

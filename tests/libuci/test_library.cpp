@@ -107,38 +107,6 @@ TEST_F(Library, LoadRefusesWhatItMust)
     free(text);
 }
 
-TEST_F(Library, ListsPackagesSortedWithoutBackupsAndFolders)
-{
-    write_file(dirs.conf("zeta"), "");
-    write_file(dirs.conf("alpha"), "");
-    write_file(dirs.conf("net.old"), "");
-    ASSERT_EQ(0, mkdir(dirs.conf("folder").c_str(), 0700));
-    char **names = nullptr;
-    ASSERT_EQ(0, uci_list_configs(ctx.get(), &names));
-    std::string all;
-    for (char **name = names; *name; name++)
-        all += std::string(*name) + " ";
-    free(names);
-    EXPECT_EQ("alpha net zeta ", all);
-}
-
-TEST_F(Library, GeneratedNamesCountEverySectionAndHashTheType)
-{
-    uci_package *p = load();
-    uci_section *s = nullptr;
-    const auto add = [&](const char *type) {
-        return uci_add_section(ctx.get(), p, type, &s) == 0 ? s->e.name : "none";
-    };
-    EXPECT_STREQ("cfg0492bd", add("rule"));
-    EXPECT_STREQ("cfg053579", add("wifi-iface"));
-    EXPECT_EQ(0, act(uci_delete, "net.cfg053579"));
-    for (int number = 0x06; number <= 0x100; number++) {
-        char name[16];
-        snprintf(name, sizeof name, "cfg%02x92bd", static_cast<unsigned>(number));
-        ASSERT_STREQ(name, add("rule")) << "deleting does not free a number";
-    }
-}
-
 TEST_F(Library, ChangesByElementsAndNamesUpdateThePointer)
 {
     uci_package *p = load();
@@ -171,73 +139,6 @@ TEST_F(Library, ChangesByElementsAndNamesUpdateThePointer)
     EXPECT_EQ(UCI_OK, uci_delete(ctx.get(), &ptr));
     EXPECT_EQ(nullptr, ptr.s);
     EXPECT_EQ(UCI_ERR_NOTFOUND, uci_delete(ctx.get(), &ptr));
-}
-
-TEST_F(Library, NamesNobodyCheckedVanishOnReload)
-{
-    uci_ptr ptr{};
-    ptr.package = "net";
-    ptr.section = "lan";
-    ptr.option = "a-b";
-    ptr.value = "1";
-    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
-    ptr.option = "fine";
-    ptr.o = nullptr;
-    ptr.value = "ring\a";
-    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
-    ASSERT_EQ(0, uci_save(ctx.get(), ptr.p));
-    EXPECT_EQ("net.lan.a-b='1'\nnet.lan.fine='ring\a'\n", content(dirs.save("net")));
-    ASSERT_EQ(0, uci_commit(ctx.get(), &ptr.p, false));
-    uci_section *lan = uci_lookup_section(ctx.get(), ptr.p, "lan");
-    EXPECT_FALSE(uci_lookup_option(ctx.get(), lan, "a-b"));
-    EXPECT_FALSE(uci_lookup_option(ctx.get(), lan, "fine"));
-}
-
-TEST_F(Library, ParseSectionFillsByNameAndType)
-{
-    uci_package *p = load();
-    const uci_parse_option wanted[] = {{"ip", UCI_TYPE_STRING},
-                                       {"ip", UCI_TYPE_LIST},
-                                       {"dns", UCI_TYPE_LIST},
-                                       {"none", UCI_TYPE_STRING}};
-    uci_option *found[4];
-    uci_parse_section(uci_lookup_section(ctx.get(), p, "lan"), wanted, 4, found);
-    EXPECT_STREQ("1", found[0]->v.string);
-    EXPECT_EQ(nullptr, found[1]);
-    EXPECT_STREQ("a", list_to_element(found[2]->v.list.next)->name);
-    EXPECT_EQ(nullptr, found[3]);
-}
-
-TEST_F(Library, DeltaPathIsReadInOrderTheSaveDirectoryLast)
-{
-    const std::string first = dirs.root() + "/first", state = dirs.root() + "/state";
-    for (const std::string &dir : {first, state})
-        ASSERT_EQ(0, mkdir(dir.c_str(), 0700));
-    write_file(first + "/net", "net.lan.ip='first'\nnet.lan.one='1'\n");
-    write_file(state + "/net", "net.lan.ip='state'\n");
-    EXPECT_EQ(0, uci_add_delta_path(ctx.get(), first.c_str()));
-    EXPECT_EQ(UCI_ERR_DUPLICATE, uci_add_delta_path(ctx.get(), first.c_str()));
-    EXPECT_EQ(0, uci_set_savedir(ctx.get(), state.c_str()));
-    uci_package *p = load();
-    uci_section *lan = uci_lookup_section(ctx.get(), p, "lan");
-    EXPECT_STREQ("state", uci_lookup_option_string(ctx.get(), lan, "ip"));
-    EXPECT_STREQ("1", uci_lookup_option_string(ctx.get(), lan, "one"));
-}
-
-TEST_F(Library, ElementsMayBeDeletedWhileWalking)
-{
-    uci_package *p = load();
-    uci_element *e, *tmp;
-    int deleted = 0;
-    uci_foreach_element_safe(&p->sections, tmp, e)
-    {
-        uci_ptr ptr{};
-        ptr.s = uci_to_section(e);
-        deleted += uci_delete(ctx.get(), &ptr) == UCI_OK;
-    }
-    EXPECT_EQ(3, deleted);
-    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
-    EXPECT_EQ("\n", content(dirs.conf("net")));
 }
 
 TEST(Tool, StatusWhenItIsCalledWrongly)
