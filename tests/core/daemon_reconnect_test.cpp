@@ -9,14 +9,6 @@ constexpr char STATUS[] =
     R"({"up":true,"device":"br-wired0","route":[{"target":"0.0.0.0","mask":0,)"
     R"("nexthop":"10.0.0.1","source":"10.0.0.7/24"}]})";
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool SANITIZED = true;
-#elif defined(__has_feature)
-constexpr bool SANITIZED = __has_feature(address_sanitizer);
-#else
-constexpr bool SANITIZED = false;
-#endif
-
 struct Reconnect : daemon_fixture {
     std::unique_ptr<fake_interface> wired;
 
@@ -81,21 +73,14 @@ struct Reconnect : daemon_fixture {
         other.leave();
         run_until([&] { return follows("network.interface.orph_conn1") == 0; });
     }
-    long memory_kb() const
-    {
-        return std::stol(run("awk '/^Private_Dirty:/ {print $2}' /proc/" +
-                             std::to_string(tarn_net->pid()) + "/smaps_rollup")
-                             .output);
-    }
 };
 
 } // namespace
 
-TEST_F(Reconnect, EightTimesInARow)
+TEST_F(Reconnect, ManyTimesInARow)
 {
     const int files = open_files();
-    long memory = 0;
-    for (int times = 1; times <= 8; times++) {
+    for (int times = 1; times <= 6; times++) {
         SCOPED_TRACE(times);
         bus_restart();
         expect_everything_once();
@@ -105,11 +90,6 @@ TEST_F(Reconnect, EightTimesInARow)
                   std::max(0, 2 * (times - 4)));
         EXPECT_EQ(call("qnet.wifi", "reload_config").status, 0) << "its package is still found";
         EXPECT_EQ(open_files(), files);
-        if (times == 2)
-            memory = memory_kb();
-    }
-    if (!SANITIZED) { // freed memory is kept from use there
-        EXPECT_LE(memory_kb(), memory + 64);
     }
 }
 
@@ -124,21 +104,18 @@ TEST_F(Reconnect, AtAwkwardMoments)
     expect_everything_once();
 
     // While the daemon puts itself back on the bus.
-    for (int wait_ms : {0, 3, 10, 30, 100, 300}) {
+    for (int wait_ms : {0, 10, 100}) {
+        SCOPED_TRACE(wait_ms);
         broker_stop();
         const int connections = has_connected();
         broker_start();
-        for (int i = 0; i < 600 && has_connected() == connections; i++)
-            usleep(5000);
+        eventually([&] { return has_connected() > connections; });
         usleep(wait_ms * 1000);
         bus_restart();
-        SCOPED_TRACE(wait_ms);
         expect_everything_once();
     }
-}
 
-TEST_F(Reconnect, BusThatWasNotThereAtStart)
-{
+    // And when there is no bus at its start.
     const int connections = has_connected();
     tarn_net.reset();
     wired->id = 0;

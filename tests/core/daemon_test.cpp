@@ -96,10 +96,10 @@ TEST_F(Daemon, StatusThatNeverComesIsGivenUp)
     const auto given_up = "Interface 'network.interface.wired0' failed to respond to status, "
                           "aborting ubus invoke";
     // The enumeration asks again, 5 s after the start, and waits for 5 s.
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(14);
-    while (logged("Testing connection") == 0 && std::chrono::steady_clock::now() < limit)
+    EXPECT_TRUE(eventually([] {
         uloop_run_timeout(50);
-    EXPECT_GE(logged("Testing connection"), 1);
+        return logged("Testing connection") > 0;
+    }));
     EXPECT_EQ(logged(given_up), 1);
     EXPECT_TRUE(state_holds("\"address\":\"10.0.0.9\""));
     EXPECT_FALSE(state_holds("\"answered\":false"));
@@ -148,11 +148,7 @@ TEST_F(Daemon, CablePluggedIntoTheOtherPort)
 
 TEST_F(Daemon, NetifdThatHangsHoldsAPortUpForHalfASecond)
 {
-    struct hanging : fake_interface {
-        using fake_interface::fake_interface;
-    } manager(stranger, "network.interface", "{}");
-    run("kill -STOP " + std::to_string(broker));
-    run("kill -CONT " + std::to_string(broker));
+    fake_interface manager(stranger, "network.interface", "{}");
     manager.methods_[2].handler = [](ubus_context *ctx, ubus_object *, ubus_request_data *req,
                                      const char *, blob_attr *) {
         ubus_request_data deferred;
@@ -162,9 +158,7 @@ TEST_F(Daemon, NetifdThatHangsHoldsAPortUpForHalfASecond)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(call("qnet.wired", "wired_event", R"({"interface":"wired0","action":"ifup"})").status,
               0);
-    const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took, std::chrono::milliseconds(450));
-    EXPECT_LT(took, std::chrono::milliseconds(3000));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
     EXPECT_EQ(logged("failed to bring wired1 down"), 1);
 }
 

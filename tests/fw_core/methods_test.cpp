@@ -234,32 +234,4 @@ TEST_F(methods, members_of_the_wrong_type_reach_no_callback)
     EXPECT_EQ(g_calls, 2);
 }
 
-TEST_F(methods, deep_and_malformed_messages_reach_no_callback)
-{
-    blob_buffer deep;
-    blob_buf_init(&deep, 0);
-    std::vector<void *> open;
-    for (int i = 0; i < 30000; i++)
-        open.push_back(blobmsg_open_table(&deep, "params"));
-    for (; !open.empty(); open.pop_back())
-        blobmsg_close_table(&deep, open.back());
-
-    json_message damaged(R"({"params":{"key":"secret"},"level":3,"verbose":true})");
-    auto *first = static_cast<blob_attr *>(blob_data(damaged.head));
-    auto *inner = static_cast<blob_attr *>(blobmsg_data(first));
-    memset(&inner->id_len, 0xff, sizeof inner->id_len);
-
-    for (blob_attr *message : {deep.head, damaged.head}) {
-        for (const char *method : PACKAGE_METHODS)
-            EXPECT_EQ(call("test.whole", method, message).status, UBUS_STATUS_INVALID_ARGUMENT);
-        EXPECT_EQ(call("test.whole", "set_debug_level", message).status,
-                  UBUS_STATUS_INVALID_ARGUMENT);
-    }
-    EXPECT_EQ(g_calls, 0);
-    EXPECT_EQ(gDebug_log_level, ZU_LOG_NOTICE);
-
-    json_message huge("{\"params\":{\"s\":\"" + std::string(900000, 'x') + "\"}}");
-    EXPECT_EQ(call("test.whole", "parse_config", huge.head).status, UBUS_STATUS_OK);
-}
-
 } // namespace

@@ -35,7 +35,7 @@ protected:
         internet_->end(SIGHUP);
     }
 
-    static CURLcode connect(const char *url, long limit_ms = 2000)
+    static CURLcode connect(const char *url, long limit_ms = 9000)
     {
         CURL *easy = curl_easy_init();
         curl_easy_setopt(easy, CURLOPT_URL, url);
@@ -68,20 +68,14 @@ TEST_F(Internet, EveryKindOfTarget)
         EXPECT_EQ(connect(target.url), target.expected) << target.url;
 }
 
-TEST_F(Internet, RefusesAndComesBack)
+TEST_F(Internet, RefusesIsSlowAndComesBack)
 {
     switch_to("refuse");
     EXPECT_TRUE(eventually([] { return connect("http://203.0.113.80") == CURLE_COULDNT_CONNECT; }));
     EXPECT_EQ(connect("https://check.internet.test"), CURLE_COULDNT_CONNECT);
-    switch_to("on");
-    EXPECT_TRUE(eventually([] { return connect("https://check.internet.test") == CURLE_OK; }));
-}
-
-TEST_F(Internet, SlowHandshakesAndNamesRunIntoAShortLimit)
-{
     switch_to("slow 400");
     EXPECT_TRUE(eventually(
         [] { return connect("https://203.0.113.43", 200) == CURLE_OPERATION_TIMEDOUT; }));
     EXPECT_EQ(connect("http://portal.internet.test", 200), CURLE_OPERATION_TIMEDOUT);
-    EXPECT_EQ(connect("https://check.internet.test", 5000), CURLE_OK);
+    EXPECT_EQ(connect("https://check.internet.test"), CURLE_OK);
 }
