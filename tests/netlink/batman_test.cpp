@@ -119,16 +119,6 @@ TEST_F(batman_query, only_whole_neighbors_are_counted)
     EXPECT_NE(gBat_neighbor_query.socket, nullptr);
 }
 
-TEST_F(batman_query, null_arguments_are_named)
-{
-    uint32_t counter = 0;
-    nl_msg_handle msg(nlmsg_alloc());
-    EXPECT_EQ(bat_get_neighbors_cb(nullptr, &counter), NL_OK);
-    EXPECT_EQ(bat_get_neighbors_cb(msg.get(), nullptr), NL_OK);
-    EXPECT_EQ(bat_neighbors_finish(nullptr, nullptr), NL_STOP);
-    EXPECT_EQ(log.take(), (lines{"ERROR msg is NULL", "ERROR arg is NULL", "ERROR msg is NULL"}));
-}
-
 TEST_F(batman_query, the_socket_is_kept_until_closed)
 {
     const long before = open_descriptors();

@@ -3,9 +3,6 @@
 #include <cstring>
 #include <limits>
 
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include "netlink/netlink_fixture.h"
 #include "netlink/rtnl.h"
 #include "netlink/rtnl_internal.h"
@@ -190,30 +187,6 @@ TEST_F(rtnl_request, an_interface_that_is_not_there_is_looked_up_three_times)
                      "WARNING eth9: failed to get ifindex: retries left = 1: No such device",
                      "ERROR eth9: failed to get ifindex (exhausted retries): No such device",
                      "ERROR eth9: failed to get ifindex"}));
-}
-
-TEST_F(rtnl_request, without_a_descriptor_each_call_says_so)
-{
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const int next = dup(0);
-    close(next);
-    rlimit none = {.rlim_cur = (rlim_t)next, .rlim_max = limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    int rule = ng_rtnl_iface_rule_del("lo", 0, 0, 0, 20, 500);
-    int up = ng_rtnl_iface_set_up("lo", true);
-    bool state = ng_rtnl_iface_link_get_up("lo", true);
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(rule, -1);
-    EXPECT_EQ(up, -1);
-    EXPECT_FALSE(state);
-    EXPECT_EQ(log.take(),
-              (lines{"INFO deleting iif lo from 0.0.0.0 to 0.0.0.0/0 table 20",
-                     "ERROR cannot open netlink socket", "ERROR cannot open rtnl link",
-                     "NOTICE set iface lo up (not running)", "NOTICE lo: ifindex = 1",
-                     "ERROR cannot open netlink socket", "ERROR cannot open rtnl link: iface 'lo'",
-                     "DEBUG iface lo", "ERROR cannot open netlink socket",
-                     "ERROR cannot open rtnl link"}));
 }
 
 TEST_F(rtnl_request, no_attribute_reaches_past_its_buffer)

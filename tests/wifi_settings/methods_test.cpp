@@ -173,6 +173,10 @@ TEST_F(settings_methods, the_wired_document_is_taken_whole_or_not_at_all)
          "'lan_bridge' is no interface name"},
         {R"({"lan_bridge":"br0","wired_client":{"disable":true,"ssid":5}})",
          "'ssid' must be 0 to 4, not 5"},
+        {R"({"lan_bridge":"a-very-long-bridge"})", "'lan_bridge' is no interface name"},
+        {R"({"inet_test":{"targets":["http://x\n"]}})",
+         "'targets' may only hold http and https URLs"},
+        {R"({"inet_test":{"targets":["http://"]}})", "'targets' may only hold http and https URLs"},
     };
     for (const auto &[params, message] : refused) {
         const answer reply = push_wired(params);
@@ -194,6 +198,12 @@ TEST_F(settings_methods, the_wired_document_is_taken_whole_or_not_at_all)
                    R"("wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})"),
         std::string::npos)
         << shown;
+    // What a document omits stays; an empty bridge name takes it away.
+    EXPECT_EQ(push_wired(R"({"lan_bridge":"","inet_test":{"test_interval":9}})").document, TAKEN);
+    EXPECT_NE(call("qnet.wired", "dump_state")
+                  .document.find(R"("failure_tolerance":5,"test_interval":9},"wired_client")"),
+              std::string::npos);
+    EXPECT_EQ(run("uci changes").output, "");
 }
 
 } // namespace
