@@ -83,7 +83,7 @@ static void remove_mesh(const object_event &event)
 static void remove_wired(const object_event &event)
 {
     log_info("Interface '%s' removed, deleting from wired bridges list", event.path);
-    iface_list_free_iface(&gTarn_net_state.bridges.list, event.path);
+    enumerate_bridges_remove(event.path);
 }
 
 static void remove_u80211d(const object_event &event)

@@ -3,12 +3,13 @@
 #pragma once
 
 #include "mesh/mesh_state.h"
+#include "wired/netifd_enumeration.h"
 #include "wired/wired_state.h"
 
 struct tarn_net_state {
     inet_test_state inet_test;
     upstream_record upstream;
-    bridge_state bridges;
+    iface_enumeration bridges; ///< the wired ones
     mesh_state mesh;
 };
 

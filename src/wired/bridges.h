@@ -11,10 +11,10 @@ struct iface_entry;
 void init_bridge_info();
 /// Follows a wired interface object of netifd; one of the same path but another id is replaced.
 void enumerate_bridges_add_new(ubus_context *ctx, const char *path, uint32_t id);
+/// Forgets that interface; if it was the uplink, another bridge that leads out takes its place.
+void enumerate_bridges_remove(const char *path);
 /// True when `path` names a bus object of a wired interface.
 bool bridges_is_interface_path(const char *path);
 /// The first bridge that is up and has a default route; it is noted as the wired uplink. Null
 /// when there is none, the note is then left as it is.
 iface_entry *find_bridge_uplink();
-/// Cancels the enumeration and forgets every bridge; the record may then be zeroed.
-void bridges_reset();

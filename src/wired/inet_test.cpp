@@ -16,12 +16,12 @@
 #include <cstring>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "wired/bridges.h"
 #include "wired/inet_test_internal.h"
 #include "wired/netifd_iface.h"
 #include "wired/upstream.h"
@@ -57,7 +57,7 @@ void inet_test_reset()
     }
     uloop_timeout_cancel(&test.timer);
     upstream_reset();
-    bridges_reset();
+    iface_enumeration_reset(&gTarn_net_state.bridges);
     mesh_reset();
     static_assert(std::is_trivially_copyable_v<tarn_net_state>, "cleared as memory");
     memset(&gTarn_net_state, 0, sizeof gTarn_net_state);
@@ -135,6 +135,22 @@ static void inet_test_handler(uloop_timeout *)
         arm_interval_timer();
 }
 
+static bool enumeration_in_progress()
+{
+    const bool wired = gTarn_net_state.bridges.enumerate_timer.pending;
+    if (!wired && !gTarn_net_state.mesh.enumerate_timer.pending)
+        return false;
+    log_debug("%s enumeration in progress, delaying inet_check", wired ? "Wired" : "Mesh");
+    gTarn_net_state.inet_test.cycle_delayed = true;
+    return true;
+}
+
+void inet_test_enumeration_ended()
+{
+    if (std::exchange(gTarn_net_state.inet_test.cycle_delayed, false) && test_is_configured())
+        run_uplink_test();
+}
+
 /// Why no cycle can start now is logged; true when one can.
 static bool ready_for_cycle()
 {
@@ -143,14 +159,8 @@ static bool ready_for_cycle()
         log_debug("The test targets have not been read yet");
         return false;
     }
-    if (gTarn_net_state.bridges.enumerate_timer.pending) {
-        log_debug("Wired enumeration in progress, delaying inet_check");
+    if (enumeration_in_progress())
         return false;
-    }
-    if (gTarn_net_state.mesh.enumerate_timer.pending) {
-        log_debug("Mesh enumeration in progress, delaying inet_check");
-        return false;
-    }
     if (inet_test_all_reported() && test.interfaces_to_test == 0)
         return true;
     log_info("Previous test still in progress, skipping this inet_check");

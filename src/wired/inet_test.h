@@ -32,6 +32,8 @@ void inet_test_init();
 [[nodiscard]] int reload_inet_test_config();
 /// Starts a cycle, unless interfaces are being enumerated or one is running.
 void run_uplink_test();
+/// Starts the cycle that was put off for the enumeration that has just ended, if one was.
+void inet_test_enumeration_ended();
 /// Aborts the running cycle; its transfers report that they were aborted.
 void abort_inet_test();
 /// Completes the cycle with `result` if every test of it has been dispatched.

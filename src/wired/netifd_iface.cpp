@@ -13,8 +13,10 @@
 #include "wired/netifd_iface_internal.h"
 
 /// Bounds a status call that no enumeration watches over; longer than an enumeration's own limit,
-/// which aborts the calls it made and says so in its own words.
+/// which ends the calls it made and says so in its own words.
 constexpr int STATUS_TIMEOUT_MS = 6000;
+/// How long a call that follows an unanswered one stays open.
+constexpr int ASK_AGAIN_MS = 30000;
 
 static LIST_HEAD(gRetired);
 
@@ -32,10 +34,18 @@ static void release(iface_entry *entry)
     delete entry;
 }
 
+static void drop_call(iface_entry *entry)
+{
+    uloop_timeout_cancel(&entry->status_timer);
+    if (entry->asking)
+        ubus_abort_request(entry->ctx, &entry->request);
+    entry->asking = false;
+}
+
 /// For an entry that is in no list any more.
 static void destroy(iface_entry *entry)
 {
-    iface_list_abort_status(entry);
+    drop_call(entry);
     if (unregister(entry))
         release(entry);
     else
@@ -49,8 +59,9 @@ static int iface_list_notify_cb(ubus_context *, ubus_object *obj, ubus_request_d
         log_error("%s is NULL", obj == nullptr ? "obj" : "msg");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    auto *subscriber = container_of(obj, ubus_subscriber, obj);
-    iface_list_parse_status(container_of(subscriber, iface_entry, subscriber), msg);
+    auto *entry = container_of(container_of(obj, ubus_subscriber, obj), iface_entry, subscriber);
+    if (!iface_list_parse_status(entry, msg) && !entry->status_timer.pending)
+        uloop_timeout_set(&entry->status_timer, ASK_AGAIN_MS);
     return UBUS_STATUS_OK;
 }
 
@@ -62,7 +73,7 @@ static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
     }
     auto *entry = container_of(req, iface_entry, request);
     entry->got_data = true;
-    iface_list_parse_status(entry, msg);
+    entry->answered = iface_list_parse_status(entry, msg);
 }
 
 static void get_iface_status_complete_cb(ubus_request *req, int)
@@ -72,7 +83,10 @@ static void get_iface_status_complete_cb(ubus_request *req, int)
         return;
     }
     auto *entry = container_of(req, iface_entry, request);
+    entry->asking = false;
     uloop_timeout_cancel(&entry->status_timer);
+    if (!entry->answered)
+        uloop_timeout_set(&entry->status_timer, ASK_AGAIN_MS);
     entry->parsed = true;
     if (!entry->got_data) {
         log_error("Interface '%s' failed to generate status data", entry->obj_path);
@@ -82,21 +96,22 @@ static void get_iface_status_complete_cb(ubus_request *req, int)
         entry->on_status(entry);
 }
 
-static void status_timeout_cb(uloop_timeout *timer)
+/// Opens a call that the timer ends after `limit_ms`, whether it could be opened or not.
+static bool ask(iface_entry *entry, uint32_t id, int limit_ms)
 {
-    auto *entry = container_of(timer, iface_entry, status_timer);
-    log_error("Interface '%s' failed to respond to status, aborting ubus invoke", entry->obj_path);
-    ubus_abort_request(entry->ctx, &entry->request);
-    entry->parsed = true;
-}
-
-bool iface_list_abort_status(iface_entry *entry)
-{
-    if (!entry->status_timer.pending)
+    drop_call(entry);
+    entry->got_data = false;
+    entry->answered = false;
+    uloop_timeout_set(&entry->status_timer, limit_ms);
+    if (ubus_invoke_async_fd(entry->ctx, id, "status", nullptr, &entry->request, -1) !=
+        UBUS_STATUS_OK) {
+        log_error("Failed to invoke status method for interface");
         return false;
-    uloop_timeout_cancel(&entry->status_timer);
-    ubus_abort_request(entry->ctx, &entry->request);
-    entry->parsed = true;
+    }
+    entry->asking = true;
+    entry->request.data_cb = get_iface_status_data_cb;
+    entry->request.complete_cb = get_iface_status_complete_cb;
+    ubus_complete_request_async(entry->ctx, &entry->request);
     return true;
 }
 
@@ -106,19 +121,23 @@ bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id)
         log_error("%s is NULL", ctx == nullptr ? "ctx" : "iface");
         return false;
     }
-    iface_list_abort_status(entry);
-    if (ubus_invoke_async_fd(ctx, id, "status", nullptr, &entry->request, -1) != UBUS_STATUS_OK) {
-        log_error("Failed to invoke status method for interface");
-        return false;
-    }
-    entry->got_data = false;
     entry->parsed = false;
-    entry->request.data_cb = get_iface_status_data_cb;
-    entry->request.complete_cb = get_iface_status_complete_cb;
-    entry->status_timer.cb = status_timeout_cb;
-    uloop_timeout_set(&entry->status_timer, STATUS_TIMEOUT_MS);
-    ubus_complete_request_async(ctx, &entry->request);
-    return true;
+    return ask(entry, id, STATUS_TIMEOUT_MS);
+}
+
+void iface_list_ask_again(iface_entry *entry)
+{
+    entry->parsed = true;
+    (void)ask(entry, entry->id, ASK_AGAIN_MS);
+}
+
+static void status_timer_cb(uloop_timeout *timer)
+{
+    auto *entry = container_of(timer, iface_entry, status_timer);
+    if (!entry->parsed) // of the calls that follow nothing more is said
+        log_error("Interface '%s' failed to respond to status, aborting ubus invoke",
+                  entry->obj_path);
+    iface_list_ask_again(entry);
 }
 
 static bool follow(iface_entry *entry)
@@ -157,6 +176,7 @@ iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint3
     entry->ctx = ctx;
     entry->id = id;
     entry->subscriber.cb = iface_list_notify_cb;
+    entry->status_timer.cb = status_timer_cb;
     if (follow(entry))
         return entry;
     destroy(entry);

@@ -30,7 +30,7 @@ struct iface_entry {
     bool has_default_route;
     char gateway[16];     ///< of the chosen route, empty when none
     char address[16];     ///< own address of the chosen route, without prefix length
-    ubus_request request; ///< the status call; it runs while `status_timer` is pending
+    ubus_request request; ///< the status call, while `asking`
     bool got_data;        ///< the call has delivered data
     bool parsed;          ///< the call has ended, well or not
     char *obj_path;
@@ -38,20 +38,25 @@ struct iface_entry {
     iface_status_cb on_status; ///< called after every completed status call; may be null
 
     ubus_context *ctx;
-    uint32_t id; ///< bus id subscribed to
+    uint32_t id;   ///< bus id subscribed to
+    bool asking;   ///< a status call is open
+    bool answered; ///< the last call brought a status that could be used
+    /// Pending while a call is open and until one is answered; then it is asked again.
     uloop_timeout status_timer;
 };
 
 /// Subscribes to object `id` and asks for its status. The caller links the entry into its list and
 /// sets on_status. Null on failure (logged), with nothing left behind.
 iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id);
-/// Asks for the status; a call still running is dropped for the new one. False on failure (logged).
+/// Asks for the status, for 6 s; a call still open is dropped for the new one. False on failure
+/// (logged). What is not answered is asked for again, for good.
 bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id);
-/// Drops a running status call: nothing of it is delivered any more, and the entry counts as
-/// answered. False when none runs.
-bool iface_list_abort_status(iface_entry *entry);
-/// Takes a status answer or a notification into the entry; what is malformed is logged.
-void iface_list_parse_status(iface_entry *entry, blob_attr *msg);
+/// For an entry that has not answered: drops the call and makes a new one, which stays open until
+/// it is answered or, every 30 s, replaced. An answer that comes late is as good as any.
+void iface_list_ask_again(iface_entry *entry);
+/// Takes a status answer or a notification into the entry and looks which wired bridge leads out
+/// now. False when it does not say what is needed (logged).
+bool iface_list_parse_status(iface_entry *entry, blob_attr *msg);
 
 /// The entry whose object is `obj_path`, or null.
 iface_entry *iface_list_find(list_head *list, const char *obj_path);

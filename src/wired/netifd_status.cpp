@@ -44,11 +44,19 @@ static void clear_route(iface_entry *entry)
     entry->address[0] = '\0';
 }
 
+/// After a change of a wired bridge: another one may lead out now.
+static void look_for_uplink(const iface_entry *entry)
+{
+    if (iface_list_find(&gTarn_net_state.bridges.list, entry->obj_path) == entry)
+        (void)find_bridge_uplink();
+}
+
 void iface_list_clear_facts(iface_entry *entry)
 {
     entry->device[0] = '\0';
     entry->up = false;
     clear_route(entry);
+    look_for_uplink(entry);
 }
 
 static bool is_device_name(const char *name)
@@ -144,33 +152,39 @@ static bool take_device(iface_entry *entry, blob_attr *device)
     return true;
 }
 
-void iface_list_parse_status(iface_entry *entry, blob_attr *msg)
+/// False when the message does not say whether the interface is up, or names no device for one that
+/// is.
+static bool take_status(iface_entry *entry, blob_attr *msg)
 {
-    if (entry == nullptr || msg == nullptr) {
-        log_error("%s is NULL", entry == nullptr ? "iface" : "msg");
-        return;
-    }
     blob_attr *tb[STATUS_MEMBERS];
     if (blobmsg_parse(gStatus_policy, STATUS_MEMBERS, tb, blob_data(msg),
                       static_cast<unsigned>(blob_len(msg))) != 0) {
         log_error("Failed to parse interface '%s' status response", entry->obj_path);
         log_message(msg, true);
-        return;
+        return false;
     }
     if (tb[STATUS_UP] == nullptr) {
         log_error("Interface '%s' response to status() is missing the 'up' member",
                   entry->obj_path);
-        return;
+        return false;
     }
     entry->up = blobmsg_get_bool(tb[STATUS_UP]);
     if (!take_device(entry, tb[STATUS_DEVICE]))
-        return;
-    if (tb[STATUS_ROUTE] == nullptr) {
+        return !entry->up;
+    if (tb[STATUS_ROUTE] == nullptr) // how netifd says down
         clear_route(entry);
-        return;
+    else
+        take_routes(entry, tb[STATUS_ROUTE]);
+    return true;
+}
+
+bool iface_list_parse_status(iface_entry *entry, blob_attr *msg)
+{
+    if (entry == nullptr || msg == nullptr) {
+        log_error("%s is NULL", entry == nullptr ? "iface" : "msg");
+        return false;
     }
-    take_routes(entry, tb[STATUS_ROUTE]);
-    // A wired bridge that now leads out becomes the wired uplink.
-    if (iface_list_find(&gTarn_net_state.bridges.list, entry->obj_path) == entry)
-        (void)find_bridge_uplink();
+    const bool usable = take_status(entry, msg);
+    look_for_uplink(entry);
+    return usable;
 }

@@ -63,7 +63,7 @@ static void add_interface(blob_buf *buf, const iface_entry *entry)
     blobmsg_add_u8(buf, "default_route", entry->has_default_route);
     blobmsg_add_string(buf, "gateway", entry->gateway);
     blobmsg_add_string(buf, "address", entry->address);
-    blobmsg_add_u8(buf, "answered", entry->parsed);
+    blobmsg_add_u8(buf, "answered", entry->answered);
     blobmsg_close_table(buf, table);
 }
 

@@ -32,6 +32,7 @@ struct inet_test_state {
     int32_t test_run_count; ///< slots that have reported
     uint32_t test_passed;   ///< the cycle had a successful connection
     bool dispatch_complete;
+    bool cycle_delayed;    ///< put off until the enumeration that runs has ended
     int32_t test_failures; ///< consecutive failed cycles
     inet_test_slot slots[INET_TEST_INTERFACES][INET_TEST_TARGETS];
     /// Names under test, one a block: a followed interface may vanish or be renamed meanwhile.
@@ -50,10 +51,4 @@ struct upstream_record {
     bool incomplete;
     bool gw_mode_unset;           ///< batctl could not be run to set it: tried again next cycle
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
-};
-
-/// The wired bridges netifd manages.
-struct bridge_state {
-    list_head list;                ///< iface_entry
-    uloop_timeout enumerate_timer; ///< pending: enumeration is in progress
 };

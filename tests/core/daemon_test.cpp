@@ -87,25 +87,6 @@ TEST_F(Daemon, InterfaceThatVanishesTakesItsQuestionWithIt)
     EXPECT_TRUE(state_holds(R"("wired_uplink_bridge":"br-wired0")"));
 }
 
-TEST_F(Daemon, StatusThatNeverComesIsGivenUp)
-{
-    fake_interface silent(daemon, "network.interface.wired0", "{}");
-    silent.answers = false;
-    fake_interface empty(daemon, "network.interface.wired1", "{}");
-    fake_interface good(daemon, "network.interface.mesh_rp", status("br-mesh_rp", "10.0.0.9"));
-    const auto given_up = "Interface 'network.interface.wired0' failed to respond to status, "
-                          "aborting ubus invoke";
-    // The enumeration asks again, 5 s after the start, and waits for 5 s.
-    EXPECT_TRUE(eventually([] {
-        uloop_run_timeout(50);
-        return logged("Testing connection") > 0;
-    }));
-    EXPECT_EQ(logged(given_up), 1);
-    EXPECT_TRUE(state_holds("\"address\":\"10.0.0.9\""));
-    EXPECT_FALSE(state_holds("\"answered\":false"));
-    EXPECT_EQ(follows("network.interface.wired0"), 1);
-}
-
 TEST_F(Daemon, CablePluggedIntoTheOtherPort)
 {
     fake_interface manager(daemon, "network.interface", "{}");

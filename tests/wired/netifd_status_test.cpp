@@ -4,6 +4,7 @@
 #include "support/bus_fixture.h"
 #include "wired/inet_test.h"
 #include "wired/netifd_iface.h"
+#include "wired/netifd_iface_internal.h"
 
 namespace {
 
@@ -107,6 +108,12 @@ TEST_F(NetifdStatus, WiredBridgeThatLeadsOutBecomesTheUplink)
     EXPECT_STREQ(uplink, "br-wired0") << "the first one that is up wins";
     take(R"({"up":true,"device":"br-wired0","route":[]})");
     EXPECT_STREQ(uplink, "br-wired1");
+    take(GOOD);
+    take(R"({"up":false,"device":"br-wired0"})");
+    EXPECT_STREQ(uplink, "br-wired1") << "down, netifd names no routes";
+    take(GOOD);
+    iface_list_clear_facts(&entry);
+    EXPECT_STREQ(uplink, "br-wired1") << "nothing is known of the first one any more";
     iface_list_parse_status(&second, json_message(R"({"up":false,"device":"br-wired1"})").head);
     EXPECT_STREQ(uplink, "br-wired1") << "without a winner the choice stays";
     INIT_LIST_HEAD(&gTarn_net_state.bridges.list);

@@ -1,0 +1,131 @@
+#include "wired/netifd_enumeration.h"
+
+#include "core/state.h"
+#include "platform/zu/log.h"
+#include "wired/inet_test.h"
+#include "wired/netifd_iface.h"
+
+constexpr int ENUMERATE_MS = 5000;
+
+static void enumerate_timeout_cb(uloop_timeout *);
+
+static void end(iface_enumeration *enumeration)
+{
+    uloop_timeout_cancel(&enumeration->enumerate_timer);
+    enumeration->enumerate_timer.cb = nullptr;
+    inet_test_enumeration_ended();
+}
+
+void iface_enumeration_weigh(iface_enumeration *enumeration)
+{
+    // While the first step still waits there is nothing to end.
+    if (!enumeration->enumerate_timer.pending ||
+        enumeration->enumerate_timer.cb != enumerate_timeout_cb)
+        return;
+    iface_entry *entry;
+    list_for_each_entry(entry, &enumeration->list, link)
+    {
+        if (!entry->parsed || (entry->up && entry->device[0] == '\0'))
+            return;
+    }
+    end(enumeration);
+}
+
+static void enumerate_timeout_cb(uloop_timeout *timer)
+{
+    auto *enumeration = container_of(timer, iface_enumeration, enumerate_timer);
+    iface_entry *entry;
+    list_for_each_entry(entry, &enumeration->list, link)
+    {
+        if (entry->parsed)
+            continue;
+        log_error("%s '%s' failed to respond to status, aborting ubus invoke",
+                  enumeration->kind->noun, entry->obj_path);
+        iface_list_ask_again(entry);
+    }
+    end(enumeration);
+}
+
+static void refresh(const iface_kind *kind, ubus_context *ctx, iface_entry *entry)
+{
+    uint32_t id = 0;
+    if (ubus_lookup_id(ctx, entry->obj_path, &id) != UBUS_STATUS_OK) {
+        kind->log_lookup_failure(entry->obj_path);
+        return;
+    }
+    if (!iface_list_call_status(ctx, entry, id))
+        log_error("Failed to invoke status method for interface '%s'", entry->obj_path);
+}
+
+static void search_bus(iface_enumeration *enumeration, ubus_context *ctx)
+{
+    const iface_kind *kind = enumeration->kind;
+    for (const bus_object &object : bus_lookup_objects(ctx, kind->wanted)) {
+        iface_entry *known = iface_list_find(&enumeration->list, object.path.c_str());
+        if (known != nullptr && known->id == object.id)
+            refresh(kind, ctx, known);
+        else
+            iface_enumeration_add(enumeration, kind, ctx, object.path.c_str(), object.id);
+    }
+}
+
+static void wait_to_enumerate_cb(uloop_timeout *timer)
+{
+    auto *enumeration = container_of(timer, iface_enumeration, enumerate_timer);
+    const iface_kind *kind = enumeration->kind;
+    ubus_context *ctx = gUbus_ctx;
+    if (ctx == nullptr) {
+        log_error("%s is NULL", "ctx");
+    } else if (kind->is_known()) {
+        iface_entry *entry;
+        list_for_each_entry(entry, &enumeration->list, link) refresh(kind, ctx, entry);
+    } else {
+        search_bus(enumeration, ctx);
+    }
+    timer->cb = enumerate_timeout_cb;
+    uloop_timeout_set(timer, ENUMERATE_MS);
+    // Answers that came in while later interfaces were still being asked.
+    if (kind->ends_when_answered && !list_empty(&enumeration->list))
+        iface_enumeration_weigh(enumeration);
+}
+
+bool iface_enumeration_start(iface_enumeration *enumeration, const iface_kind *kind)
+{
+    uloop_timeout *timer = &enumeration->enumerate_timer;
+    if (timer->pending) {
+        log_debug("There is an active enumerate/refresh timer, no need to refresh the info");
+        return false;
+    }
+    enumeration->kind = kind;
+    timer->cb = wait_to_enumerate_cb;
+    uloop_timeout_set(timer, ENUMERATE_MS);
+    return true;
+}
+
+void iface_enumeration_add(iface_enumeration *enumeration, const iface_kind *kind,
+                           ubus_context *ctx, const char *path, uint32_t id)
+{
+    if (ctx == nullptr || path == nullptr) {
+        log_error("%s is NULL", ctx == nullptr ? "ctx" : "obj_path");
+        return;
+    }
+    list_head *list = &enumeration->list;
+    const iface_entry *known = iface_list_find(list, path);
+    if (known != nullptr && known->id == id)
+        return;
+    // A path is on the bus once: an entry with another id is an object that is gone.
+    iface_list_free_iface(list, path);
+    iface_entry *entry = iface_list_new_iface(ctx, path, id);
+    if (entry == nullptr) {
+        log_error("%s", kind->add_failure);
+        return;
+    }
+    entry->on_status = kind->on_status;
+    list_add_tail(&entry->link, list);
+}
+
+void iface_enumeration_reset(iface_enumeration *enumeration)
+{
+    uloop_timeout_cancel(&enumeration->enumerate_timer);
+    iface_list_free_all(&enumeration->list);
+}
