@@ -6,6 +6,8 @@
 //               inside its transfer's callback)
 //   any         passed                           result or interface is     result
 //                                                another one
+//   other than  passed over the wire             no wired bridge known      stays; the bridges are
+//   WAN                                                                     enumerated anew
 //   MESH        passed through the mesh, no      eth0 or eth1 had link for  MESH, with the wired
 //               wired bridge known               tolerance passed cycles    bridge now known
 //   LONELY      a mesh success, or a radio       the lonely service does    MESH
@@ -34,6 +36,7 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/shell.h"
 #include "wifi/wifi.h"
+#include "wired/bridges.h"
 #include "wired/inet_test.h"
 #include "wired/upstream_internal.h"
 
@@ -197,11 +200,26 @@ static void switch_upstream(uint32_t result, bool from_lonely)
         log_error("Failed to update the uplink interface");
 }
 
+/// A wired success before it is known which bridge that is: a switch would end half way. The next
+/// cycle after the enumeration makes it.
+static bool wait_for_bridge(uint32_t result)
+{
+    if (result != TARN_NET_UPSTREAM_WAN_STATE ||
+        gTarn_net_state.inet_test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE ||
+        upstream_knows_wired_bridge())
+        return false;
+    log_warning("inet test success, but uplink iface not fully enumerated");
+    init_bridge_info();
+    return true;
+}
+
 static void take_passed_cycle(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     log_debug("Test passed");
     test.test_failures = 0;
+    if (wait_for_bridge(result))
+        return;
     show_passed_cycle(result);
     const bool from_lonely = test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE;
     if (result == TARN_NET_UPSTREAM_MESH_STATE)

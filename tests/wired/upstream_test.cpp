@@ -78,6 +78,8 @@ constexpr auto RP = "br-mesh_rp";
 const transition TRANSITIONS[] = {
     {"first wired success", NONE, "", WIRE, nullptr, 0, WAN, WIRE, WAN, WIRE, 0},
     {"no bridge enumerated yet", NONE, "", "", nullptr, 0, WAN, WIRE, NONE, "", 0},
+    {"no bridge enumerated yet", MESH, RP, "", nullptr, 2, WAN, WIRE, MESH, RP, 0},
+    {"no bridge enumerated yet", LONELY, RP, "", lonely_runs, 5, WAN, WIRE, LONELY, RP, 0},
     {"nothing changes", WAN, WIRE, WIRE, nullptr, 2, WAN, WIRE, WAN, WIRE, 0},
     {"other wired port", WAN, WIRE, "br-wired1", nullptr, 0, WAN, "br-wired1", WAN, "br-wired1", 0},
     {"tolerated failure", WAN, WIRE, WIRE, nullptr, 1, WAN, nullptr, WAN, WIRE, 2},
@@ -117,7 +119,15 @@ TEST_F(Upstream, TransitionTable)
         test().test_failures = row.failures;
         if (row.arrange != nullptr)
             row.arrange(*this);
+        uloop_timeout_set(&gTarn_net_state.mesh.lonely_timer, 60000);
+        (void)commands();
         end_cycle(row.result, row.passed);
+        if (std::string("no bridge enumerated yet") == row.what) { // nor is anything done by halves
+            EXPECT_EQ(commands(), std::vector<std::string>{});
+            EXPECT_TRUE(gTarn_net_state.mesh.lonely_timer.pending);
+            EXPECT_TRUE(gTarn_net_state.bridges.enumerate_timer.pending);
+            EXPECT_EQ(led("gateway"), "");
+        }
         EXPECT_STREQ(upstream_state_name(test().upstream_state), upstream_state_name(row.to));
         EXPECT_STREQ(test().uplink_iface, row.uplink_then);
         EXPECT_EQ(test().test_failures, row.failures_then);
