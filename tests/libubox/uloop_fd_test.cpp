@@ -1,9 +1,6 @@
 // Descriptors: what callbacks are told, when they run, and what may happen inside them.
 #include "libubox/loop_fixture.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <vector>
 
@@ -160,46 +157,4 @@ TEST_F(loop, flags_can_be_changed_and_none_means_delete)
     EXPECT_EQ(flags_seen, "1 3 0 ");
     EXPECT_FALSE(w.registered);
     EXPECT_EQ(uloop_fd_delete(&w), 0);
-}
-
-TEST_F(loop, registration_sets_nonblocking_unless_told_not_to)
-{
-    fd_pair a, b;
-    watch plain(a.ours, nullptr), blocking(b.ours, nullptr), taken(a.ours, nullptr);
-    EXPECT_EQ(uloop_fd_add(&plain, ULOOP_READ), 0);
-    EXPECT_EQ(uloop_fd_add(&blocking, ULOOP_READ | ULOOP_BLOCKING), 0);
-    EXPECT_TRUE(fcntl(a.ours, F_GETFL) & O_NONBLOCK);
-    EXPECT_FALSE(fcntl(b.ours, F_GETFL) & O_NONBLOCK);
-
-    EXPECT_EQ(uloop_fd_add(&taken, ULOOP_READ), -1);
-    EXPECT_EQ(errno, EEXIST);
-    EXPECT_FALSE(taken.registered);
-    const int file = open(TEST_DATA_DIR "/libubox/blobmsg.json", O_RDONLY);
-    watch regular(file, nullptr);
-    EXPECT_EQ(uloop_fd_add(&regular, ULOOP_READ), -1);
-    EXPECT_EQ(errno, EPERM);
-    close(file);
-}
-
-TEST_F(loop, a_record_outlives_neither_its_descriptor_nor_its_loop)
-{
-    fd_pair pair;
-    watch w(pair.ours, nullptr);
-    uloop_fd_add(&w, ULOOP_READ);
-    pair.close_ours();
-    EXPECT_EQ(uloop_fd_delete(&w), -1);
-    EXPECT_FALSE(w.registered);
-
-    fd_pair second;
-    w.fd = second.ours;
-    uloop_fd_add(&w, ULOOP_READ);
-    uloop_done();
-    EXPECT_TRUE(w.registered);
-    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), -1);
-    uloop_init();
-    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), -1);
-    (void)uloop_fd_delete(&w);
-    w.eof = w.error = true;
-    EXPECT_EQ(uloop_fd_add(&w, ULOOP_READ), 0);
-    EXPECT_FALSE(w.eof || w.error);
 }

@@ -2,9 +2,7 @@
 #include "libubox/loop_fixture.h"
 
 #include <cerrno>
-#include <memory>
 #include <sys/wait.h>
-#include <vector>
 
 static void ignore_it(int) {}
 
@@ -108,45 +106,12 @@ TEST_F(loop, records_share_a_signal_and_the_last_one_gives_it_back)
     signal(SIGUSR1, SIG_DFL);
 }
 
-TEST_F(loop, a_child_that_ends_its_copy_of_the_loop_leaves_the_parents_alone)
-{
-    ended(start([] {
-        uloop_done();
-        return 0;
-    }));
-    catcher c(SIGUSR1, [&] { log += "woken"; });
-    (void)uloop_signal_add(&c);
-    raise(SIGUSR1);
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "woken");
-}
-
 namespace {
 struct child : acting<uloop_process, int> {
     child(pid_t number, std::function<void(int status)> f) : acting(std::move(f)) { pid = number; }
     ~child() { (void)uloop_process_delete(this); }
 };
 } // namespace
-
-TEST_F(loop, children_report_their_status_once_each)
-{
-    std::vector<std::unique_ptr<child>> children;
-    size_t reported = 0;
-    for (int code = 0; code < 20; code++) {
-        children.push_back(
-            std::make_unique<child>(start([=] { return code; }), [&, code](int status) {
-                EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == code);
-                EXPECT_FALSE(children[static_cast<size_t>(code)]->pending);
-                if (++reported == children.size())
-                    uloop_end();
-            }));
-        EXPECT_EQ(uloop_process_add(children.back().get()), 0);
-        EXPECT_EQ(uloop_process_add(children.back().get()), -1);
-    }
-    uloop_run();
-    EXPECT_EQ(reported, 20u);
-    EXPECT_EQ(uloop_process_delete(children[0].get()), -1);
-}
 
 TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
 {

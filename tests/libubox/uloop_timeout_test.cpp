@@ -92,20 +92,6 @@ TEST_F(loop, what_is_due_still_runs_after_the_end_was_asked_for)
     EXPECT_FALSE(uloop_cancelling());
 }
 
-TEST_F(loop, a_run_with_a_limit_is_one_round)
-{
-    timer t = logging("t");
-    uloop_timeout_set(&t, 5);
-    int64_t start = uloop_clock_now_ms();
-    uloop_run_timeout(3);
-    EXPECT_EQ(uloop_clock_now_ms() - start, 3);
-    uloop_run_timeout(100); // waits until the timer is due, and leaves it
-    EXPECT_EQ(uloop_clock_now_ms() - start, 5);
-    EXPECT_EQ(log, "");
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "t ");
-}
-
 TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
 {
     timer inner([&] {

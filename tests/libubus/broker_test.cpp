@@ -270,19 +270,6 @@ TEST_F(Broker, OneMebibytePassesAndImpossibleLengthsCloseWithoutAWord)
     }
 }
 
-TEST_F(Broker, ClientMayLeaveInTheMiddleOfAnyMessage)
-{
-    const uint32_t id = publish(a, "cut");
-    const frame whole = invoke_frame(1, id, "get");
-    for (size_t len = 0; len <= whole.size(); len++) {
-        raw_client client(broker.socket);
-        ASSERT_TRUE(client.send(whole.substr(0, len)));
-    }
-    // Only the whole one was passed on.
-    EXPECT_EQ(frame_type(a.receive()), UBUS_MSG_INVOKE);
-    EXPECT_TRUE(a.nothing_waiting());
-}
-
 TEST_F(Broker, PiecesAndSeveralAtOnceAreTheSame)
 {
     const frame both = lookup_frame(1, nullptr) + lookup_frame(2, "nothing");
@@ -336,24 +323,6 @@ TEST_F(Broker, MalformedAttributesCountAsAbsent)
     };
     for (const auto &c : CASES)
         EXPECT_EQ(a.status_of(raw_frame(c.type, 9, c.body)), c.status) << c.what;
-}
-
-TEST_F(Broker, MalformedSignatureMakesAnObjectThatIsNotListed)
-{
-    const std::string path = attribute(UBUS_ATTR_OBJPATH, 8, std::string("odd", 4));
-    const std::string nameless = attribute(0x82, 8, word(0));
-    for (const std::string &signature : {attribute(UBUS_ATTR_SIGNATURE, 12, nameless),
-                                         attribute(UBUS_ATTR_OBJTYPE, 8, word(4711))}) {
-        const std::vector<frame> added =
-            a.request(raw_frame(UBUS_MSG_ADD_OBJECT, 1, path + signature));
-        ASSERT_EQ(added.size(), 2u);
-        EXPECT_EQ(frame_number(added[0], UBUS_ATTR_OBJTYPE), 0u);
-        const std::vector<frame> found = a.request(lookup_frame(2, "odd"));
-        ASSERT_EQ(found.size(), 1u) << "found, but without data";
-        EXPECT_EQ(frame_status(found[0]), 0);
-        const uint32_t id = frame_number(added[0], UBUS_ATTR_OBJID);
-        EXPECT_EQ(a.status_of(raw_frame(UBUS_MSG_REMOVE_OBJECT, 3, object_id(id))), 0);
-    }
 }
 
 TEST_F(Broker, DescriptorsThatGoNowhereAreClosed)

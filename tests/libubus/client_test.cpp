@@ -231,19 +231,6 @@ TEST_F(Client, LateAndAbortedRepliesAreIgnored)
     EXPECT_TRUE(story.empty());
 }
 
-TEST_F(Client, RequestMayBeFreedWhenItCompletes)
-{
-    auto *req = new ubus_request;
-    start_call(req);
-    req->complete_cb = [](ubus_request *done, int ret) {
-        story_complete_cb(done, ret);
-        delete done;
-    };
-    answer_next(9);
-    EXPECT_TRUE(pump(ctx, [] { return !story.empty(); }));
-    EXPECT_EQ(story.front(), "complete 9");
-}
-
 TEST_F(Client, SizeLimits)
 {
     wire_buf large, too_large;

@@ -208,23 +208,7 @@ TEST_F(Files, CommitKeepsModeAndSymbolicLink)
     EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\n", content(target));
 }
 
-TEST_F(Files, SaveMakesItsDirectoryAndRefusesOneThatIsNone)
-{
-    std::filesystem::remove_all(dirs.save());
-    ASSERT_EQ(0, chmod(dirs.conf().c_str(), 0750));
-    ASSERT_EQ(0, chmod(dirs.conf("net").c_str(), 0640));
-    const mode_t mask = umask(0);
-    EXPECT_EQ(0, save("net.lan.x=1"));
-    umask(mask);
-    EXPECT_EQ(0750u, mode_of(dirs.save()));
-    EXPECT_EQ(0640u, mode_of(dirs.save("net")));
-
-    std::filesystem::remove_all(dirs.save());
-    write_file(dirs.save(), "");
-    EXPECT_EQ(UCI_ERR_IO, save("net.lan.x=1"));
-}
-
-TEST_F(Files, OverrideDirectoryAndPathNamesReplaceTheConfigFile)
+TEST_F(Files, OverrideDirectoryReplacesTheConfigFile)
 {
     const std::string other = dirs.root() + "/other";
     std::filesystem::create_directory(other);
@@ -237,14 +221,4 @@ TEST_F(Files, OverrideDirectoryAndPathNamesReplaceTheConfigFile)
     ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
     EXPECT_EQ("\nconfig iface 'lan'\n\toption ip 'override'\n\toption saved '1'\n\n",
               content(other + "/net"));
-
-    // A file named by its path has no deltas: saving writes it.
-    write_file(dirs.save("net"), "net.lan.saved='1'\n");
-    ctx = open_context(dirs);
-    ASSERT_EQ(0, uci_load(ctx.get(), (dirs.conf("net")).c_str(), &p));
-    EXPECT_STREQ("net", p->e.name);
-    ASSERT_EQ(0, change(ctx.get(), uci_set, "net.lan.ip=2"));
-    ASSERT_EQ(0, uci_save(ctx.get(), p));
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '2'\n\n", content(dirs.conf("net")));
-    EXPECT_EQ("net.lan.saved='1'\n", content(dirs.save("net")));
 }
