@@ -142,33 +142,6 @@ TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
     EXPECT_EQ(call("test.whole", "dump_state").status, UBUS_STATUS_OK); // still connected
 }
 
-TEST_F(methods, only_a_true_flag_shows_secrets)
-{
-    const struct {
-        const char *message;
-        int status;
-        bool shown;
-    } cases[] = {
-        {R"({})", 0, false},
-        {R"({"include_secrets":false})", 0, false},
-        {R"({"include_secrets":true})", 0, true},
-        {R"({"include_secrets":1})", UBUS_STATUS_INVALID_ARGUMENT, false},
-        {R"({"include_secrets":"true"})", UBUS_STATUS_INVALID_ARGUMENT, false},
-        {R"({"include_secrets":null})", UBUS_STATUS_INVALID_ARGUMENT, false},
-    };
-    bool shown = false;
-    g_behaviour = [&](blob_attr *msg, blob_buf *) {
-        shown = package_include_secrets(msg);
-        return 0;
-    };
-    for (const auto &c : cases) {
-        shown = false;
-        EXPECT_EQ(call("test.whole", "dump_state", c.message).status, c.status) << c.message;
-        EXPECT_EQ(shown, c.shown) << c.message;
-    }
-    EXPECT_FALSE(package_include_secrets(nullptr));
-}
-
 TEST_F(methods, health_is_the_absence_of_problems)
 {
     EXPECT_EQ(call("test.whole", "health_check").document, R"({"healthy":true,"problems":[]})");
@@ -194,44 +167,52 @@ TEST_F(methods, reload_replies_with_the_status_alone)
     EXPECT_EQ(failed.document, "");
 }
 
-TEST_F(methods, the_debug_level_has_a_range)
-{
-    const struct {
-        const char *message;
-        int status, level;
-    } cases[] = {
-        {R"({"level":0})", 0, 0},
-        {R"({"level":5})", 0, 5},
-        {R"({"level":6})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-        {R"({"level":-1})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-        {R"({"level":4294967297})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-        {R"({"level":"5"})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-        {R"({"level":true})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-        {R"({})", UBUS_STATUS_INVALID_ARGUMENT, 2},
-    };
-    for (const auto &c : cases) {
-        debug_set_level(2);
-        const answer got = call("test.whole", "set_debug_level", c.message);
-        EXPECT_EQ(got.status, c.status) << c.message;
-        EXPECT_EQ(got.document, "");
-        EXPECT_EQ(gDebug_log_level, c.level) << c.message;
-    }
-}
-
-TEST_F(methods, members_of_the_wrong_type_reach_no_callback)
+TEST_F(methods, members_of_the_wrong_type_or_size_are_refused_before_the_package)
 {
     const struct {
         const char *method, *message;
-    } cases[] = {{"reload_config", R"({"package":{}})"},
-                 {"gen_checkin", R"({"checkin_type":5})"},
-                 {"gen_checkin", R"({"verbose":"yes"})"}};
-    for (const auto &c : cases)
-        EXPECT_EQ(call("test.whole", c.method, c.message).status, UBUS_STATUS_INVALID_ARGUMENT);
-    EXPECT_EQ(g_calls, 0);
-    // Members nobody asked for are ignored, and parse_config leaves all judgement to the package.
-    EXPECT_EQ(call("test.whole", "gen_checkin", R"({"new":[1,{"x":null}]})").status, 0);
-    EXPECT_EQ(call("test.whole", "parse_config", R"({"params":"text"})").status, 0);
-    EXPECT_EQ(g_calls, 2);
+        int status;
+        bool secrets = false;
+        int level = 2;
+    } cases[] = {
+        {"dump_state", R"({})", 0},
+        {"dump_state", R"({"include_secrets":false})", 0},
+        {"dump_state", R"({"include_secrets":true})", 0, true},
+        {"dump_state", R"({"include_secrets":1})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"dump_state", R"({"include_secrets":"true"})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"dump_state", R"({"include_secrets":null})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({"level":0})", 0, false, 0},
+        {"set_debug_level", R"({"level":5})", 0, false, 5},
+        {"set_debug_level", R"({"level":6})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({"level":-1})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({"level":4294967297})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({"level":"5"})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({"level":true})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"set_debug_level", R"({})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"reload_config", R"({"package":{}})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"gen_checkin", R"({"checkin_type":5})", UBUS_STATUS_INVALID_ARGUMENT},
+        {"gen_checkin", R"({"verbose":"yes"})", UBUS_STATUS_INVALID_ARGUMENT},
+        // Members nobody asked for are ignored; parse_config leaves all judgement to the package.
+        {"gen_checkin", R"({"new":[1,{"x":null}]})", 0},
+        {"parse_config", R"({"params":"text"})", 0},
+    };
+    bool secrets = false;
+    g_behaviour = [&](blob_attr *msg, blob_buf *) {
+        secrets = package_include_secrets(msg);
+        return 0;
+    };
+    int taken = 0;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.message);
+        secrets = false;
+        debug_set_level(2);
+        EXPECT_EQ(call("test.whole", c.method, c.message).status, c.status);
+        EXPECT_EQ(secrets, c.secrets);
+        EXPECT_EQ(gDebug_log_level, c.level);
+        taken += c.status == 0 && strcmp(c.method, "set_debug_level") != 0;
+    }
+    EXPECT_EQ(g_calls, taken);
+    EXPECT_FALSE(package_include_secrets(nullptr));
 }
 
 } // namespace

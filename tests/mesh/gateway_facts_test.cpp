@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -47,37 +46,35 @@ protected:
     size_t log_size = 0;
 };
 
-TEST_F(GatewayFacts, TakesACompleteAnswer)
+TEST_F(GatewayFacts, AnAnswerTakesThePlaceOfWhatWasKnownBefore)
 {
-    EXPECT_EQ(0, mesh_gateway_facts_parse(
-                     &facts, "gwm|02:11:00:00:00:01 gwq|251 tr|02:11:00:00:00:02,02:11:00:00:00:01 "
-                             "p|1.511 tp|156.84-MB/s"));
-    EXPECT_EQ("02:11:00:00:00:01 251 02:11:00:00:00:02,02:11:00:00:00:01 1.511 156.84-MB/s", all());
-}
-
-TEST_F(GatewayFacts, AnIncompleteAnswerKeepsWhatItHasAndDropsWhatWasKnownBefore)
-{
-    mesh_gateway_facts_parse(&facts,
-                             "gwm|02:11:00:00:00:01 gwq|9 tr|02:11:00:00:00:01 p|1 tp|1-MB/s");
-    EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, "gwm|02:11:00:00:00:03  p|0.5 tr| tp|"));
-    EXPECT_EQ("02:11:00:00:00:03 none none 0.5 none", all());
-    EXPECT_TRUE(logged("Unable to find the gateway speed from the mesh.info file"));
-
-    EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, "   "));
-    EXPECT_EQ("none none none none none", all());
+    const struct {
+        const char *answer;
+        int result;
+        const char *facts, *message;
+    } cases[] = {
+        {"gwm|02:11:00:00:00:01 gwq|251 tr|02:11:00:00:00:02,02:11:00:00:00:01 p|1.511 tp|15-MB/s",
+         0, "02:11:00:00:00:01 251 02:11:00:00:00:02,02:11:00:00:00:01 1.511 15-MB/s", ""},
+        {"gwm|02:11:00:00:00:03  p|0.5 tr| tp|", -1, "02:11:00:00:00:03 none none 0.5 none",
+         "Unable to find the gateway speed from the mesh.info file"},
+        {"   ", -1, "none none none none none",
+         "Unable to find a gateway MAC from the mesh.info file"},
+        {"gwq|7 gwq|8", -1, "none 7 none none none", "Parsed token (gwq|8) does not match"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.result, mesh_gateway_facts_parse(&facts, c.answer)) << c.answer;
+        EXPECT_EQ(c.facts, all());
+        EXPECT_TRUE(logged(c.message)) << c.answer;
+    }
     EXPECT_TRUE(logged("the delimiter ' ' was not found."));
-    EXPECT_TRUE(logged("Unable to find a gateway MAC from the mesh.info file"));
 }
-
-struct bad_token {
-    const char *token;
-    const char *message;
-};
 
 TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
 {
     const char *unknown = "does not match any of the known token types";
-    const std::vector<bad_token> cases = {
+    const struct {
+        const char *token, *message;
+    } cases[] = {
         {"gwm|02:11:00:00:00", unknown},
         {"gwm|02:11:00:00:00:01;reboot", unknown},
         {"gwm|02:11:00:00:00:01:", unknown},
@@ -102,19 +99,12 @@ TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
         {"tp|3-furlongs", "A valid speed unit was not found"},
         {"xx|1", unknown},
     };
-    for (const bad_token &bad : cases) {
+    for (const auto &bad : cases) {
         fseek(gDebug_file, 0, SEEK_SET);
         EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, bad.token)) << bad.token;
         EXPECT_EQ("none none none none none", all()) << bad.token;
         EXPECT_TRUE(logged(bad.message)) << bad.token << "\n" << log_text;
     }
-}
-
-TEST_F(GatewayFacts, ASecondTokenOfAKindIsUnknown)
-{
-    mesh_gateway_facts_parse(&facts, "gwq|7 gwq|8");
-    EXPECT_STREQ("7", facts.quality);
-    EXPECT_TRUE(logged("Parsed token (gwq|8) does not match"));
 }
 
 TEST_F(GatewayFacts, JudgesTheSpeed)
