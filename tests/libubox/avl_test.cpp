@@ -48,17 +48,21 @@ static void expect_same(avl_tree *tree, const model &expected)
     }
 }
 
+/// The first element at or after the key, the last at or before it, the first of exactly it.
 static void expect_same_lookups(avl_tree *tree, const model &expected, const std::string &key)
 {
-    item *i;
-    auto at_least = expected.lower_bound(key);
-    auto above = expected.upper_bound(key);
-    i = avl_find_ge_element(tree, key.c_str(), i, node);
-    ASSERT_EQ(i ? i->serial : -1, at_least == expected.end() ? -1 : at_least->second);
-    i = avl_find_le_element(tree, key.c_str(), i, node);
-    ASSERT_EQ(i ? i->serial : -1, above == expected.begin() ? -1 : std::prev(above)->second);
-    i = avl_find_element(tree, key.c_str(), i, node);
-    ASSERT_EQ(i ? i->serial : -1, at_least == above ? -1 : at_least->second);
+    item *ge, *le, *eq;
+    ge = avl_find_ge_element(tree, key.c_str(), ge, node);
+    le = avl_find_le_element(tree, key.c_str(), le, node);
+    eq = avl_find_element(tree, key.c_str(), eq, node);
+    const auto at_least = expected.lower_bound(key), above = expected.upper_bound(key);
+    const auto same = [](item *found, bool none, model::const_iterator it) {
+        return found ? !none && found->serial == it->second : none;
+    };
+    ASSERT_TRUE(same(ge, at_least == expected.end(), at_least));
+    ASSERT_TRUE(
+        same(le, above == expected.begin(), above == expected.begin() ? above : std::prev(above)));
+    ASSERT_TRUE(same(eq, at_least == above, at_least));
 }
 
 static void run_random(bool dups, unsigned seed)
@@ -69,27 +73,27 @@ static void run_random(bool dups, unsigned seed)
     model expected;
     std::vector<item *> members;
     for (int step = 0; step < 3000; step++) {
-        std::string key = std::to_string(random() % 150);
+        const std::string key = std::to_string(random() % 150);
         if (members.empty() || random() % 100 < (step < 1500 ? 60u : 40u)) {
-            auto *added = new item{{}, key, step};
-            added->node.key = added->key.c_str();
-            bool refused = !dups && expected.count(key);
-            ASSERT_EQ(avl_insert(&tree, &added->node), refused ? -1 : 0);
-            if (refused) {
-                delete added;
-            } else {
+            members.push_back(new item{{}, key, step});
+            members.back()->node.key = members.back()->key.c_str();
+            const bool refused = !dups && expected.count(key);
+            ASSERT_EQ(avl_insert(&tree, &members.back()->node), refused ? -1 : 0);
+            if (!refused) {
                 expected.emplace(key, step);
-                members.push_back(added);
+            } else {
+                delete members.back();
+                members.pop_back();
             }
         } else {
             std::swap(members[random() % members.size()], members.back());
-            item *gone = members.back();
+            const auto range = expected.equal_range(members.back()->key);
+            expected.erase(std::find_if(range.first, range.second, [&](auto &e) {
+                return e.second == members.back()->serial;
+            }));
+            avl_delete(&tree, &members.back()->node);
+            delete members.back();
             members.pop_back();
-            avl_delete(&tree, &gone->node);
-            auto range = expected.equal_range(gone->key);
-            expected.erase(std::find_if(range.first, range.second,
-                                        [&](auto &e) { return e.second == gone->serial; }));
-            delete gone;
         }
         if (step % 10 == 0)
             expect_same(&tree, expected);

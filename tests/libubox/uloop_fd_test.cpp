@@ -34,23 +34,6 @@ TEST_F(loop, one_callback_a_round_with_timers_in_between)
     EXPECT_EQ(log, "fd timer fd timer ");
 }
 
-TEST_F(loop, every_ready_descriptor_gets_its_turn)
-{
-    constexpr int COUNT = 25; // more than one wait fetches
-    std::vector<fd_pair> pairs(COUNT);
-    std::vector<std::unique_ptr<watch>> watches;
-    std::vector<int> calls(COUNT);
-    for (int i = 0; i < COUNT; i++) {
-        watches.push_back(std::make_unique<watch>(pairs[i].ours, [&, i](unsigned) { calls[i]++; }));
-        uloop_fd_add(watches[i].get(), ULOOP_READ);
-        pairs[i].send("x"); // never read: stays ready
-    }
-    for (int round = 0; round < 3 * COUNT; round++)
-        uloop_run_timeout(0);
-    for (int i = 0; i < COUNT; i++)
-        EXPECT_GE(calls[i], 2) << i;
-}
-
 TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
 {
     struct {

@@ -203,22 +203,6 @@ TEST_F(Broker, DropsWhatAStuckClientHasNoRoomForAndGoesOnAfterwards)
     }
 }
 
-TEST_F(Broker, WhatWasSentBeforeAHangUpCounts)
-{
-    constexpr int EVENTS = 300;
-    const uint32_t listener = publish(b, nullptr);
-    EXPECT_EQ(b.status_of(listen_frame(listener, "*")), 0);
-    std::string all;
-    for (int i = 0; i < EVENTS; i++)
-        all += event_frame("bye");
-    broker.process.signal(SIGSTOP); // it finds both at once
-    ASSERT_TRUE(a.send(all));
-    a.disconnect();
-    broker.process.signal(SIGCONT);
-    for (int i = 0; i < EVENTS; i++)
-        ASSERT_EQ(frame_type(b.receive()), UBUS_MSG_INVOKE) << i;
-}
-
 TEST_F(Broker, ListsTenThousandObjectsToASlowReaderInOrder)
 {
     constexpr int OBJECTS = 10000;

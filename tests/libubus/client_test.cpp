@@ -1,10 +1,7 @@
 // The client library against the real broker: what runs when, and what becomes of calls whose other
 // side is late, silent, large or dead. The other side is a raw client.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <memory>
 #include <thread>
 
 #include "../../host/libubus/wire.h"
@@ -60,7 +57,6 @@ struct Client : ::testing::Test {
     ubus_context *ctx = ubus_connect(broker.socket.c_str());
     ubus_object_type type = UBUS_OBJECT_TYPE("own", METHODS);
     ubus_object own{};
-    ubus_method only{};
     std::thread thread;
 
     Client()
@@ -76,17 +72,6 @@ struct Client : ::testing::Test {
         if (thread.joinable())
             thread.join();
         ubus_free(ctx);
-    }
-
-    // Publishes our object with this method alone.
-    void publish_method(const char *name, ubus_handler_t handler)
-    {
-        only = {};
-        only.name = name;
-        only.handler = handler;
-        own.methods = &only;
-        own.n_methods = 1;
-        ASSERT_EQ(ubus_add_object(ctx, &own), 0);
     }
 
     // Lets the peer act while the library waits.
@@ -169,31 +154,6 @@ TEST_F(Client, SynchronousCallHoldsBackHandlersButNotReplies)
     }
 }
 
-TEST_F(Client, HandlersMayCallOthersAndTheirArgumentsStayValid)
-{
-    static Client *self;
-    static std::string argument;
-    self = this;
-    publish_method("nested", [](ubus_context *, ubus_object *, ubus_request_data *,
-                                const char *method, blob_attr *msg) {
-        EXPECT_EQ(self->call_peer(PATIENCE_MS, story_value_cb), 4);
-        argument = std::string(method) + " " + std::to_string(blob_len(msg));
-        return 6;
-    });
-    raw_client sender(broker.socket);
-    ASSERT_TRUE(sender.send(invoke_frame(1, own.id, "nested", [](blob_buf *b) {
-        blobmsg_add_string(b, "text", std::string(3000, 'x').c_str());
-    })));
-    meanwhile([this] {
-        const frame call = peer.receive();
-        ASSERT_TRUE(peer.send(data_for(call, 1) + reply_to(call, 4)));
-    });
-    argument.clear();
-    EXPECT_TRUE(pump(ctx, [] { return !argument.empty(); }));
-    EXPECT_EQ(argument, "nested 3016");
-    EXPECT_EQ(frame_status(sender.receive()), 6);
-}
-
 TEST_F(Client, DataThatComesDuringADataCallbackFollowsInReverse)
 {
     static Client *self;
@@ -255,39 +215,6 @@ TEST_F(Client, SizeLimits)
     ASSERT_TRUE(peer.send(invoke_frame(2, own.id, "two")));
     EXPECT_TRUE(pump(ctx, [] { return !story.empty(); }));
     EXPECT_EQ(story.front(), "two");
-}
-
-TEST_F(Client, DescriptorsTravelBothWays)
-{
-    publish_method("swap", [](ubus_context *context, ubus_object *, ubus_request_data *req,
-                              const char *, blob_attr *) {
-        int fd = ubus_request_get_caller_fd(req);
-        EXPECT_GE(fd, 0);
-        EXPECT_EQ(write(fd, "in", 2), 2);
-        ubus_request_set_fd(context, req, fd);
-        return 0;
-    });
-    ubus_context *caller = ubus_connect(broker.socket.c_str());
-    static int returned;
-    returned = -1;
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-    ubus_request req;
-    ASSERT_EQ(ubus_invoke_async_fd(caller, own.id, "swap", nullptr, &req, ends[1]), 0);
-    EXPECT_EQ(fcntl(ends[1], F_GETFD), -1) << "closed once sent";
-    req.fd_cb = [](ubus_request *, int fd) { returned = fd; };
-    req.complete_cb = story_complete_cb;
-    ubus_complete_request_async(caller, &req);
-    char text[3] = {};
-    EXPECT_TRUE(pump(ctx, [&] { return read(ends[0], text, 2) == 2; }));
-    EXPECT_STREQ(text, "in");
-    EXPECT_TRUE(pump(caller, [] { return !story.empty(); }));
-    EXPECT_EQ(write(returned, "up", 2), 2);
-    EXPECT_EQ(read(ends[0], text, 2), 2);
-    EXPECT_STREQ(text, "up");
-    close(returned);
-    close(ends[0]);
-    ubus_free(caller);
 }
 
 TEST_F(Client, NotificationsCountAnswersAndForgetNobody)

@@ -64,11 +64,6 @@ private:
     int fd_;
 };
 
-unsigned mode_of(const std::string &path)
-{
-    return (unsigned)std::filesystem::status(path).permissions();
-}
-
 class Files : public testing::Test {
 protected:
     void SetUp() override
@@ -194,18 +189,6 @@ TEST_F(Files, FullDiskLeavesWhatWasThere)
     EXPECT_EQ(0, commit());
     EXPECT_EQ("\nconfig iface 'lan'\n\toption big '" + big + "'\n\toption saved '1'\n\n",
               content(dirs.conf("net")));
-}
-
-TEST_F(Files, CommitKeepsModeAndSymbolicLink)
-{
-    const std::string target = dirs.root() + "/target";
-    ASSERT_EQ(0, rename(dirs.conf("net").c_str(), target.c_str()));
-    ASSERT_EQ(0, symlink(target.c_str(), dirs.conf("net").c_str()));
-    ASSERT_EQ(0, chmod(target.c_str(), 0640));
-    EXPECT_EQ(0, commit());
-    EXPECT_TRUE(std::filesystem::is_symlink(dirs.conf("net")));
-    EXPECT_EQ(0640u, mode_of(target));
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\n", content(target));
 }
 
 TEST_F(Files, OverrideDirectoryReplacesTheConfigFile)

@@ -17,44 +17,45 @@ static nlmsghdr *header_of(bytes &message)
 
 class nl80211_message : public netlink_fixture {};
 
+/// The numbers with blanks between.
+template <typename... Number>
+static std::string told(Number... numbers)
+{
+    std::string text;
+    ((text += std::to_string(numbers) + " "), ...);
+    return text;
+}
+
 TEST_F(nl80211_message, captured_interfaces_stations_and_surveys)
 {
     bytes data = read_hex_file("nl80211-interface.hex").at(0);
     ng_nl80211_iface iface;
     ASSERT_TRUE(nl80211_iface_read(header_of(data), &iface));
     EXPECT_EQ(iface.name, "wlan0");
-    EXPECT_EQ(iface.ifindex, 2u);
-    EXPECT_EQ(iface.wiphy, 0u);
     EXPECT_STREQ(ng_nl80211_iface_type_name(iface.type), "AP");
     EXPECT_EQ(iface.mac, (ng_mac_address{2, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(iface.frequency_mhz, 5180u);
-    EXPECT_EQ(iface.width_mhz, 20u);
-    EXPECT_EQ(iface.center_mhz, 5180u);
-    EXPECT_EQ(iface.txpower_mbm, 2300);
+    EXPECT_EQ(told(iface.ifindex, iface.wiphy, iface.frequency_mhz, iface.width_mhz,
+                   iface.center_mhz, iface.txpower_mbm.value_or(0)),
+              "2 0 5180 20 5180 2300 ");
 
     data = read_hex_file("nl80211-station.hex").at(0);
     ng_nl80211_station station;
     ASSERT_TRUE(nl80211_station_read(header_of(data), &station));
     EXPECT_EQ(station.mac, (ng_mac_address{2, 0, 0, 0, 2, 0}));
-    EXPECT_EQ(station.signal_dbm, -20);
-    EXPECT_EQ(station.rx_rate_kbps, 13000u);
-    EXPECT_EQ(station.tx_rate_kbps, 6000u);
-    EXPECT_EQ(station.rx_bytes, 604u);
-    EXPECT_EQ(station.tx_bytes, 547u);
+    EXPECT_EQ(told(station.signal_dbm.value_or(0), station.rx_rate_kbps, station.tx_rate_kbps,
+                   station.rx_bytes, station.tx_bytes),
+              "-20 13000 6000 604 547 ");
 
-    size_t found = 0;
-    for (bytes &line : read_hex_file("nl80211-survey.hex")) {
+    std::vector<bytes> lines_of_surveys = read_hex_file("nl80211-survey.hex");
+    EXPECT_EQ(lines_of_surveys.size(), 113u);
+    for (bytes &line : lines_of_surveys) {
         ng_nl80211_survey survey = {};
-        found += nl80211_survey_read(header_of(line), &survey);
-        EXPECT_EQ(survey.noise_dbm, -92);
-        EXPECT_FALSE(survey.in_use);
-        if (found != 1)
-            continue;
-        EXPECT_EQ(survey.frequency_mhz, 2412u);
-        EXPECT_EQ(survey.active_ms, 64u);
-        EXPECT_EQ(survey.busy_ms, 8u);
+        ASSERT_TRUE(nl80211_survey_read(header_of(line), &survey));
+        EXPECT_EQ(told(survey.noise_dbm.value_or(0), survey.in_use), "-92 0 ");
+        if (&line == &lines_of_surveys[0]) {
+            EXPECT_EQ(told(survey.frequency_mhz, survey.active_ms, survey.busy_ms), "2412 64 8 ");
+        }
     }
-    EXPECT_EQ(found, 113u);
 }
 
 TEST_F(nl80211_message, captured_events)
