@@ -4,36 +4,6 @@
 #include <memory>
 #include <vector>
 
-static void drain(int fd)
-{
-    char bytes[64];
-    while (recv(fd, bytes, sizeof(bytes), MSG_DONTWAIT) > 0) {
-    }
-}
-
-TEST_F(loop, one_callback_a_round_with_timers_in_between)
-{
-    fd_pair a, b;
-    timer t = logging("timer");
-    auto on_readable = [&](int fd) {
-        drain(fd);
-        log += "fd ";
-        uloop_timeout_set(&t, 0);
-    };
-    watch wa(a.ours, [&](unsigned) { on_readable(a.ours); });
-    watch wb(b.ours, [&](unsigned) { on_readable(b.ours); });
-    uloop_fd_add(&wa, ULOOP_READ);
-    uloop_fd_add(&wb, ULOOP_READ);
-    a.send("x");
-    b.send("x");
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "fd ");
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "fd timer fd ");
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "fd timer fd timer ");
-}
-
 TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
 {
     struct {
@@ -118,26 +88,4 @@ TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
         EXPECT_EQ(deepest, edge ? 1 : 2);
         EXPECT_EQ(calls, edge ? 2 : 3);
     }
-}
-
-TEST_F(loop, flags_can_be_changed_and_none_means_delete)
-{
-    fd_pair pair;
-    watch w(pair.ours, [&](unsigned events) { log += std::to_string(events) + " "; });
-    static std::string flags_seen;
-    flags_seen.clear();
-    uloop_fd_set_cb = [](uloop_fd *, unsigned flags) { flags_seen += std::to_string(flags) + " "; };
-    uloop_fd_add(&w, ULOOP_READ);
-    uloop_run_timeout(0);
-    uloop_fd_add(&w, ULOOP_READ | ULOOP_WRITE);
-    uloop_run_timeout(0);
-    pair.send("x");
-    uloop_run_timeout(0);
-    uloop_fd_add(&w, 0);
-    uloop_run_timeout(0);
-    uloop_fd_set_cb = nullptr;
-    EXPECT_EQ(log, "2 3 ");
-    EXPECT_EQ(flags_seen, "1 3 0 ");
-    EXPECT_FALSE(w.registered);
-    EXPECT_EQ(uloop_fd_delete(&w), 0);
 }

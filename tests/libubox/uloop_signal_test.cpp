@@ -68,45 +68,6 @@ TEST_F(loop, only_default_dispositions_are_taken_and_they_are_given_back)
 }
 
 namespace {
-struct catcher : acting<uloop_signal> {
-    catcher(int number, std::function<void()> f) : acting(std::move(f)) { signo = number; }
-    ~catcher() { (void)uloop_signal_delete(this); }
-};
-} // namespace
-
-TEST_F(loop, records_share_a_signal_and_the_last_one_gives_it_back)
-{
-    signal(SIGUSR1, ignore_it);
-    catcher first(SIGUSR1, [&] {
-        log += "first ";
-        (void)uloop_signal_delete(&first);
-        (void)uloop_signal_add(&first); // not called again for the same signal
-    });
-    catcher second(SIGUSR1, [&] { log += "second "; });
-    catcher other(SIGUSR2, [&] { log += "other "; });
-    for (catcher *c : {&first, &second, &other})
-        EXPECT_EQ(uloop_signal_add(c), 0);
-    EXPECT_EQ(uloop_signal_add(&first), -1);
-    raise(SIGUSR1);
-    EXPECT_EQ(log, "") << "nothing runs inside the handler";
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "first second ");
-
-    EXPECT_EQ(uloop_signal_delete(&first), 0);
-    raise(SIGUSR1);
-    raise(SIGUSR2);
-    uloop_run_timeout(0);
-    EXPECT_EQ(log, "first second second other ");
-    EXPECT_EQ(uloop_signal_delete(&second), 0);
-    EXPECT_EQ(uloop_signal_delete(&second), -1);
-    EXPECT_EQ(handler_of(SIGUSR1), ignore_it);
-    uloop_done();
-    EXPECT_FALSE(other.pending);
-    EXPECT_EQ(handler_of(SIGUSR2), SIG_DFL);
-    signal(SIGUSR1, SIG_DFL);
-}
-
-namespace {
 struct child : acting<uloop_process, int> {
     child(pid_t number, std::function<void(int status)> f) : acting(std::move(f)) { pid = number; }
     ~child() { (void)uloop_process_delete(this); }

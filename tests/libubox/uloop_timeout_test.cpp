@@ -111,25 +111,6 @@ TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
     EXPECT_EQ(log, "inner cancelled ");
 }
 
-TEST_F(loop, a_timer_rearmed_with_0_does_not_starve_descriptors)
-{
-    for (bool on : {true, false}) {
-        uloop_clock_virtual(on);
-        fd_pair pair;
-        pair.send("x");
-        watch reader(pair.ours, [](unsigned) { uloop_end(); });
-        uloop_fd_add(&reader, ULOOP_READ);
-        int laps = 0;
-        timer again([&] {
-            laps++;
-            uloop_timeout_set(&again, 0);
-        });
-        uloop_timeout_set(&again, 0);
-        uloop_run();
-        EXPECT_GT(laps, 1) << "runs again in the same pass";
-    }
-}
-
 TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
 {
     fd_pair pair;

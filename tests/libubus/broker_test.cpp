@@ -308,25 +308,3 @@ TEST_F(Broker, MalformedAttributesCountAsAbsent)
     for (const auto &c : CASES)
         EXPECT_EQ(a.status_of(raw_frame(c.type, 9, c.body)), c.status) << c.what;
 }
-
-TEST_F(Broker, DescriptorsThatGoNowhereAreClosed)
-{
-    const uint32_t id = publish(a, "fds");
-    const std::string process = std::to_string(broker.process.pid);
-    const long before = open_descriptors(process);
-    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    for (int i = 0; i < 20; i++) {
-        ASSERT_TRUE(b.send(make_frame(UBUS_MSG_PING, 1, 0), fd));
-        ASSERT_TRUE(b.send(invoke_frame(2, id, "get"), fd));
-        ASSERT_TRUE(b.send(invoke_frame(3, 5000, "get"), fd));
-        raw_client leaver(broker.socket);
-        ASSERT_TRUE(leaver.send(make_frame(UBUS_MSG_PING, 4, 0).substr(0, 5), fd));
-    }
-    close(fd);
-    int passed_on = 0;
-    for (int i = 0; i < 20; i++)
-        EXPECT_EQ(frame_type(a.receive(PATIENCE_MS, &passed_on)), UBUS_MSG_INVOKE);
-    EXPECT_EQ(passed_on, 20);
-    EXPECT_TRUE(a.nothing_waiting());
-    EXPECT_TRUE(eventually([&] { return open_descriptors(process) == before; }));
-}

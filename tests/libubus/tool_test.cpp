@@ -127,16 +127,6 @@ TEST_F(Tool, ListenPrintsAtOnceOutlivesTheBrokerAndEndsOnSignal)
     }
 }
 
-TEST_F(Tool, WaitForEndsWhenTheLastObjectComes)
-{
-    child tool;
-    publish(peer, "one");
-    start(&tool, {"wait_for", "one", "two", "three"});
-    publish(peer, "two");
-    EXPECT_NE(publish(peer, "three"), 0u);
-    EXPECT_EQ(tool.wait(), 0);
-}
-
 TEST_F(Tool, SubscribePrintsNotificationsAndAnswersThem)
 {
     const uint32_t id = publish(peer, "source");

@@ -107,40 +107,6 @@ TEST_F(Library, LoadRefusesWhatItMust)
     free(text);
 }
 
-TEST_F(Library, ChangesByElementsAndNamesUpdateThePointer)
-{
-    uci_package *p = load();
-    uci_ptr ptr{};
-    ptr.package = "net";
-    ptr.section = "made";
-    ptr.value = "iface";
-    ASSERT_EQ(0, uci_set(ctx.get(), &ptr));
-    ASSERT_TRUE(ptr.s);
-    EXPECT_STREQ("made", ptr.s->e.name);
-
-    uci_ptr by_element{};
-    by_element.s = ptr.s;
-    by_element.option = "o";
-    by_element.value = "v";
-    ASSERT_EQ(0, uci_set(ctx.get(), &by_element));
-    EXPECT_EQ(p, by_element.p);
-    EXPECT_STREQ("v", uci_lookup_option_string(ctx.get(), ptr.s, "o"));
-    by_element.value = by_element.o->v.string; // its own text as the new one
-    ASSERT_EQ(0, uci_add_list(ctx.get(), &by_element));
-    EXPECT_EQ(nullptr, uci_lookup_option_string(ctx.get(), ptr.s, "o"));
-    by_element.value = list_to_element(by_element.o->v.list.next)->name;
-    ASSERT_EQ(0, uci_del_list(ctx.get(), &by_element)) << "all equal items go";
-    EXPECT_TRUE(uci_list_empty(&by_element.o->v.list));
-    by_element.value = nullptr;
-    ASSERT_EQ(0, uci_delete(ctx.get(), &by_element));
-    EXPECT_EQ(nullptr, by_element.o);
-    ASSERT_EQ(0, uci_rename(ctx.get(), &(ptr.value = "other", ptr)));
-    EXPECT_TRUE(uci_lookup_section(ctx.get(), p, "other"));
-    EXPECT_EQ(UCI_OK, uci_delete(ctx.get(), &ptr));
-    EXPECT_EQ(nullptr, ptr.s);
-    EXPECT_EQ(UCI_ERR_NOTFOUND, uci_delete(ctx.get(), &ptr));
-}
-
 TEST(Tool, StatusWhenItIsCalledWrongly)
 {
     uci_directories dirs;

@@ -61,36 +61,41 @@ TEST_F(nl80211_query, a_list_is_whole_or_left_alone)
     ASSERT_EQ(list.size(), 3u);
     EXPECT_EQ(list[2].name, "wlan3");
 
-    // The interface vanished: told at once, or hidden in the end of the dump.
-    EXPECT_EQ(query({error_message(-ENODEV)}), -ENODEV);
-    EXPECT_EQ(query({iface(9), done_message(-ENODEV)}), -ENODEV);
-    EXPECT_EQ(query({error_message(-EBUSY)}), -EBUSY);
-    EXPECT_EQ(query({error_message(-EPERM)}), -EPERM);
-    // The socket fails in the middle.
-    EXPECT_EQ(query({iface(9)}), -EIO);
-    kernel.answers.clear();
-    kernel.answers.push_back({.datagram = iface(9)});
-    kernel.answers.push_back({.datagram = {}, .error = ENOBUFS});
-    kernel.answer({done_message(0)});
-    EXPECT_EQ(ng_nl80211_iface_list(&list), -EIO);
-    // Somebody else's answer.
     bytes foreign = iface(9);
     foreign[8] = 99;
-    EXPECT_EQ(query({foreign, done_message(0)}), -EIO);
-    // A kernel without nl80211: told once.
-    kernel.families_known = false;
-    EXPECT_EQ(query({}), -ENOENT);
-    EXPECT_EQ(query({}), -ENOENT);
+    const std::string notice = "NOTICE nl80211: command 5 on interface 0 answered: ",
+                      error = "ERROR nl80211: command 5 failed: ";
+    const struct {
+        const char *what;
+        std::vector<bytes> answers;
+        int result;
+        std::string logged;
+    } cases[] = {
+        {"the interface vanished", {error_message(-ENODEV)}, -ENODEV, notice + "No such device"},
+        {"vanished, hidden in the end of the dump",
+         {iface(9), done_message(-ENODEV)},
+         -ENODEV,
+         notice + "No such device"},
+        {"busy", {error_message(-EBUSY)}, -EBUSY, notice + "Device or resource busy"},
+        {"forbidden", {error_message(-EPERM)}, -EPERM, notice + "Operation not permitted"},
+        {"the socket fails in the middle", {iface(9)}, -EIO, error + "Unspecific failure"},
+        {"somebody else's answer",
+         {foreign, done_message(0)},
+         -EIO,
+         error + "Message sequence number mismatch"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(query(c.answers), c.result) << c.what;
+        EXPECT_EQ(log.take(), lines{c.logged}) << c.what;
+    }
+    kernel.answers = {{.datagram = iface(9)}, {.datagram = {}, .error = ENOBUFS}};
+    EXPECT_EQ(ng_nl80211_iface_list(&list), -EIO);
+    EXPECT_EQ(log.take(), lines{error + "Out of memory"});
+    kernel.families_known = false; // a kernel without nl80211: told once
+    for (int times = 0; times < 2; times++)
+        EXPECT_EQ(query({}), -ENOENT);
+    EXPECT_EQ(log.take(), lines{error + "Object not found"});
     EXPECT_EQ(list.size(), 3u);
-    EXPECT_EQ(log.take(),
-              (lines{"NOTICE nl80211: command 5 on interface 0 answered: No such device",
-                     "NOTICE nl80211: command 5 on interface 0 answered: No such device",
-                     "NOTICE nl80211: command 5 on interface 0 answered: Device or resource busy",
-                     "NOTICE nl80211: command 5 on interface 0 answered: Operation not permitted",
-                     "ERROR nl80211: command 5 failed: Unspecific failure",
-                     "ERROR nl80211: command 5 failed: Out of memory",
-                     "ERROR nl80211: command 5 failed: Message sequence number mismatch",
-                     "ERROR nl80211: command 5 failed: Object not found"}));
 }
 
 TEST_F(nl80211_query, an_interrupted_dump_is_made_again)

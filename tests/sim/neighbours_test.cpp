@@ -162,20 +162,6 @@ TEST_F(Neighbour, NetifdFollowsTheCarrier)
     EXPECT_FALSE(on_bus("network.interface.orph_conn0"));
 }
 
-TEST_F(Neighbour, CloudPushesAndAnnouncesTheOutcome)
-{
-    start("sim_cloud", "qnet.cloud_comm");
-    ear listener("qnet.cloud_comm");
-    std::string reply =
-        call("qnet.cloud_comm", "push", "{\"object\":\"qnet.wifi\",\"document\":{}}").output;
-    EXPECT_EQ(reply, "{\"status\":4}\n") << "no such package on the bus";
-    EXPECT_TRUE(listener.hears("parse_config_status {\"success\":false}"));
-    EXPECT_EQ(call("qnet.cloud_comm", "push").status, 2);
-    call("qnet.cloud_comm", "checkin", "{\"checkin_type\":\"normal\"}");
-    EXPECT_TRUE(eventually([] { return journal_holds("sim_cloud checkin collected\n"); }));
-    EXPECT_EQ(read_text("/var/sim/checkin.json"), "{\"qnet.wired\":null,\"qnet.wifi\":null}\n");
-}
-
 TEST_F(Neighbour, PlaysFaults)
 {
     start("sim_lldpd", "qnet.lldp");
