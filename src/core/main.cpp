@@ -21,6 +21,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
+#include "platform/zu/shell.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/forwarding.h"
@@ -31,6 +32,8 @@ static uci_context *gUci_context;
 int main()
 {
     debug_init("/tmp/debug_tarn_net.log");
+    if (ng_uci_recover())
+        shell_run_ignored("reload_config"); // others may have read half a change
     debug_load_level("tarn_net.debug.debug_level");
     platform_detect();
     uloop_init();

@@ -5,8 +5,8 @@
 //                                  │                                               7 min, or ended
 //                                  └── not confirmed, or equal: deleted            by hand: at once
 //
-// The daemon may end and start again meanwhile: what is pending stays and waits anew, what is only
-// staged goes.
+// Neither a staged nor a pending file outlives the daemon: the cloud sees at the next check-in that
+// the settings are not in force, and pushes them again.
 
 #include "core/state.h"
 #include "platform/zu/led.h"
@@ -15,7 +15,6 @@
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
 #include "wifi/kept.h"
-#include "wifi/settings_write.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_test.h"
@@ -25,7 +24,6 @@
 #include <cerrno>
 #include <cstring>
 #include <glob.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,9 +31,6 @@ namespace {
 constexpr int DELAYED_WAIT_MS = 420000;
 constexpr int LOCKED_RETRY_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
-/// By its mode a file says of itself that it is pending: that changes in one step, and leaves the
-/// text, which is compared, as it is.
-constexpr mode_t PENDING_MODE = 0400;
 
 char staged_file[PATH_SIZE];
 char pending_file[PATH_SIZE];
@@ -77,7 +72,7 @@ void apply_pending()
 {
     (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
     wifi_keep_settings(gWifi_live_settings);
-    (void)wifi_commit_packages();
+    (void)wifi_commit_packages(nullptr);
     wifi_radios_now_in_force();
     forget(pending_file);
 }
@@ -99,22 +94,15 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     run_uplink_test();
 }
 
-void start_wait()
-{
-    delayed_timer.cb = wifi_delayed_wireless_cb;
-    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
-    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
-    update_led_flag("config", true);
-}
-
 void staged_becomes_pending()
 {
     wifid_cancel_delayed_wireless();
     memcpy(pending_file, staged_file, sizeof(pending_file));
     staged_file[0] = '\0';
-    if (chmod(pending_file, PENDING_MODE) != 0)
-        log_warning("Failed to mark %s as pending: %s", pending_file, strerror(errno));
-    start_wait();
+    delayed_timer.cb = wifi_delayed_wireless_cb;
+    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
+    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
+    update_led_flag("config", true);
 }
 
 void parse_config_event_delayed_wireless(bool success)
@@ -125,34 +113,6 @@ void parse_config_event_delayed_wireless(bool success)
         drop_staged();
     else
         staged_becomes_pending();
-}
-
-/// True for a name that the settings writer makes: it becomes part of a command.
-bool is_batch_name(const char *path)
-{
-    const char *number = path + strlen(WIFI_DELAYED_FILES);
-    return strlen(path) < PATH_SIZE && number[strspn(number, "0123456789")] == '\0';
-}
-
-/// True for a file of our own that was pending, while the live record still waits for it. Another
-/// name of some other file of ours, which anybody may have linked here, is none.
-bool is_awaited(const char *path)
-{
-    struct stat info;
-    return is_batch_name(path) && lstat(path, &info) == 0 && S_ISREG(info.st_mode) &&
-           info.st_nlink == 1 && info.st_uid == geteuid() &&
-           (info.st_mode & 07777) == PENDING_MODE && !wifi_at_once_reason(gWifi_live_settings);
-}
-
-/// Makes the file of an earlier run the pending one, or deletes it.
-void take_over(const char *path)
-{
-    if (!pending_file[0] && is_awaited(path)) {
-        snprintf(pending_file, sizeof(pending_file), "%s", path);
-        return;
-    }
-    log_notice("Deleting %s: nothing confirmed waits in it", path);
-    (void)unlink(path);
 }
 
 void end_wait_now()
@@ -171,17 +131,15 @@ void wifi_delayed_drop()
 
 void wifi_delayed_start()
 {
-    staged_file[0] = pending_file[0] = '\0';
-    uloop_timeout_cancel(&delayed_timer);
+    wifi_delayed_drop();
     glob_t found;
     if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
-        for (size_t i = 0; i < found.gl_pathc; i++)
-            take_over(found.gl_pathv[i]);
+        for (size_t i = 0; i < found.gl_pathc; i++) {
+            log_notice("Aborting delayed wifi settings from file %s", found.gl_pathv[i]);
+            (void)unlink(found.gl_pathv[i]);
+        }
     globfree(&found);
-    if (pending_file[0])
-        start_wait();
-    else
-        update_led_flag("config", false);
+    update_led_flag("config", false);
 }
 
 void wifi_delayed_stage(const char *path)

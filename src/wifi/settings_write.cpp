@@ -23,7 +23,6 @@
 #include <ctime>
 #include <unistd.h>
 
-/// Our own last: what is kept there is told from what the others say.
 static constexpr const char *PACKAGES[] = {
     "wireless", "network", "dhcp",     "firewall", "u80211d", "prequestd", "igmpproxy",
     "evlog",    "ap_mgr",  "udsplash", "udshape",  "fw_core", "tarn_net",
@@ -111,20 +110,12 @@ const char *wifi_at_once_reason(const wifi_settings &settings)
     return wifi_write_at_once_reason(begin(settings), gIn_force);
 }
 
-wifi_commit_result wifi_commit_packages()
+int wifi_commit_packages(bool *changed)
 {
-    wifi_commit_result result{};
-    for (const char *package : PACKAGES) {
-        bool changed = false;
-        if (ng_uci_commit(package, &changed) != 0) {
-            result.failed = true; // logged there; the others would fail alike
-            break;
-        }
-        result.changed = result.changed || changed;
-    }
-    if (result.failed)
-        ng_uci_drop_changes();
-    return result;
+    if (ng_uci_commit_all(PACKAGES, changed) == 0)
+        return 0;
+    ng_uci_drop_changes();
+    return -1;
 }
 
 void wifi_radios_now_in_force()
@@ -156,8 +147,8 @@ int wifid_write_config(const wifi_settings *settings)
     }
     write_direct_stage(w);
     wifi_keep_settings(*settings);
-    const wifi_commit_result committed = wifi_commit_packages();
-    if (committed.failed) {
+    bool changed = false;
+    if (wifi_commit_packages(&changed) != 0) {
         if (!held_back.empty())
             (void)unlink(held_back.c_str());
         return -1;
@@ -168,7 +159,7 @@ int wifid_write_config(const wifi_settings *settings)
         wifi_delayed_stage(held_back.c_str());
     replace_live_record(*settings, held_back.empty());
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
-    if (committed.changed)
+    if (changed)
         shell_run_ignored("reload_config");
     wifid_apply_bridges();
     return 0;

@@ -5,7 +5,7 @@
 
 #include <span>
 
-/// The packages that a push writes to, in the order in which they are committed.
+/// The packages that a push writes to.
 std::span<const char *const> wifi_written_packages();
 
 /// Makes `settings` the live record. 0 or -1 (logged).

@@ -28,8 +28,7 @@ void wifi_delayed_stage(const char *path);
 void wifi_delayed_drop();
 /// Begin of the names of batch files.
 #define WIFI_DELAYED_FILES "/tmp/wifi-delayed-"
-/// Begins with what an earlier run of the daemon left: a pending file, if the live record still
-/// waits for it, is pending again and waits its whole time; every other file is deleted.
+/// Cancels what waits, also what an earlier run of the daemon left.
 void wifi_delayed_start();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
@@ -41,12 +40,9 @@ void wifid_cancel_delayed_wireless();
 [[nodiscard]] bool wifi_packages_are_free();
 /// The radios were set to what is configured now.
 void wifi_radios_now_in_force();
-/// Commits the packages in which a push changed something, and says what to reload for.
-struct wifi_commit_result {
-    bool failed;
-    bool changed;
-};
-wifi_commit_result wifi_commit_packages();
+/// Commits what a push changed in any package, as one; `changed` (may be null): something was. 0,
+/// or -1 (logged): then nothing is changed and no change waits.
+int wifi_commit_packages(bool *changed);
 
 /// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);

@@ -12,6 +12,7 @@
 constexpr char TEST_SECTION[] = "tarn_net.inet_test_config";
 constexpr char WIRED_SECTION[] = "tarn_net.wired";
 constexpr char PROXY_SECTION[] = "igmpproxy.igmpproxy";
+constexpr const char *PACKAGES[] = {"tarn_net", "igmpproxy"};
 
 template <typename T>
 static int save_int(const std::optional<T> &value, const char *section, const char *option)
@@ -56,7 +57,7 @@ static int save_lan_bridge(const char *bridge)
 
 static bool save(const wired_settings &settings)
 {
-    return save_section(TEST_SECTION, "inet_test") == 0 &&
+    return ng_uci_make_package("tarn_net") == 0 && save_section(TEST_SECTION, "inet_test") == 0 &&
            save_section(WIRED_SECTION, "wired") == 0 &&
            save_section(PROXY_SECTION, "igmpproxy") == 0 &&
            (!settings.targets || save_targets(*settings.targets) == 0) &&
@@ -66,7 +67,7 @@ static bool save(const wired_settings &settings)
            save_int(settings.client_disable, WIRED_SECTION, "disable_wired_client") == 0 &&
            save_int(settings.client_ssid, WIRED_SECTION, "wired_client_ssid") == 0 &&
            save_int(settings.igmp_proxy, PROXY_SECTION, "enable") == 0 &&
-           ng_uci_commit("tarn_net") == 0 && ng_uci_commit("igmpproxy") == 0;
+           ng_uci_commit_all(PACKAGES) == 0;
 }
 
 int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
@@ -85,8 +86,7 @@ int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
         return UBUS_STATUS_INVALID_ARGUMENT;
     if (!save(settings)) {
         log_error("Failed to write the wired settings");
-        (void)ng_uci_revert("tarn_net");
-        (void)ng_uci_revert("igmpproxy");
+        ng_uci_drop_changes();
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
     return reload_inet_test_config();

@@ -184,8 +184,14 @@ TEST_F(settings_methods, the_wired_document_is_taken_whole_or_not_at_all)
         EXPECT_EQ(reply.document,
                   R"({"success":false,"messages":[")" + std::string(message) + "\"]}");
     }
+    run("mount --bind /etc/config/igmpproxy /etc/config/igmpproxy"); // cannot be replaced
+    EXPECT_EQ(push_wired(R"({"lan_bridge":"br0","igmp_proxy":true})").status, 9);
+    run("umount /etc/config/igmpproxy");
     EXPECT_EQ(uci("tarn_net") + uci("igmpproxy"), before);
 
+    run("mv /etc/config/igmpproxy /tmp"); // no fault, and nothing to be said of it
+    EXPECT_EQ(push_wired(R"({"igmp_proxy":true})").document, TAKEN);
+    run("mv /tmp/igmpproxy /etc/config");
     EXPECT_EQ(push_wired(R"({"inet_test":{"targets":["http://203.0.113.80","https://b/c"],
         "failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan",
         "wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})")

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -77,10 +76,14 @@ int unlink(const char *path) noexcept
     return next<int (*)(const char *)>("unlink")(path);
 }
 
-int chmod(const char *path, mode_t mode) noexcept
+int link(const char *from, const char *to) noexcept
 {
-    (void)fault(); // neither does this
-    return next<int (*)(const char *, mode_t)>("chmod")(path, mode);
+    return fault() ? -1 : next<int (*)(const char *, const char *)>("link")(from, to);
+}
+
+int symlink(const char *text, const char *path) noexcept
+{
+    return fault() ? -1 : next<int (*)(const char *, const char *)>("symlink")(text, path);
 }
 
 int fflush(FILE *stream)

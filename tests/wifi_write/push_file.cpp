@@ -41,6 +41,7 @@ static void apply()
 int main(int argc, char **argv)
 {
     debug_init("/tmp/push_file.log");
+    (void)ng_uci_recover();
     platform_detect();
     uloop_init();
     inet_test_init();

@@ -63,7 +63,7 @@ TEST_F(Batch, AppliesWithoutCommitAndPastWhatCannotBeMade)
     EXPECT_EQ("zt.a.one='2'\n", delta());
     EXPECT_EQ(BASE, config());
     write_file(PATH, "set missing.a.one='1'\n");
-    EXPECT_EQ(-1, ng_uci_batch_apply(PATH, true));
+    EXPECT_EQ(0, ng_uci_batch_apply(PATH, true)) << "for somebody who is not there";
 }
 
 TEST_F(Batch, BrokenFilesChangeNothing)
@@ -117,6 +117,12 @@ TEST_F(Batch, OnlyOurOwnPlainFilesAreApplied)
     EXPECT_EQ(-1, ng_uci_batch_apply("/tmp/zu-fifo", true));
     EXPECT_EQ(BASE, config());
     EXPECT_EQ(4, logged("ERROR"));
+    shell(std::string("truncate -s 4194304 ") + PATH + "; tr '\\0' '\\n' <" + PATH +
+          " >/tmp/zu-limit");
+    chmod("/tmp/zu-limit", 0600);
+    EXPECT_EQ(0, ng_uci_batch_apply("/tmp/zu-limit", true)) << "the largest";
+    EXPECT_EQ("2\n", shell("uci get zt.a.one; echo >>/tmp/zu-limit"));
+    EXPECT_EQ(-1, ng_uci_batch_apply("/tmp/zu-limit", true));
 }
 
 TEST_F(Batch, NeverWritesOverOrThroughWhatIsThere)

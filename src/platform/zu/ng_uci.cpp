@@ -148,22 +148,42 @@ ng_uci_readability ng_uci_check_readable(const char *package)
     return err == UCI_ERR_NOTFOUND ? NG_UCI_ABSENT : NG_UCI_UNREADABLE;
 }
 
-int ng_uci_commit(const char *package, bool *changed)
+bool ng_uci_is_absent(const std::string &package)
 {
+    static std::vector<std::string> said;
+    const auto place = std::find(said.begin(), said.end(), package);
+    const bool absent = ng_uci_check_readable(package.c_str()) == NG_UCI_ABSENT;
+    if (absent && place == said.end()) {
+        log_notice("There is no package %s here, passing over its settings", package.c_str());
+        said.push_back(package);
+    } else if (!absent && place != said.end()) {
+        said.erase(place);
+    }
+    return absent;
+}
+
+int ng_uci_commit_all(std::span<const char *const> packages, bool *changed)
+{
+    std::vector<ng_uci_commit_item> items;
     bool written = false;
-    if (changed)
-        *changed = false;
     uci_context *ctx = ng_uci_change_context();
-    uci_package *loaded = ctx ? uci_lookup_package(ctx, package) : nullptr;
-    const ng_uci_changes changes =
-        loaded ? ng_uci_changes_of(package) : ng_uci_changes{package, {}};
-    if (!ctx || ng_uci_write_package(changes, loaded, &written) != 0)
-        return -1;
-    if (loaded)
-        forget_package(loaded);
+    for (const char *package : packages) {
+        uci_package *loaded = ctx ? uci_lookup_package(ctx, package) : nullptr;
+        items.push_back(
+            {loaded ? ng_uci_changes_of(package) : ng_uci_changes{package, {}}, loaded});
+    }
+    const int result = ctx ? ng_uci_write_packages(items, &written) : -1;
+    for (const ng_uci_commit_item &item : items)
+        if (result == 0 && item.from)
+            forget_package(item.from);
     if (changed)
         *changed = written;
-    return 0;
+    return result;
+}
+
+int ng_uci_commit(const char *package, bool *changed)
+{
+    return ng_uci_commit_all({&package, 1}, changed);
 }
 
 int ng_uci_revert(const char *package)

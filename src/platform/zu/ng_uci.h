@@ -9,6 +9,7 @@
 #include <uci.h>
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ bool ng_uci_is_value(const char *value);
 
 /// One change, named by a printf-style "package.section[.option]". Nothing reaches a file before
 /// the next flush. It is made in the change context in force; `ctx` may be from before a renewal.
-/// 0, also when there is nothing to delete; or -1 (logged: ERROR) when the name, section or value
-/// is not acceptable.
+/// 0, also when there is nothing to delete or the device does not have the package (NOTICE, once);
+/// or -1 (logged: ERROR) when the name, section or value is not acceptable.
 int ng_uci_save_action_ctx(uci_context *ctx, ng_uci_action action, const char *value,
                            const char *name_format, ...) __attribute__((format(printf, 4, 5)));
 int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value,
@@ -45,9 +46,17 @@ int ng_uci_flush();
 /// that could not be written. False, with WARNING "Failed to create
 /// new uci context for tarn_net", when that fails.
 bool ng_uci_renew_change_context();
-/// Commits one package. 0, or -1: then the committed file is what it was, byte for byte. A package
-/// that comes out as it is configured already is not written; `changed` (may be null) says so.
+/// Commits the packages as one: 0, or -1 when one of them could not be written (logged); then every
+/// committed file is what it was, byte for byte, and the changes wait for another attempt. A
+/// package that comes out as it is configured already is not written; `changed` (may be null) says
+/// whether one was. One that the device does not have is passed over.
+[[nodiscard]] int ng_uci_commit_all(std::span<const char *const> packages, bool *changed = nullptr);
 [[nodiscard]] int ng_uci_commit(const char *package, bool *changed = nullptr);
+/// To be called before anything is read: puts back what a commit changed that was cut off, by a
+/// crash or a power failure, and removes what else it left. True when there was such a commit.
+bool ng_uci_recover();
+/// Makes an empty package when the device does not have it. 0 or -1 (logged).
+int ng_uci_make_package(const char *name);
 /// Drops every change that was not flushed or committed.
 void ng_uci_drop_changes();
 /// False (logged) when another process holds a lock on the package and does not let go of it

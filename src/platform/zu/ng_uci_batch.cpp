@@ -5,13 +5,13 @@
 #include "platform/zu/ng_uci_batch_internal.h"
 #include "platform/zu/ng_uci_internal.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -151,15 +151,15 @@ static bool read_batch(const char *path, std::string &text)
     return false;
 }
 
-static std::vector<std::string> packages_of(const std::vector<ng_uci_batch_command> &commands)
+static int commit_packages_of(const std::vector<ng_uci_batch_command> &commands)
 {
-    std::vector<std::string> names;
-    for (const ng_uci_batch_command &command : commands) {
-        std::string name = command.name.substr(0, command.name.find('.'));
-        if (std::find(names.begin(), names.end(), name) == names.end())
-            names.push_back(std::move(name));
-    }
-    return names;
+    std::set<std::string> names;
+    for (const ng_uci_batch_command &command : commands)
+        names.insert(command.name.substr(0, command.name.find('.')));
+    std::vector<const char *> packages;
+    for (const std::string &name : names)
+        packages.push_back(name.c_str());
+    return ng_uci_commit_all(packages);
 }
 
 int ng_uci_batch_apply(const char *path, bool commit)
@@ -177,9 +177,5 @@ int ng_uci_batch_apply(const char *path, bool commit)
     for (const ng_uci_batch_command &command : commands)
         (void)ng_uci_save_action_ctx(ng_uci_change_context(), command.action, command.value.c_str(),
                                      "%s", command.name.c_str());
-    int result = 0;
-    for (const std::string &package : packages_of(commands))
-        if (commit && ng_uci_commit(package.c_str()) != 0)
-            result = -1;
-    return result;
+    return commit ? commit_packages_of(commands) : 0;
 }

@@ -113,6 +113,12 @@ static int act(uci_context *ctx, ng_uci_action action, uci_ptr &ptr)
     return UCI_ERR_INVAL;
 }
 
+/// True when the device does not have the package, and whoever it is for is not there either.
+static bool is_in_no_package(const std::string &name)
+{
+    return ng_uci_is_absent(name.substr(0, name.find('.')));
+}
+
 // ---- a whole list
 
 /// The items without repetition, each where it stands last.
@@ -175,7 +181,8 @@ int ng_uci_set_list(const std::vector<std::string> &items, const char *name)
         log_error("Refusing a value with control characters for '%s', or its name", name);
         return -1;
     }
-    if (replace_items(ctx, name, without_repetition(items)) == UCI_OK)
+    const int err = replace_items(ctx, name, without_repetition(items));
+    if (!err || (err == UCI_ERR_NOTFOUND && is_in_no_package(name)))
         return 0;
     log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
     return -1;
@@ -208,6 +215,8 @@ static int save_action(ng_uci_action action, const char *value, const char *name
     if (!err)
         err = act(ctx, action, ptr);
     if (err) {
+        if (err == UCI_ERR_NOTFOUND && is_in_no_package(name))
+            return 0;
         log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
         return -1;
     }

@@ -1,5 +1,6 @@
-// Commits: the whole new file is written beside the old one, checked, and renamed over it, so that
-// neither a full disk nor the end of the process leaves anything but the old file or the new one.
+// Commits, of one package or of several as one: all new files are written beside the old ones,
+// checked and synced, and only then renamed over them, so that neither a full disk nor the end of
+// the process leaves anything but all old files or all new ones (ng_uci_undo.cpp).
 //
 // libuci's own commit goes by way of the delta file and checks neither of the two: on a full disk
 // it replaces the configuration by what happened to fit. It is locked out here by the same locks.
@@ -28,6 +29,7 @@ struct source_file {
     {
         (void)stat(path.c_str(), &before);
     }
+    bool exists() const { return before.st_ino != 0; }
     bool same(const struct stat &now) const
     {
         return now.st_ino == before.st_ino && now.st_dev == before.st_dev &&
@@ -39,7 +41,7 @@ struct source_file {
     {
         struct stat now {};
         if (fd < 0)
-            return before.st_ino == 0;
+            return !exists();
         return flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat(fd, &now) == 0 && same(now) &&
                stat(path.c_str(), &now) == 0 && same(now);
     }
@@ -78,87 +80,163 @@ bool ng_uci_write_all(int fd, const std::string &text)
     return true;
 }
 
-/// "/etc/config/.NAME.new": libuci takes no notice of names with a point.
-static std::string new_name(const std::string &path)
-{
-    const size_t name_at = path.rfind('/') + 1;
-    return path.substr(0, name_at) + "." + path.substr(name_at) + ".new";
-}
+namespace {
 
-static int replace_file(const source_file &config, const std::string &text)
-{
-    const std::string name = new_name(config.path);
-    (void)unlink(name.c_str()); // from a commit that was cut off
-    const ng_uci_descriptor file(
-        open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    const bool written = file >= 0 && fchmod(file, config.before.st_mode & 07777) == 0 &&
-                         ng_uci_write_all(file, text) && fsync(file) == 0 && file_holds(file, text);
-    if (written && rename(name.c_str(), config.path.c_str()) == 0)
-        return 0;
-    log_error("Failed to commit %s: %s", config.path.c_str(), strerror(errno));
-    (void)unlink(name.c_str());
-    return -1;
-}
+/// A package's part of a commit: its new file, if it gets one, ready to be put in place, and the
+/// locks on the files that it was made from.
+struct commit_part {
+    std::string path; ///< of its file, behind symbolic links; the links stay
+    ng_uci_descriptor config{-1}, delta{-1}, fresh{-1};
+};
 
 enum attempt { DONE, FAILED, AGAIN };
 
-/// With the locks held: the file, if it would become another one, and then the delta file, whose
-/// changes it holds now.
-static attempt write_locked(const source_file &config, const std::string &text, int config_fd,
-                            int delta_fd, bool *changed)
+} // namespace
+
+static attempt failed_to_commit(const std::string &what, const char *reason)
 {
-    if (!file_holds(config_fd, text)) {
-        if (replace_file(config, text) != 0)
-            return FAILED;
-        *changed = true;
-    }
-    if (delta_fd >= 0 && ftruncate(delta_fd, 0) != 0)
-        log_warning("Failed to empty the delta file of %s: %s", config.path.c_str(),
-                    strerror(errno));
-    return DONE;
+    log_error("Failed to commit %s: %s", what.c_str(), reason);
+    return FAILED;
 }
 
-static attempt write_package(const ng_uci_changes &changes, uci_package *from, bool *changed)
+/// Writes the new file beside the old one; not yet synced.
+static attempt write_new(commit_part &part, mode_t mode, const std::string &text)
 {
-    const char *name = changes.package.c_str();
-    const source_file delta(std::string(UCI_SAVEDIR "/") + name);
+    const std::string name = ng_uci_new_name(part.path);
+    (void)unlink(name.c_str()); // from a commit that was cut off
+    part.fresh = ng_uci_descriptor(
+        open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (part.fresh >= 0 && fchmod(part.fresh, mode & 07777) == 0 &&
+        ng_uci_write_all(part.fresh, text) && file_holds(part.fresh, text))
+        return DONE;
+    return failed_to_commit(part.path, strerror(errno));
+}
+
+/// Locks the files and writes what `package` has become, unless the file holds that already.
+static attempt prepare_locked(source_file &config, const source_file &delta, uci_context *ctx,
+                              uci_package *package, commit_part &part)
+{
     char path[PATH_MAX];
+    std::string text;
+    if (!realpath(package->path, path) || !export_text(ctx, package, text))
+        return failed_to_commit(config.path, strerror(errno));
+    config.path = part.path = path;
+    part.config = ng_uci_descriptor(open(path, O_RDWR | O_CLOEXEC));
+    part.delta = ng_uci_descriptor(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    if (!config.lock(part.config) || !delta.lock(part.delta))
+        return AGAIN;
+    return file_holds(part.config, text) ? DONE : write_new(part, config.before.st_mode, text);
+}
+
+static attempt try_to_prepare(const ng_uci_commit_item &item, commit_part &part)
+{
+    const char *name = item.changes.package.c_str();
+    const source_file delta(std::string(UCI_SAVEDIR "/") + name);
+    source_file config(ng_uci_config_path(name));
+    const bool saved = delta.before.st_size != 0;
+    if (!item.from && !saved && config.exists())
+        return DONE;
     const uci_context_handle ctx(uci_alloc_context());
-    source_file config(std::string(UCI_CONFDIR "/") + name);
     std::string differences;
-    if (!from && delta.before.st_size == 0 && config.before.st_ino != 0)
+    if (ng_uci_is_absent(name))
         return DONE;
     uci_package *package = ng_uci_load(ctx.get(), name);
     if (!package)
         return FAILED;
-    if (from && ng_uci_carry_over(changes, from, ctx.get(), package, &differences) != UCI_OK) {
-        log_error("Failed to commit %s: %s", name, ng_uci_error(ctx.get()).get());
-        return FAILED;
-    }
-    if (differences.empty() && delta.before.st_size == 0)
+    if (item.from && ng_uci_carry_over(item.changes, item.from, ctx.get(), package, &differences))
+        return failed_to_commit(name, ng_uci_error(ctx.get()).get());
+    if (differences.empty() && !saved)
         return DONE;
-    std::string text;
-    if (!realpath(package->path, path) || !export_text(ctx.get(), package, text)) {
-        log_error("Failed to commit %s: %s", name, strerror(errno));
-        return FAILED;
-    }
-    config.path = path; // behind a symbolic link: the link stays
-    const ng_uci_descriptor config_fd(open(path, O_RDWR | O_CLOEXEC));
-    const ng_uci_descriptor delta_fd(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-    if (!config.lock(config_fd) || !delta.lock(delta_fd))
-        return AGAIN;
-    return write_locked(config, text, config_fd, delta_fd, changed);
+    return prepare_locked(config, delta, ctx.get(), package, part);
 }
 
-int ng_uci_write_package(const ng_uci_changes &changes, uci_package *from, bool *changed)
+static bool prepare(const ng_uci_commit_item &item, commit_part &part)
 {
+    const char *name = item.changes.package.c_str();
     for (int i = 0; i < ATTEMPTS; i++) {
-        if (!ng_uci_is_free(changes.package.c_str()))
-            return -1;
-        const attempt result = write_package(changes, from, changed);
+        if (!ng_uci_is_free(name))
+            return false;
+        part = commit_part{};
+        const attempt result = try_to_prepare(item, part);
         if (result != AGAIN)
-            return result == DONE ? 0 : -1;
+            return result == DONE;
     }
-    log_error("Failed to commit %s: other processes keep changing it", changes.package.c_str());
-    return -1;
+    log_error("Failed to commit %s: other processes keep changing it", name);
+    return false;
+}
+
+// ---- all parts as one
+
+/// The first phase; a failure (logged) leaves new files behind.
+static bool prepare_all(std::span<const ng_uci_commit_item> items, std::vector<commit_part> &parts)
+{
+    for (const ng_uci_commit_item &item : items)
+        if (!prepare(item, parts.emplace_back()))
+            return false;
+    for (const commit_part &part : parts) // all written before the first is waited for
+        if (part.fresh >= 0 && fsync(part.fresh) != 0)
+            return failed_to_commit(part.path, strerror(errno)) == DONE;
+    return true;
+}
+
+static bool put_in_place(const std::vector<std::string> &paths)
+{
+    for (const std::string &path : paths)
+        if (rename(ng_uci_new_name(path).c_str(), path.c_str()) != 0)
+            return failed_to_commit(path, strerror(errno)) == DONE;
+    return true;
+}
+
+/// The second phase. One file is replaced in one step anyway.
+static bool replace_all(const std::vector<std::string> &paths)
+{
+    if (paths.size() < 2)
+        return put_in_place(paths);
+    if (ng_uci_undo_begin(paths) != 0)
+        return false;
+    if (put_in_place(paths) && ng_uci_undo_end(paths) == 0)
+        return true;
+    (void)ng_uci_undo(); // logged there, and tried again
+    return false;
+}
+
+/// Their changes are in the configuration now.
+static void empty_deltas(const std::vector<commit_part> &parts)
+{
+    for (const commit_part &part : parts)
+        if (part.delta >= 0 && ftruncate(part.delta, 0) != 0)
+            log_warning("Failed to empty the delta file of %s: %s", part.path.c_str(),
+                        strerror(errno));
+}
+
+int ng_uci_write_packages(std::span<const ng_uci_commit_item> items, bool *changed)
+{
+    std::vector<commit_part> parts;
+    std::vector<std::string> paths;
+    bool good = ng_uci_undo() == 0 && prepare_all(items, parts);
+    for (const commit_part &part : parts)
+        if (part.fresh >= 0)
+            paths.push_back(part.path);
+    good = good && replace_all(paths);
+    if (good)
+        empty_deltas(parts);
+    else
+        for (const std::string &path : paths)
+            (void)unlink(ng_uci_new_name(path).c_str());
+    *changed = good && !paths.empty();
+    return good ? 0 : -1;
+}
+
+int ng_uci_make_package(const char *name)
+{
+    const std::string path = ng_uci_config_path(name);
+    const ng_uci_descriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, UCI_FILEMODE));
+    if (file < 0 && errno != EEXIST) {
+        log_error("Failed to make %s: %s", path.c_str(), strerror(errno));
+        return -1;
+    }
+    if (file >= 0)
+        log_notice("There was no package %s, made an empty one", name);
+    return 0;
 }

@@ -7,6 +7,7 @@
 
 #include <cstdarg>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,10 @@ uci_text ng_uci_error(uci_context *ctx);
 /// True for "package.section[.option]" of characters that tuples may have, a section also as
 /// "@type[index]".
 bool ng_uci_is_name(const char *name);
+/// The file that libuci reads the package from.
+std::string ng_uci_config_path(const std::string &package);
+/// True when the device does not have the package, which is said once (NOTICE) until it has it.
+bool ng_uci_is_absent(const std::string &package);
 /// The value in single quotes, as batch and delta files have it.
 std::string ng_uci_quoted(std::string_view value);
 
@@ -103,7 +108,7 @@ public:
     explicit operator bool() const { return free_; }
 
 private:
-    bool add(const char *dir, const char *package);
+    bool add(const std::string &path);
     std::vector<ng_uci_descriptor> held_;
     bool free_;
 };
@@ -115,6 +120,23 @@ private:
 /// Empties the package's delta file. 0 or -1 (logged).
 [[nodiscard]] int ng_uci_delta_clear(const char *package);
 
-/// Writes what is configured and saved with the differences that `from` (or null: none) has in
-/// `changes`. 0, or -1 (logged): then the committed file is what it was. `changed`: it was written.
-int ng_uci_write_package(const ng_uci_changes &changes, uci_package *from, bool *changed);
+/// One package of a commit: what is configured and saved gets the differences that `from` (or
+/// null: none) has in `changes`.
+struct ng_uci_commit_item {
+    ng_uci_changes changes;
+    uci_package *from;
+};
+/// Writes the packages. 0, or -1 (logged): then every committed file is what it was. `changed`:
+/// one was written.
+int ng_uci_write_packages(std::span<const ng_uci_commit_item> items, bool *changed);
+
+// Several files replaced as one (ng_uci_undo.cpp)
+
+/// The name beside the file under which a new one is written.
+std::string ng_uci_new_name(const std::string &path);
+/// Prepares the way back; to be called before the first of the files is replaced. 0 or -1 (logged).
+[[nodiscard]] int ng_uci_undo_begin(const std::vector<std::string> &paths);
+/// All are replaced: there is no way back any more. 0, or -1 (logged): then there still is.
+[[nodiscard]] int ng_uci_undo_end(const std::vector<std::string> &paths);
+/// Puts back what was begun and not ended. 0, or -1 (logged): then it is tried again by itself.
+int ng_uci_undo();

@@ -52,22 +52,23 @@ bool ng_uci_open_locked(const std::string &path, int flags, int kind, ng_uci_des
 
 ng_uci_read_locks::ng_uci_read_locks(const uci_context *ctx, const char *package)
 {
-    free_ = add(ctx->confdir, package);
+    free_ = add(ng_uci_config_path(package));
     uci_element *e;
-    uci_foreach_element(&ctx->delta_path, e) free_ = free_ && add(e->name, package);
+    uci_foreach_element(&ctx->delta_path, e) free_ =
+        free_ && add(std::string(e->name) + "/" + package);
 }
 
-bool ng_uci_read_locks::add(const char *dir, const char *package)
+bool ng_uci_read_locks::add(const std::string &path)
 {
-    return ng_uci_open_locked(std::string(dir) + "/" + package, O_RDONLY, LOCK_SH,
-                              &held_.emplace_back(-1));
+    return ng_uci_open_locked(path, O_RDONLY, LOCK_SH, &held_.emplace_back(-1));
 }
 
 bool ng_uci_is_free(const char *package)
 {
-    for (const char *dir : {UCI_CONFDIR "/", UCI_SAVEDIR "/"}) {
+    for (const std::string &path :
+         {ng_uci_config_path(package), UCI_SAVEDIR "/" + std::string(package)}) {
         ng_uci_descriptor file(-1);
-        if (!ng_uci_open_locked(std::string(dir) + package, O_RDONLY, LOCK_EX, &file))
+        if (!ng_uci_open_locked(path, O_RDONLY, LOCK_EX, &file))
             return false;
     }
     return true;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <sys/stat.h>
 
 std::string ng_uci_format(const char *format, va_list args)
 {
@@ -67,6 +68,17 @@ bool ng_uci_is_value(const char *value)
         if (static_cast<unsigned char>(*value) < 0x20 || *value == 0x7f)
             return false;
     return true;
+}
+
+std::string ng_uci_config_path(const std::string &package)
+{
+#ifdef UCI_CONF2DIR // a newer libuci's: a file there stands for the one in the configuration
+    const std::string override_file = UCI_CONF2DIR "/" + package;
+    struct stat info;
+    if (stat(override_file.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+        return override_file;
+#endif
+    return UCI_CONFDIR "/" + package;
 }
 
 std::string ng_uci_quoted(std::string_view value)
