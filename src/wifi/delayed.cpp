@@ -24,17 +24,19 @@
 #include <cerrno>
 #include <cstring>
 #include <glob.h>
+#include <optional>
 #include <unistd.h>
 
 namespace {
 
 constexpr int DELAYED_WAIT_MS = 420000;
-constexpr int LOCKED_RETRY_MS = 1000;
+constexpr int AGAIN_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
 
 char staged_file[PATH_SIZE];
 char pending_file[PATH_SIZE];
 uloop_timeout delayed_timer;
+bool trying_again; // to apply the pending file
 
 void forget(char *file)
 {
@@ -67,25 +69,38 @@ bool staged_equals_pending()
 }
 
 // One commit of everything: the file's changes and, as the radios now say more of what was pushed,
-// what is kept beside them.
-void apply_pending()
+// what is kept beside them. False when that cannot be now, for a lock or want of room.
+bool apply_pending()
 {
+    if (!wifi_packages_can_be_changed())
+        return false;
     (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
     wifi_keep_settings(gWifi_live_settings);
-    (void)wifi_commit_packages(nullptr);
+    if (wifi_commit_packages(nullptr) != 0)
+        return false;
     wifi_radios_now_in_force();
     forget(pending_file);
+    return true;
+}
+
+/// Applies the pending file, if any, or sees to it that it is tried again; what stands in its way
+/// is said once.
+bool apply_or_try_again()
+{
+    std::optional<zu_log_repetition> quiet;
+    if (trying_again)
+        quiet.emplace();
+    log_notice("Applying delayed wifi settings from file %s", pending_file);
+    trying_again = pending_file[0] && !apply_pending();
+    if (trying_again)
+        uloop_timeout_set(&delayed_timer, AGAIN_MS);
+    return !trying_again;
 }
 
 void wifi_delayed_wireless_cb(uloop_timeout *)
 {
-    if (pending_file[0] && !wifi_packages_are_free()) {
-        uloop_timeout_set(&delayed_timer, LOCKED_RETRY_MS); // nothing is lost for another's lock
+    if (!apply_or_try_again())
         return;
-    }
-    log_notice("Applying delayed wifi settings from file %s", pending_file);
-    if (pending_file[0])
-        apply_pending();
     wifi_restore_config_enabled_interfaces(false);
     shell_run_ignored("reload_config");
     shell_run_ignored("/etc/init.d/dnsmasq reload");
@@ -99,6 +114,7 @@ void staged_becomes_pending()
     wifid_cancel_delayed_wireless();
     memcpy(pending_file, staged_file, sizeof(pending_file));
     staged_file[0] = '\0';
+    trying_again = false;
     delayed_timer.cb = wifi_delayed_wireless_cb;
     uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
     log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
@@ -131,7 +147,8 @@ void wifi_delayed_drop()
 
 void wifi_delayed_start()
 {
-    wifi_delayed_drop();
+    wifid_cancel_delayed_wireless();
+    staged_file[0] = '\0'; // its file goes with those of an earlier run
     glob_t found;
     if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
         for (size_t i = 0; i < found.gl_pathc; i++) {

@@ -75,12 +75,20 @@ static void write_direct_stage(const wifi_write &w)
 
 // ---- the push
 
-bool wifi_packages_are_free()
+bool wifi_packages_can_be_changed()
 {
     for (const char *package : PACKAGES)
-        if (!ng_uci_is_free(package))
+        if (!ng_uci_is_free(package) || ng_uci_check_readable(package) == NG_UCI_UNREADABLE)
             return false;
     return true;
+}
+
+/// The section of our own that the options above stand in.
+static void make_local_section()
+{
+    (void)ng_uci_make_package("tarn_net"); // a failure is logged there, and the commit's as well
+    if (!ng_uci_exists("tarn_net.local"))
+        uci_put("tarn_net.local", "local");
 }
 
 static const char *management_mac()
@@ -137,8 +145,9 @@ int wifid_write_config(const wifi_settings *settings)
         log_error("%s is NULL", "parsed_settings");
         return -1;
     }
-    if (!wifi_settings_can_be_written(*settings) || !wifi_packages_are_free())
+    if (!wifi_settings_can_be_written(*settings) || !wifi_packages_can_be_changed())
         return -1;
+    make_local_section();
     const wifi_write w = begin(*settings);
     std::string held_back;
     if (wifi_write_radio_stage(w, gIn_force, &held_back) != 0) {
@@ -181,6 +190,7 @@ void wifi_set_radio_override(const char *reason, wifi_settings *settings)
              static_cast<long>(now.tv_sec), now.tv_nsec);
     snprintf(settings->override_reason, sizeof(settings->override_reason), "%s", reason);
     log_notice("Got override %s at time %s", reason, settings->radio_override);
+    make_local_section();
     ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->radio_override,
                            "tarn_net.local.radio_override");
     ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->override_reason,

@@ -90,7 +90,8 @@ struct crash : testing::TestWithParam<crash_case> {
     }
     void fault_at_every_call(bool full)
     {
-        for (int at = 1; at <= calls && !HasFailure(); at += SAMPLE) {
+        const int step = full ? 3 * SAMPLE : SAMPLE; // most calls fail alike
+        for (int at = 1; at <= calls && !HasFailure(); at += step) {
             const std::string when = " at call " + std::to_string(at);
             configure(before);
             const int status = run(with_fault(command, at, full)).status;
@@ -120,7 +121,7 @@ TEST_P(crash, KilledAtEveryCall)
     fault_at_every_call(false);
 }
 
-TEST_P(crash, DiskFullFromEveryCallOn)
+TEST_P(crash, DiskFullFromACallOn)
 {
     fault_at_every_call(true);
 }

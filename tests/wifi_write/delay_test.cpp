@@ -268,91 +268,77 @@ void end_and_start()
 
 } // namespace
 
-TEST_F(delay, PendingOneSurvivesARestartAndItsWaitBeginsAnew)
+TEST_F(delay, NoneSurvivesARestartButIsWantedStill)
 {
     ASSERT_EQ(0, push_channel(40));
+    const std::string staged = batch_file();
+    ASSERT_EQ(0, push_channel(44));
+    EXPECT_NE(staged, batch_file()) << "one staged file takes the other's place";
     confirm(true);
-    const std::string pending = batch_file();
-    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":1}]})")); // never confirmed
-    write_file("/tmp/wifi-delayed-1", "set wireless.radio1.channel='44'\n");
-    run("chmod 640 /tmp/wifi-delayed-1; ln -s /tmp/wifi-delayed-1 /tmp/wifi-delayed-2; "
-        "mkfifo -m 400 /tmp/wifi-delayed-3");
-    pass_ms(400000);
+    ASSERT_EQ(0, push_channel(48));
+    EXPECT_EQ("2\n", run("ls /tmp/wifi-delayed-* | wc -l").output) << "pending and staged";
+    run("mkfifo /tmp/wifi-delayed-1; echo precious >/tmp/own; ln -s /tmp/own "
+        "'/tmp/wifi-delayed-2;x'");
     end_and_start();
-    EXPECT_EQ(pending, batch_file()) << "and it alone";
-    EXPECT_EQ("1", led());
-    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":6}]})"));
-    confirm(true);
-    EXPECT_EQ(pending, batch_file()) << "the same again leaves its timer alone";
-    pass_ms(419000);
-    EXPECT_EQ("36", channel());
-    pass_ms(2000);
-    EXPECT_EQ("40", channel());
     EXPECT_EQ("", batch_file());
     EXPECT_EQ("0", led());
-}
-
-TEST_F(delay, StagedOneDoesNotSurviveARestartButIsWantedStill)
-{
-    ASSERT_EQ(0, push_channel(40));
-    // Nor does what only looks as if it had been pending: its name would come into a command.
-    for (const char *other :
-         {"true", "install -m 400 /dev/null '/tmp/wifi-delayed-4;x'",
-          "install -m 400 /dev/null /tmp/own; ln /tmp/own /tmp/wifi-delayed-5"}) {
-        run(other);
-        end_and_start();
-        EXPECT_EQ("", batch_file()) << other;
-        EXPECT_EQ("0", led());
-    }
+    EXPECT_EQ(4, logged("NOTICE: Aborting delayed wifi settings from file /tmp/wifi-delayed-"));
+    EXPECT_EQ("precious\n", read_file("/tmp/own"));
     confirm(true); // comes too late
     pass_ms(500000);
     EXPECT_EQ("36", channel());
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(0, push_channel(48));
     EXPECT_NE("", batch_file()) << "the radio is not there yet, so it waits again";
-}
-
-TEST_F(delay, PendingOneThatALaterPushHasOvertakenDoesNotSurviveARestart)
-{
-    ASSERT_EQ(0, push_channel(40));
-    confirm(true);
-    run("cp -p " + batch_file() + " /tmp/kept");
-    ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"));
-    run("mv /tmp/kept /tmp/wifi-delayed-9"); // the process ended just before it was deleted
-    end_and_start();
-    EXPECT_EQ("", batch_file());
-    EXPECT_EQ("48", channel());
 }
 
 TEST_F(delay, PushThatCannotBeCommittedLeavesThePendingOne)
 {
     ASSERT_EQ(0, push_channel(40));
     confirm(true);
-    const std::string pending = batch_file();
+    const std::string pending = batch_file(), configured = run("cat /etc/config/*").output;
     for (const char *waits : {"false", "true"}) {
-        run("mount --bind /etc/config/wireless /etc/config/wireless");
+        run("mount --bind /etc/config/firewall /etc/config/firewall");
         EXPECT_EQ(2, push(std::string(R"({"antenna_type":"patch","delayed_settings":)") + waits +
-                          R"(,"ssids":[{"index":1,"enable":true,"ssid":"x"}]})"));
-        run("umount /etc/config/wireless");
+                          R"(,"ssids":[{"index":1,"enable":true,"ssid":"x","lan_block":true}]})"));
+        run("umount /etc/config/firewall");
         EXPECT_EQ(pending, batch_file()) << waits;
+        EXPECT_EQ(configured, run("cat /etc/config/*").output) << "not by halves";
+        all_packages_quiet();
         confirm(false);
     }
     pass_ms(421000);
     EXPECT_EQ("40", channel());
 }
 
-TEST_F(delay, LockedConfigurationIsAppliedWhenTheLockIsGone)
+TEST_F(delay, WhatCannotBeAppliedIsAppliedWhenItCanBe)
 {
+    const struct {
+        const char *what, *locked, *before, *after;
+    } faults[] = {
+        {"locked", "/etc/config/wireless", ":", ":"},
+        {"the last one locked", "/etc/config/tarn_net", ":", ":"},
+        {"unreadable", "/dev/null",
+         "cp /etc/config/dhcp /tmp; echo \"config 'x\" >/etc/config/dhcp",
+         "cp /tmp/dhcp /etc/config/dhcp"},
+        {"no new file", "/dev/null", "mount --bind /etc/config/wireless /etc/config/wireless",
+         "umount /etc/config/wireless"},
+    };
     int to = 40;
-    for (const char *package : {"wireless", "network", "tarn_net"}) {
+    for (const auto &fault : faults) {
+        SCOPED_TRACE(fault.what);
         ASSERT_EQ(0, push_channel(to));
         confirm(true);
-        const int fd = open((std::string("/etc/config/") + package).c_str(), O_RDONLY);
+        run(fault.before);
+        const int fd = open(fault.locked, O_RDONLY);
         ASSERT_EQ(0, flock(fd, LOCK_EX));
-        const std::string before = read_file("/etc/config/wireless");
+        const std::string before = run("cat /etc/config/*").output;
+        const int errors = logged("ERROR:");
         pass_ms(425000);
-        EXPECT_NE("", batch_file()) << package;
-        EXPECT_EQ(before, read_file("/etc/config/wireless")) << "not by halves: " << package;
+        EXPECT_NE("", batch_file());
+        EXPECT_EQ(before, run("cat /etc/config/*").output) << "not by halves";
+        EXPECT_EQ(errors + 1, logged("ERROR:")) << "not said every second";
         close(fd);
+        run(fault.after);
         pass_ms(2000);
         EXPECT_EQ(std::to_string(to), channel());
         EXPECT_EQ("", batch_file());
