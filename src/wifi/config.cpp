@@ -3,6 +3,7 @@
 #include "platform/zu/log.h"
 #include "wifi/settings_parse.h"
 #include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 
 int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
 {
@@ -14,6 +15,10 @@ int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
     blob_attr *fields[CONFIG_FIELDS] = {};
     if (!msg || blobmsg_parse(POLICY, CONFIG_FIELDS, fields, blob_data(msg), blob_len(msg)) != 0) {
         log_error("Unable to parse arguments");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (!wifi_settings_are_read()) {
+        log_error("The settings in force have not been read yet, try again in a moment");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     return wifid_parse_config(fields[CONFIG_PARAMS]);

@@ -10,8 +10,10 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 #include "wifi/write_internal.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdio>
@@ -308,6 +310,9 @@ void store(const kept_row &row, char *record, const values &from)
 
 // ---- at home
 
+/// Options that were passed over since the record was last read.
+constinit std::vector<std::string> said_unfit;
+
 /// Name of the row's home; empty when it has none.
 std::string home_of(const kept_group &group, const kept_row &row)
 {
@@ -338,10 +343,26 @@ values absent_value(const kept_row &row)
     return {row.kind == KEPT_TEXT ? "" : std::to_string(row.absent)};
 }
 
+/// What the option holds, but for what no setting can hold, which is said once.
+values items_of(const std::string &name)
+{
+    values items = uci_items(name);
+    const auto unfit = std::remove_if(items.begin(), items.end(), [](const std::string &item) {
+        return !ng_uci_is_value(item.c_str());
+    });
+    if (unfit != items.end() &&
+        std::find(said_unfit.begin(), said_unfit.end(), name) == said_unfit.end()) {
+        log_warning("Dropping the value of '%s': it holds a control character", name.c_str());
+        said_unfit.push_back(name);
+    }
+    items.erase(unfit, items.end());
+    return items;
+}
+
 values values_at_home(const kept_group &group, const kept_row &row)
 {
     const std::string home = home_of(group, row);
-    values found = home.empty() ? values{} : uci_items(home);
+    values found = home.empty() ? values{} : items_of(home);
     const size_t prefix = strlen(row.prefix);
     for (std::string &value : found)
         value = value.compare(0, prefix, row.prefix) == 0 ? value.substr(prefix) : "";
@@ -368,21 +389,24 @@ void keep_row(const kept_group &group, const kept_row &row)
         uci_add(name, std::to_string(i) + "=" + wanted[i]);
 }
 
+/// Empty when nothing is kept.
 values kept_values(const kept_group &group, const kept_row &row)
 {
-    values found = uci_items(group.section + "." + row.option);
+    values found = items_of(group.section + "." + row.option);
     for (std::string &value : found)
         value.erase(0, value.find('=') + 1);
-    if (is_list(row))
-        found.erase(found.begin());
     return found;
 }
 
 void read_row(const kept_group &group, const kept_row &row, bool with_kept)
 {
-    const bool use_kept = (with_kept || row.owner == DIRECT) && row.owner != FOREIGN &&
-                          ng_uci_exists("%s.%s", group.section.c_str(), row.option);
-    store(row, group.record, use_kept ? kept_values(group, row) : values_at_home(group, row));
+    const bool may_be_kept = (with_kept || row.owner == DIRECT) && row.owner != FOREIGN;
+    values found = may_be_kept ? kept_values(group, row) : values{};
+    if (found.empty())
+        found = values_at_home(group, row);
+    else if (is_list(row))
+        found.erase(found.begin()); // what says that there is a list
+    store(row, group.record, found);
 }
 
 // ---- the groups of a record
@@ -430,10 +454,28 @@ void wifi_keep_settings(const wifi_settings &settings)
 
 void wifi_read_settings(wifi_settings *settings, bool with_kept)
 {
+    if (with_kept)
+        said_unfit.clear();
     for_each_group(*settings, [with_kept](const kept_group &group) {
         for (const kept_row &row : group.rows)
             read_row(group, row, with_kept);
     });
+}
+
+bool wifi_settings_can_be_read()
+{
+    bool good = true;
+    const auto check = [&good](const std::string &name) {
+        const std::string package = name.substr(0, name.find('.'));
+        good = good && ng_uci_check_readable(package.c_str()) != NG_UCI_UNREADABLE;
+    };
+    for_each_group(gWifi_live_settings, [check](const kept_group &group) {
+        check(group.section);
+        for (const kept_row &row : group.rows)
+            if (row.home)
+                check(row.home + (row.home[0] == 'C'));
+    });
+    return good;
 }
 
 void wifi_read_foreign_settings(wifi_settings *settings)

@@ -7,6 +7,9 @@
 /// Keeps, in sections of our own package, every setting that the configuration does not say
 /// otherwise. To be called when everything else is written; uncommitted.
 void wifi_keep_settings(const wifi_settings &settings);
+/// False (logged) when a package that says a setting is locked by another process or does not
+/// parse; one that the device does not have says nothing.
+[[nodiscard]] bool wifi_settings_can_be_read();
 /// Reads a record back. What is kept counts before the configuration; without `with_kept` the
 /// radio stage's settings are those of the configuration, which the radios have.
 void wifi_read_settings(wifi_settings *settings, bool with_kept);

@@ -4,7 +4,13 @@
 
 #include "wifi/settings_table.h"
 
+#include <fcntl.h>
 #include <random>
+#include <sys/file.h>
+
+extern "C" {
+#include <libubox_host/clock.h>
+}
 
 namespace {
 
@@ -144,6 +150,67 @@ TEST_F(restarted, KnowsEveryExample)
         EXPECT_EQ(dump, shown()) << name;
         EXPECT_EQ(before, everything()) << name;
     }
+}
+
+TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
+{
+    ASSERT_EQ(0, push(message(example("office")).head));
+    const std::string before = everything();
+    constexpr char OF_OFFICE[] = R"({"scanning_period":30})";
+    uloop_clock_virtual(true);
+    for (const bool first_start : {true, false})
+        for (const std::string package : {"wireless", "tarn_net", "udshape"})
+            for (const bool locked : {true, false}) {
+                SCOPED_TRACE(package + (locked ? " locked" : " broken") +
+                             (first_start ? " at start" : ""));
+                const std::string path = "/etc/config/" + package, content = read_file(path);
+                const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+                if (locked)
+                    ASSERT_EQ(0, flock(fd, LOCK_EX));
+                else
+                    write_file(path, "config 'x\n");
+                if (first_start)
+                    gWifi_live_settings = {};
+                const int errors = logged("ERROR");
+                EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, wifi_reload_config(first_start));
+                uloop_clock_run_ms(10500);
+                EXPECT_EQ(errors + 1, logged("ERROR")) << "said once";
+                close(fd);
+                EXPECT_EQ(first_start, everything() != before);
+                if (first_start) {
+                    EXPECT_EQ(2, push(OF_OFFICE));
+                    EXPECT_EQ(errors + 2, logged("ERROR"));
+                }
+                write_file(path, content);
+                uloop_clock_run_ms(1000);
+                EXPECT_EQ(before, everything());
+                EXPECT_EQ(content, read_file(path));
+                EXPECT_EQ(0, push(OF_OFFICE));
+            }
+    uloop_clock_virtual(false);
+    EXPECT_EQ(6, logged("The settings in force have not been read yet"));
+}
+
+TEST_F(restarted, DropsWhatNoSettingCanHoldAndIsPushedToAllTheSame)
+{
+    ASSERT_EQ(
+        0, push(R"({"delayed_settings":false,"ssids":[{"index":1,"enable":true,"ssid":"x","key":"k",
+        "dns_servers":["10.0.0.1","10.0.0.2"]}]})"));
+    run("uci set wireless.ap0_1.key=\"$(printf 'a\\tb')\"; uci set "
+        "tarn_net.settings.reg_country=\"$(printf '=a\\nb')\"; "
+        "uci add_list dhcp.ssid1_dns.server=\"$(printf 'c\\td')\"; uci commit");
+    restart();
+    EXPECT_STREQ("", wifi_live_settings()->ssids[0].key);
+    EXPECT_STREQ("10.0.0.2", wifi_live_settings()->ssids[0].dns_servers[1]);
+    EXPECT_STREQ("", wifi_live_settings()->ssids[0].dns_servers[2]);
+    for (const char *name :
+         {"wireless.ap0_1.key", "tarn_net.settings.reg_country", "dhcp.ssid1_dns.server"})
+        EXPECT_EQ(1, logged(std::string("WARNING: Dropping the value of '") + name)) << name;
+    EXPECT_EQ(0, push(R"({"scanning_period":7})"));
+    EXPECT_EQ("420", uci("u80211d.global.scan_period"));
+    EXPECT_EQ(0, push(R"({"ssids":[{"index":1,"key":"new"}]})"));
+    EXPECT_EQ("new", uci("wireless.ap0_1.key"));
+    EXPECT_EQ(3, logged("Dropping")) << "once";
 }
 
 TEST_F(restarted, KnowsAThousandGeneratedDocuments)
