@@ -157,17 +157,3 @@ int uci_lookup_ptr(uci_context *ctx, uci_ptr *ptr, char *str, bool extended)
     set_found(ptr);
     return result(ctx, UCI_OK);
 }
-
-void uci_parse_section(uci_section *s, const uci_parse_option *opts, int n_opts, uci_option **tb)
-{
-    for (int i = 0; i < n_opts; i++)
-        tb[i] = nullptr;
-    uci_element *e;
-    uci_foreach_element(&s->options, e)
-    {
-        uci_option *o = uci_to_option(e);
-        for (int i = 0; i < n_opts; i++)
-            if (o->type == opts[i].type && !strcmp(e->name, opts[i].name))
-                tb[i] = o;
-    }
-}

@@ -170,36 +170,6 @@ TEST(blobmsg_vectors, parse_verdicts)
     });
 }
 
-TEST(blobmsg_vectors, plain_attributes_by_id)
-{
-    for_each_row("blob_parse_cases", [](json_object *row) {
-        int max = json_object_get_int(member(row, "max"));
-        std::vector<blob_attr_info> info(static_cast<size_t>(max));
-        for (const std::string &entry : texts(member(row, "info"))) {
-            auto id = static_cast<size_t>(atoi(entry.c_str()));
-            if (id < info.size())
-                info[id].type = static_cast<unsigned>(atoi(strchr(entry.c_str(), ':') + 1));
-        }
-        bytes data = from_hex(text_of(row, "blob_hex"));
-        auto *attr = reinterpret_cast<blob_attr *>(data.data());
-        json_object *given = member(row, "attr_len");
-        bool whole = !json_object_is_type(given, json_type_int);
-        size_t len = whole ? data.size() : static_cast<size_t>(json_object_get_int(given));
-
-        blob_attr untouched;
-        std::vector<blob_attr *> tb(static_cast<size_t>(max), &untouched);
-        std::string result =
-            std::to_string(blob_parse_untrusted(attr, len, tb.data(), info.data(), max));
-        for (size_t id = 0; id < tb.size(); id++) {
-            EXPECT_EQ(tb[id] == &untouched, !whole) << "slot " << id;
-            if (tb[id] && tb[id] != &untouched)
-                result += " " + std::to_string(id) + "@" +
-                          std::to_string(reinterpret_cast<uint8_t *>(tb[id]) - data.data());
-        }
-        EXPECT_EQ(result, text_of(row, "result"));
-    });
-}
-
 TEST(blobmsg_vectors, check_verdicts)
 {
     for_each_row("check_cases", [](json_object *row) {

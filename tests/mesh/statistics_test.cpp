@@ -18,6 +18,10 @@ struct Statistics : node_fixture {
     {
         node_fixture::SetUp();
         run("rm -rf /var/sim/batctl /tmp/mesh.info /tmp/log.1; mkdir -p /var/sim/batctl");
+        answer_well();
+    }
+    static void answer_well()
+    {
         answer("gwl", std::string("[B.A.T.M.A.N. adv]\n* ") + MAC + " ( 251) " + MAC +
                           " [ mesh1]: 10.0/2.0 MBit\n");
         answer("tr", std::string("traceroute to ") + MAC +
@@ -75,56 +79,46 @@ TEST_F(Statistics, RunsTheseCommandsAndKeepsTheirFacts)
     EXPECT_TRUE(logged("Finished collecting gateway statistics in repeater with batctl calls"));
 }
 
-TEST_F(Statistics, WithoutAGatewayWhatIsKnownStays)
+TEST_F(Statistics, WhatBatctlAnswersWrongReachesNeitherFactsNorACommandLine)
 {
-    collect();
-    (void)commands();
-    write_text("/tmp/log", "");
-    answer("gwl", "[B.A.T.M.A.N. adv, MainIF/MAC: mesh1/02:11:00:00:00:07]\n");
-    collect();
-    EXPECT_EQ(commands(), lines{"batctl gwl -n"});
-    EXPECT_EQ(facts(), ALL_FACTS);
-    EXPECT_FALSE(logged("Unable to find")) << "nothing was parsed";
-}
-
-TEST_F(Statistics, OnlyAnExactMacReachesACommandLine)
-{
-    for (const char *hostile :
-         {"$(reboot)", "02:11:00:00:00", "`id`", "002:11:00:00:00:01", "-h"}) {
-        SCOPED_TRACE(hostile);
+    const std::string mac = MAC, of_gateway = "* " + mac + " ( 251) x\n",
+                      malformed = "is not properly formatted";
+    const struct {
+        std::string gwl, tr;
+        size_t commands;
+        std::string facts, logged;
+    } cases[] = {
+        {"[B.A.T.M.A.N. adv, MainIF/MAC: mesh1/02:11:00:00:00:07]\n", "", 1, ALL_FACTS, ""},
+        {"* $(reboot) ( 251) x\n", "", 1, "- ", malformed},
+        {"* `id` ( 251) x\n", "", 1, "- ", malformed},
+        {"* 02:11:00:00:00 ( 251) x\n", "", 1, "- ", malformed},
+        {"* 002:11:00:00:00:01 ( 251) x\n", "", 1, "- ", malformed},
+        {"* -h ( 251) x\n", "", 1, "- ", malformed},
+        {"* " + mac + ";reboot ( 251) x\n", "", 4, "- ", ""},
+        {"* " + std::string(5000, '\x01') + "\n", "", 1, "- ", ""},
+        {of_gateway, "1: nonsense\n2: $(reboot)\n", 4, mac + " 251 - 1.511", ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.gwl.substr(0, 40));
+        answer_well();
         collect();
         (void)commands();
         write_text("/tmp/log", "");
-        answer("gwl", std::string("* ") + hostile + " ( 251) x\n");
+        answer("gwl", c.gwl);
+        if (!c.tr.empty())
+            answer("tr", c.tr);
         collect();
-        EXPECT_EQ(commands(), lines{"batctl gwl -n"});
-        EXPECT_TRUE(logged("is not properly formatted"));
-        EXPECT_TRUE(facts().starts_with("- ")) << facts();
-        EXPECT_TRUE(logged("Failed to parse and save batctl cmd output"));
-        answer("gwl", std::string("* ") + MAC + " ( 251) x\n");
+        const lines ran = commands();
+        EXPECT_EQ(ran.size(), c.commands);
+        for (const std::string &command : ran)
+            EXPECT_EQ(command.find("reboot"), std::string::npos) << command;
+        EXPECT_TRUE(facts().starts_with(c.facts)) << facts();
+        EXPECT_TRUE(logged(c.logged));
     }
-}
-
-TEST_F(Statistics, WhatFollowsAMacIsCutOffBeforeItsUse)
-{
-    answer("gwl", std::string("* ") + MAC + ";reboot ( 251) x\n");
-    collect();
-    for (const std::string &command : commands())
-        EXPECT_EQ(command.find("reboot"), std::string::npos) << command;
-    EXPECT_TRUE(facts().starts_with("- ")) << facts();
-}
-
-TEST_F(Statistics, GarbageLeavesClearedFacts)
-{
-    collect();
-    answer("tr", "1: nonsense\n2: $(reboot)\n");
     answer("p", "a/b/c/d/e/f\n");
     answer("tp", "Throughput: much (very)\n");
     collect();
-    EXPECT_EQ(facts(), std::string(MAC) + " 251 - - -");
-    answer("gwl", "* " + std::string(5000, '\x01') + "\n");
-    collect();
-    EXPECT_EQ(facts(), "- - - - -");
+    EXPECT_EQ(facts(), mac + " 251 - - -");
 }
 
 TEST_F(Statistics, HungBatctlIsKilledWithItsGroup)

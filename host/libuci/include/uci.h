@@ -159,11 +159,6 @@ struct uci_context {
     const char *func;
 };
 
-struct uci_parse_option {
-    const char *name;
-    enum uci_option_type type;
-};
-
 /* A fresh context with the default directories, or NULL. */
 struct uci_context *uci_alloc_context(void);
 /* Frees the context and its packages; what was not saved is lost. */
@@ -224,9 +219,6 @@ bool uci_validate_text(const char *str);
 int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str);
 int uci_lookup_next(struct uci_context *ctx, struct uci_element **e, struct uci_list *list,
                     const char *name);
-/* tb[i] becomes the section's option of opts[i]'s name and type, or NULL. */
-void uci_parse_section(struct uci_section *s, const struct uci_parse_option *opts, int n_opts,
-                       struct uci_option **tb);
 
 static inline bool uci_list_empty(struct uci_list *list)
 {
