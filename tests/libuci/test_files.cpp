@@ -127,24 +127,6 @@ TEST_F(Files, LocksMakeEveryoneWaitWhoMust)
     EXPECT_EQ(0, finish(start([this] { return load(); }))) << "readers do not wait for readers";
 }
 
-TEST_F(Files, CommitThatWaitedStartsFromTheFileAsItThenIs)
-{
-    const context_handle ctx = open_context(dirs);
-    uci_package *p = nullptr;
-    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p)); // so that it is the commit that waits
-    pid_t child;
-    {
-        const held_lock lock(dirs.conf("net"), LOCK_EX);
-        child = start([&] { return uci_commit(ctx.get(), &p, false); });
-        ASSERT_TRUE(eventually([child] { return waits_for_lock(child); }));
-        write_file(dirs.conf("net.new"), "config iface 'lan'\n\toption theirs '2'\n");
-        ASSERT_EQ(0, rename(dirs.conf("net.new").c_str(), dirs.conf("net").c_str()));
-    }
-    EXPECT_EQ(0, finish(child));
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption theirs '2'\n\toption saved '1'\n\n",
-              content(dirs.conf("net")));
-}
-
 TEST_F(Files, CommitTakesChangesOthersSavedMeanwhile)
 {
     const context_handle ctx = open_context(dirs);
