@@ -21,66 +21,60 @@ int random_below(int limit)
     return static_cast<int>(random_bits() % static_cast<unsigned>(limit));
 }
 
-template <size_t N>
-const char *one_of(const char *const (&choices)[N])
+template <typename Choices>
+const auto &one_of(const Choices &choices)
 {
-    return choices[random_below(N)];
+    return choices[random_bits() % std::size(choices)];
 }
 
 std::string random_text(const std::string &key)
 {
-    static const char *const TEXTS[] = {
-        "",  "a",  "it's", "\\'",      "  x  ",
-        "=", "=x", "0=",   "\xff\x80", "0123456789012345678901234567890123456789"};
-    static const char *const ENCRYPTIONS[] = {"none", "psk2", "psk-mixed", "wpa3", "wpa2"};
-    static const char *const ADDRESSES[] = {"10.1.2.3", "192.168.7.1", "", "x", "255.255.255.0"};
-    static const char *const BANDS[] = {"2.4GHz", "5GHz"};
-    static const char *const COUNTRIES[] = {"US", "SE", "' ", "$x"};
-    static const char *const ANTENNAS[] = {"dipole", "patch", "other"};
-    if (key == "enc")
-        return one_of(ENCRYPTIONS);
-    if (key == "gateway_ip" || key == "netmask" || key == "relay")
-        return one_of(ADDRESSES);
-    if (key == "band" || key == "radio")
-        return one_of(BANDS);
-    if (key == "country")
-        return one_of(COUNTRIES);
-    if (key == "antenna_type")
-        return one_of(ANTENNAS);
-    if (key == "bssid")
-        return "02:00:00:00:00:01";
-    if (key == "nr")
-        return "00";
+    static const struct {
+        std::string keys; ///< none: all others
+        std::vector<const char *> texts;
+    } CHOICES[] = {
+        {" enc ", {"none", "psk2", "psk-mixed", "wpa3", "wpa2"}},
+        {" gateway_ip netmask relay ", {"10.1.2.3", "192.168.7.1", "", "x", "255.255.255.0"}},
+        {" band radio ", {"2.4GHz", "5GHz"}},
+        {" country ", {"US", "SE", "' ", "$x"}},
+        {" antenna_type ", {"dipole", "patch", "other"}},
+        {" bssid ", {"02:00:00:00:00:01"}},
+        {" nr ", {"00"}},
+        {"",
+         {"", "a", "it's", "\\'", "  x  ", "=", "=x", "0=", "\xff\x80",
+          "0123456789012345678901234567890123456789"}},
+    };
     if (key == "channel_change_nonce")
         return wifi_live_settings()->radio_override;
-    return one_of(TEXTS);
+    const auto *choice = CHOICES;
+    while (!choice->keys.empty() && choice->keys.find(" " + key + " ") == std::string::npos)
+        choice++;
+    return one_of(choice->texts);
 }
 
 int random_number(const std::string &key)
 {
     static constexpr int NUMBERS[] = {0, 1, 2, 7, -1, 20, 1812, 4095, 4096, INT32_MAX, INT32_MIN};
     static constexpr int CHANNELS[] = {1, 6, 36, 44, 52, 100, 149, 165};
-    if (key == "channel")
-        return CHANNELS[random_below(8)];
     if (key == "index" || key == "ssid_index")
         return 1 + random_below(4);
     if (key == "scanning_period")
         return random_below(100) - 10;
-    return NUMBERS[random_below(11)];
+    return key == "channel" ? one_of(CHANNELS) : one_of(NUMBERS);
 }
 
 void add_table(blob_buf *buf, const char *name, const settings_level &level);
 
 void add_array(blob_buf *buf, const settings_field &field)
 {
-    static const char *const ITEMS[] = {"02:00:00:00:00:01",
-                                        "02:00:00:00:00:02",
-                                        "2:0:0:0:0:3",
-                                        "10.0.0.53",
-                                        "fd00::53",
-                                        "it's",
-                                        "",
-                                        "02:00:00:00:00:0A and more"};
+    static const std::vector<const char *> ITEMS = {"02:00:00:00:00:01",
+                                                    "02:00:00:00:00:02",
+                                                    "2:0:0:0:0:3",
+                                                    "10.0.0.53",
+                                                    "fd00::53",
+                                                    "it's",
+                                                    "",
+                                                    "02:00:00:00:00:0A and more"};
     void *array = blobmsg_open_array(buf, field.key);
     for (int i = random_below(6); i > 0; i--)
         switch (field.kind) {
