@@ -76,9 +76,8 @@ bool apply_pending()
         return false;
     (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
     wifi_keep_settings(gWifi_live_settings);
-    if (wifi_commit_packages(nullptr) != 0)
+    if (wifi_commit_radio_settings() != 0)
         return false;
-    wifi_radios_now_in_force();
     forget(pending_file);
     return true;
 }

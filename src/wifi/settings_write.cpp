@@ -21,6 +21,8 @@
 
 #include <cstdio>
 #include <ctime>
+#include <memory>
+#include <new>
 #include <unistd.h>
 
 static constexpr const char *PACKAGES[] = {
@@ -118,11 +120,19 @@ const char *wifi_at_once_reason(const wifi_settings &settings)
     return wifi_write_at_once_reason(begin(settings), gIn_force);
 }
 
-int wifi_commit_packages(bool *changed)
+static int commit_packages(bool *changed)
 {
     if (ng_uci_commit_all(PACKAGES, changed) == 0)
         return 0;
     ng_uci_drop_changes();
+    return -1;
+}
+
+using record_handle = std::unique_ptr<wifi_settings>;
+
+static int no_memory()
+{
+    log_error("Failed to allocate memory for the wireless settings");
     return -1;
 }
 
@@ -131,12 +141,38 @@ void wifi_radios_now_in_force()
     wifi_read_settings(&gIn_force, false);
 }
 
-static void replace_live_record(const wifi_settings &settings, bool in_force)
+// What a commit makes true is read before it: afterwards another process may lock the packages.
+
+int wifi_commit_radio_settings()
 {
-    gWifi_live_settings = settings;
-    wifi_read_foreign_settings(&gWifi_live_settings);
-    if (in_force)
-        gIn_force = gWifi_live_settings;
+    const record_handle next(new (std::nothrow) wifi_settings{});
+    if (!next)
+        return no_memory();
+    wifi_read_settings(next.get(), false);
+    if (commit_packages(nullptr) != 0)
+        return -1;
+    gIn_force = *next;
+    return 0;
+}
+
+/// Writes and commits; `next` becomes the record to be in force. 0 or -1: then nothing is changed.
+static int write_all(const wifi_settings &settings, wifi_settings *next, std::string *held_back,
+                     bool *changed)
+{
+    make_local_section();
+    const wifi_write w = begin(settings);
+    if (wifi_write_radio_stage(w, gIn_force, held_back) != 0) {
+        ng_uci_drop_changes();
+        return -1;
+    }
+    write_direct_stage(w);
+    wifi_keep_settings(settings);
+    wifi_read_foreign_settings(next);
+    if (commit_packages(changed) == 0)
+        return 0;
+    if (!held_back->empty())
+        (void)unlink(held_back->c_str());
+    return -1;
 }
 
 int wifid_write_config(const wifi_settings *settings)
@@ -147,26 +183,21 @@ int wifid_write_config(const wifi_settings *settings)
     }
     if (!wifi_settings_can_be_written(*settings) || !wifi_packages_can_be_changed())
         return -1;
-    make_local_section();
-    const wifi_write w = begin(*settings);
+    const record_handle next(new (std::nothrow) wifi_settings(*settings));
     std::string held_back;
-    if (wifi_write_radio_stage(w, gIn_force, &held_back) != 0) {
-        ng_uci_drop_changes();
-        return -1;
-    }
-    write_direct_stage(w);
-    wifi_keep_settings(*settings);
     bool changed = false;
-    if (wifi_commit_packages(&changed) != 0) {
-        if (!held_back.empty())
-            (void)unlink(held_back.c_str());
+    if (!next)
+        return no_memory();
+    if (write_all(*settings, next.get(), &held_back, &changed) != 0)
         return -1;
-    }
-    if (held_back.empty())
+    gWifi_live_settings = *next;
+    if (held_back.empty()) {
+        gIn_force = *next;
         wifi_delayed_drop();
-    else
+    } else {
         wifi_delayed_stage(held_back.c_str());
-    replace_live_record(*settings, held_back.empty());
+    }
+    wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (changed)
         shell_run_ignored("reload_config");

@@ -42,9 +42,9 @@ void wifid_cancel_delayed_wireless();
 bool wifi_settings_are_read();
 /// The radios were set to what is configured now.
 void wifi_radios_now_in_force();
-/// Commits what a push changed in any package, as one; `changed` (may be null): something was. 0,
-/// or -1 (logged): then nothing is changed and no change waits.
-int wifi_commit_packages(bool *changed);
+/// Commits what is changed in any of a push's packages, as one; what is configured then is what the
+/// radios are set to. 0, or -1 (logged): then nothing is changed and no change waits.
+[[nodiscard]] int wifi_commit_radio_settings();
 
 /// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
@@ -145,13 +146,21 @@ static void write_portal_hosts(int ssid, const char *address)
         log_warning("Failed to write %s: %s", path.c_str(), strerror(errno));
 }
 
+static char portal_addresses[WIFI_SSIDS][sizeof(wifi_dhcp_settings::gateway_ip)];
+
 static void write_portal(int ssid)
 {
     std::string address;
     (void)ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid);
     for (const char *rule : {"_cp", "_lan_cp"})
         uci_put(numbered("firewall.ssid", ssid, rule) + ".src_dip", address.c_str());
-    write_portal_hosts(ssid, address.c_str());
+    snprintf(portal_addresses[ssid - 1], sizeof portal_addresses[0], "%s", address.c_str());
+}
+
+void wifi_write_portal_hosts()
+{
+    for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
+        write_portal_hosts(ssid, portal_addresses[ssid - 1]);
 }
 
 // ---- firewall

@@ -295,14 +295,17 @@ TEST_F(delay, PushThatCannotBeCommittedLeavesThePendingOne)
 {
     ASSERT_EQ(0, push_channel(40));
     confirm(true);
-    const std::string pending = batch_file(), configured = run("cat /etc/config/*").output;
+    constexpr char ALL[] = "cat /etc/config/* /tmp/cp-hosts*";
+    const std::string pending = batch_file(), configured = run(ALL).output;
     for (const char *waits : {"false", "true"}) {
         run("mount --bind /etc/config/firewall /etc/config/firewall");
-        EXPECT_EQ(2, push(std::string(R"({"antenna_type":"patch","delayed_settings":)") + waits +
-                          R"(,"ssids":[{"index":1,"enable":true,"ssid":"x","lan_block":true}]})"));
+        EXPECT_EQ(2,
+                  push(std::string(R"({"antenna_type":"patch","node_id":9,"delayed_settings":)") +
+                       waits +
+                       R"(,"ssids":[{"index":1,"enable":true,"ssid":"x","lan_block":true}]})"));
         run("umount /etc/config/firewall");
         EXPECT_EQ(pending, batch_file()) << waits;
-        EXPECT_EQ(configured, run("cat /etc/config/*").output) << "not by halves";
+        EXPECT_EQ(configured, run(ALL).output) << "not by halves";
         all_packages_quiet();
         confirm(false);
     }

@@ -53,7 +53,7 @@ bool ng_uci_renew_change_context();
 [[nodiscard]] int ng_uci_commit_all(std::span<const char *const> packages, bool *changed = nullptr);
 [[nodiscard]] int ng_uci_commit(const char *package, bool *changed = nullptr);
 /// To be called before anything is read: puts back what a commit changed that was cut off, by a
-/// crash or a power failure, and removes what else it left. True when there was such a commit.
+/// crash or a power failure, and removes what else it left. True when something was put back.
 bool ng_uci_recover();
 /// Makes an empty package when the device does not have it. 0 or -1 (logged).
 int ng_uci_make_package(const char *name);

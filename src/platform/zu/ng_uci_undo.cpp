@@ -91,6 +91,7 @@ static bool put_back(const std::string &path)
 
 static void put_back_again_cb(uloop_timeout *)
 {
+    const zu_log_repetition quiet;
     (void)ng_uci_undo();
 }
 
@@ -139,7 +140,8 @@ bool ng_uci_recover()
     const bool cut_off = faccessat(AT_FDCWD, JOURNAL, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
     if (cut_off)
         log_notice("A commit was cut off, putting the configuration back");
-    if (ng_uci_undo() == 0)
-        remove_leftovers();
+    if (ng_uci_undo() != 0)
+        return false;
+    remove_leftovers();
     return cut_off;
 }
