@@ -8,6 +8,7 @@
 #include "sim/programs.h"
 #include "support/bus_fixture.h"
 #include "support/fake_interface.h"
+#include "support/occurrences.h"
 
 struct daemon_fixture : bus_fixture {
     std::optional<program> tarn_net;
@@ -43,15 +44,6 @@ struct daemon_fixture : bus_fixture {
         EXPECT_EQ(call("qnet.wifi", "set_debug_level", R"({"level":5})").status, 0);
     }
     static int has_connected() { return logged("Connected to UBUS"); }
-    void broker_start()
-    {
-        broker = fork();
-        if (broker == 0) {
-            execl(UBUSD_PROGRAM, "ubusd", "-s", socket_path.c_str(), nullptr);
-            _exit(127);
-        }
-        run_until([&] { return access(socket_path.c_str(), F_OK) == 0; });
-    }
     /// Lets go of the connections of this process and makes new ones.
     void reconnect()
     {
@@ -64,24 +56,12 @@ struct daemon_fixture : bus_fixture {
     }
 
     static std::string log() { return read_text("/tmp/debug_tarn_net.log"); }
-    static int logged(const std::string &text)
-    {
-        int found = 0;
-        const std::string all = log();
-        for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at++)
-            found++;
-        return found;
-    }
+    static int logged(const std::string &text) { return occurrences(log(), text); }
     std::string state() { return call("qnet.wired", "dump_state").document; }
     bool state_holds(const std::string &text) { return state().find(text) != std::string::npos; }
     int follows(const std::string &path)
     {
-        int found = 0;
-        const std::string all = state();
-        const std::string needle = "\"path\":\"" + path + "\"";
-        for (size_t at = 0; (at = all.find(needle, at)) != std::string::npos; at++)
-            found++;
-        return found;
+        return occurrences(state(), "\"path\":\"" + path + "\"");
     }
     int open_files() const
     {

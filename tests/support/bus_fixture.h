@@ -50,12 +50,7 @@ struct bus_fixture : testing::Test {
     void SetUp() override
     {
         uloop_init();
-        broker = fork();
-        if (broker == 0) {
-            execl(UBUSD_PROGRAM, "ubusd", "-s", socket_path.c_str(), nullptr);
-            _exit(127);
-        }
-        run_until([&] { return access(socket_path.c_str(), F_OK) == 0; });
+        broker_start();
         daemon = connect();
         stranger = connect();
         zu_event_set_context(daemon);
@@ -68,6 +63,15 @@ struct bus_fixture : testing::Test {
                 ubus_free(ctx);
         broker_stop();
         uloop_done();
+    }
+    void broker_start()
+    {
+        broker = fork();
+        if (broker == 0) {
+            execl(UBUSD_PROGRAM, "ubusd", "-s", socket_path.c_str(), nullptr);
+            _exit(127);
+        }
+        run_until([&] { return access(socket_path.c_str(), F_OK) == 0; });
     }
     void broker_stop()
     {

@@ -1,6 +1,7 @@
 // Package "zt" in the sandbox's configuration, and the errors and warnings that were logged.
 #pragma once
 
+#include "support/occurrences.h"
 #include "support/run.h"
 #include "support/temporary_directory.h"
 
@@ -49,14 +50,7 @@ struct uci_fixture : testing::Test {
     std::string delta() { return read_file(DELTA); }
 
     /// How often the text was logged.
-    int logged(const std::string &text)
-    {
-        const std::string log = read_file(LOG);
-        int count = 0;
-        for (size_t at = log.find(text); at != log.npos; at = log.find(text, at + 1))
-            count++;
-        return count;
-    }
+    int logged(const std::string &text) { return occurrences(read_file(LOG), text); }
 
     /// Runs the uci tool (or any command line); its output.
     static std::string shell(const std::string &command) { return run(command).output; }
