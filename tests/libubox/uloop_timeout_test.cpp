@@ -76,22 +76,6 @@ TEST_F(loop, timers_may_cancel_rearm_and_free_themselves_and_others)
     EXPECT_EQ(uloop_clock_now_ms() - start, 300);
 }
 
-TEST_F(loop, what_is_due_still_runs_after_the_end_was_asked_for)
-{
-    timer ender([&] {
-        EXPECT_FALSE(uloop_cancelling());
-        uloop_end();
-        EXPECT_TRUE(uloop_cancelling());
-    });
-    timer due = logging("due"), later = logging("later");
-    uloop_timeout_set(&ender, 1);
-    uloop_timeout_set(&due, 1);
-    uloop_timeout_set(&later, 3);
-    uloop_run();
-    EXPECT_EQ(log, "due ");
-    EXPECT_FALSE(uloop_cancelling());
-}
-
 TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
 {
     timer inner([&] {
