@@ -76,7 +76,7 @@ int run_gateway_command(const gateway_command &command, const char *mac)
 {
     char line[192];
     const int length = snprintf(line, sizeof(line), "%s%s%s", command.before, mac, command.after);
-    if (length > 0 && static_cast<size_t>(length) < sizeof(line) && shell_run(line).ran)
+    if (length > 0 && static_cast<size_t>(length) < sizeof(line) && shell_run_in_group(line))
         return 0;
     log_error("%s", command.failed);
     return 1;
@@ -86,7 +86,7 @@ int run_gateway_command(const gateway_command &command, const char *mac)
 // failure: its fact is then missing from the file.
 int execute_batctl_cmds()
 {
-    if (!shell_run(FIND_GATEWAY).ran)
+    if (!shell_run_in_group(FIND_GATEWAY))
         return 1;
     char head[sizeof("gwm|02:00:00:00:00:00")] = {};
     if (file_read_bin(MESH_INFO_FILE, head, sizeof(head) - 1) <= 0)

@@ -25,8 +25,8 @@ bool firewall_revert_forwarding_rules();
 /// -1 with the firewall package reverted.
 [[nodiscard]] int set_firewall_forwarding_rules(const char *iface, uint32_t state);
 
-/// Sets the captive portal's log-out rules; uncommitted.
-void set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
-/// Tells portal and shaper which interfaces carry clients and which one leads out. False when what
-/// was to be committed was not.
-bool set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings);
+/// Sets the captive portal's log-out rules; uncommitted. False when not all could be.
+bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
+/// Tells portal and shaper which interfaces carry clients and which one leads out. False when not
+/// all of it could be set, or committed.
+bool set_udsplash_ifaces(uint32_t state, bool with_commit, const wifi_settings *settings);

@@ -2,11 +2,11 @@
 //
 //             tick                        last slot dispatched and
 //   idle ───────────────► running ───── as many reports as tests ────► complete_inet_test
-//    ▲                                                                        │
+//    ▲                      └─ nothing in flight for a minute and ten ticks ──► │
 //    └────────────────────────────── abort_inet_test ◄────────────────────────┘
 //
-// A test that could not be dispatched never reports, so its cycle stays open until the settings are
-// loaded again: that is meant.
+// A test that could not be dispatched never reports: its cycle stays open until the settings are
+// loaded again, or until a tick finds that nothing can end it any more.
 #include "wired/inet_test.h"
 
 #include <algorithm>
@@ -28,11 +28,19 @@
 #include "wired/upstream_internal.h"
 
 constexpr int DEFAULT_FAILURE_TOLERANCE = 3;
+constexpr int READ_AGAIN_MS = 1000;
+/// A cycle that cannot end is given up when it is older than both.
+constexpr int STUCK_TICKS = 10;
+constexpr int64_t STUCK_S = 60;
+constexpr char NO_TARGETS[] = "Failed to get inet_test_targets from uci, using old list";
 constexpr char NOT_STARTED[] = "The test target list is empty or the check interval is less than "
                                "0, will not start the inet test timer";
 
 online_settings gOnline_settings;
 inet_test_verdict gInet_test_last_verdict;
+
+/// As read; the one in force may have been raised since.
+static int32_t gRead_tolerance;
 
 static void inet_test_handler(uloop_timeout *timer);
 
@@ -56,6 +64,7 @@ void inet_test_reset()
         uloop_curl_cleanup(&test.curl);
     }
     uloop_timeout_cancel(&test.timer);
+    uloop_timeout_cancel(&test.read_timer);
     upstream_reset();
     iface_enumeration_reset(&gTarn_net_state.bridges);
     mesh_reset();
@@ -92,35 +101,135 @@ static uint32_t count_entries(list_head *head)
     return count;
 }
 
-int reload_inet_test_config()
+static void read_again_cb(uloop_timeout *timer)
+{
+    {
+        const zu_log_repetition said;
+        if (ng_uci_check_readable("tarn_net") == NG_UCI_UNREADABLE) {
+            uloop_timeout_set(timer, READ_AGAIN_MS);
+            return;
+        }
+    }
+    (void)reload_inet_test_config();
+}
+
+/// False (logged) when memory runs out.
+static bool read_settings(online_settings *fresh)
+{
+    fresh->targets = new_target_list();
+    if (fresh->targets == nullptr) {
+        log_error("Failed to allocate memory for inet_test targets list");
+        return false;
+    }
+    // The text says otherwise, but a list that is not there is an empty one.
+    if (get_tarn_host_list_uci("tarn_net", "inet_test_targets", fresh->targets) == 0)
+        log_warning("%s", NO_TARGETS);
+    fresh->target_count = count_entries(fresh->targets);
+    fresh->failure_tolerance = DEFAULT_FAILURE_TOLERANCE;
+    (void)ng_uci_get_int(&fresh->failure_tolerance, "tarn_net.inet_test_config.failure_tolerance");
+    (void)ng_uci_get_int(&fresh->test_interval, "tarn_net.inet_test_config.test_interval");
+    return true;
+}
+
+static void destroy_targets(list_head *targets)
+{
+    if (targets != nullptr)
+        destroy_tarn_host_list(targets);
+    delete targets;
+}
+
+static void put_into_force(const online_settings &fresh)
 {
     abort_inet_test();
-    online_settings fresh{};
-    fresh.targets = new_target_list();
-    if (fresh.targets == nullptr) {
-        log_error("Failed to allocate memory for inet_test targets list");
-        return UBUS_STATUS_UNKNOWN_ERROR;
-    }
-    // The text says otherwise, but an unreadable list ends the test until it can be read.
-    if (get_tarn_host_list_uci("tarn_net", "inet_test_targets", fresh.targets) == 0)
-        log_warning("Failed to get inet_test_targets from uci, using old list");
-    fresh.target_count = count_entries(fresh.targets);
-    fresh.failure_tolerance = DEFAULT_FAILURE_TOLERANCE;
-    (void)ng_uci_get_int(&fresh.failure_tolerance, "tarn_net.inet_test_config.failure_tolerance");
-    (void)ng_uci_get_int(&fresh.test_interval, "tarn_net.inet_test_config.test_interval");
-    if (gOnline_settings.targets != nullptr) {
-        destroy_tarn_host_list(gOnline_settings.targets);
-        delete gOnline_settings.targets;
-    }
+    destroy_targets(gOnline_settings.targets);
     gOnline_settings = fresh;
+    gRead_tolerance = fresh.failure_tolerance;
     if (test_is_configured()) {
         arm_interval_timer();
-        return UBUS_STATUS_OK;
+        return;
     }
     log_info("%s", NOT_STARTED);
     uloop_timeout_cancel(&gTarn_net_state.inet_test.timer);
     gTarn_net_state.inet_test.timer.cb = nullptr;
+}
+
+static bool same_targets(list_head *left, list_head *right)
+{
+    list_head *a = left->next, *b = right->next;
+    for (; a != left && b != right; a = a->next, b = b->next) {
+        if (strcmp(list_entry(a, tarn_host, list)->url, list_entry(b, tarn_host, list)->url) != 0)
+            return false;
+    }
+    return a == left && b == right;
+}
+
+static bool in_force(const online_settings &fresh)
+{
+    return gOnline_settings.targets != nullptr &&
+           fresh.test_interval == gOnline_settings.test_interval &&
+           fresh.failure_tolerance == gRead_tolerance &&
+           same_targets(fresh.targets, gOnline_settings.targets);
+}
+
+/// A bus status. Settings that cannot be read now are no failure: they will be.
+static int take_settings(bool also_same)
+{
+    uloop_timeout *timer = &gTarn_net_state.inet_test.read_timer;
+    if (ng_uci_check_readable("tarn_net") == NG_UCI_UNREADABLE) {
+        log_warning("%s", NO_TARGETS);
+        timer->cb = read_again_cb;
+        uloop_timeout_set(timer, READ_AGAIN_MS);
+        return UBUS_STATUS_OK;
+    }
+    uloop_timeout_cancel(timer);
+    online_settings fresh{};
+    if (!read_settings(&fresh))
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    if (also_same || !in_force(fresh))
+        put_into_force(fresh);
+    else
+        destroy_targets(fresh.targets);
     return UBUS_STATUS_OK;
+}
+
+int reload_inet_test_config()
+{
+    return take_settings(true);
+}
+
+int inet_test_take_pushed_config()
+{
+    return take_settings(false);
+}
+
+static bool in_flight()
+{
+    const inet_test_state &test = gTarn_net_state.inet_test;
+    for (int block = 0; block < test.interfaces_to_test; block++) {
+        for (const inet_test_slot &slot : test.slots[block]) {
+            if (slot.easy.started)
+                return true;
+        }
+    }
+    return false;
+}
+
+/// At a tick: the way out of a cycle with a test that will never report.
+static void give_up_stuck_cycle()
+{
+    inet_test_state &test = gTarn_net_state.inet_test;
+    if (test.interfaces_to_test == 0)
+        return;
+    test.ticks_in_cycle++;
+    const int64_t age_s =
+        static_cast<int64_t>(test.ticks_in_cycle) * gOnline_settings.test_interval;
+    if (test.ticks_in_cycle <= STUCK_TICKS || age_s <= STUCK_S || in_flight())
+        return;
+    log_warning("The internet test cannot end (%d of %u reported), counting it as failed",
+                test.test_run_count, test.tests_to_run);
+    test.test_passed = 0;
+    test.dispatch_complete = true;
+    inet_test_finish_if_complete(test.upstream_state);
 }
 
 static void inet_test_handler(uloop_timeout *)
@@ -129,6 +238,7 @@ static void inet_test_handler(uloop_timeout *)
         log_info("%s", NOT_STARTED);
         return;
     }
+    give_up_stuck_cycle();
     run_uplink_test();
     // Also when the cycle just started changed the settings: the next one is timed from here.
     if (test_is_configured())
@@ -155,8 +265,8 @@ void inet_test_enumeration_ended()
 static bool ready_for_cycle()
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
-    if (gOnline_settings.targets == nullptr) {
-        log_debug("The test targets have not been read yet");
+    if (!test_is_configured()) {
+        log_debug("No internet test is configured");
         return false;
     }
     if (enumeration_in_progress())
@@ -208,12 +318,13 @@ static void dispatch_block(int index, const iface_entry *mesh_iface)
     }
 }
 
-/// The first mesh interface that is up, from `position` on; null at the list's end.
+/// The first mesh interface that is up and has a device, from `position` on; null at the list's
+/// end.
 static iface_entry *next_mesh_iface(list_head *position)
 {
     for (; position != &gTarn_net_state.mesh.list; position = position->next) {
         auto *entry = list_entry(position, iface_entry, link);
-        if (entry->up)
+        if (entry->up && entry->device[0] != '\0')
             return entry;
     }
     return nullptr;
@@ -243,6 +354,7 @@ void run_uplink_test()
     test.tests_to_run = 0;
     test.test_run_count = 0;
     test.test_passed = 0;
+    test.ticks_in_cycle = 0;
     memcpy(test.passed_iface, test.uplink_iface, sizeof test.passed_iface);
     dispatch_block(0, nullptr);
     if (test.upstream_state > TARN_NET_UPSTREAM_WAN_STATE)

@@ -28,9 +28,13 @@ extern inet_test_verdict gInet_test_last_verdict;
 void inet_test_reset();
 /// Loads the settings and starts the test if they ask for it.
 void inet_test_init();
-/// Aborts the running cycle and takes the settings from UCI. A bus status.
+/// Aborts the running cycle and takes the settings from UCI; while these cannot be read, what is in
+/// force stays, and they are read again every second. A bus status.
 [[nodiscard]] int reload_inet_test_config();
-/// Starts a cycle, unless interfaces are being enumerated or one is running.
+/// The same after a push; when it has changed nothing of the test, the running cycle and the time
+/// of the next one stay.
+[[nodiscard]] int inet_test_take_pushed_config();
+/// Starts a cycle, unless none is configured, interfaces are being enumerated or one is running.
 void run_uplink_test();
 /// Starts the cycle that was put off for the enumeration that has just ended, if one was.
 void inet_test_enumeration_ended();

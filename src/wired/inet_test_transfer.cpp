@@ -8,6 +8,7 @@
 //   connected, mesh interface      result = MESH
 //   connected, wired, state known  result = WAN; the cycle is complete, the rest gets aborted
 //   connected, wired, state NONE   switch to WAN at once; result = WAN
+#include <algorithm>
 #include <cstdio>
 
 #include "core/state.h"
@@ -17,6 +18,9 @@
 #include "wired/upstream.h"
 
 constexpr long CONNECT_TIMEOUT_MS = 1500;
+/// How long libcurl remembers a name's addresses at most. Each cycle looks them up anew: a provider
+/// that comes back may answer with others.
+constexpr int32_t NAMES_REMEMBERED_S = 60;
 
 static inet_test_slot *slot_of(uloop_curl_easy *easy)
 {
@@ -95,6 +99,9 @@ static bool configure(inet_test_slot *slot)
     failed |= curl_easy_setopt(curl, CURLOPT_URL, slot->target->url);
     failed |= curl_easy_setopt(curl, CURLOPT_VERBOSE, 0L);
     failed |= curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
+    failed |= curl_easy_setopt(
+        curl, CURLOPT_DNS_CACHE_TIMEOUT,
+        static_cast<long>(std::min(NAMES_REMEMBERED_S, gOnline_settings.test_interval)));
     if (slot->interface == nullptr || slot->interface[0] == '\0') {
         log_error("Requires an interface to test");
         return false;

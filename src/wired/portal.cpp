@@ -22,53 +22,61 @@ static bool portal_is_here(uint32_t state)
     return state == TARN_NET_UPSTREAM_NONE || state == TARN_NET_UPSTREAM_WAN_STATE;
 }
 
-static void enable_logout_rule(const wifi_ssid_settings &settings, int ssid)
+static bool set_logout_rule(const char *name, int ssid, bool enabled)
 {
-    ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, 1,
-                               settings.bridge_to_lan ? "firewall.ssid%d_lan_cp.enabled"
-                                                      : "firewall.ssid%d_cp.enabled",
-                               ssid);
+    return ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, enabled ? 1 : 0,
+                                      "firewall.ssid%d_%s.enabled", ssid, name) == 0;
 }
 
-void set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings)
+bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings)
 {
     if (settings == nullptr) {
         log_error("%s is NULL", "wifi_settings");
-        return;
+        return false;
     }
-    uci_context *ctx = ng_uci_change_context();
+    // Taken for switched off, a portal that cannot be read now would let everybody through.
+    if (ng_uci_check_readable("udsplash") == NG_UCI_UNREADABLE)
+        return false;
+    bool good = true;
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
-        ng_uci_save_action_int_ctx(ctx, uci_set_string, 0, "firewall.ssid%d_cp.enabled", ssid);
-        ng_uci_save_action_int_ctx(ctx, uci_set_string, 0, "firewall.ssid%d_lan_cp.enabled", ssid);
+        good &= set_logout_rule("cp", ssid, false);
+        good &= set_logout_rule("lan_cp", ssid, false);
         int enabled = 0;
         (void)ng_uci_get_int(&enabled, "udsplash.ssid%d.enable", ssid);
+        const bool bridged = settings->ssids[ssid - 1].bridge_to_lan;
         if (enabled != 0 && portal_is_here(state))
-            enable_logout_rule(settings->ssids[ssid - 1], ssid);
+            good &= set_logout_rule(bridged ? "lan_cp" : "cp", ssid, true);
     }
+    return good;
 }
 
-static void change_access_iface(ng_uci_action action, const char *iface, int ssid)
+static bool change_access_iface(ng_uci_action action, const char *iface, int ssid)
 {
-    ng_uci_save_action_ctx(ng_uci_change_context(), action, iface, "udsplash.ssid%d.accessif",
-                           ssid);
+    return ng_uci_save_action_ctx(ng_uci_change_context(), action, iface,
+                                  "udsplash.ssid%d.accessif", ssid) == 0;
 }
 
-static void set_access_ifaces(bool here, int ssid)
+static bool set_access_iface(const char *iface, int ssid, bool carries_clients)
+{
+    return change_access_iface(ng_uci_del_list, iface, ssid) &&
+           (!carries_clients || change_access_iface(ng_uci_add_list, iface, ssid));
+}
+
+static bool set_access_ifaces(bool here, int ssid)
 {
     char iface[16];
+    bool good = true;
     for (int mesh_class = 1; mesh_class <= MESH_CLASSES; mesh_class++) {
         snprintf(iface, sizeof iface, "bat0.%d%d", mesh_class, ssid);
-        change_access_iface(ng_uci_del_list, iface, ssid);
-        if (here)
-            change_access_iface(ng_uci_add_list, iface, ssid);
+        good &= set_access_iface(iface, ssid, here);
     }
     for (int radio = wifi_radio_count() - 1; radio >= 0; radio--) {
         snprintf(iface, sizeof iface, "ap%d_%d", radio, ssid);
-        change_access_iface(ng_uci_del_list, iface, ssid);
         const char *band = platform_wireless_get_radio_band_name(radio);
-        if (here && band != nullptr && strcmp(band, "scanning") != 0)
-            change_access_iface(ng_uci_add_list, iface, ssid);
+        good &=
+            set_access_iface(iface, ssid, here && band != nullptr && strcmp(band, "scanning") != 0);
     }
+    return good;
 }
 
 /// The port behind the wired uplink bridge.
@@ -82,41 +90,49 @@ static std::string wired_gateway_iface()
     return "eth" + std::to_string(port);
 }
 
-static void set_shaper(uint32_t state, const wifi_ssid_settings &settings, int ssid)
+static bool set_shaper(uint32_t state, const wifi_ssid_settings &settings, int ssid)
 {
     uci_context *ctx = ng_uci_change_context();
     constexpr char ACCESS[] = "udshape.ssid%d.accessif";
     constexpr char GATEWAY[] = "udshape.ssid%d.gatewayif";
+    bool good = true;
     if (!portal_is_here(state) && !upstream_knows_wired_bridge()) {
-        ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth0", ACCESS, ssid);
-        ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth1", ACCESS, ssid);
+        good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth0", ACCESS, ssid) == 0;
+        good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth1", ACCESS, ssid) == 0;
     }
     const std::string gateway =
         portal_is_here(state) ? wired_gateway_iface() : wifi_ssid_mesh_iface(settings, ssid);
-    ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, GATEWAY, ssid);
-    log_info("Setting udshape gatewayif to '%s'", gateway.c_str());
-    ng_uci_save_action_ctx(ctx, ng_uci_add_list, gateway.c_str(), GATEWAY, ssid);
-    ng_uci_save_action_ctx(ctx, ng_uci_del_list, gateway.c_str(), ACCESS, ssid);
+    const char *iface = gateway.c_str();
+    good &= ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, GATEWAY, ssid) == 0;
+    log_info("Setting udshape gatewayif to '%s'", iface);
+    good &= ng_uci_save_action_ctx(ctx, ng_uci_add_list, iface, GATEWAY, ssid) == 0;
+    good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, iface, ACCESS, ssid) == 0;
+    return good;
 }
 
-bool set_udsplash_ifaces(uint32_t state, bool commit, const wifi_settings *settings)
+static bool commit(const char *package)
+{
+    if (ng_uci_commit(package) == 0)
+        return true;
+    log_error("Failed to commit %s config to UCI", package);
+    return false;
+}
+
+bool set_udsplash_ifaces(uint32_t state, bool with_commit, const wifi_settings *settings)
 {
     if (settings == nullptr) {
         log_error("%s is NULL", "wifi_settings");
         return false;
     }
+    bool good = true;
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
-        set_access_ifaces(portal_is_here(state), ssid);
-        set_shaper(state, settings->ssids[ssid - 1], ssid);
+        good &= set_access_ifaces(portal_is_here(state), ssid);
+        good &= set_shaper(state, settings->ssids[ssid - 1], ssid);
     }
-    if (!commit)
-        return true;
+    if (!with_commit)
+        return good;
     ng_uci_renew_change_context();
-    const bool portal = ng_uci_commit("udsplash") == 0;
-    if (!portal)
-        log_error("Failed to commit udsplash config to UCI");
-    const bool shaper = ng_uci_commit("udshape") == 0;
-    if (!shaper)
-        log_error("Failed to commit udshape config to UCI");
-    return portal && shaper;
+    good &= commit("udsplash");
+    good &= commit("udshape");
+    return good;
 }

@@ -93,6 +93,7 @@ void upstream_cancel_neighbor_check()
 
 void upstream_reset()
 {
+    uloop_timeout_cancel(&gTarn_net_state.upstream.make_up_timer);
     end_mesh_grace(false);
 }
 
@@ -113,7 +114,7 @@ static bool mesh_cycle_passed()
     return inet_test_run_additional_mesh_tests();
 }
 
-static bool lonely_is_running()
+bool lonely_is_running()
 {
     int pid;
     return file_read_int(LONELY_PID_FILE, &pid) == 0 && process_is_alive(pid);
@@ -173,17 +174,19 @@ static void show_passed_cycle(uint32_t result)
     update_led_flag("low_mesh_speed", false);
 }
 
-static void stop_lonely()
+bool stop_lonely()
 {
     uloop_timeout_cancel(&gTarn_net_state.mesh.lonely_timer);
     const shell_result stopped = shell_run("/etc/init.d/lonely stop");
     if (!stopped.ran)
         log_warning("Unable to cancel lonely scan: %d (%s)", stopped.error,
                     strerror(stopped.error));
-    else if (stopped.exit_status == 0)
-        wifi_restore_config_enabled_interfaces(true);
-    else
+    else if (stopped.exit_status != 0)
         log_warning("Lonely scan cancel exited with rc %d", stopped.exit_status);
+    const bool done = stopped.ran && stopped.exit_status == 0;
+    if (done)
+        wifi_restore_config_enabled_interfaces(true);
+    return done;
 }
 
 static void switch_upstream(uint32_t result, bool from_lonely)
@@ -193,8 +196,8 @@ static void switch_upstream(uint32_t result, bool from_lonely)
     upstream_send_inet_test(true);
     end_mesh_grace(false);
     if (from_lonely)
-        stop_lonely();
-    upstream_set_gw_mode(result);
+        (void)upstream_make(UPSTREAM_STOP_LONELY, result);
+    (void)upstream_make(UPSTREAM_GW_MODE, result);
     mesh_clear_gateway_info();
     if (!update_uplink_interface(result))
         log_error("Failed to update the uplink interface");
@@ -213,6 +216,15 @@ static bool wait_for_bridge(uint32_t result)
     return true;
 }
 
+/// The cycle's interface is the one that forwarding leads to, or will as soon as that step is made.
+static bool is_uplink(const char *iface)
+{
+    const upstream_record &upstream = gTarn_net_state.upstream;
+    return strncmp(gTarn_net_state.inet_test.uplink_iface, iface, 16) == 0 ||
+           ((upstream.unmade & UPSTREAM_FORWARDING) != 0 &&
+            strncmp(upstream.forwarding_to, iface, 16) == 0);
+}
+
 static void take_passed_cycle(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
@@ -224,11 +236,8 @@ static void take_passed_cycle(uint32_t result)
     const bool from_lonely = test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE;
     if (result == TARN_NET_UPSTREAM_MESH_STATE)
         look_for_cable(); // which may change the state
-    const bool same_iface = strncmp(test.uplink_iface, test.passed_iface, 16) == 0;
-    if (result != test.upstream_state || !same_iface)
+    if (result != test.upstream_state || !is_uplink(test.passed_iface))
         switch_upstream(result, from_lonely);
-    else
-        upstream_make_up();
 }
 
 struct mesh_prospect {
@@ -270,10 +279,8 @@ static void enter_lonely()
     timer->cb = lonely_periodic_trigger_cb;
     uloop_timeout_set(timer, LONELY_FIRST_TRIGGER_MS);
     wifi_radio_override_clear();
-    ng_uci_save_action_ctx(ng_uci_change_context(), ng_uci_delete_option, nullptr,
-                           "tarn_net.local.radio_override");
-    ng_uci_renew_change_context();
-    (void)ng_uci_commit("tarn_net");
+    (void)upstream_make(UPSTREAM_OVERRIDE, TARN_NET_LONELY_ORPHAN_STATE);
+    upstream_forget(UPSTREAM_STOP_LONELY);
 }
 
 /// Where too many failed cycles lead; false to stay. What leaving the state needs is done.
@@ -286,7 +293,7 @@ static bool choose_fall_back(uint32_t result, uint32_t *next)
             return false;
         log_notice("WAN state has failed falling back to mesh");
         *next = TARN_NET_UPSTREAM_MESH_STATE;
-        upstream_set_gw_mode(*next);
+        (void)upstream_make(UPSTREAM_GW_MODE, *next);
         return true;
     case TARN_NET_UPSTREAM_MESH_STATE:
         enter_lonely();
@@ -311,6 +318,8 @@ static void fall_back(uint32_t result)
     if (!choose_fall_back(result, &next))
         return;
     log_debug("Setting upstream state to %s", upstream_state_name(next));
+    mesh_clear_gateway_info();
+    update_led_flag("low_mesh_speed", false);
     if (update_uplink_interface(next))
         gTarn_net_state.inet_test.test_failures = 0;
     else

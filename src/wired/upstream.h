@@ -26,5 +26,5 @@ bool upstream_enter_wan_from_none();
 bool inet_test_run_additional_mesh_tests();
 /// Ends the period in which a mesh neighbour counts as upstream, and its query.
 void upstream_cancel_neighbor_check();
-/// Cancels the mesh timers; the record may then be zeroed.
+/// Cancels the timers of the upstream; the record may then be zeroed.
 void upstream_reset();

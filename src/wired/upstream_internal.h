@@ -3,20 +3,39 @@
 
 #include <cstdint>
 
+/// What follows from the upstream state: steps, each put into force by itself, as bits of
+/// upstream_record::unmade. What fails is logged, once; it alone is repeated, after a second, two,
+/// four, up to a minute, until it succeeds.
+enum upstream_step : uint32_t {
+    UPSTREAM_STOP_LONELY = 1 << 0, ///< the lonely service ends, the radios are as configured again
+    UPSTREAM_OVERRIDE = 1 << 1,    ///< the radio override's option is deleted
+    UPSTREAM_GW_MODE = 1 << 2,     ///< batman-adv's gateway mode
+    UPSTREAM_ROUTES = 1 << 3,      ///< routing rules
+    UPSTREAM_DHCP = 1 << 4,        ///< who serves DHCP and DNS
+    UPSTREAM_FIREWALL = 1 << 5,    ///< the captive portal's log-out rules
+    UPSTREAM_PORTAL = 1 << 6,      ///< interfaces of captive portal and traffic shaper
+    UPSTREAM_FORWARDING = 1 << 7,  ///< forwarding to upstream_record::forwarding_to
+    UPSTREAM_RELOAD = 1 << 8,      ///< "reload_config" has run
+};
+
+/// Puts a step into force for `state`. False on failure; it will be repeated for the state then.
+bool upstream_make(upstream_step step, uint32_t state);
+/// As after a failure of upstream_make().
+void upstream_make_later(upstream_step step);
+/// The step is not wanted any more.
+void upstream_forget(upstream_step step);
+
 /// The one place that sets the upstream state; logs old and new.
 void upstream_set_state(uint32_t state);
-/// Puts what follows from the present state into force: rules, DHCP, captive portal, orphan
-/// service. What fails is logged, and `incomplete` remembers it.
-void upstream_apply_state();
-/// Tries again what could not be put into force with the present state, if anything.
-void upstream_make_up();
 /// Sends "netconfigd.gateway_mode" for a change to `next`.
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".
 void upstream_send_inet_test(bool success);
-/// Runs "batctl gw_mode", server for the WAN state, else client; remembers when it could not.
-void upstream_set_gw_mode(uint32_t state);
-/// Runs "reload_config". False when the shell could not run it.
+/// Runs "reload_config"; one that fails is repeated. False when it failed.
 [[nodiscard]] bool run_reload_config();
 /// True while a wired uplink bridge is known.
 bool upstream_knows_wired_bridge();
+/// True while the lonely service runs.
+bool lonely_is_running();
+/// Ends the lonely service. False on failure (logged).
+bool stop_lonely();

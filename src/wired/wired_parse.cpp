@@ -1,11 +1,13 @@
-// The wired settings document put into force: written to UCI as a whole, then the internet test is
-// reloaded. A document with any fault changes nothing; what a document omits stays as it is.
+// The wired settings document put into force: written to UCI as a whole, then services are reloaded
+// and the internet test takes what is new to it. A document with any fault changes nothing; what a
+// document omits stays as it is.
 #include <string>
 #include <vector>
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wired/inet_test.h"
+#include "wired/upstream_internal.h"
 #include "wired/wired.h"
 #include "wired/wired_settings.h"
 
@@ -55,7 +57,8 @@ static int save_lan_bridge(const char *bridge)
                                   WIRED_SECTION);
 }
 
-static bool save(const wired_settings &settings)
+/// `changed`: something of it was not configured already.
+static bool save(const wired_settings &settings, bool *changed)
 {
     return ng_uci_make_package("tarn_net") == 0 && save_section(TEST_SECTION, "inet_test") == 0 &&
            save_section(WIRED_SECTION, "wired") == 0 &&
@@ -67,7 +70,7 @@ static bool save(const wired_settings &settings)
            save_int(settings.client_disable, WIRED_SECTION, "disable_wired_client") == 0 &&
            save_int(settings.client_ssid, WIRED_SECTION, "wired_client_ssid") == 0 &&
            save_int(settings.igmp_proxy, PROXY_SECTION, "enable") == 0 &&
-           ng_uci_commit_all(PACKAGES) == 0;
+           ng_uci_commit_all(PACKAGES, changed) == 0;
 }
 
 int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
@@ -84,10 +87,13 @@ int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
     wired_settings settings{};
     if (!wired_settings_parse(params, &settings))
         return UBUS_STATUS_INVALID_ARGUMENT;
-    if (!save(settings)) {
+    bool changed = false;
+    if (!save(settings, &changed)) {
         log_error("Failed to write the wired settings");
         ng_uci_drop_changes();
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    return reload_inet_test_config();
+    if (changed && !run_reload_config())
+        log_warning("Unable to reload what uses the wired settings");
+    return inet_test_take_pushed_config();
 }

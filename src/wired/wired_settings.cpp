@@ -76,6 +76,15 @@ static constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
 constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse arguments",
                                                      TOP_ROWS, TOP_POLICY};
 
+/// The level's values; a table without members gives nothing.
+static bool parse_level(const settings_level &level, blob_attr *table, settings_values *values)
+{
+    values->level = &level;
+    values->attrs = {};
+    const bool empty = blobmsg_type(table) == BLOBMSG_TYPE_TABLE && blobmsg_data_len(table) == 0;
+    return empty || settings_parse_level(level, table, values);
+}
+
 /// An integer within its row's limits; false (logged) when it is outside.
 static bool take_int(const settings_values &values, const char *key, std::optional<int> *out)
 {
@@ -139,7 +148,7 @@ static bool take_inet_test(blob_attr *table, wired_settings *settings)
     settings_values values;
     if (table == nullptr)
         return true;
-    return settings_parse_level(INET_TEST, table, &values) &&
+    return parse_level(INET_TEST, table, &values) &&
            take_targets(values.get("targets"), settings) &&
            take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
            take_int(values, "test_interval", &settings->test_interval);
@@ -150,7 +159,7 @@ static bool take_wired_client(blob_attr *table, wired_settings *settings)
     settings_values values;
     if (table == nullptr)
         return true;
-    if (!settings_parse_level(CLIENT, table, &values))
+    if (!parse_level(CLIENT, table, &values))
         return false;
     take_bool(values.get("disable"), &settings->client_disable);
     return take_int(values, "ssid", &settings->client_ssid);
@@ -174,7 +183,7 @@ static bool take_lan_bridge(blob_attr *attr, wired_settings *settings)
 bool wired_settings_parse(blob_attr *params, wired_settings *settings)
 {
     settings_values values;
-    if (!settings_parse_level(WIRED_SETTINGS_TOP, params, &values))
+    if (!parse_level(WIRED_SETTINGS_TOP, params, &values))
         return false;
     take_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
     return take_inet_test(values.get("inet_test"), settings) &&

@@ -23,7 +23,8 @@ struct inet_test_slot {
 /// The internet test; a cycle runs while test_run_count != tests_to_run or interfaces_to_test != 0.
 struct inet_test_state {
     uloop_curl_context curl;
-    uloop_timeout timer; ///< ticks every test_interval
+    uloop_timeout timer;      ///< ticks every test_interval
+    uloop_timeout read_timer; ///< pending: the settings could not be read and will be
     uint32_t upstream_state;
     char uplink_iface[16];
     char passed_iface[16]; ///< interface of the cycle's last successful connection
@@ -32,8 +33,9 @@ struct inet_test_state {
     int32_t test_run_count; ///< slots that have reported
     uint32_t test_passed;   ///< the cycle had a successful connection
     bool dispatch_complete;
-    bool cycle_delayed;    ///< put off until the enumeration that runs has ended
-    int32_t test_failures; ///< consecutive failed cycles
+    bool cycle_delayed;     ///< put off until the enumeration that runs has ended
+    int32_t ticks_in_cycle; ///< that came while it ran
+    int32_t test_failures;  ///< consecutive failed cycles
     inet_test_slot slots[INET_TEST_INTERFACES][INET_TEST_TARGETS];
     /// Names under test, one a block: a followed interface may vanish or be renamed meanwhile.
     char interface_names[INET_TEST_INTERFACES][16];
@@ -47,8 +49,9 @@ struct upstream_record {
     uloop_timeout mesh_up_timer;
     int32_t wc_eth0_up_count; ///< consecutive passed mesh cycles with link on the port
     int32_t wc_eth1_up_count;
-    /// What follows from the state could not all be put into force: tried again next cycle.
-    bool incomplete;
-    bool gw_mode_unset;           ///< batctl could not be run to set it: tried again next cycle
+    uint32_t unmade; ///< steps (upstream_step) that could not be put into force
+    uloop_timeout make_up_timer;
+    int32_t make_up_delay_ms;
+    char forwarding_to[16];       ///< where forwarding is to lead while that step is unmade
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
 };

@@ -5,6 +5,10 @@
 #include "mesh/mesh.h"
 #include "wired/bridges.h"
 #include "wired/netifd_iface.h"
+#include "wired/wired.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 namespace {
 
@@ -237,12 +241,83 @@ TEST_F(InetTest, PulledCable)
     }));
 }
 
-TEST_F(InetTest, AskedForBeforeItsSettingsAreReadDoesNotRun)
+TEST_F(InetTest, NoCycleStartsUnlessTheTestIsConfigured)
 {
+    const auto ask = [&] {
+        run_uplink_test(); // as the end of a wait for wireless settings does
+        EXPECT_TRUE(idle());
+        EXPECT_EQ(count("Test failed"), 0);
+        EXPECT_FALSE(test().timer.pending);
+    };
+    targets({PLAIN}, 0);
+    ask();
+    targets({}, 5);
+    ask();
     const online_settings read = std::exchange(gOnline_settings, {});
-    run_uplink_test();
-    EXPECT_TRUE(idle());
+    ask();
     gOnline_settings = read;
+}
+
+TEST_F(InetTest, SettingsThatCannotBeReadStayAndAreReadLater)
+{
+    targets({PLAIN, TLS}, 7);
+    std::string text = read_text("/etc/config/tarn_net");
+    const int rival = open("/etc/config/tarn_net", O_RDWR);
+    ASSERT_EQ(flock(rival, LOCK_EX), 0);
+    run_uplink_test();
+    EXPECT_EQ(reload(), 0);
+    EXPECT_FALSE(idle()) << "what is in force stays";
+    EXPECT_EQ(gOnline_settings.target_count, 2u);
+    EXPECT_TRUE(test().timer.pending);
+    abort_inet_test();
+
+    // At a start nothing is in force.
+    inet_test_reset();
+    const online_settings before = std::exchange(gOnline_settings, {});
+    ng_uci_renew_change_context();
+    inet_test_init();
+    EXPECT_FALSE(test().timer.pending);
+    debug_set_level(ZU_LOG_INFO);
+    const int said = count("is locked by another process");
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(5000);
+    EXPECT_EQ(gOnline_settings.targets, nullptr);
+    EXPECT_EQ(count("is locked by another process"), said);
+    close(rival);
+    write_text("/etc/config/tarn_net", text + "\toption torn 'x\n");
+    uloop_clock_run_ms(5000);
+    EXPECT_EQ(gOnline_settings.targets, nullptr);
+    write_text("/etc/config/tarn_net", text);
+    uloop_clock_run_ms(1100);
+    EXPECT_EQ(gOnline_settings.target_count, 2u);
+    EXPECT_TRUE(test().timer.pending);
+    destroy_tarn_host_list(before.targets);
+    delete before.targets;
+}
+
+TEST_F(InetTest, PushThatChangesNothingOfTheTestLeavesItAlone)
+{
+    targets({PLAIN, TLS}, 7);
+    run_uplink_test();
+    uloop_timeout_set(&test().timer, 1234);
+    gOnline_settings.failure_tolerance = 30; // raised since
+    const auto push = [](const char *params) {
+        ng_uci_renew_change_context();
+        (void)commands();
+        return wired_parse_config(nullptr, json_message(params).head, nullptr);
+    };
+    EXPECT_EQ(push(R"({"params":{"igmp_proxy":true}})"), 0);
+    EXPECT_EQ(uci("igmpproxy.igmpproxy.enable"), "1");
+    EXPECT_EQ(commands().size(), 1u) << "the proxy gets to know";
+    EXPECT_EQ(push(R"({"params":{"inet_test":{"test_interval":7},"wired_client":{}}})"), 0);
+    EXPECT_EQ(push(R"({"params":{}})"), 0);
+    EXPECT_EQ(commands(), std::vector<std::string>{}) << "nothing has changed";
+    EXPECT_FALSE(idle());
+    EXPECT_LE(uloop_timeout_remaining64(&test().timer), 1234);
+    EXPECT_EQ(gOnline_settings.failure_tolerance, 30);
+    EXPECT_EQ(push(R"({"params":{"inet_test":{"failure_tolerance":4}}})"), 0);
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(gOnline_settings.failure_tolerance, 4);
 }
 
 TEST_F(InetTest, TicksDuringACycleAndReloads)
@@ -290,19 +365,51 @@ TEST_F(InetTest, CycleThatAnEnumerationDelaysRunsWhenThatEnds)
     EXPECT_EQ(count("Testing connection to"), 1);
 }
 
-TEST_F(InetTest, TestThatCannotBeDispatchedHoldsTheCycleUntilTheReload)
+TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
 {
-    targets({PLAIN});
-    add_mesh("mesh_rp", "", true); // up, but not named yet
-    stand_in(MESH, "mesh0", "br-wired9");
-    run_uplink_test();
-    run_until([&] { return test().test_run_count == 1; });
-    EXPECT_EQ(count("Requires an interface to test"), 1);
-    EXPECT_EQ(test().tests_to_run, 2u);
+    targets({PLAIN, PLAIN}, 5);
+    stand_in(WAN, "br-wired0", "br-wired9"); // no such interface
+    test().test_failures = 1;
+    const auto begin = [&] { // a cycle that loses one of its tests
+        run_uplink_test();
+        uloop_curl_easy_destroy(&test().slots[0][0].easy);
+        run_until([&] { return test().test_run_count == 1; });
+    };
+    begin();
     run_uplink_test();
     EXPECT_EQ(count("Previous test still in progress"), 1);
-    targets({PLAIN});
-    EXPECT_TRUE(idle());
+    ASSERT_EQ(reload(), 0);
+    EXPECT_TRUE(idle()) << "a reload ends it without a verdict";
+
+    begin();
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(61000);
+    EXPECT_FALSE(idle());
+    EXPECT_EQ(test().test_failures, 1);
+    uloop_clock_run_ms(5000);
+    EXPECT_EQ(count("WARNING: The internet test cannot end (1 of 2 reported)"), 1);
+    EXPECT_GE(test().test_failures, 2);
+    uloop_clock_virtual(false);
+    run_until([&] { return idle() && test().test_failures == 3; }); // the next one ran at once
+}
+
+TEST_F(InetTest, InterfacesThatCannotBeTestedAndNamesThatMove)
+{
+    targets({"http://moved.internet.test"}, 1);
+    uloop_timeout_cancel(&test().timer);
+    add_mesh("mesh_rp", "", true);        // up, but not named yet
+    stand_in(MESH, "mesh0", "localhost"); // a host's name, but no interface
+    run("echo 127.0.0.1 localhost >/etc/hosts; echo 203.0.113.99 moved.internet.test >>/etc/hosts");
+    cycle();
+    EXPECT_EQ(count("Testing connection to"), 1);
+    EXPECT_EQ(test().test_passed, 1u) << "the mesh's first grace period";
+    EXPECT_EQ(count("successful"), 0);
+    stand_in(WAN, "br-wired0", "br-wired0");
+    cycle(); // runs into the time limit, longer than the interval
+    EXPECT_EQ(count("successful"), 0);
+    run("echo 203.0.113.80 moved.internet.test >/etc/hosts");
+    cycle();
+    EXPECT_EQ(count("successful"), 1) << "names are looked up anew";
 }
 
 TEST_F(InetTest, SettingsThatAreMissingOrBad)

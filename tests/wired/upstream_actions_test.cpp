@@ -1,16 +1,22 @@
 // What the node does when its upstream changes, as whole lists: commands with what stood committed
 // when they ran, events, UCI values, kernel rules, LED flags. And what it does when that fails.
+#include "platform/zu/led.h"
 #include "wired/node_fixture.h"
+#include "wired/upstream_internal.h"
 #include "wired/wired.h"
 #include "wired/wired_internal.h"
 
+#include <fcntl.h>
 #include <malloc.h>
+#include <sys/file.h>
 
 namespace {
 
 constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
 constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
 constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
+constexpr uint32_t LONELY = TARN_NET_LONELY_ORPHAN_STATE;
+constexpr char GATEWAY_FACTS[] = "gwm|02:00:00:00:00:01 gwq|255 tr|x p|1.5 tp|2.00-MB/s";
 
 using lines = std::vector<std::string>;
 
@@ -122,25 +128,136 @@ TEST_F(UpstreamActions, WireToMeshToLonelyAndBack)
     EXPECT_EQ(test().upstream_state, MESH);
 }
 
-TEST_F(UpstreamActions, FirewallThatCannotBeCommittedIsTriedAgainByTheNextCycle)
+TEST_F(UpstreamActions, NoSuccessBetweenWireAndWire)
 {
-    stand_in(MESH, "br-mesh_rp", "br-wired0");
-    ASSERT_EQ(
-        run("mount --bind /etc/config /etc/config && mount -o remount,bind,ro /etc/config").status,
-        0);
-    end_cycle(WAN, "br-wired0");
-    EXPECT_EQ(test().upstream_state, WAN) << "the state stands, whatever failed";
-    EXPECT_STREQ(test().uplink_iface, "br-mesh_rp");
-    EXPECT_TRUE(logged("Failed to commit firewall config to UCI"));
-    EXPECT_TRUE(logged("Failed to update the uplink interface"));
+    stand_in(NONE, "", "br-wired1");
+    end_cycle(WAN, "br-wired1");
+    const std::string dns = uci("dhcp.lan_dns.interface").substr(sizeof "lo");
+    const std::string sources = run("uci show firewall | grep _lan_cp.src").output;
+    for (uint32_t state : {MESH, LONELY}) {
+        (void)mesh_gateway_facts_parse(&gTarn_net_state.mesh.gateway, GATEWAY_FACTS);
+        update_led_flag("low_mesh_speed", true);
+        upstream().mesh_ready = upstream().mesh_up = true;
+        fail_cycles(3);
+        EXPECT_EQ(test().upstream_state, state);
+        EXPECT_EQ(gTarn_net_state.mesh.gateway.mac, nullptr) << "they are of another upstream";
+        EXPECT_EQ(led("low_mesh_speed"), "0");
+        EXPECT_EQ(uci("dhcp.lan_dns.interface"), dns.substr(0, dns.rfind(' ')) + " br-mesh_rp");
+        test().test_failures = 0;
+    }
+    EXPECT_EQ(leds(), (lines{"gateway", "repeater", "network_fail", "dhcp_inet_fail"}));
+    end_cycle(WAN, "br-wired1");
+    EXPECT_EQ(uci("dhcp.lan_dns.interface"), dns);
+    EXPECT_EQ(run("uci show firewall | grep _lan_cp.src").output, sources);
+    EXPECT_EQ(leds(), lines{"gateway"});
     EXPECT_EQ(run("ip rule show priority 500").output, "500:\tfrom all lookup 10\n");
-    ASSERT_EQ(run("umount /etc/config").status, 0);
-    (void)commands();
-    end_cycle(WAN, "br-wired0");
-    EXPECT_STREQ(test().uplink_iface, "br-wired0");
-    EXPECT_EQ(uci("firewall.ssid1wan_wired0.enabled"), "1");
-    EXPECT_EQ(commands().back(), "reload_config [from all lookup 10] dns [lo br-wired0] forward "
-                                 "[ssid1wan_wired0 ssid2wan_wired0 meshwan_wired0]");
+    EXPECT_STREQ(test().uplink_iface, "br-wired1");
+}
+
+TEST_F(UpstreamActions, WhatFailsOfASwitchIsSaidOnceAndItAloneIsRepeated)
+{
+    const struct {
+        const char *what;
+        const char *locked; ///< this package is, or:
+        const char *spoil, *mend;
+        uint32_t unmade;
+        const char *tried; ///< command of each try; null: none gets that far
+        lines made;        ///< commands when it succeeds
+    } rows[] = {
+        {"forwarding cannot be committed",
+         "firewall",
+         ":",
+         ":",
+         UPSTREAM_FIREWALL | UPSTREAM_FORWARDING,
+         nullptr,
+         {"reload_config", "reload_config"}},
+        {"DHCP is locked", "dhcp", ":", ":", UPSTREAM_DHCP, nullptr, {"reload_config"}},
+        {"a change cannot be made, the commit can",
+         nullptr,
+         "uci delete dhcp.mesh_gw; uci commit dhcp",
+         "uci set dhcp.mesh_gw=dhcp; uci commit dhcp",
+         UPSTREAM_DHCP,
+         nullptr,
+         {"reload_config"}},
+        {"the shaper is locked", "udshape", ":", ":", UPSTREAM_PORTAL, nullptr, {"reload_config"}},
+        {"the portal does not parse",
+         nullptr,
+         "echo \"config x 'y\" >>/etc/config/udsplash",
+         "cp /tmp/config/udsplash /etc/config",
+         UPSTREAM_FIREWALL | UPSTREAM_PORTAL,
+         nullptr,
+         {"reload_config"}},
+        {"reload_config fails",
+         nullptr,
+         "mkdir -p /var/sim/exit; echo 1 >/var/sim/exit/reload_config",
+         "rm -r /var/sim/exit",
+         UPSTREAM_RELOAD,
+         "reload_config",
+         {"reload_config"}},
+        {"batctl fails",
+         nullptr,
+         "mkdir -p /var/sim/exit; echo 1 >/var/sim/exit/batctl",
+         "rm -r /var/sim/exit",
+         UPSTREAM_GW_MODE,
+         "batctl gw_mode server",
+         {"batctl gw_mode server"}},
+    };
+    const auto names = [] { // without what stood committed
+        lines all = commands();
+        for (std::string &line : all)
+            line.erase(std::min(line.find(" ["), line.size()));
+        return all;
+    };
+    const auto faults_said = [] {
+        const std::string log = read_text("/tmp/log");
+        int said = 0;
+        for (const char *level : {" ERROR: ", " WARNING: "})
+            for (size_t at = 0; (at = log.find(level, at)) != std::string::npos; at++)
+                said++;
+        return said;
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        TearDown();
+        SetUp();
+        debug_set_level(ZU_LOG_INFO);
+        stand_in(MESH, "br-mesh_rp", "br-wired0");
+        run(row.spoil);
+        const int rival =
+            row.locked ? open((std::string("/etc/config/") + row.locked).c_str(), O_RDWR) : -1;
+        flock(rival, LOCK_SH); // who commits waits, who reads does not
+        end_cycle(WAN, "br-wired0");
+        EXPECT_EQ(test().upstream_state, WAN) << "the state stands, whatever failed";
+        EXPECT_EQ(upstream().unmade, row.unmade);
+        EXPECT_EQ(run("ip rule show priority 500").output, "500:\tfrom all lookup 10\n");
+        const int said = faults_said();
+        EXPECT_GT(said, 0);
+        (void)names();
+        for (int i = 0; i < 3; i++)
+            end_cycle(WAN, "br-wired0");
+        EXPECT_EQ(names(), lines{}) << "a passed cycle does not repeat the switch";
+        uloop_clock_virtual(true);
+        uloop_clock_run_ms(100000); // 1, 3, 7, 15, 31 and 63 s after the failure
+        EXPECT_EQ(names(), row.tried ? lines(6, row.tried) : lines{});
+        EXPECT_EQ(faults_said(), said);
+        run(row.mend);
+        close(rival);
+        uloop_clock_run_ms(60000);
+        EXPECT_EQ(upstream().unmade, 0u);
+        EXPECT_EQ(names(), row.made);
+        uloop_clock_run_ms(100000);
+        EXPECT_EQ(names(), lines{});
+        EXPECT_STREQ(test().uplink_iface, "br-wired0");
+        for (const auto &[option, value] :
+             {std::pair{"firewall.ssid1wan_wired0.enabled", "1"},
+              {"firewall.ssid2_cp.enabled", "1"},
+              {"dhcp.mesh_gw.ignore", "0"},
+              {"dhcp.ssid1.ignore", "0"},
+              {"udsplash.ssid1.accessif", "bat0.11 bat0.21 bat0.31 ap1_1 ap0_1"},
+              {"udshape.ssid1.gatewayif", "eth0"}})
+            EXPECT_EQ(uci(option), value) << option;
+        EXPECT_NE((uci("dhcp.lan_dns.interface") + " ").find(" br-wired0 "), std::string::npos);
+    }
 }
 
 TEST_F(UpstreamActions, ReloadThatCannotBeCommittedStagesNothing)
@@ -170,17 +287,26 @@ TEST_F(UpstreamActions, ForwardingIsAllOrNothing)
     EXPECT_STREQ(test().uplink_iface, "br-mesh_rp");
 }
 
-TEST_F(UpstreamActions, FullDiskForUncommittedChanges)
+TEST_F(UpstreamActions, EarlierLifesLeftoversEndWhenTheStateIsKnown)
 {
+    run("/etc/init.d/lonely start");
     stand_in(NONE, "", "br-wired0");
-    run("mkdir -p /tmp/.uci; mount -t tmpfs -o size=4k tmpfs /tmp/.uci; "
-        "dd if=/dev/zero of=/tmp/.uci/full bs=4k count=1");
     end_cycle(WAN, "br-wired0");
-    EXPECT_EQ(test().upstream_state, WAN);
-    run("umount /tmp/.uci");
-    end_cycle(WAN, "br-wired0");
-    EXPECT_STREQ(test().uplink_iface, "br-wired0");
-    EXPECT_EQ(uci("firewall.ssid1wan_wired0.enabled"), "1");
+    const lines ran = commands();
+    EXPECT_EQ(std::count(ran.begin(), ran.end(), "/etc/init.d/lonely stop"), 1);
+
+    // An override whose deletion meets a lock is deleted later.
+    run("uci set tarn_net.local.radio_override=1.2; uci commit tarn_net");
+    stand_in(MESH, "br-mesh_rp", "br-wired0");
+    upstream().mesh_ready = upstream().mesh_up = true;
+    const int rival = open("/etc/config/tarn_net", O_RDWR);
+    ASSERT_EQ(flock(rival, LOCK_EX), 0);
+    fail_cycles(3);
+    EXPECT_EQ(upstream().unmade, UPSTREAM_OVERRIDE);
+    close(rival);
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(1100);
+    EXPECT_EQ(uci("tarn_net.local.radio_override"), "");
 }
 
 TEST_F(UpstreamActions, FlappingLeavesNothingBehind)

@@ -2,7 +2,21 @@
 #include "zu/curl_fixture.h"
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+
+/// The kernel has no room for another watched descriptor.
+static bool no_room_to_watch;
+
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event *event) noexcept
+{
+    if (no_room_to_watch && operation == EPOLL_CTL_ADD) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
 
 namespace {
 
@@ -36,6 +50,21 @@ TEST_F(uloop_curl, a_transfer_reports_how_it_ended)
     }
     unsetenv("http_proxy");
     unsetenv("all_proxy");
+}
+
+TEST_F(uloop_curl, a_socket_that_cannot_be_watched_ends_its_own_transfer_only)
+{
+    const listener silent;
+    transfer watched, unwatched, later;
+    watched.start(context, silent.url("https://"), 400);
+    run_for(50);
+    no_room_to_watch = true;
+    unwatched.start(context, silent.url("https://"), 5000);
+    EXPECT_EQ(run(unwatched), CURLE_COULDNT_CONNECT);
+    no_room_to_watch = false;
+    later.start(context, silent.url());
+    EXPECT_EQ(run(later), CURLE_OK);
+    EXPECT_EQ(run(watched), CURLE_OPERATION_TIMEDOUT);
 }
 
 TEST_F(uloop_curl, an_unanswered_connection_times_out)

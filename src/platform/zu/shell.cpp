@@ -1,17 +1,29 @@
-// Shell commands through system(3).
+// Shell commands, each in a process group of its own, so that one that hangs can be ended with all
+// that it has started.
 #include "platform/zu/shell.h"
 
 #include "platform/zu/log.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <poll.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
+
+constexpr int LIMIT_MS = 30000;
+/// After the group was killed: a process that hangs in the kernel does not end even then.
+constexpr int KILLED_LIMIT_MS = 1000;
+/// A child's end interrupts the wait; this is for a SIGCHLD that nobody handles (before the loop).
+constexpr int STEP_MS = 20;
 
 struct dir_closer {
     void operator()(DIR *dir) const { closedir(dir); }
@@ -31,18 +43,74 @@ void descriptors_close_on_exec()
     }
 }
 
+/// 0 and the child's id, or errno.
+int spawn_shell(const char *command, pid_t *pid)
+{
+    posix_spawnattr_t attributes;
+    int error = posix_spawnattr_init(&attributes);
+    if (error != 0)
+        return error;
+    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP); // a group of its own
+    char shell[] = "sh", option[] = "-c";
+    char *arguments[] = {shell, option, const_cast<char *>(command), nullptr};
+    error = posix_spawn(pid, "/bin/sh", nullptr, &attributes, arguments, environ);
+    (void)posix_spawnattr_destroy(&attributes);
+    return error;
+}
+
+long now_ms()
+{
+    timespec now;
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000L + now.tv_nsec / 1000000L;
+}
+
+/// Waits for this child alone, for others are the loop's. True when it has ended (`status` is set).
+bool wait_for(pid_t pid, int limit_ms, int *status)
+{
+    // Between the look and the wait SIGCHLD is kept back, so that it ends the wait; the loop's
+    // handler gets it there, for the loop's own children too.
+    sigset_t child, before;
+    sigemptyset(&child);
+    sigaddset(&child, SIGCHLD);
+    (void)sigprocmask(SIG_BLOCK, &child, &before);
+    const long end = now_ms() + limit_ms;
+    pid_t ended;
+    for (long left = limit_ms; (ended = waitpid(pid, status, WNOHANG)) == 0;
+         left = end - now_ms()) {
+        if (left <= 0)
+            break;
+        const timespec step{0, std::min<long>(left, STEP_MS) * 1000000L};
+        (void)ppoll(nullptr, 0, &step, &before);
+    }
+    (void)sigprocmask(SIG_SETMASK, &before, nullptr);
+    return ended != 0;
+}
+
 } // namespace
 
 shell_result shell_run(const char *command)
 {
     descriptors_close_on_exec();
-    errno = 0;
-    const int status = system(command);
-    if (status < 0)
-        return {false, errno, 0};
-    if (WIFSIGNALED(status))
+    pid_t pid;
+    int status = 0;
+    if (const int error = spawn_shell(command, &pid); error != 0)
+        return {false, error, 0};
+    if (!wait_for(pid, LIMIT_MS, &status)) {
+        log_error("'%s' has not ended within %d seconds, ending it", command, LIMIT_MS / 1000);
+        (void)kill(-pid, SIGKILL);
+        (void)wait_for(pid, KILLED_LIMIT_MS, &status);
+        return {false, ETIMEDOUT, 0};
+    }
+    if (!WIFEXITED(status))
         return {false, EINTR, 0};
     return {true, 0, WEXITSTATUS(status)};
+}
+
+bool shell_run_in_group(const char *command)
+{
+    const int status = system(command);
+    return status >= 0 && !WIFSIGNALED(status);
 }
 
 void shell_run_ignored(const char *command)

@@ -3,13 +3,16 @@
 
 /// How a command ended.
 struct shell_result {
-    bool ran;        ///< false: the shell could not be started or the command died of a signal
+    bool ran;        ///< false: the shell could not be started, died of a signal or took too long
     int error;       ///< errno when !ran
     int exit_status; ///< 0..255 when ran
 };
 
-/// Runs `command` through system(3). SIGCHLD handling of the event loop is left in place: system
-/// waits for its own child by id while the loop stands still.
+/// Runs `command` by /bin/sh and waits for it, at most thirty seconds: then its process group is
+/// killed (logged; ETIMEDOUT). Other children, and SIGCHLD, stay the event loop's.
 [[nodiscard]] shell_result shell_run(const char *command);
-/// The same when the outcome does not matter.
+/// For a forked child that is ended with its process group when its time is over: runs `command` in
+/// that group, without a limit of its own. False when it could not run or died of a signal.
+[[nodiscard]] bool shell_run_in_group(const char *command);
+/// As shell_run() when the outcome does not matter.
 void shell_run_ignored(const char *command);

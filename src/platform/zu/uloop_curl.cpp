@@ -46,6 +46,44 @@ void collect_finished(uloop_curl_context *context)
     }
 }
 
+/// Takes a started transfer out of libcurl's hands.
+void unstart(uloop_curl_easy *easy)
+{
+    curl_multi_remove_handle(easy->context->multi, easy->easy);
+    list_del(&easy->list);
+    easy->started = false;
+}
+
+void end(uloop_curl_easy *easy, CURLcode result)
+{
+    unstart(easy);
+    easy->result = result;
+    if (easy->cb)
+        easy->cb(easy);
+}
+
+uloop_curl_easy *find_unwatched(uloop_curl_context *context)
+{
+    uloop_curl_easy *easy;
+    list_for_each_entry(easy, &context->easies, list)
+    {
+        if (easy->unwatched)
+            return easy;
+    }
+    return nullptr;
+}
+
+/// Ends the transfers that would wait for a socket that the loop does not watch.
+void end_unwatched(uloop_curl_context *context)
+{
+    while (context->multi) {
+        uloop_curl_easy *easy = find_unwatched(context);
+        if (!easy)
+            return;
+        end(easy, CURLE_COULDNT_CONNECT);
+    }
+}
+
 void report(uloop_curl_context *context, curl_socket_t fd, int events)
 {
     int running = 0;
@@ -53,6 +91,7 @@ void report(uloop_curl_context *context, curl_socket_t fd, int events)
     if (code != CURLM_OK)
         log_warning("libcurl refused an event: %s", curl_multi_strerror(code));
     collect_finished(context);
+    end_unwatched(context);
 }
 
 void socket_ready_cb(uloop_fd *watch, unsigned int events)
@@ -107,8 +146,9 @@ int socket_watch(curl_socket *socket, int what)
     return uloop_fd_add(&socket->watch, flags);
 }
 
-/// libcurl's wish about one socket. Failing it makes the transfer fail.
-int socket_cb(CURL *, curl_socket_t fd, int what, void *context_ptr, void *socket_ptr)
+/// libcurl's wish about one socket. It is never refused: libcurl would give up all transfers, and
+/// end none. The one that the socket belongs to is ended when libcurl has returned.
+int socket_cb(CURL *handle, curl_socket_t fd, int what, void *context_ptr, void *socket_ptr)
 {
     auto *context = static_cast<uloop_curl_context *>(context_ptr);
     auto *socket = static_cast<curl_socket *>(socket_ptr);
@@ -122,7 +162,10 @@ int socket_cb(CURL *, curl_socket_t fd, int what, void *context_ptr, void *socke
     if (socket && socket_watch(socket, what) == 0)
         return 0;
     log_error("Failed to watch a socket of libcurl: %s", strerror(errno));
-    return -1;
+    uloop_curl_easy *easy = nullptr;
+    if (curl_easy_getinfo(handle, CURLINFO_PRIVATE, &easy) == CURLE_OK && easy)
+        easy->unwatched = true;
+    return 0;
 }
 
 /// The loop's timers fire up to one millisecond early, at which libcurl would have nothing to do.
@@ -180,14 +223,6 @@ CURLcode set_defaults(uloop_curl_easy *easy)
     return static_cast<CURLcode>(failed);
 }
 
-/// Takes a started transfer out of libcurl's hands.
-void unstart(uloop_curl_easy *easy)
-{
-    curl_multi_remove_handle(easy->context->multi, easy->easy);
-    list_del(&easy->list);
-    easy->started = false;
-}
-
 } // namespace
 
 int uloop_curl_init(uloop_curl_context *context)
@@ -232,6 +267,7 @@ int uloop_curl_easy_create(uloop_curl_context *context, uloop_curl_easy *easy)
     }
     easy->context = context;
     easy->result = CURLE_OK;
+    easy->unwatched = false;
     easy->easy = curl_easy_init();
     if (!easy->easy || set_defaults(easy) != CURLE_OK) {
         log_error("Failed to set up a transfer");
@@ -260,12 +296,8 @@ int uloop_curl_easy_start(uloop_curl_easy *easy)
 
 void uloop_curl_easy_abort(uloop_curl_easy *easy)
 {
-    if (!easy->started)
-        return;
-    unstart(easy);
-    easy->result = CURLE_ABORTED_BY_CALLBACK;
-    if (easy->cb)
-        easy->cb(easy);
+    if (easy->started)
+        end(easy, CURLE_ABORTED_BY_CALLBACK);
 }
 
 void uloop_curl_easy_destroy(uloop_curl_easy *easy)

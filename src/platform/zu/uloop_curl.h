@@ -20,7 +20,8 @@ struct uloop_curl_context {
 };
 
 /// Called once when a transfer ends. `easy->result` holds libcurl's code, 42
-/// (CURLE_ABORTED_BY_CALLBACK) after an abort. It may abort, destroy or start any transfer, its own
+/// (CURLE_ABORTED_BY_CALLBACK) after an abort, 7 (CURLE_COULDNT_CONNECT) also when the loop could
+/// not watch its socket. It may abort, destroy or start any transfer, its own
 /// included. The connection of a CONNECT_ONLY transfer is closed before it is called.
 using uloop_curl_cb = void (*)(uloop_curl_easy *easy);
 
@@ -32,7 +33,8 @@ struct uloop_curl_easy {
     CURLcode result;
     uloop_curl_context *context; ///< private
     list_head list;              ///< private: in context->easies once started
-    bool started;                ///< private
+    bool started;                ///< in flight: its callback is still to come
+    bool unwatched;              ///< private: the loop could not watch a socket of it
 };
 
 /// Makes a context ready. A zeroed one is set up; one in use is cleaned up first, as by
