@@ -42,7 +42,7 @@ static constexpr settings_field INET_TEST_ROWS[] = {
 };
 static constexpr auto INET_TEST_POLICY = settings_policy(INET_TEST_ROWS);
 static constexpr settings_level INET_TEST = {"inet_test", "Unable to parse inet_test arguments",
-                                             INET_TEST_ROWS, INET_TEST_POLICY};
+                                             INET_TEST_ROWS, INET_TEST_POLICY, true};
 
 static constexpr settings_field CLIENT_ROWS[] = {
     {.key = "disable", .kind = SETTINGS_BOOL, .meaning = "no client behind the wired port"},
@@ -54,7 +54,7 @@ static constexpr settings_field CLIENT_ROWS[] = {
 };
 static constexpr auto CLIENT_POLICY = settings_policy(CLIENT_ROWS);
 static constexpr settings_level CLIENT = {"wired_client", "Unable to parse wired_client arguments",
-                                          CLIENT_ROWS, CLIENT_POLICY};
+                                          CLIENT_ROWS, CLIENT_POLICY, true};
 
 static constexpr settings_field TOP_ROWS[] = {
     {.key = "inet_test",
@@ -74,16 +74,7 @@ static constexpr settings_field TOP_ROWS[] = {
 };
 static constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
 constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse arguments",
-                                                     TOP_ROWS, TOP_POLICY};
-
-/// The level's values; a table without members gives nothing.
-static bool parse_level(const settings_level &level, blob_attr *table, settings_values *values)
-{
-    values->level = &level;
-    values->attrs = {};
-    const bool empty = blobmsg_type(table) == BLOBMSG_TYPE_TABLE && blobmsg_data_len(table) == 0;
-    return empty || settings_parse_level(level, table, values);
-}
+                                                     TOP_ROWS, TOP_POLICY, true};
 
 /// An integer within its row's limits; false (logged) when it is outside.
 static bool take_int(const settings_values &values, const char *key, std::optional<int> *out)
@@ -148,7 +139,7 @@ static bool take_inet_test(blob_attr *table, wired_settings *settings)
     settings_values values;
     if (table == nullptr)
         return true;
-    return parse_level(INET_TEST, table, &values) &&
+    return settings_parse_level(INET_TEST, table, &values) &&
            take_targets(values.get("targets"), settings) &&
            take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
            take_int(values, "test_interval", &settings->test_interval);
@@ -159,7 +150,7 @@ static bool take_wired_client(blob_attr *table, wired_settings *settings)
     settings_values values;
     if (table == nullptr)
         return true;
-    if (!parse_level(CLIENT, table, &values))
+    if (!settings_parse_level(CLIENT, table, &values))
         return false;
     take_bool(values.get("disable"), &settings->client_disable);
     return take_int(values, "ssid", &settings->client_ssid);
@@ -183,7 +174,7 @@ static bool take_lan_bridge(blob_attr *attr, wired_settings *settings)
 bool wired_settings_parse(blob_attr *params, wired_settings *settings)
 {
     settings_values values;
-    if (!parse_level(WIRED_SETTINGS_TOP, params, &values))
+    if (!settings_parse_level(WIRED_SETTINGS_TOP, params, &values))
         return false;
     take_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
     return take_inet_test(values.get("inet_test"), settings) &&

@@ -9,7 +9,7 @@ struct method {
     bool acts_on_anything; ///< does its work whatever the message holds
 };
 const method METHODS[] = {
-    {"qnet.wired", "parse_config", false},    {"qnet.wired", "reload_config", false},
+    {"qnet.wired", "parse_config", true},     {"qnet.wired", "reload_config", false},
     {"qnet.wired", "set_debug_level", false}, {"qnet.wired", "gen_checkin", true},
     {"qnet.wired", "health_check", true},     {"qnet.wired", "dump_state", true},
     {"qnet.wired", "wired_event", true},      {"qnet.wired", "debug", true},

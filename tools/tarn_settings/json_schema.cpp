@@ -131,7 +131,8 @@ json_object *level_schema(const settings_level &level)
     add(schema, "properties", properties);
     add(schema, "required", required);
     add(schema, "additionalProperties", json_object_new_boolean(false));
-    add_count(schema, "minProperties", 1); // libubox refuses an empty table
+    if (!level.may_be_empty)
+        add_count(schema, "minProperties", 1); // libubox refuses an empty table
     return schema;
 }
 

@@ -121,7 +121,8 @@ std::string omitted_text(const settings_field &field)
 
 void print_level(const settings_level &level, const std::string &path)
 {
-    printf("\n### `%s`\n\nEmpty or malformed: `%s`\n\n", path.c_str(), level.broken);
+    printf("\n### `%s`\n\n%s: `%s`\n\n", path.c_str(),
+           level.may_be_empty ? "Malformed" : "Empty or malformed", level.broken);
     puts("| key | type | range | when omitted | meaning | error |\n|---|---|---|---|---|---|");
     for (const settings_field &field : level.fields)
         printf("| `%s` | %s | %s | %s | %s | %s |\n", field.key, type_text(field),

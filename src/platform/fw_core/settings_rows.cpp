@@ -17,8 +17,12 @@ blob_attr *settings_values::get(const char *key) const
 bool settings_parse_level(const settings_level &level, blob_attr *table, settings_values *out)
 {
     out->level = &level;
+    out->attrs = {};
+    const bool is_table = blobmsg_type(table) == BLOBMSG_TYPE_TABLE;
+    if (level.may_be_empty && is_table && blobmsg_data_len(table) == 0)
+        return true;
     // libubox counts a table without members as malformed.
-    if (blobmsg_type(table) == BLOBMSG_TYPE_TABLE &&
+    if (is_table &&
         blobmsg_parse(level.policy.data(), static_cast<int>(level.policy.size()), out->attrs.data(),
                       blobmsg_data(table), static_cast<unsigned>(blobmsg_data_len(table))) == 0)
         return true;

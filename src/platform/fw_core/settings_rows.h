@@ -70,9 +70,10 @@ struct settings_field {
 /// One table of a document.
 struct settings_level {
     const char *name;   ///< of the section, for people: "ssids element"
-    const char *broken; ///< the line that refuses a table that is empty or malformed
+    const char *broken; ///< the line that refuses a table that is malformed, or empty
     std::span<const settings_field> fields;
     std::span<const blobmsg_policy> policy; ///< row for row the same keys
+    bool may_be_empty = false;              ///< an empty table gives nothing and is not refused
 };
 
 /// Most rows a level has.
@@ -120,8 +121,9 @@ struct settings_values {
     [[nodiscard]] blob_attr *get(const char *key) const;
 };
 
-/// Parses a table's content. False, with the level's line at ERROR, when it is no table, empty or
-/// malformed. Keys that are unknown or of another type are passed over, as blobmsg_parse does.
+/// Parses a table's content. False, with the level's line at ERROR, when it is no table, malformed,
+/// or empty where it may not be. Keys that are unknown or of another type are passed over, as
+/// blobmsg_parse does.
 [[nodiscard]] bool settings_parse_level(const settings_level &level, blob_attr *table,
                                         settings_values *out);
 /// Stores every value that is there and has a member of its own.
