@@ -146,6 +146,10 @@ static bool make_portal(uint32_t state)
 static bool make_forwarding(uint32_t state)
 {
     const auto &to = gTarn_net_state.upstream.forwarding_to;
+    // The first one: the start's reset may have met a lock, and an earlier life's rules are still
+    // on.
+    if (gTarn_net_state.inet_test.uplink_iface[0] == '\0')
+        firewall_reset_forwarding_rules();
     if (set_firewall_forwarding_rules(to, state) != 0) {
         log_error("Failed to set forwarding rules");
         return false;

@@ -289,11 +289,13 @@ TEST_F(UpstreamActions, ForwardingIsAllOrNothing)
 
 TEST_F(UpstreamActions, EarlierLifesLeftoversEndWhenTheStateIsKnown)
 {
-    run("/etc/init.d/lonely start");
+    run("/etc/init.d/lonely start; uci set firewall.ssid1wan_wired1.enabled=1; uci commit "
+        "firewall");
     stand_in(NONE, "", "br-wired0");
     end_cycle(WAN, "br-wired0");
     const lines ran = commands();
     EXPECT_EQ(std::count(ran.begin(), ran.end(), "/etc/init.d/lonely stop"), 1);
+    EXPECT_EQ(uci("firewall.ssid1wan_wired1.enabled"), "0");
 
     // An override whose deletion meets a lock is deleted later.
     run("uci set tarn_net.local.radio_override=1.2; uci commit tarn_net");
