@@ -60,9 +60,13 @@ static int save_lan_bridge(const char *bridge)
 /// `changed`: something of it was not configured already.
 static bool save(const wired_settings &settings, bool *changed)
 {
-    return ng_uci_make_package("tarn_net") == 0 && save_section(TEST_SECTION, "inet_test") == 0 &&
-           save_section(WIRED_SECTION, "wired") == 0 &&
-           save_section(PROXY_SECTION, "igmpproxy") == 0 &&
+    const bool test = settings.targets || settings.failure_tolerance || settings.test_interval;
+    const bool wired =
+        settings.lan_bridge != nullptr || settings.client_disable || settings.client_ssid;
+    return ng_uci_make_package("tarn_net") == 0 &&
+           (!test || save_section(TEST_SECTION, "inet_test") == 0) &&
+           (!wired || save_section(WIRED_SECTION, "wired") == 0) &&
+           (!settings.igmp_proxy || save_section(PROXY_SECTION, "igmpproxy") == 0) &&
            (!settings.targets || save_targets(*settings.targets) == 0) &&
            save_int(settings.failure_tolerance, TEST_SECTION, "failure_tolerance") == 0 &&
            save_int(settings.test_interval, TEST_SECTION, "test_interval") == 0 &&
