@@ -34,6 +34,7 @@ TEST_F(blob, a_message_stays_below_16_mib)
     EXPECT_EQ(blobmsg_add_field(&buf, BLOBMSG_TYPE_STRING, "s", nullptr, 0xffffffff), -1);
     EXPECT_EQ(blobmsg_add_u8(&buf, std::string(0x10000, 'n').c_str(), 1), -1);
     EXPECT_EQ(blob_raw_len(buf.head), before);
+    EXPECT_FALSE(blob_attr_equal(buf.head, nullptr));
 
     // The last bytes may be used to the very end, and the length word never overflows.
     while (blobmsg_add_u8(&buf, "", 1) == 0) {

@@ -1,9 +1,10 @@
-// What loading refuses, and how the tool answers wrong calls.
+// What look-ups answer and loading refuses, and how the tool answers wrong calls.
 #include "context.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -11,8 +12,14 @@ class Library : public testing::Test {
 protected:
     void SetUp() override
     {
-        write_file(dirs.conf("net"), "config iface 'lan'\n\toption ip '1'\n");
+        write_file(dirs.conf("net"), "config iface 'lan'\n\toption ip '1'\n\nconfig rule\n"
+                                     "\toption src 'x'\n\nconfig rule 'named'\n");
         ctx = open_context(dirs);
+    }
+
+    int act(int (*action)(uci_context *, uci_ptr *), const char *tuple)
+    {
+        return change(ctx.get(), action, tuple);
     }
 
     uci_directories dirs;
@@ -20,6 +27,45 @@ protected:
 };
 
 } // namespace
+
+TEST_F(Library, LookupAnswersByHowMuchOfTheTupleIsThere)
+{
+    const struct {
+        const char *tuple;
+        bool extended;
+        int err;
+        bool complete;
+        uci_type target, last;
+        const char *section;
+    } cases[] = {
+        {"net.lan", false, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "lan"},
+        {"net.lan.ip=a=b.c", false, 0, true, UCI_TYPE_OPTION, UCI_TYPE_OPTION, "lan"},
+        {"net.lan.none", false, 0, false, UCI_TYPE_OPTION, UCI_TYPE_SECTION, "lan"},
+        {"net.@rule[0]", true, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "cfg0292bd"},
+        {"net.@rule[-1]", true, 0, true, UCI_TYPE_SECTION, UCI_TYPE_SECTION, "named"},
+        {"net.@[-3].ip", true, 0, true, UCI_TYPE_OPTION, UCI_TYPE_OPTION, "lan"},
+        {"net.@rule[2]", true, 0, false, UCI_TYPE_SECTION, UCI_TYPE_PACKAGE, "@rule[2]"},
+        {"net.@rule[0]", false, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.", true, UCI_ERR_INVAL, false, {}, {}, nullptr},
+        {"net.lan.ip.x", true, UCI_ERR_PARSE, false, {}, {}, nullptr},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.tuple);
+        std::string tuple = c.tuple;
+        uci_ptr ptr;
+        ASSERT_EQ(c.err, uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), c.extended));
+        EXPECT_EQ(c.err, ctx->err);
+        if (c.err)
+            continue;
+        EXPECT_EQ(c.complete, (ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) != 0);
+        EXPECT_EQ(c.target, ptr.target);
+        EXPECT_EQ(c.last, ptr.last->type);
+        EXPECT_STREQ(c.section, ptr.section);
+        if (strchr(c.tuple, '=')) {
+            EXPECT_STREQ("a=b.c", ptr.value);
+        }
+    }
+}
 
 TEST_F(Library, LoadRefusesWhatItMust)
 {
