@@ -95,7 +95,8 @@ int push(blob_attr *msg, blob_buf *reply)
     std::string object = peer_string(msg, "object", "qnet.wifi");
     int status = parse_config(object, arguments[1], reply);
     blobmsg_add_u32(reply, "status", static_cast<uint32_t>(status));
-    peer_journal("push to " + object + ": " + ubus_strerror(status));
+    peer_journal("push to " + object + ": " + ubus_strerror(status) + " (node " +
+                 std::to_string(peer_int(arguments[1], "node_id", 0)) + ")");
     if (peer_int(msg, "status", 1))
         announce(status == 0);
     return UBUS_STATUS_OK;

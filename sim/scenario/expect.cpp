@@ -2,6 +2,7 @@
 #include "expect.h"
 
 #include "script.h"
+#include "settled.h"
 #include "stage.h"
 #include "timeline.h"
 
@@ -28,19 +29,6 @@ const std::map<std::string, std::string> STATES = {
     {"LONELY", "TARN_NET_LONELY_ORPHAN_STATE"},
 };
 
-/// The member of that name in JSON text, without its quotes; "" when missing.
-std::string member(const std::string &json, const std::string &name)
-{
-    const std::string key = "\"" + name + "\":";
-    const size_t at = json.find(key);
-    if (at == std::string::npos)
-        return "";
-    size_t begin = at + key.size();
-    const bool quoted = json[begin] == '"';
-    begin += quoted ? 1 : 0;
-    return json.substr(begin, json.find_first_of(quoted ? "\"" : ",}", begin) - begin);
-}
-
 bool same(const std::string &found, const std::string &wanted, std::string *why)
 {
     *why = "found '" + found + "'";
@@ -58,7 +46,7 @@ std::string output_of(const std::string &command)
 
 bool wired_member(const std::string &name, const std::string &wanted, std::string *why)
 {
-    return same(member(stage_ask("qnet.wired", "dump_state"), name), wanted, why);
+    return same(json_member(stage_ask("qnet.wired", "dump_state"), name), wanted, why);
 }
 
 bool state_is(const std::string &wanted, std::string *why)
@@ -208,6 +196,7 @@ const std::map<std::string, bool (*)(const std::string &, std::string *)> EXPECT
     {"uci", uci_is},       {"rules", rules_are},       {"leds", leds_are},
     {"count", count_is},   {"answer", answer_holds},   {"run", run_succeeds},
     {"growth", growth},    {"loop", loop_is},          {"file", file_exists},
+    {"settled", settled},
 };
 
 bool is_compared(const entry &one)
@@ -243,6 +232,18 @@ bool is_known(std::string text)
 }
 
 } // namespace
+
+std::string json_member(const std::string &json, const std::string &name)
+{
+    const std::string key = "\"" + name + "\":";
+    const size_t at = json.find(key);
+    if (at == std::string::npos)
+        return "";
+    size_t begin = at + key.size();
+    const bool quoted = json[begin] == '"';
+    begin += quoted ? 1 : 0;
+    return json.substr(begin, json.find_first_of(quoted ? "\"" : ",}", begin) - begin);
+}
 
 bool expect_holds(std::string text, std::string *why)
 {
@@ -296,8 +297,18 @@ void expect_mark()
     mark = timeline_entries().size();
 }
 
+size_t expect_marked()
+{
+    return mark;
+}
+
 void expect_remember()
 {
     remembered = stage_amounts();
     configured = stage_configuration();
+}
+
+const std::map<std::string, std::string> &expect_remembered()
+{
+    return configured;
 }

@@ -18,6 +18,7 @@ extern "C" {
 #include <functional>
 #include <iterator>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -31,6 +32,7 @@ namespace {
 constexpr int ANSWER_LIMIT_MS = 3000;
 constexpr char TMP_SIZE[] = "size=4m";
 constexpr char FILL[] = "/tmp/fill";
+constexpr char GARBLED[] = "/run/garbled";
 
 void end_cb(uloop_timeout *)
 {
@@ -121,9 +123,26 @@ std::string package_file(const std::string &what)
     return "/etc/config/" + what.substr(what.find(' ') + 1);
 }
 
+/// A file that is a mount point cannot be replaced.
 bool mount_over(const std::string &source, const std::string &target)
 {
     return mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+std::map<std::string, int> locks; ///< descriptors, by what is broken
+
+bool lock_package(const std::string &what)
+{
+    const int fd = open(package_file(what).c_str(), O_RDWR | O_CLOEXEC);
+    locks[what] = fd;
+    return fd >= 0 && flock(fd, LOCK_EX) == 0;
+}
+
+/// The file that stands in for a package and ends in the middle of a word.
+bool garble_package(const std::string &what)
+{
+    std::ofstream(GARBLED) << "config half 'a\n";
+    return mount_over(GARBLED, package_file(what));
 }
 
 long bytes_below(const std::string &folder)
@@ -204,9 +223,12 @@ bool stage_break(const std::string &what)
     // A program of ours in the shell's place: main() sees by its name that it is to die.
     if (what == "shell")
         return mount_over("/proc/self/exe", shell_path());
-    // A file that is a mount point cannot be replaced.
     if (what.starts_with("commit "))
         return mount_over(package_file(what), package_file(what));
+    if (what.starts_with("lock "))
+        return lock_package(what);
+    if (what.starts_with("file "))
+        return garble_package(what);
     return false;
 }
 
@@ -216,8 +238,10 @@ bool stage_mend(const std::string &what)
         return unlink(FILL) == 0;
     if (what == "shell")
         return umount2(shell_path().c_str(), 0) == 0;
-    if (what.starts_with("commit "))
-        return umount2(package_file(what).c_str(), 0) == 0;
+    if (what.starts_with("lock "))
+        return close(locks[what]) == 0;
+    if (what.starts_with("commit ") || what.starts_with("file "))
+        return umount2(package_file(what).c_str(), MNT_DETACH) == 0;
     return false;
 }
 
@@ -237,6 +261,24 @@ std::map<std::string, long> stage_amounts()
             {"rules", static_cast<long>(std::count(rules.begin(), rules.end(), '\n'))},
             {"configuration (bytes)", bytes_below("/etc/config")},
             {"uncommitted changes (bytes)", bytes_below("/tmp/.uci")}};
+}
+
+std::map<std::string, long> stage_daemon_amounts()
+{
+    std::string pid;
+    std::ifstream("/var/run/tarn_net.pid") >> pid;
+    long daemons = 0, children = 0;
+    for (const auto &folder : fs::directory_iterator("/proc")) {
+        std::string number, name, state, parent;
+        if (std::ifstream(folder.path() / "stat") >> number >> name >> state >> parent) {
+            children += parent == pid ? 1 : 0;
+            daemons += name == "(tarn_net)" ? 1 : 0;
+        }
+    }
+    const auto any = [](const std::string &) { return true; };
+    return {{"daemons", daemons},
+            {"children of the daemon", children},
+            {"descriptors of the daemon", entries_of("/proc/" + pid + "/fd", any)}};
 }
 
 std::map<std::string, std::string> stage_configuration()

@@ -18,6 +18,8 @@ std::string stage_ask(const std::string &object, const std::string &method);
 ///   commit PACKAGE   the package cannot be committed
 ///   disk             /tmp is full
 ///   shell            every shell ends by a signal at once
+///   lock PACKAGE     another process has the package locked
+///   file PACKAGE     the package's file does not parse
 /// False when there is no such WHAT or it cannot be done.
 bool stage_break(const std::string &what);
 bool stage_mend(const std::string &what);
@@ -26,6 +28,8 @@ bool stage_bound_tmp();
 
 /// Names and amounts of what may not grow: memory, descriptors, processes, rules, configuration.
 std::map<std::string, long> stage_amounts();
+/// Descriptors and children of the daemon, and how many daemons there are.
+std::map<std::string, long> stage_daemon_amounts();
 /// Every option and section of the node's UCI, as `uci show` writes them.
 std::map<std::string, std::string> stage_configuration();
 /// Longest loop callback of the daemon so far in ms; `end_s` is its end, in seconds since boot.

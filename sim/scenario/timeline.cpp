@@ -297,6 +297,11 @@ const std::vector<entry> &timeline_entries()
     return entries;
 }
 
+std::span<const entry> timeline_since(size_t index)
+{
+    return std::span(entries).subspan(index);
+}
+
 const char *kind_name(kind what)
 {
     static const char *const names[] = {"command", "stats", "event", "commit", "rule",

@@ -6,6 +6,7 @@
 // source is read before the daemon goes on.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ struct entry {
 
 /// Everything so far, in order.
 const std::vector<entry> &timeline_entries();
+/// Those from that index on.
+std::span<const entry> timeline_since(size_t index);
 /// The name of a kind, as scenarios and the narration write it.
 const char *kind_name(kind what);
 /// Follows files and kernel; to be called once, inside the loop's life. False with a word on

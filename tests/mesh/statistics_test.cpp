@@ -17,7 +17,8 @@ struct Statistics : node_fixture {
     void SetUp() override
     {
         node_fixture::SetUp();
-        run("rm -rf /var/sim/batctl /tmp/mesh.info /tmp/log.1; mkdir -p /var/sim/batctl");
+        run("rm -rf /var/sim/batctl /var/sim/delay/batctl /tmp/mesh.info /tmp/log.1; mkdir -p "
+            "/var/sim/batctl");
         answer_well();
     }
     static void answer_well()
@@ -47,7 +48,7 @@ struct Statistics : node_fixture {
     /// Starts a collection whose first command with this name does not come back.
     void collect_and_hang(const char *name)
     {
-        write_text("/var/sim/batctl/delay", "1000\n");
+        write_text("/var/sim/delay/batctl", "1000\n");
         fork_and_execute_batctl_cmds(nullptr);
         ASSERT_TRUE(eventually([&] {
             return read_text("/var/log/journal").find(std::string("batctl ") + name) !=
@@ -151,7 +152,7 @@ TEST_F(Statistics, ChildHoldsNothingOfTheDaemonsButItsLog)
                   "readlink $f; done")
                   .output,
               "/tmp/log\n");
-    run("rm /var/sim/batctl/delay; pkill -f '[s]leep 1000'");
+    run("rm /var/sim/delay/batctl; pkill -f '[s]leep 1000'");
     ASSERT_TRUE(eventually([] { return logged("Calling batctl to collect gateway statistics"); }));
     EXPECT_NE(access("/tmp/log.1", F_OK), 0) << "only the daemon starts its log anew";
     run_until([] { return !collecting(); });
@@ -197,7 +198,7 @@ TEST_F(Statistics, CollectionEndsWithTheDaemon)
 {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    write_text("/var/sim/batctl/delay", "1000\n");
+    write_text("/var/sim/delay/batctl", "1000\n");
     const pid_t other = fork();
     if (other == 0) {
         fork_and_execute_batctl_cmds(nullptr);
