@@ -16,10 +16,9 @@ static std::string document(int number, bool delayed, const std::string &lan_blo
            "},{\"band\":\"5GHz\",\"channel\":" + (number % 3 == 0 ? "52" : "36") +
            ",\"mesh_enable\":true}],\"ssids\":[{\"index\":1,\"ssid\":\"Net " + n +
            "\"},{\"index\":2,\"enable\":" + (number % 2 == 0 ? "true" : "false") +
-           ",\"bridge_to_lan\":" + (number % 5 == 0 ? "true" : "false") +
-           "},{\"index\":3,\"vlan_tag\":" + (number % 2 == 0 ? "30" : "-1") +
-           ",\"lan_block\":" + lan_block + ",\"dhcp\":{\"enable\":true,\"gateway_ip\":\"172.16." +
-           n + ".1\",\"netmask\":\"255.255.255.0\",\"start\":10,\"num_leases\":" + n +
+           "},{\"index\":3,\"lan_block\":" + lan_block +
+           ",\"dhcp\":{\"enable\":true,\"gateway_ip\":\"172.16." + n +
+           ".1\",\"netmask\":\"255.255.255.0\",\"start\":10,\"num_leases\":" + n +
            ",\"lease_len\":\"9m\"}}]}";
 }
 

@@ -107,8 +107,6 @@ std::map<std::string, std::string> options_of(int number)
             {"network.mesh_gw.ipaddr", "'" + address(number, 0) + "'"},
             {"network.ssid1.ipaddr", "'" + address(number, 1) + "'"},
             {"network.ssid3.ipaddr", "'172.16." + n + ".1'"},
-            {"network.ssid2.bridge_to_lan", number % 5 == 0 ? "'1'" : "'0'"},
-            {"network.ssid3_vlan.vid", number % 2 == 0 ? "'30'" : "'-1'"},
             {"firewall.ssid1_cp.src_dip", "'" + address(number, 1) + "'"},
             {"firewall.wired0.masq_src", sources},
             {"dhcp.ssid3.limit", "'" + n + "'"}};
