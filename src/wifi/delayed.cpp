@@ -18,6 +18,7 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_test.h"
+#include "wired/upstream.h"
 
 #include "platform/fw_core/fw_core.h"
 
@@ -101,7 +102,7 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     if (!apply_or_try_again())
         return;
     wifi_restore_config_enabled_interfaces(false);
-    shell_run_ignored("reload_config");
+    (void)run_reload_config();
     shell_run_ignored("/etc/init.d/dnsmasq reload");
     update_led_flag("config", false);
     gTarn_net_state.inet_test.test_passed = 1;

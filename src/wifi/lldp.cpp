@@ -4,10 +4,10 @@
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/shell.h"
 #include "wifi/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wired/upstream.h"
 
 #include <charconv>
 #include <cstring>
@@ -149,7 +149,7 @@ void wifi_restore_config_enabled_interfaces(bool reload)
     }
     (void)ng_uci_commit("wireless"); // logged there; the next restoration writes the same again
     if (reload)
-        shell_run_ignored("reload_config");
+        (void)run_reload_config();
 }
 
 void qnet_lldp_register_subscriber(ubus_context *ctx, uint32_t id)

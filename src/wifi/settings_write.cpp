@@ -11,13 +11,13 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "platform/zu/shell.h"
 #include "wifi/address_plan.h"
 #include "wifi/kept.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write_internal.h"
 #include "wired/forwarding.h"
+#include "wired/upstream.h"
 
 #include <cstdio>
 #include <ctime>
@@ -200,7 +200,7 @@ int wifid_write_config(const wifi_settings *settings)
     wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (changed)
-        shell_run_ignored("reload_config");
+        (void)run_reload_config();
     wifid_apply_bridges();
     return 0;
 }

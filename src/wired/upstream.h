@@ -22,6 +22,9 @@ void complete_inet_test(uint32_t result);
 bool update_uplink_interface(uint32_t state);
 /// Leaves NONE for WAN at once, on the first wired success. As update_uplink_interface().
 bool upstream_enter_wan_from_none();
+/// Runs "reload_config", which makes services follow the committed configuration; one that fails is
+/// repeated until it succeeds. False when it failed.
+[[nodiscard]] bool run_reload_config();
 /// True when batman-adv sees a neighbour.
 bool inet_test_run_additional_mesh_tests();
 /// Ends the period in which a mesh neighbour counts as upstream, and its query.

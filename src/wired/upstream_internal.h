@@ -20,8 +20,6 @@ enum upstream_step : uint32_t {
 
 /// Puts a step into force for `state`. False on failure; it will be repeated for the state then.
 bool upstream_make(upstream_step step, uint32_t state);
-/// As after a failure of upstream_make().
-void upstream_make_later(upstream_step step);
 /// The step is not wanted any more.
 void upstream_forget(upstream_step step);
 
@@ -31,8 +29,8 @@ void upstream_set_state(uint32_t state);
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".
 void upstream_send_inet_test(bool success);
-/// Runs "reload_config"; one that fails is repeated. False when it failed.
-[[nodiscard]] bool run_reload_config();
+/// Sets the forwarding rules of the present uplink anew.
+void upstream_reapply_forwarding();
 /// True while a wired uplink bridge is known.
 bool upstream_knows_wired_bridge();
 /// True while the lonely service runs.

@@ -36,6 +36,16 @@ static bool commit(const char *package, const char *failure)
     return false;
 }
 
+static bool run_command(const char *command)
+{
+    const shell_result result = shell_run(command);
+    if (!result.ran)
+        log_warning("Unable to run %s: %d (%s)", command, result.error, strerror(result.error));
+    else if (result.exit_status != 0)
+        log_warning("%s exited with rc %d", command, result.exit_status);
+    return result.ran && result.exit_status == 0;
+}
+
 // ---- the steps; false on failure (logged)
 
 static bool make_stop_lonely(uint32_t)
@@ -60,12 +70,7 @@ static bool make_gw_mode(uint32_t state)
     // Left a gateway in the mesh's eyes, a repeater would draw other nodes to itself.
     char command[32];
     snprintf(command, sizeof command, "batctl gw_mode %s", mode);
-    const shell_result result = shell_run(command);
-    if (!result.ran)
-        log_warning("Unable to run %s: %d (%s)", command, result.error, strerror(result.error));
-    else if (result.exit_status != 0)
-        log_warning("%s exited with rc %d", command, result.exit_status);
-    return result.ran && result.exit_status == 0;
+    return run_command(command);
 }
 
 static bool make_routes(uint32_t state)
@@ -166,8 +171,7 @@ static bool make_forwarding(uint32_t state)
 
 static bool make_reload(uint32_t)
 {
-    const shell_result result = shell_run("reload_config");
-    return result.ran && result.exit_status == 0;
+    return run_command("reload_config");
 }
 
 /// In the order in which they are repeated.
@@ -199,7 +203,7 @@ static void arm(int delay_ms)
     uloop_timeout_set(&upstream.make_up_timer, delay_ms);
 }
 
-void upstream_make_later(upstream_step step)
+static void make_later(upstream_step step)
 {
     upstream_record &upstream = gTarn_net_state.upstream;
     if ((upstream.unmade & step) == 0)
@@ -220,8 +224,22 @@ bool upstream_make(upstream_step step, uint32_t state)
     if (made)
         upstream_forget(step);
     else
-        upstream_make_later(step);
+        make_later(step);
     return made;
+}
+
+void upstream_reapply_forwarding()
+{
+    upstream_record &upstream = gTarn_net_state.upstream;
+    const inet_test_state &test = gTarn_net_state.inet_test;
+    if ((upstream.unmade & UPSTREAM_FORWARDING) == 0) // else where it is to lead anyway
+        memcpy(upstream.forwarding_to, test.uplink_iface, sizeof upstream.forwarding_to);
+    (void)upstream_make(UPSTREAM_FORWARDING, test.upstream_state);
+}
+
+bool run_reload_config()
+{
+    return upstream_make(UPSTREAM_RELOAD, gTarn_net_state.inet_test.upstream_state);
 }
 
 static bool repeat(upstream_step step)
@@ -233,13 +251,14 @@ static bool repeat(upstream_step step)
 static void make_up_cb(uloop_timeout *)
 {
     upstream_record &upstream = gTarn_net_state.upstream;
-    const uint32_t said = upstream.unmade;
+    const bool reload_is_due = (upstream.unmade & UPSTREAM_RELOAD) != 0; // its row is the last one
+    bool reload = false;
     for (const auto &row : STEPS) {
-        if ((upstream.unmade & row.step) != 0 && repeat(row.step) && row.is_configuration)
-            upstream.unmade |= UPSTREAM_RELOAD;
+        if ((upstream.unmade & row.step) != 0 && repeat(row.step))
+            reload |= row.is_configuration;
     }
-    if ((upstream.unmade & ~said) != 0)
-        log_warning("Unable to reload what has been made up for");
+    if (reload && !reload_is_due)
+        (void)run_reload_config();
     if (upstream.unmade != 0)
         arm(std::min(2 * upstream.make_up_delay_ms, LAST_REPETITION_MS));
     else

@@ -60,11 +60,6 @@ void upstream_send_inet_test(bool success)
     (void)_zu_send_event("network.inet_test", event.head);
 }
 
-bool run_reload_config()
-{
-    return upstream_make(UPSTREAM_RELOAD, gTarn_net_state.inet_test.upstream_state);
-}
-
 bool upstream_enter_wan_from_none()
 {
     log_debug("Setting upstream state to %s", upstream_state_name(TARN_NET_UPSTREAM_WAN_STATE));

@@ -1,13 +1,12 @@
 // The wired package's callbacks; its state document is wired_dump.cpp's.
 #include "wired/wired.h"
 
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
-#include "wired/forwarding.h"
 #include "wired/inet_test.h"
 #include "wired/netifd_iface.h"
+#include "wired/upstream_internal.h"
 #include "wired/wired_internal.h"
 
 int wired_reload_config(ubus_context *, blob_attr *, blob_buf *)
@@ -15,10 +14,7 @@ int wired_reload_config(ubus_context *, blob_attr *, blob_buf *)
     if (gWired_taken_down < 0)
         return UBUS_STATUS_OK;
     wifid_apply_bridges();
-    const inet_test_state &test = gTarn_net_state.inet_test;
-    if (set_firewall_forwarding_rules(test.uplink_iface, test.upstream_state) == 0 &&
-        !firewall_commit_forwarding_rules())
-        firewall_revert_forwarding_rules();
+    upstream_reapply_forwarding();
     return reload_inet_test_config();
 }
 

@@ -9,6 +9,7 @@
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
+#include "wired/upstream.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"
 #include "wired/wired_internal.h"

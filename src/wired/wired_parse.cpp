@@ -7,7 +7,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wired/inet_test.h"
-#include "wired/upstream_internal.h"
+#include "wired/upstream.h"
 #include "wired/wired.h"
 #include "wired/wired_settings.h"
 

@@ -260,8 +260,9 @@ TEST_F(UpstreamActions, WhatFailsOfASwitchIsSaidOnceAndItAloneIsRepeated)
     }
 }
 
-TEST_F(UpstreamActions, ReloadThatCannotBeCommittedStagesNothing)
+TEST_F(UpstreamActions, ReloadThatCannotBeCommittedStagesNothingAndIsRepeated)
 {
+    run("uci set firewall.ssid1wan_wired0.enabled=0; uci commit firewall");
     stand_in(WAN, "br-wired0", "br-wired0");
     gWired_taken_down = 1;
     ASSERT_EQ(
@@ -272,6 +273,9 @@ TEST_F(UpstreamActions, ReloadThatCannotBeCommittedStagesNothing)
     ASSERT_EQ(run("umount /etc/config").status, 0);
     EXPECT_TRUE(logged("Failed to commit firewall config to UCI"));
     EXPECT_EQ(run("uci changes firewall").output, "");
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(1100);
+    EXPECT_EQ(uci("firewall.ssid1wan_wired0.enabled"), "1");
 }
 
 TEST_F(UpstreamActions, ForwardingIsAllOrNothing)
