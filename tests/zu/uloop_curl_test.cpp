@@ -67,40 +67,6 @@ TEST_F(uloop_curl, a_socket_that_cannot_be_watched_ends_its_own_transfer_only)
     EXPECT_EQ(run(watched), CURLE_OPERATION_TIMEDOUT);
 }
 
-TEST_F(uloop_curl, an_unanswered_connection_times_out)
-{
-    // A full accept queue drops what comes further.
-    const listener full(0);
-    std::vector<std::unique_ptr<transfer>> filling;
-    for (int i = 0; i < 4; i++) {
-        filling.push_back(std::make_unique<transfer>());
-        filling.back()->start(context, full.url(), 5000);
-    }
-    run_for(50);
-    transfer t;
-    t.start(context, full.url(), 200);
-    EXPECT_EQ(run(t), CURLE_OPERATION_TIMEDOUT);
-}
-
-TEST_F(uloop_curl, cycles_of_256_leave_no_descriptor_behind)
-{
-    const listener open;
-    const long before = open_descriptors();
-    for (int cycle = 0; cycle < 3; cycle++) {
-        std::vector<transfer> all(256);
-        for (transfer &t : all)
-            t.start(context, open.url());
-        run_until([&] {
-            return std::all_of(all.begin(), all.end(), [](auto &t) { return t.reports > 0; });
-        });
-        for (const transfer &t : all) {
-            EXPECT_EQ(t.result, CURLE_OK);
-            EXPECT_EQ(t.reports, 1);
-        }
-        EXPECT_EQ(open_descriptors(), before);
-    }
-}
-
 TEST_F(uloop_curl, sockets_are_not_inherited)
 {
     const listener silent;
