@@ -43,7 +43,7 @@ constexpr auto NEIGHBOR_POLICY = neighbor_policy_make();
 
 int bat_neighbors_request_build(nl_msg *msg, int family_id, uint32_t mesh_index)
 {
-    if (!genlmsg_put(msg, NL_AUTO_PORT, NL_AUTO_SEQ, family_id, 0, NLM_F_DUMP,
+    if (!genlmsg_put(msg, NL_AUTO_PID, NL_AUTO_SEQ, family_id, 0, NLM_F_DUMP,
                      BATADV_CMD_GET_NEIGHBORS, BATADV_FAMILY_VERSION))
         return -1;
     return nla_put_u32(msg, BATADV_ATTR_MESH_IFINDEX, mesh_index) < 0 ? -1 : 0;

@@ -22,7 +22,7 @@ struct dump_progress {
 
 int nl80211_dump_build(nl_msg *msg, int family_id, const nl80211_dump_request &request)
 {
-    if (!genlmsg_put(msg, NL_AUTO_PORT, NL_AUTO_SEQ, family_id, 0, NLM_F_DUMP, request.command, 0))
+    if (!genlmsg_put(msg, NL_AUTO_PID, NL_AUTO_SEQ, family_id, 0, NLM_F_DUMP, request.command, 0))
         return -1;
     if (request.ifindex && nla_put_u32(msg, NL80211_ATTR_IFINDEX, request.ifindex) < 0)
         return -1;
