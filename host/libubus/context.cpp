@@ -73,13 +73,10 @@ static void pending_timer_cb(uloop_timeout *t)
     ubus_process_pending(container_of(t, ubus_context, pending_timer));
 }
 
+/// Everything but replies.
 static void handle_message(ubus_context *ctx, const ubus_msgbuf &msg, int fd)
 {
     switch (msg.hdr.type) {
-    case UBUS_MSG_STATUS:
-    case UBUS_MSG_DATA:
-        ubus_reply_received(ctx, msg.hdr, msg.data, fd);
-        return;
     case UBUS_MSG_INVOKE:
     case UBUS_MSG_NOTIFY:
     case UBUS_MSG_UNSUBSCRIBE:
@@ -105,8 +102,14 @@ void ubus_receive(ubus_context *ctx)
         int fd = -1;
         if (!ubus_io_read(ctx, &fd))
             return;
-        // Handlers may wait for messages themselves: they must not overwrite this one.
         const ubus_msgbuf msg = ctx->msgbuf;
+        if (msg.hdr.type == UBUS_MSG_STATUS || msg.hdr.type == UBUS_MSG_DATA) {
+            // Left where it is, as on a router: a data callback that waits for messages itself finds
+            // its own message overwritten.
+            ubus_reply_received(ctx, msg.hdr, msg.data, fd);
+            continue;
+        }
+        // Handlers may wait for messages themselves: they must not overwrite this one.
         const uint32_t len = ctx->msgbuf_data_len;
         ctx->msgbuf.data = nullptr;
         handle_message(ctx, msg, fd);

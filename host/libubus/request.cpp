@@ -180,6 +180,8 @@ static void deliver(ubus_request *req, int type, blob_attr *msg)
 {
     if (req->raw_data_cb)
         req->raw_data_cb(req, type, msg);
+    if (!req->data_cb && !req->notify)
+        return; // nor may the message be looked at: the callback may have made a call of its own
     blob_attr *data = wire_parse(msg)[UBUS_ATTR_DATA];
     if (!data || req->cancelled)
         return;

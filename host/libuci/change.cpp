@@ -75,8 +75,6 @@ static int set_section(uci_ptr &ptr, bool record)
 
 static int set_option(uci_ptr &ptr, bool record)
 {
-    if (!ptr.s)
-        return UCI_ERR_INVAL;
     if (ptr.o && ptr.o->type == UCI_TYPE_STRING && !strcmp(ptr.o->v.string, ptr.value))
         return UCI_OK;
     record_if(record, UCI_CMD_CHANGE, ptr, ptr.value);
@@ -91,6 +89,8 @@ static int set_option(uci_ptr &ptr, bool record)
 static int change_set(uci_ptr &ptr, bool record)
 {
     if (!ptr.value || !ptr.section)
+        return UCI_ERR_INVAL;
+    if (ptr.option && !ptr.s)
         return UCI_ERR_INVAL;
     if (!*ptr.value) {
         ptr.value = nullptr; // not an item number: the whole option goes

@@ -71,8 +71,10 @@ TEST_F(Library, LoadRefusesWhatItMust)
 {
     write_file(dirs.conf("bad"), "config a\nbogus\n");
     EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx.get(), "none", nullptr));
-    EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), "a.b", nullptr));
-    EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), "../net", nullptr));
+    for (const char *no_package : {"a.b", "../conf/net", "net/"})
+        EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx.get(), no_package, nullptr)) << no_package;
+    for (const char *invalid : {"", "n\xc3\xa9t"})
+        EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), invalid, nullptr)) << invalid;
     EXPECT_EQ(UCI_ERR_PARSE, uci_load(ctx.get(), "bad", nullptr));
     char *text = nullptr;
     uci_get_errorstr(ctx.get(), &text, "tool");
@@ -83,6 +85,7 @@ TEST_F(Library, LoadRefusesWhatItMust)
     uci_get_errorstr(ctx.get(), &text, nullptr);
     EXPECT_STREQ("Duplicate entry", text);
     free(text);
+    EXPECT_EQ(UCI_ERR_INVAL, act(uci_set, "net.missing.opt="));
 }
 
 TEST(Tool, StatusWhenItIsCalledWrongly)
