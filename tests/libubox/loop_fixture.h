@@ -5,6 +5,7 @@
 #include <libubox/uloop.h>
 #include <libubox_host/clock.h>
 
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
@@ -40,6 +41,8 @@ struct loop : testing::Test {
 
     loop()
     {
+        for (int signo : {SIGINT, SIGTERM})
+            signal(signo, SIG_DFL); // a shell starts what it puts into the background deaf to SIGINT
         uloop_clock_virtual(true);
         EXPECT_EQ(uloop_init(), 0);
     }
