@@ -1,4 +1,4 @@
-// libraries: tarn_daemon
+// libraries: tarn_daemon host_ubox
 // The upstream decision over 100 000 cycles on a wire that loses 5 % of the connections, each on
 // its own, and everything for 2 s now and then: how often it leaves the wire, next to how often as
 // many cycles in a row as are tolerated failed. One such row in 100 000 cycles is rare enough to be

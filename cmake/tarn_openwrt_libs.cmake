@@ -32,6 +32,15 @@ else()
   endforeach()
   target_link_libraries(openwrt::blobmsg_json INTERFACE openwrt::ubox)
   target_link_libraries(openwrt::ubus INTERFACE openwrt::ubox)
+  # The broker and the tools are the system's too; tests that need one that is missing are left out.
+  foreach(program ubusd ubus uci)
+    string(TOUPPER ${program} upper)
+    find_program(${upper}_PROGRAM ${program})
+    if(${upper}_PROGRAM)
+      add_executable(${program} IMPORTED GLOBAL)
+      set_target_properties(${program} PROPERTIES IMPORTED_LOCATION ${${upper}_PROGRAM})
+    endif()
+  endforeach()
 endif()
 
 # libnl-tiny on a router, libnl-3 with libnl-genl-3 on Debian: one API to the code.

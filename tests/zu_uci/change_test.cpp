@@ -1,8 +1,11 @@
 // Save actions: what each makes of a package, what is refused, and when it reaches the delta file.
 #include "uci_fixture.h"
 
-#include <libubox/uloop.h>
 #include <sys/inotify.h>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
 
 using Change = uci_fixture;
 
