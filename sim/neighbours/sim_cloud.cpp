@@ -1,7 +1,8 @@
 // The cloud agent's object qnet.cloud_comm. "checkin" collects the packages' sections into
 // /var/sim/checkin.json; "push" {"object", "document", "status"} hands a settings document to a
 // package's parse_config and announces the outcome with the event parse_config_status, unless
-// "status" is false.
+// "status" is false. The document may be the settings alone or, as the files of examples/ are, the
+// whole message with the settings in "params".
 #include "peer.h"
 
 extern "C" {
@@ -68,6 +69,16 @@ void copy_reply(ubus_request *request, int, blob_attr *msg)
     blobmsg_close_table(reply, table);
 }
 
+// The settings in a document: its member "params" or, without one, all of it.
+blob_attr *settings_of(blob_attr *document)
+{
+    const blobmsg_policy params = {.name = "params", .type = BLOBMSG_TYPE_TABLE};
+    blob_attr *settings = nullptr;
+    blobmsg_parse(&params, 1, &settings, blobmsg_data(document),
+                  static_cast<unsigned>(blobmsg_data_len(document)));
+    return settings ? settings : document;
+}
+
 int parse_config(const std::string &object, blob_attr *document, blob_buf *reply)
 {
     uint32_t id = 0;
@@ -77,8 +88,9 @@ int parse_config(const std::string &object, blob_attr *document, blob_buf *reply
     blob_buf call = {};
     blob_buf_init(&call, 0);
     blobmsg_add_u8(&call, "enable", true);
-    blobmsg_add_field(&call, BLOBMSG_TYPE_TABLE, "params", blobmsg_data(document),
-                      static_cast<unsigned>(blobmsg_data_len(document)));
+    blob_attr *settings = settings_of(document);
+    blobmsg_add_field(&call, BLOBMSG_TYPE_TABLE, "params", blobmsg_data(settings),
+                      static_cast<unsigned>(blobmsg_data_len(settings)));
     status =
         ubus_invoke(peer_bus(), id, "parse_config", call.head, copy_reply, reply, CALL_LIMIT_MS);
     blob_buf_free(&call);
