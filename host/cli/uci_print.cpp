@@ -107,9 +107,10 @@ static void show_package(uci_tool &tool, uci_package *p)
     uci_foreach_element(&p->sections, e)
     {
         uci_section *s = uci_to_section(e);
-        const std::string index = "[" + std::to_string(count[s->type]++) + "]";
-        const std::string name =
-            s->anonymous && !tool.generated_names ? std::string("@") + s->type + index : e->name;
+        std::string name = std::string("@") + s->type + "[";
+        name += std::to_string(count[s->type]++) + "]";
+        if (!s->anonymous || tool.generated_names)
+            name = e->name;
         show_section(tool, std::string(p->e.name) + "." + name, s);
     }
 }

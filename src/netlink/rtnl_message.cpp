@@ -99,7 +99,8 @@ int rtnl_link_create_build(rtnl_link_request *request, const rtnl_link_create &l
 
 static int rule_add(rtnl_rule_request *request, uint16_t type, const void *data, size_t len)
 {
-    return ng_addattr_l(&request->header, sizeof *request, type, data, len);
+    // By the request, not by its first member: what is added lies behind that.
+    return ng_addattr_l(reinterpret_cast<nlmsghdr *>(request), sizeof *request, type, data, len);
 }
 
 /// The table's number, in the header when it fits there.

@@ -40,7 +40,8 @@ int batman_vid(batman_class of, int ssid)
 iface_name batman_vlan_name(batman_class of, int ssid)
 {
     iface_name name;
-    snprintf(name.text, sizeof(name.text), "%s.%d", BATMAN_IFACE, batman_vid(of, ssid));
+    const auto vid = static_cast<uint8_t>(batman_vid(of, ssid)); // of two digits
+    snprintf(name.text, sizeof(name.text), "%s.%u", BATMAN_IFACE, vid);
     return name;
 }
 

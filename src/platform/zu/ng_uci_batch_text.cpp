@@ -28,7 +28,7 @@ bool ng_uci_batch_format(const ng_uci_batch_command &command, std::string &line)
             line = v.word;
     line += " " + command.name;
     if (command.action != ng_uci_delete_option)
-        line += "=" + ng_uci_quoted(command.value);
+        line.append("=").append(ng_uci_quoted(command.value));
     line += "\n";
     return true;
 }

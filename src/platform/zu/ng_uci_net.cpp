@@ -94,7 +94,7 @@ struct carrier {
         if (ptr.option)
             delta += std::string(".") + ptr.option;
         if (value)
-            delta += "=" + ng_uci_quoted(value);
+            delta.append("=").append(ng_uci_quoted(value));
         delta += '\n';
         ptr.value = value;
         return make(ctx, &ptr);
