@@ -212,8 +212,24 @@ std::string stage_ask(const std::string &object, const std::string &method)
 
 bool stage_bound_tmp()
 {
-    return mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID, TMP_SIZE) == 0 &&
-           mkdir("/tmp/.uci", 0700) == 0;
+    // The checkout and its build directory may lie below /tmp: they are put back in front.
+    std::vector<std::pair<std::string, int>> hidden;
+    for (const char *name : {"TARN_SOURCE", "TARN_BUILD"}) {
+        const char *path = getenv(name);
+        if (path != nullptr && std::string(path).starts_with("/tmp/"))
+            hidden.emplace_back(path, open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    if (mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID, TMP_SIZE) != 0)
+        return false;
+    for (const auto &[path, folder] : hidden) {
+        std::error_code error;
+        fs::create_directories(path, error);
+        const bool back = mount_over("/proc/self/fd/" + std::to_string(folder), path);
+        close(folder);
+        if (!back)
+            return false;
+    }
+    return mkdir("/tmp/.uci", 0700) == 0;
 }
 
 bool stage_break(const std::string &what)
