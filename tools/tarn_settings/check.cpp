@@ -3,6 +3,8 @@
 
 #include "document_file.h"
 #include "findings.h"
+#include "json_text.h"
+#include "lint.h"
 
 #include "platform/zu/log.h"
 
@@ -63,17 +65,45 @@ void say_errors(judgement &judged, const std::vector<std::string> &errors, const
     }
 }
 
+/// True when a daemon's line was made from one of these formats, as far as their first value.
+bool was_said_with(const std::string &line, std::string_view formats)
+{
+    while (!formats.empty()) {
+        const size_t end = formats.find("; ");
+        const std::string_view format = formats.substr(0, end);
+        if (line.starts_with(format.substr(0, format.find('%'))))
+            return true;
+        formats.remove_prefix(end == formats.npos ? formats.size() : end + 2);
+    }
+    return false;
+}
+
+/// The finding that the daemon's first line is about; it may be of another mind about what comes
+/// first.
+const finding *cause_of(const std::vector<std::string> &errors,
+                        const std::vector<finding> &findings)
+{
+    const finding *first = nullptr;
+    for (const finding &each : findings) {
+        if (!each.refusal)
+            continue;
+        if (!errors.empty() && was_said_with(errors.front(), each.refusal))
+            return &each;
+        first = first ? first : &each;
+    }
+    return first;
+}
+
 void judge_params(judgement &judged, const document_kind &kind, blob_attr *params,
                   const document_taker &take)
 {
     const take_outcome outcome = outcome_of(take, params);
     const std::vector<finding> findings = findings_of(*kind.level, params);
-    const finding *cause = nullptr;
-    for (const finding &each : findings)
-        if (outcome.status != 0 && each.may_refuse && !cause)
-            cause = &each;
+    const finding *cause = outcome.status != 0 ? cause_of(outcome.errors, findings) : nullptr;
     if (outcome.status != 0) {
         judged.result = VERDICT_REFUSED;
+        if (cause)
+            say(judged, "error", cause->path, cause->what);
         say_errors(judged, outcome.errors, cause);
     } else {
         for (const std::string &error : outcome.errors)
@@ -112,15 +142,27 @@ judgement judge(const document_kind &kind, blob_buf *message, const document_tak
     return judged;
 }
 
+static void say_doubts(judgement &judged, const std::vector<finding> &doubts)
+{
+    for (const finding &each : doubts)
+        say(judged, "lint", each.path, each.what);
+    if (judged.result == VERDICT_CLEAN && !doubts.empty())
+        judged.result = VERDICT_ODD;
+}
+
 verdict check_file(const document_kind &kind, const std::string &path)
 {
-    std::string error;
+    std::string text, error;
     blob_buffer message;
     judgement judged = {VERDICT_REFUSED, {}};
-    if (read_message(path, &message, error))
+    if (read_whole(path, text, error) && message_of_json(text, &message, error)) {
         judged = judge(kind, &message, kind.parse);
-    else
+        say_doubts(judged, json_repeated_keys(text));
+        if (blob_attr *params = params_of(&message))
+            say_doubts(judged, lint_of(*kind.level, params));
+    } else {
         say(judged, "error", "", error);
+    }
     for (const std::string &line : judged.lines)
         printf("%s: %s\n", path.c_str(), line.c_str());
     return judged.result;

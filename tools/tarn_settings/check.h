@@ -9,12 +9,13 @@
 /// How a document comes out; the program's exit status.
 enum verdict {
     VERDICT_CLEAN = 0,   ///< accepted, every key of it read
-    VERDICT_ODD = 1,     ///< accepted, but something is passed over or cut
+    VERDICT_ODD = 1,     ///< accepted, but something is passed over, cut or hardly meant
     VERDICT_REFUSED = 2, ///< refused, or not a document at all
 };
 
-/// What there is to say about a document: "error: PLACE: WHAT" or "warning: PLACE: WHAT", a line
-/// each whatever its texts hold.
+/// What there is to say about a document, a line each whatever its texts hold: "error: PLACE: WHAT"
+/// where it is refused, "warning: PLACE: WHAT" where something is passed over or cut, and, from a
+/// check, "lint: PLACE: WHAT" where a value is taken that can hardly be meant.
 struct judgement {
     verdict result = VERDICT_CLEAN;
     std::vector<std::string> lines;

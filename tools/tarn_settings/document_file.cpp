@@ -1,6 +1,8 @@
 // Files and JSON texts: read whole, refused when they are not what the bus could carry.
 #include "document_file.h"
 
+#include "json_text.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -48,6 +50,8 @@ bool holds_nul(json_object *value)
     return false;
 }
 
+} // namespace
+
 bool message_of_json(const std::string &text, blob_buf *message, std::string &error)
 {
     const std::unique_ptr<json_tokener, closer> tokener(json_tokener_new());
@@ -57,8 +61,8 @@ bool message_of_json(const std::string &text, blob_buf *message, std::string &er
         json_tokener_parse_ex(tokener.get(), text.c_str(), static_cast<int>(text.size() + 1)));
     const json_tokener_error fault = json_tokener_get_error(tokener.get());
     if (fault != json_tokener_success)
-        error = std::string("not JSON: ") + json_tokener_error_desc(fault) + " at byte " +
-                std::to_string(json_tokener_get_parse_end(tokener.get()));
+        error = std::string("not JSON: ") + json_tokener_error_desc(fault) + " at " +
+                json_place(text, json_tokener_get_parse_end(tokener.get()));
     else if (!json_object_is_type(root.get(), json_type_object))
         error = "not a JSON object";
     else if (holds_nul(root.get()))
@@ -70,8 +74,6 @@ bool message_of_json(const std::string &text, blob_buf *message, std::string &er
         error = "nested too deeply";
     return error.empty();
 }
-
-} // namespace
 
 bool read_whole(const std::string &path, std::string &text, std::string &error)
 {

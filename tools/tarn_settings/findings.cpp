@@ -14,9 +14,9 @@ struct walk {
     std::vector<finding> findings;
     std::vector<std::string> outer; // of where the walk is
 
-    void add(const std::string &path, const std::string &what, bool may_refuse = false)
+    void add(const std::string &path, const std::string &what, const char *refusal = nullptr)
     {
-        findings.push_back({path, what, may_refuse, outer});
+        findings.push_back({path, what, refusal, outer});
     }
 };
 
@@ -119,11 +119,11 @@ bool has_control_character(const char *text)
 }
 
 void walk_text(walk &state, const settings_field &field, const char *text, const std::string &path,
-               bool refuses)
+               const char *refusal)
 {
     const std::string fault = text_fault(*field.limits, text);
     if (!fault.empty())
-        state.add(path, fault, refuses);
+        state.add(path, fault, refusal);
     else if (settings_is_kept(field) && has_control_character(text))
         state.add(path, "holds a control character"); // the daemon's line names the member
     else if (strlen(text) > settings_text_max(field))
@@ -136,9 +136,9 @@ void walk_element(walk &state, const settings_field &field, blob_attr *element,
 {
     const int wanted = field.kind == SETTINGS_INTS ? BLOBMSG_TYPE_INT32 : BLOBMSG_TYPE_STRING;
     if (blobmsg_type(element) != wanted) {
-        state.add(path, not_of_type(wanted, blobmsg_type(element)), field.error != nullptr);
+        state.add(path, not_of_type(wanted, blobmsg_type(element)), field.error);
     } else if (wanted == BLOBMSG_TYPE_STRING) {
-        walk_text(state, field, blobmsg_get_string(element), path, field.error != nullptr);
+        walk_text(state, field, blobmsg_get_string(element), path, field.error);
     } else if (const std::string fault =
                    integer_fault(*field.limits, static_cast<int32_t>(blobmsg_get_u32(element)));
                !fault.empty()) {
@@ -163,7 +163,7 @@ void walk_array(walk &state, const settings_field &field, blob_attr *array, cons
         state.add(path,
                   "has " + std::to_string(index) + " elements, of which " +
                       std::to_string(field.limits->items_max) + " are kept",
-                  field.error != nullptr && field.kind != SETTINGS_TABLES);
+                  field.kind != SETTINGS_TABLES ? field.error : nullptr);
 }
 
 void walk_value(walk &state, const settings_field &field, blob_attr *value, const std::string &path)
@@ -177,10 +177,10 @@ void walk_value(walk &state, const settings_field &field, blob_attr *value, cons
         if (const std::string fault =
                 integer_fault(*field.limits, static_cast<int32_t>(blobmsg_get_u32(value)));
             !fault.empty())
-            state.add(path, fault, field.error != nullptr);
+            state.add(path, fault, field.error);
         return;
     case SETTINGS_STRING:
-        walk_text(state, field, blobmsg_get_string(value), path, field.error != nullptr);
+        walk_text(state, field, blobmsg_get_string(value), path, field.error);
         return;
     case SETTINGS_TABLE:
         walk_level(state, *field.level, value, path);
@@ -216,16 +216,17 @@ const settings_field *row_of(const settings_level &level, const char *key)
     return nullptr;
 }
 
-bool has_member(blob_attr *table, const char *key)
+/// Why a required member does not count: it is not there, or of another type.
+std::string why_missing(const settings_field &field, blob_attr *table)
 {
     blob_attr *member;
     size_t rest;
     blobmsg_for_each_attr(member, table, rest)
     {
-        if (strcmp(blobmsg_name(member), key) == 0)
-            return true;
+        if (strcmp(blobmsg_name(member), field.key) == 0)
+            return not_of_type(settings_blobmsg_type(field.kind), blobmsg_type(member));
     }
-    return false;
+    return "is missing";
 }
 
 /// The members that no row takes.
@@ -240,9 +241,8 @@ void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
         const settings_field *field = row_of(level, blobmsg_name(member));
         if (!field)
             state.add(at, "is not known: passed over");
-        else if (blobmsg_type(member) != settings_blobmsg_type(field->kind))
-            state.add(at, not_of_type(settings_blobmsg_type(field->kind), blobmsg_type(member)),
-                      field->required);
+        else if (!field->required && blobmsg_type(member) != settings_blobmsg_type(field->kind))
+            state.add(at, not_of_type(settings_blobmsg_type(field->kind), blobmsg_type(member)));
     }
 }
 
@@ -267,7 +267,7 @@ void walk_level(walk &state, const settings_level &level, blob_attr *table, cons
     settings_values values;
     if (!settings_parse_level(level, table, &values)) {
         const bool is_table = blobmsg_type(table) == BLOBMSG_TYPE_TABLE;
-        state.add(path, is_table ? "must not be empty" : "must be a table", true);
+        state.add(path, is_table ? "must not be empty" : "must be a table", level.broken);
         return;
     }
     walk_strangers(state, level, table, path);
@@ -275,9 +275,8 @@ void walk_level(walk &state, const settings_level &level, blob_attr *table, cons
         const settings_field &field = level.fields[i];
         const std::string at = path + "." + field.key;
         if (!values.attrs[i]) {
-            // One of another type has been named.
-            if (field.required && !has_member(table, field.key))
-                state.add(at, "is missing", true);
+            if (field.required)
+                state.add(at, why_missing(field, table), field.error);
         } else if (is_dormant(values, field.key)) {
             state.add(at, "is passed over here");
         } else {

@@ -7,7 +7,9 @@
 struct finding {
     std::string path; ///< "params.ssids[0].index"
     std::string what;
-    bool may_refuse; ///< true when a parser refuses the document for such a thing
+    /// The lines with which a parser refuses the document for such a thing, as formats with "; "
+    /// between them; null: it does not.
+    const char *refusal;
     /// For each refusing row around it, outermost first, its path.
     std::vector<std::string> outer;
 };

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int USAGE = 2;
+constexpr char DEFAULT_PLATFORM[] = "/etc/tarn/platform.json";
 
 /// What the command line asks for.
 struct request {
@@ -68,30 +69,49 @@ constexpr verb VERBS[] = {
     {"manual", manual, 0, false, "manual          print every key as docs/settings.md has it"},
 };
 
-int usage()
+void print_usage(FILE *to)
 {
-    fputs("usage: tarn-settings [OPTION...] VERB [FILE...]\n\n", stderr);
+    fputs("usage: tarn-settings [OPTION...] VERB [FILE...]\n\n", to);
     for (const verb &each : VERBS)
-        fprintf(stderr, "  %s\n", each.help);
+        fprintf(to, "  %s\n", each.help);
     fputs(R"(
   --platform FILE   the access point, as its /etc/tarn/platform.json describes it (the default)
   --kind KIND       "wifi" (the default) or "wired"
   --config DIR      preview: the configuration, instead of /etc/config
   --json            preview: one JSON object instead of text
   --secrets         preview: show keys instead of ***
+  --help, --version
 
-Status: 0 taken, 1 taken with something passed over, 2 refused or wrong usage, 3 no preview.
+Status: 0 taken, 1 taken with something passed over, cut or hardly meant (lint), 2 refused or wrong
+usage, 3 no preview.
 )",
-          stderr);
+          to);
+}
+
+int usage()
+{
+    print_usage(stderr);
     return USAGE;
 }
 
+/// For people on a machine that is no access point.
+constexpr char NO_PLATFORM[] =
+    R"(No access point is described here. What a document may hold depends on its radios: name a description
+with --platform, for example the file examples/access_point/platform.json of the sources, or copy
+/etc/tarn/platform.json from an access point.
+)";
+
 bool load_platform(const char *path)
 {
+    const bool named = path != nullptr;
     std::string text, error;
+    if (!named)
+        path = DEFAULT_PLATFORM;
     if (read_whole(path, text, error) && _parse_platform_data(text.c_str()))
         return true;
     fprintf(stderr, "%s: %s\n", path, error.empty() ? "is no platform description" : error.c_str());
+    if (!named)
+        fputs(NO_PLATFORM, stderr);
     return false;
 }
 
@@ -118,11 +138,12 @@ int main(int argc, char **argv)
     static const option OPTIONS[] = {
         {"platform", required_argument, nullptr, 'p'}, {"kind", required_argument, nullptr, 'k'},
         {"config", required_argument, nullptr, 'c'},   {"json", no_argument, nullptr, 'j'},
-        {"secrets", no_argument, nullptr, 's'},        {},
+        {"secrets", no_argument, nullptr, 's'},        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},        {},
     };
-    const char *platform = "/etc/tarn/platform.json";
+    const char *platform = nullptr;
     request asked = {&document_kinds().front(), {}, "/etc/config", false, false};
-    for (int option; (option = getopt_long(argc, argv, "p:k:c:js", OPTIONS, nullptr)) != -1;) {
+    for (int option; (option = getopt_long(argc, argv, "p:k:c:jsh", OPTIONS, nullptr)) != -1;) {
         if (option == 'p')
             platform = optarg;
         else if (option == 'c')
@@ -131,6 +152,10 @@ int main(int argc, char **argv)
             asked.as_json = true;
         else if (option == 's')
             asked.with_secrets = true;
+        else if (option == 'h')
+            return print_usage(stdout), 0;
+        else if (option == 'v')
+            return puts("tarn-settings " TARN_VERSION), 0;
         else if (option != 'k' || !(asked.kind = kind_of(optarg)))
             return usage();
     }

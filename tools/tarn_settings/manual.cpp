@@ -21,16 +21,33 @@ to write uci batch config`). A table must not be empty.
 
 Before a document goes out:
 
-    tarn-settings --platform platform.json check office.json
-    tarn-settings --platform platform.json schema >settings.schema.json
-    tarn-settings --platform platform.json preview office.json --config /mnt/router/etc/config
+    tarn-settings --platform examples/access_point/platform.json check office.json
+    tarn-settings --platform examples/access_point/platform.json schema >settings.schema.json
+    tarn-settings --platform examples/access_point/platform.json preview office.json --config /mnt/router/etc/config
 
-`check` asks the daemon's own parser and adds where in the document the fault is and what would be
-passed over or cut; its status is 0 when there is nothing to say, 1 when the document would be taken
-all the same, 2 when it would be refused. It supposes a node whose radios have a channel and on which
-no local radio override is in force. The schema accepts what `check` has nothing to say about, except
-that to a JSON Schema 1.0 is an integer. `preview` says what the push would change in that
-configuration: [uci.md](uci.md#preview). `--kind wired` is for wired settings.
+What may stand in a document depends on the access point's radios. On an access point its own
+description is used, elsewhere `--platform` names one: a copy of its `/etc/tarn/platform.json`.
+`--kind wired` is for wired settings.
+
+`check` asks the daemon's own parser. Each line says where in the document something is, and is an
+
+- `error`: the document would be refused, first for what reason, then in the daemon's own words;
+- `warning`: it would be taken, and this passed over or cut;
+- `lint`: it would be taken as it stands, but is hardly meant: a channel of another band, a VLAN id,
+  power, port, address, mode, encryption or country that there is not, a passphrase of the wrong
+  length, an empty list of targets, two elements for the same, a key that stands twice.
+
+Its status is 0 when there is nothing to say, 1 when the document would be taken all the same, 2 when
+it would be refused. It supposes a node whose radios have a channel and on which no local radio
+override is in force. `preview` says what the push would change in that configuration:
+[uci.md](uci.md#preview).
+
+The schema, which `./dev manual` writes to `examples/access_point` for the access point described
+there, accepts what `check` has no error and no warning about, with two exceptions. To a JSON Schema
+1.0 is an integer; to the daemon it is a number with a fraction, which is passed over, or refuses the
+document where an integer is required. And both want MAC addresses written in full,
+aa:bb:cc:dd:ee:ff; the daemon also takes others that read as six hexadecimal numbers, such as
+2:0:0:0:0:1, and whatever follows them.
 )";
 
 /// "|" would end a cell.
@@ -47,7 +64,8 @@ std::string code(const char *lines)
 {
     if (!lines)
         return {};
-    std::string text = "`" + cell(lines) + "`";
+    std::string text = "`";
+    text.append(cell(lines)).append("`");
     for (size_t at = 0; (at = text.find("; ", at)) != std::string::npos; at += 4)
         text.replace(at, 2, "`; `");
     return text;
@@ -108,7 +126,8 @@ std::string range_text(const settings_field &field)
     const std::string value = value_range(field);
     if (field.limits->items_max == UINT32_MAX)
         return value;
-    const std::string count = "up to " + std::to_string(field.limits->items_max);
+    std::string count = "up to ";
+    count += std::to_string(field.limits->items_max);
     return value.empty() ? count : count + ", each " + value;
 }
 

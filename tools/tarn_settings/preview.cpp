@@ -11,6 +11,7 @@
 #include "wired/inet_test.h"
 #include "wired/upstream.h"
 
+#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -116,6 +117,7 @@ int preview_in_private_root(const preview_request &request, blob_buf *message)
     std::string error;
     if (!try_push(*request.kind, message, report, error))
         return fail(request.config + "/" + error);
+    signal(SIGPIPE, SIG_DFL); // which the loop ignores: a reader that has seen enough is no fault
     print_preview(request, report);
     return fflush(stdout) == 0 ? report.judged.result : fail("the preview could not be written");
 }
