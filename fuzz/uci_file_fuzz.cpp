@@ -1,7 +1,8 @@
 // libraries: openwrt::uci
 // A config file and a delta file through the loader: the input is both, parted by its first NUL.
 // What loads must commit; and what a config file alone exports must load as the same text again (a
-// delta may rename two sections to one name).
+// delta may rename two sections to one name), unless a section's type holds what a reader takes for
+// more than a letter: types are written bare, on a router too.
 #include <uci.h>
 
 #include <cstdint>
@@ -48,6 +49,17 @@ std::string exported(uci_context *ctx, uci_package *p)
     return result;
 }
 
+bool types_are_plain(uci_package *p)
+{
+    uci_element *e;
+    uci_foreach_element(&p->sections, e)
+    {
+        if (strpbrk(uci_to_section(e)->type, "'\"\\#;"))
+            return false;
+    }
+    return true;
+}
+
 void check_round_trip(const std::string &text)
 {
     uci_context *ctx = uci_alloc_context();
@@ -72,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         uci_context *ctx = open_context(strict);
         uci_package *p = nullptr;
         if (uci_load(ctx, "net", &p) == UCI_OK) {
-            if (parting == std::string::npos)
+            if (parting == std::string::npos && types_are_plain(p))
                 check_round_trip(exported(ctx, p));
             if (uci_commit(ctx, &p, false) != UCI_OK)
                 abort();
