@@ -1,7 +1,8 @@
 // netifd, as far as the node's uplinks go: objects network.interface.NAME for every NAME with a
 // lease file in /var/sim/lease ("ADDRESS/LENGTH GATEWAY", what a DHCP server would hand out).
 // An interface is up while it is wanted up, has a lease, and its bridge has a carrier; its address
-// and routes are put into the kernel then and taken out after. Every change is notified.
+// and routes are put into the kernel then and taken out after. Every change is notified. What it
+// says has the members of the real one, in its order.
 #include "peer.h"
 
 #include <linux/rtnetlink.h>
@@ -9,8 +10,11 @@
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
+#include <net/if.h>
 #include <set>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,8 +23,12 @@ namespace {
 
 constexpr const char *LEASES = "/var/sim/lease";
 constexpr const char *PATH_PREFIX = "network.interface.";
-constexpr int WIRED_TABLE = 10;
-constexpr int MESH_TABLE = 20;
+constexpr const char *DNS_SERVER = "203.0.113.53";
+constexpr int LEASE_S = 120;
+// Priorities of the rules that lead to an interface's own table. The last comes after the main one.
+constexpr int FROM_RULE = 10000;
+constexpr int TO_RULE = 20000;
+constexpr int OWN_RULE = 90000;
 
 struct lease {
     std::string address, gateway; // address without its length
@@ -29,9 +37,11 @@ struct lease {
 };
 
 struct interface {
-    std::string device;
-    int table = 0, metric = 0;
+    std::string device, proto = "dhcp";
+    std::string table; // "": the main one
+    int metric = 0;
     bool wanted = true, up = false;
+    time_t up_since = 0;
     lease held;
     peer_object *object = nullptr;
 };
@@ -74,38 +84,100 @@ std::string network_address(const lease &held)
     return text;
 }
 
-void add_route(blob_buf *reply, const std::string &target, int mask, const std::string &nexthop,
-               const lease &held)
+void add_empty(blob_buf *reply, std::initializer_list<const char *> arrays)
 {
+    for (const char *name : arrays)
+        blobmsg_close_array(reply, blobmsg_open_array(reply, name));
+}
+
+void add_texts(blob_buf *reply, const char *name, std::initializer_list<const char *> texts)
+{
+    void *array = blobmsg_open_array(reply, name);
+    for (const char *text : texts)
+        blobmsg_add_string(reply, nullptr, text);
+    blobmsg_close_array(reply, array);
+}
+
+void add_address(blob_buf *reply, const lease &held)
+{
+    void *array = blobmsg_open_array(reply, "ipv4-address");
     void *table = blobmsg_open_table(reply, nullptr);
-    blobmsg_add_string(reply, "target", target.c_str());
-    blobmsg_add_u32(reply, "mask", static_cast<uint32_t>(mask));
-    blobmsg_add_string(reply, "nexthop", nexthop.c_str());
-    blobmsg_add_string(reply, "source", (held.address + "/" + std::to_string(held.length)).c_str());
+    blobmsg_add_string(reply, "address", held.address.c_str());
+    blobmsg_add_u32(reply, "mask", static_cast<uint32_t>(held.length));
+    blobmsg_close_table(reply, table);
+    blobmsg_close_array(reply, array);
+}
+
+// The default route alone; link routes are not listed.
+void add_route(blob_buf *reply, const interface &iface)
+{
+    const bool is_static = iface.proto == "static";
+    void *array = blobmsg_open_array(reply, "route");
+    void *table = blobmsg_open_table(reply, nullptr);
+    blobmsg_add_string(reply, "target", "0.0.0.0");
+    blobmsg_add_u32(reply, "mask", 0);
+    blobmsg_add_string(reply, "nexthop", iface.held.gateway.c_str());
+    blobmsg_add_string(reply, "source",
+                       is_static ? "0.0.0.0/0" : (iface.held.address + "/32").c_str());
+    blobmsg_close_table(reply, table);
+    blobmsg_close_array(reply, array);
+}
+
+void add_facts_when_up(const interface &iface, blob_buf *reply)
+{
+    add_texts(reply, "updated", {"addresses", "routes", "data"});
+    blobmsg_add_u32(reply, "metric", static_cast<uint32_t>(iface.metric));
+    blobmsg_add_u32(reply, "dns_metric", 0);
+    blobmsg_add_u8(reply, "delegation", true);
+    add_address(reply, iface.held);
+    add_empty(reply, {"ipv6-address", "ipv6-prefix", "ipv6-prefix-assignment"});
+    add_route(reply, iface);
+    add_texts(reply, "dns-server", {DNS_SERVER});
+    add_empty(reply, {"dns-search", "neighbors"});
+    void *table = blobmsg_open_table(reply, "inactive");
+    add_empty(reply,
+              {"ipv4-address", "ipv6-address", "route", "dns-server", "dns-search", "neighbors"});
+    blobmsg_close_table(reply, table);
+}
+
+void add_no_device(blob_buf *reply)
+{
+    void *array = blobmsg_open_array(reply, "errors");
+    void *table = blobmsg_open_table(reply, nullptr);
+    blobmsg_add_string(reply, "subsystem", "interface");
+    blobmsg_add_string(reply, "code", "NO_DEVICE");
+    blobmsg_close_table(reply, table);
+    blobmsg_close_array(reply, array);
+}
+
+void add_data(const interface &iface, blob_buf *reply)
+{
+    void *table = blobmsg_open_table(reply, "data");
+    if (iface.proto == "dhcp" && iface.up_since != 0)
+        blobmsg_add_u32(reply, "leasetime", LEASE_S);
     blobmsg_close_table(reply, table);
 }
 
 void add_status(const interface &iface, blob_buf *reply)
 {
+    const bool available = if_nametoindex(iface.device.c_str()) != 0;
     blobmsg_add_u8(reply, "up", iface.up);
-    blobmsg_add_u8(reply, "pending", iface.wanted && !iface.up);
-    blobmsg_add_u8(reply, "available", has_carrier(iface.device));
+    blobmsg_add_u8(reply, "pending", iface.wanted && !iface.up && has_carrier(iface.device));
+    blobmsg_add_u8(reply, "available", available);
     blobmsg_add_u8(reply, "autostart", iface.wanted);
-    blobmsg_add_string(reply, "proto", "dhcp");
-    blobmsg_add_string(reply, "device", iface.device.c_str());
-    if (!iface.up)
-        return;
-    blobmsg_add_string(reply, "l3_device", iface.device.c_str());
-    void *addresses = blobmsg_open_array(reply, "ipv4-address");
-    void *table = blobmsg_open_table(reply, nullptr);
-    blobmsg_add_string(reply, "address", iface.held.address.c_str());
-    blobmsg_add_u32(reply, "mask", static_cast<uint32_t>(iface.held.length));
-    blobmsg_close_table(reply, table);
-    blobmsg_close_array(reply, addresses);
-    void *routes = blobmsg_open_array(reply, "route");
-    add_route(reply, network_address(iface.held), iface.held.length, "0.0.0.0", iface.held);
-    add_route(reply, "0.0.0.0", 0, iface.held.gateway, iface.held);
-    blobmsg_close_array(reply, routes);
+    blobmsg_add_u8(reply, "dynamic", false);
+    if (iface.up) {
+        blobmsg_add_u32(reply, "uptime", static_cast<uint32_t>(time(nullptr) - iface.up_since));
+        blobmsg_add_string(reply, "l3_device", iface.device.c_str());
+    }
+    blobmsg_add_string(reply, "proto", iface.proto.c_str());
+    if (available)
+        blobmsg_add_string(reply, "device", iface.device.c_str());
+    if (iface.up)
+        add_facts_when_up(iface, reply);
+    add_data(iface, reply);
+    if (!available)
+        add_no_device(reply);
 }
 
 // netifd's event on the bus and the notification to the interface's subscribers.
@@ -117,28 +189,50 @@ void announce(const std::string &name, const interface &iface)
     blobmsg_add_string(&msg, "interface", name.c_str());
     ubus_send_event(peer_bus(), "network.interface", msg.head);
     blob_buf_init(&msg, 0);
+    blobmsg_add_string(&msg, "interface", name.c_str());
     add_status(iface, &msg);
-    peer_notify(iface.object, "interface.update", msg.head);
+    peer_notify(iface.object, iface.up ? "interface.update" : "interface.down", msg.head);
     blob_buf_free(&msg);
+}
+
+// What has an own table is found by rules: by its addresses at once, and by the node's own traffic
+// where the main table knows no way.
+std::vector<std::string> rules_of(const interface &iface)
+{
+    if (iface.table.empty())
+        return {};
+    const std::string lookup = " lookup " + iface.table + " priority ";
+    const std::string address = iface.held.address;
+    const unsigned index = if_nametoindex(iface.device.c_str());
+    return {"from " + address + lookup + std::to_string(FROM_RULE),
+            "to " + address + "/" + std::to_string(iface.held.length) + lookup +
+                std::to_string(TO_RULE),
+            "iif lo" + lookup + std::to_string(OWN_RULE + index)};
 }
 
 void configure_kernel(const interface &iface)
 {
-    const std::string dev = " dev " + iface.device, table = " table " + std::to_string(iface.table);
-    const std::string metric = " metric " + std::to_string(iface.metric);
-    const std::string gateway = "default via " + iface.held.gateway + dev + metric;
-    const std::string prefix = std::to_string(iface.held.length);
-    peer_shell("ip address replace " + iface.held.address + "/" + prefix + dev +
-               " && ip route replace " + gateway + " && ip route replace " +
-               network_address(iface.held) + "/" + prefix + dev + table + " && ip route replace " +
-               gateway + table);
+    const std::string dev = " dev " + iface.device;
+    const std::string table = iface.table.empty() ? "" : " table " + iface.table;
+    const std::string prefix = "/" + std::to_string(iface.held.length);
+    std::string command = "ip address replace " + iface.held.address + prefix + dev +
+                          " && ip route replace " + network_address(iface.held) + prefix + dev +
+                          table + " && ip route replace default via " + iface.held.gateway + dev +
+                          " metric " + std::to_string(iface.metric) + table;
+    for (const std::string &rule : rules_of(iface)) // one may stand there from an earlier life
+        command += "; ip rule del " + rule + " 2>/dev/null; ip rule add " + rule;
+    peer_shell(command);
 }
 
 void clear_kernel(const interface &iface)
 {
     const std::string dev = " dev " + iface.device;
-    peer_shell("ip route flush table " + std::to_string(iface.table) + dev + " && ip route flush" +
-               dev + " && ip -4 address flush" + dev);
+    std::string command = "ip route flush" + dev + "; ip -4 address flush" + dev;
+    if (!iface.table.empty())
+        command += "; ip route flush table " + iface.table + dev;
+    for (const std::string &rule : rules_of(iface))
+        command += "; ip rule del " + rule;
+    peer_shell(command);
 }
 
 void follow(const std::string &name, interface &iface)
@@ -150,8 +244,10 @@ void follow(const std::string &name, interface &iface)
         clear_kernel(iface);
     iface.held = wanted;
     iface.up = !wanted.address.empty();
-    if (iface.up)
+    if (iface.up) {
+        iface.up_since = time(nullptr);
         configure_kernel(iface);
+    }
     peer_journal(name + (iface.up ? " up " + iface.held.address : " down"));
     announce(name, iface);
 }
@@ -165,9 +261,12 @@ void follow_all()
 void set_wanted(const std::string &name, interface &iface, bool wanted)
 {
     peer_journal(name + (wanted ? " asked up" : " asked down"));
+    const bool loses = iface.up && !wanted;
     iface.wanted = wanted;
     peer_shell("ip link set " + iface.device + (wanted ? " up" : " down") + " 2>/dev/null || :");
     follow(name, iface);
+    if (loses) // said twice by the real one
+        announce(name, iface);
 }
 
 int interface_call(const peer_object &object, const std::string &method, blob_attr *,
@@ -203,17 +302,16 @@ std::set<std::string> leased_names()
 void add_interface(const std::string &name, const std::vector<peer_section> &configuration)
 {
     interface &iface = interfaces[name];
-    bool wired = name.starts_with("wired");
     iface.device = name.starts_with("orph_conn") ? name : "br-" + name;
-    iface.table = wired ? WIRED_TABLE : MESH_TABLE;
-    iface.metric = wired ? 10 : 20;
     for (auto &section : configuration) {
         if (section.name != name)
             continue;
         if (std::string device = peer_option(section, "device"); !device.empty())
             iface.device = device;
-        if (std::string metric = peer_option(section, "metric"); !metric.empty())
-            iface.metric = atoi(metric.c_str());
+        if (std::string proto = peer_option(section, "proto"); !proto.empty())
+            iface.proto = proto;
+        iface.table = peer_option(section, "ip4table");
+        iface.metric = atoi(peer_option(section, "metric").c_str());
     }
     iface.object = peer_publish(PATH_PREFIX + name, INTERFACE_METHODS, interface_call);
 }
