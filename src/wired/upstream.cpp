@@ -39,6 +39,7 @@
 #include "wired/bridges.h"
 #include "wired/inet_test.h"
 #include "wired/upstream_internal.h"
+#include "wired/wired_internal.h"
 
 constexpr int MESH_READY_MS = 150000;
 constexpr int MESH_UP_MS = 600000;
@@ -332,6 +333,7 @@ void complete_inet_test(uint32_t result)
     if (!test.dispatch_complete)
         return;
     abort_inet_test();
+    const bool passed_over_wire = test.test_passed != 0 && result == TARN_NET_UPSTREAM_WAN_STATE;
     if (test.upstream_state == TARN_NET_UPSTREAM_MESH_STATE)
         test.test_passed = mesh_cycle_passed();
     if (result != TARN_NET_UPSTREAM_WAN_STATE &&
@@ -347,4 +349,5 @@ void complete_inet_test(uint32_t result)
               test.test_failures, gOnline_settings.failure_tolerance);
     if (test.test_failures >= gOnline_settings.failure_tolerance)
         fall_back(result);
+    wired_event_weigh_cycle(passed_over_wire);
 }

@@ -1,6 +1,8 @@
-// A wired port gets its link: the other port is taken down and this one becomes the uplink.
+// A wired port gets its link: the other port is taken down and this one becomes the uplink. Should
+// it fail, the other one is brought up again.
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
@@ -9,6 +11,7 @@
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
+#include "wired/inet_test.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"
@@ -19,6 +22,11 @@ constexpr int NETIFD_TIMEOUT_MS = 500;
 constexpr size_t UPLINK_SET_SIZE = 12;
 
 int32_t gWired_taken_down = -1;
+/// While that interface is still down.
+static struct {
+    bool waits;
+    int32_t failures; ///< cycles in a row without a success over the wire that it yielded to
+} gYielded;
 
 enum { EVENT_INTERFACE, EVENT_ACTION };
 const blobmsg_policy gWired_event_policy[2] = {
@@ -54,24 +62,32 @@ void uplink_set(const char *name)
         log_warning("Unable to reload DHCP servers and firewall rules");
 }
 
-int netifd_event(ubus_context *ctx, const char *name, bool up)
+/// Whether netifd has done it; `*present`, whether it is on the bus at all.
+static bool ask_netifd(ubus_context *ctx, const char *name, bool up, bool *present)
 {
     log_debug("sending event to uds %s:%s", name, up ? "up" : "down");
     uint32_t id = 0;
-    if (ubus_lookup_id(ctx, "network.interface", &id) != UBUS_STATUS_OK) {
+    *present = ubus_lookup_id(ctx, "network.interface", &id) == UBUS_STATUS_OK;
+    if (!*present) {
         log_error("failed to look up network.interface");
-        return -1;
+        return false;
     }
     blob_buffer msg;
     blob_buf_init(&msg, 0);
     blobmsg_add_string(&msg, "interface", name);
-    const int down = ubus_invoke(ctx, id, "down", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS);
-    if (!up && down != UBUS_STATUS_OK)
-        log_warning("failed to bring %s down", name);
-    if (up &&
-        ubus_invoke(ctx, id, "up", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS) != UBUS_STATUS_OK)
-        log_warning("failed to bring %s up", name);
-    return 0;
+    int status = ubus_invoke(ctx, id, "down", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS);
+    if (up)
+        status = ubus_invoke(ctx, id, "up", msg.head, nullptr, nullptr, NETIFD_TIMEOUT_MS);
+    if (status != UBUS_STATUS_OK)
+        log_warning("failed to bring %s %s", name, up ? "up" : "down");
+    return status == UBUS_STATUS_OK;
+}
+
+int netifd_event(ubus_context *ctx, const char *name, bool up)
+{
+    bool present;
+    (void)ask_netifd(ctx, name, up, &present);
+    return present ? 0 : -1;
 }
 
 static void send_linkbeat(const char *name)
@@ -90,7 +106,22 @@ static void take_over(ubus_context *ctx, const char *name, int other)
     (void)netifd_event(ctx, other_name, false);
     uplink_set(name);
     gWired_taken_down = other;
+    gYielded = {.waits = true, .failures = 0};
     send_linkbeat(name);
+}
+
+void wired_event_weigh_cycle(bool passed_over_wire)
+{
+    if (!gYielded.waits)
+        return;
+    gYielded.failures = passed_over_wire ? 0 : gYielded.failures + 1;
+    if (gYielded.failures < gOnline_settings.failure_tolerance)
+        return;
+    const std::string name = "wired" + std::to_string(gWired_taken_down);
+    log_notice("The wire is not available, bringing %s up again", name.c_str());
+    // What cannot be asked or refuses now is asked again after as many cycles.
+    bool present;
+    gYielded = {.waits = !ask_netifd(gUbus_ctx, name.c_str(), true, &present), .failures = 0};
 }
 
 int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
