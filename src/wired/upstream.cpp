@@ -237,8 +237,12 @@ static void take_passed_cycle(uint32_t result)
     const bool from_lonely = test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE;
     if (result == TARN_NET_UPSTREAM_MESH_STATE)
         look_for_cable(); // which may change the state
-    if (result != test.upstream_state || !is_uplink(test.passed_iface))
+    if (result != test.upstream_state || !is_uplink(test.passed_iface)) {
         switch_upstream(result, from_lonely);
+    } else if (upstream_follow_bridge()) {
+        wifid_apply_bridges();
+        (void)run_reload_config();
+    }
 }
 
 struct mesh_prospect {

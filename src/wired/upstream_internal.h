@@ -25,6 +25,9 @@ void upstream_forget(upstream_step step);
 
 /// The one place that sets the upstream state; logs old and new.
 void upstream_set_state(uint32_t state);
+/// Lets DHCP and traffic shaper name the wired uplink bridge that a cycle has just passed over, if
+/// they name another port's. True when they had to change: "reload_config" has to follow.
+bool upstream_follow_bridge();
 /// Sends "netconfigd.gateway_mode" for a change to `next`.
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".

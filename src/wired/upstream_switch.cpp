@@ -70,9 +70,32 @@ bool upstream_enter_wan_from_none()
     return update_uplink_interface(TARN_NET_UPSTREAM_WAN_STATE);
 }
 
+static void note_served_bridge()
+{
+    upstream_record &upstream = gTarn_net_state.upstream;
+    memcpy(upstream.served_bridge, upstream.wired_uplink_bridge, sizeof upstream.served_bridge);
+}
+
+bool upstream_follow_bridge()
+{
+    const upstream_record &upstream = gTarn_net_state.upstream;
+    const inet_test_state &test = gTarn_net_state.inet_test;
+    if (test.upstream_state != TARN_NET_UPSTREAM_WAN_STATE ||
+        strcmp(upstream.served_bridge, upstream.wired_uplink_bridge) == 0 ||
+        strcmp(test.passed_iface, upstream.wired_uplink_bridge) != 0)
+        return false;
+    log_debug("What named '%s' follows to '%s'", upstream.served_bridge,
+              upstream.wired_uplink_bridge);
+    note_served_bridge();
+    (void)upstream_make(UPSTREAM_DHCP, test.upstream_state);
+    (void)upstream_make(UPSTREAM_PORTAL, test.upstream_state);
+    return true;
+}
+
 /// Puts what follows from the state into force, forwarding apart.
 static void apply_state(uint32_t state)
 {
+    note_served_bridge();
     (void)upstream_make(UPSTREAM_ROUTES, state);
     (void)upstream_make(UPSTREAM_DHCP, state);
     (void)upstream_make(UPSTREAM_FIREWALL, state);
@@ -112,6 +135,8 @@ bool update_uplink_interface(uint32_t state)
         (void)upstream_make(UPSTREAM_STOP_LONELY, state);
     if (state != previous)
         apply_state(state);
+    else
+        (void)upstream_follow_bridge();
     wifid_apply_bridges();
     const bool switched = switch_forwarding(state);
     wifid_apply_bridges();

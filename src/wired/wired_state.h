@@ -54,4 +54,5 @@ struct upstream_record {
     int32_t make_up_delay_ms;
     char forwarding_to[16];       ///< where forwarding is to lead while that step is unmade
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
+    char served_bridge[16]; ///< that DHCP and traffic shaper name while in WAN; empty: not the same
 };

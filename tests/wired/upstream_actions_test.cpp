@@ -76,6 +76,30 @@ TEST_F(UpstreamActions, FirstWiredSuccess)
     EXPECT_EQ(run("uci changes").output, "");
 }
 
+TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
+{
+    stand_in(NONE, "", "br-wired0");
+    end_cycle(WAN, "br-wired0");
+    const std::string gateway = "reload_config [from all lookup 10] dns [lo br-wired1] forward ";
+    const std::string forwards = "[ssid1wan_wired1 ssid2wan_wired1 meshwan_wired1]";
+    snprintf(upstream().wired_uplink_bridge, 16, "br-wired1");
+    (void)commands();
+    end_cycle(WAN, "br-wired0"); // the cycle was under way
+    EXPECT_EQ(commands(), lines{});
+    end_cycle(WAN, "br-wired1");
+    EXPECT_EQ(commands(), (lines{"batctl gw_mode server", gateway + forwards, gateway + forwards}));
+    EXPECT_EQ(uci("udshape.ssid1.gatewayif") + " " + uci("firewall.ssid1_lan_cp.src"),
+              "eth1 wired1");
+    // There and back before a cycle has passed over it.
+    uplink_set("wired0");
+    snprintf(upstream().wired_uplink_bridge, 16, "br-wired1");
+    (void)commands();
+    end_cycle(WAN, "br-wired1");
+    EXPECT_EQ(commands(), lines{gateway + forwards});
+    end_cycle(WAN, "br-wired1");
+    EXPECT_EQ(commands(), lines{});
+}
+
 TEST_F(UpstreamActions, WireToMeshToLonelyAndBack)
 {
     stand_in(NONE, "", "br-wired1");
