@@ -51,8 +51,8 @@ void uplink_set(const char *name)
         snprintf(bridge, UPLINK_SET_SIZE, "br-%s", name);
         change_dns_interface(ng_uci_add_list, bridge);
     }
-    gTarn_net_state.upstream.served_bridge[0] =
-        '\0'; // the shaper follows with the next passed cycle
+    // The shaper follows with the next passed cycle.
+    gTarn_net_state.upstream.served_bridge[0] = '\0';
     wifid_apply_bridges();
     (void)set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
                                         gTarn_net_state.inet_test.upstream_state);
