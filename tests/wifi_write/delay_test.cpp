@@ -339,6 +339,7 @@ TEST_F(delay, WhatCannotBeAppliedIsAppliedWhenItCanBe)
         pass_ms(425000);
         EXPECT_NE("", batch_file());
         EXPECT_EQ(before, run("cat /etc/config/*").output) << "not by halves";
+        all_packages_quiet();
         EXPECT_EQ(errors + 1, logged("ERROR:")) << "not said every second";
         close(fd);
         run(fault.after);
