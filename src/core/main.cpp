@@ -17,6 +17,7 @@
 #include <libubus.h>
 
 #include "core/bus.h"
+#include "core/instance.h"
 #include "mesh/mesh.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -29,8 +30,12 @@
 
 static uci_context *gUci_context;
 
-int main()
+int main(int argc, char **argv)
 {
+    if (const int answered = instance_answer_arguments(argc, argv); answered >= 0)
+        return answered;
+    if (!instance_become_only())
+        return 1;
     debug_init("/tmp/debug_tarn_net.log");
     if (ng_uci_recover())
         shell_run_ignored("reload_config"); // others may have read half a change
