@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -152,11 +153,8 @@ TEST_F(log_test, a_message_too_long_is_cut_and_says_so)
     }
 }
 
-TEST_F(log_test, the_file_is_private_appended_to_and_not_inherited)
+TEST_F(log_test, the_file_is_appended_to_and_not_inherited)
 {
-    struct stat info;
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777 & ~0640u, 0u);
     EXPECT_TRUE(fcntl(fileno(gDebug_file), F_GETFD) & FD_CLOEXEC);
     log_error("first");
     debug_init(path.c_str());
@@ -164,19 +162,49 @@ TEST_F(log_test, the_file_is_private_appended_to_and_not_inherited)
     EXPECT_EQ(lines().size(), 2u);
 }
 
-TEST_F(log_test, only_a_plain_file_becomes_the_log)
+TEST_F(log_test, only_a_plain_file_of_our_own_becomes_the_log)
 {
     const std::string victim = directory / "victim";
-    write_file(victim, "precious");
-    ASSERT_EQ(symlink(victim.c_str(), (directory / "link").c_str()), 0);
-    ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
-    for (const std::string &refused :
-         {directory / "link", directory / "fifo", directory.path, directory / "none/x"}) {
+    const auto plant_file = [&](mode_t mode) {
+        write_file(path, "planted");
+        return chmod(path.c_str(), mode);
+    };
+    const struct {
+        const char *what;
+        std::function<int()> plant;
+        bool replaced;
+    } cases[] = {
+        {"symbolic link", [&] { return symlink(victim.c_str(), path.c_str()); }, true},
+        {"hard link", [&] { return link(victim.c_str(), path.c_str()); }, true},
+        {"fifo", [&] { return mkfifo(path.c_str(), 0600); }, true},
+        {"others may write", [&] { return plant_file(0666); }, true},
+        {"another user's", [&] { return plant_file(0640) || chown(path.c_str(), 1, 1); }, true},
+        {"our own", [&] { return plant_file(0640); }, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove(path);
+        write_file(victim, "precious");
+        chmod(victim.c_str(), 0640);
+        if (c.plant() != 0) {
+            EXPECT_EQ(errno, EPERM) << "only root makes a file another user's";
+            continue;
+        }
+        debug_init(path.c_str());
+        log_error("written");
+        EXPECT_EQ(last_message(), "written");
+        EXPECT_EQ(read_file(path).find("planted") == std::string::npos, c.replaced);
+        EXPECT_EQ(read_file(victim), "precious");
+        struct stat info;
+        EXPECT_EQ(lstat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode, S_IFREG | 0640u);
+        EXPECT_EQ(info.st_uid, geteuid());
+    }
+    for (const std::string &refused : {directory.path, directory / "none/x"}) {
         debug_init(refused.c_str());
         EXPECT_EQ(gDebug_file, nullptr) << refused;
         log_error("nothing happens");
     }
-    EXPECT_EQ(read_file(victim), "precious");
 }
 
 TEST_F(log_test, the_log_and_its_predecessor_stay_small)
@@ -203,10 +231,18 @@ TEST_F(log_test, rotation_survives_what_others_do_to_the_files)
         for (long written = 0; written <= LOG_FILE_LIMIT; written += 4000)
             log_error("%s", text.c_str());
     };
-    std::filesystem::remove(path);
-    fill();
-    log_error("after removal");
-    EXPECT_EQ(last_message(), "after removal");
+    for (int times = 0; times < 2; times++) {
+        std::filesystem::remove(path);
+        log_error("after removal");
+        EXPECT_EQ(last_message(), "after removal");
+        EXPECT_EQ(lines().size(), 1u);
+        std::filesystem::create_hard_link(path, directory / "kept" + std::to_string(times));
+        fill();
+    }
+    std::filesystem::rename(path, directory / "moved");
+    log_error("after a move");
+    EXPECT_EQ(last_message(), "after a move");
+    EXPECT_LE(std::filesystem::file_size(path), 2000u);
 
     // Nothing can be renamed onto a directory that is not empty: the file is emptied instead.
     std::filesystem::remove(path + ".1");

@@ -29,25 +29,67 @@ char *g_path;
 char *g_rotated_path;
 bool g_rotates = true;
 
-/// Opens for appending, or null. Not blocking, so that a fifo in the file's place is refused
-/// instead of waited for.
+constexpr int OPEN_FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY |
+                           O_NONBLOCK; // a fifo in the file's place is not waited for
+constexpr mode_t LOG_MODE = 0640;
+
+/// True for a file that nobody else has a name of or put there: anybody may write to /tmp.
+bool is_ours_alone(int fd)
+{
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 1 &&
+           info.st_uid == geteuid() && (info.st_mode & 07777) == LOG_MODE;
+}
+
+/// A new file in the place of whatever has the name, or -1.
+int log_replace(const char *path)
+{
+    if (unlink(path) < 0 && errno != ENOENT)
+        return -1;
+    const int fd = open(path, OPEN_FLAGS | O_EXCL, LOG_MODE);
+    if (fd >= 0)
+        (void)!fchmod(fd, LOG_MODE); // whatever the umask took away
+    return fd;
+}
+
+/// Opens for appending, or null. What is not a log of our own is replaced by one.
 FILE *log_open(const char *path)
 {
-    const int fd = open(
-        path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
-    if (fd < 0)
-        return nullptr;
-    struct stat info;
-    FILE *file = nullptr;
-    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode))
-        file = fdopen(fd, "a");
+    int fd = open(path, OPEN_FLAGS & ~O_CREAT);
+    if (fd < 0 || !is_ours_alone(fd)) {
+        if (fd >= 0)
+            close(fd);
+        fd = log_replace(path);
+    }
+    FILE *file = fd >= 0 ? fdopen(fd, "a") : nullptr;
     if (!file) {
-        close(fd);
+        if (fd >= 0)
+            close(fd);
         return nullptr;
     }
     // A whole line fits, so each goes out in one write.
     setvbuf(file, nullptr, _IOFBF, LOG_MESSAGE_MAX + 1024);
     return file;
+}
+
+/// True unless the name belongs to another file than the open one, or to none.
+bool log_is_in_place()
+{
+    struct stat opened, named;
+    if (!g_path || fstat(fileno(gDebug_file), &opened) != 0)
+        return true;
+    return lstat(g_path, &named) == 0 && named.st_ino == opened.st_ino &&
+           named.st_dev == opened.st_dev;
+}
+
+/// Goes on in a new file when somebody has taken the log away; in the old one if there is no room.
+void log_follow_name()
+{
+    FILE *file = log_is_in_place() ? nullptr : log_open(g_path);
+    if (!file)
+        return;
+    fclose(gDebug_file);
+    gDebug_file = file;
 }
 
 /// Moves the full file away and starts a new one. Where either cannot be done the file in hand is
@@ -113,6 +155,7 @@ void write_line(int level, const char *function, int line, const char *message)
 {
     char stamp[LOG_TIMESTAMP_SIZE];
     zu_log_timestamp(stamp);
+    log_follow_name();
     fprintf(gDebug_file, "%s [%i] %s:%d: %s: %s\n", stamp, static_cast<int>(getpid()), function,
             line, level_word(level), message);
     if (fflush(gDebug_file) != 0)
