@@ -101,13 +101,23 @@ static int dump_once(dump_progress *progress)
     return exchange(socket.get(), msg.get(), progress);
 }
 
-/// A kernel without nl80211 stays without it: that is told once.
+/// True when a command fails in another way than it did the last time: what stays as it is is said
+/// once, not at each dump. `error` is negative for the library's, positive for the kernel's, else
+/// 0.
+static bool is_news(int command, int error)
+{
+    static int last_errors[UINT8_MAX + 1]; // by command, which is a byte
+    return std::exchange(last_errors[command & UINT8_MAX], error) != error;
+}
+
+/// A kernel without nl80211 stays without it: that is told once for all commands.
 static void log_failure(int command, int error)
 {
     static bool absence_told;
     if (error == -NLE_OBJ_NOTFOUND && std::exchange(absence_told, true))
         return;
-    log_error("nl80211: command %d failed: %s", command, nl_geterror(error));
+    if (is_news(command, error))
+        log_error("nl80211: command %d failed: %s", command, nl_geterror(error));
 }
 
 int nl80211_dump(const nl80211_dump_request &request)
@@ -118,12 +128,12 @@ int nl80211_dump(const nl80211_dump_request &request)
         log_failure(request.command, result);
         return result == -NLE_OBJ_NOTFOUND ? -ENOENT : -EIO;
     }
-    if (progress.error != 0) {
-        int error = abs(progress.error);
+    int error = abs(progress.error);
+    if (is_news(request.command, error) && error != 0)
         log_notice("nl80211: command %d on interface %d answered: %s", request.command,
                    (int)request.ifindex, strerror(error));
+    if (error != 0)
         return -error;
-    }
     return progress.interrupted ? -EINTR : 0;
 }
 

@@ -1,9 +1,11 @@
 // The platform file at its fixed path, read at start.
+#include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sys/stat.h>
 
 namespace {
@@ -22,8 +24,23 @@ TEST(platform_file, is_read_whole_or_not_at_all)
     }
     write_file("/etc/tarn/platform.json", R"({"model": "AP-5"})");
     platform_detect();
-    remove("/etc/tarn/platform.json");
-    platform_detect();
+    // A file that is missing is said once, a member that is missing also, however often it is
+    // asked.
+    const std::pair<const char *, int> errors[] = {{nullptr, 1}, {"{}", 2}, {"{", 1}};
+    for (const auto &[content, count] : errors) {
+        remove("/etc/tarn/platform.json");
+        if (content)
+            write_file("/etc/tarn/platform.json", content);
+        remove("/tmp/platform.log");
+        debug_init("/tmp/platform.log");
+        platform_detect();
+        for (int i = 0; i < 3; i++) {
+            EXPECT_EQ(platform_wireless_get_num_radios(), -1);
+            EXPECT_EQ(platform_wireless_get_radio_band_name(i), nullptr);
+        }
+        const std::string log = read_file("/tmp/platform.log");
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), count) << log;
+    }
     EXPECT_EQ(platform_get_model(), nullptr);
 }
 

@@ -27,8 +27,10 @@ extern FILE *gDebug_file;
 /// Messages of a level above this one are dropped unformatted. 0 drops all, 5 keeps all.
 extern int gDebug_log_level;
 
-/// Opens `path` for appending (created 0640, close-on-exec, symbolic links refused). On failure
-/// gDebug_file stays null and the daemon runs on without a log.
+/// Opens `path` for appending (0640, close-on-exec). What is not a plain file of this user's, of
+/// that mode and with this one name, is replaced: a link is never followed. A log that is deleted
+/// or moved away meanwhile is made anew by the next line. On failure gDebug_file stays null and the
+/// daemon runs on without a log.
 void debug_init(const char *path);
 
 /// To be called in a forked child that goes on logging: its lines go into the same file, but only
@@ -48,7 +50,8 @@ void debug_load_level(const char *uci_option);
 using zu_log_error_listener = void (*)(const char *message, void *priv);
 /// Installs a listener, or removes it (null). There is one at a time.
 void zu_log_set_error_listener(zu_log_error_listener listener, void *priv);
-extern zu_log_error_listener gDebug_error_listener; ///< private: read by zu_log_wanted()
+/// To be read only: while it is set, somebody wants every ERROR, said before or not.
+extern zu_log_error_listener gDebug_error_listener;
 
 /// True when a message of `level` goes anywhere: to the file, or to an ERROR listener.
 inline bool zu_log_wanted(int level)

@@ -26,6 +26,8 @@ struct platform_data {
     bool dfs_support = false;
     bool scanning_support = false;
     std::optional<std::vector<std::string>> radio_bands; // "" for a radio that names none
+    bool radio_count_missed = false;                     // and that was said
+    bool radio_bands_missed = false;
 };
 
 constinit platform_data g_platform;
@@ -124,15 +126,31 @@ const char *text_or_null(const std::optional<std::string> &text)
     return text ? text->c_str() : nullptr;
 }
 
+/// Without a description every member is missing, which has been said with it.
+void forget_board()
+{
+    g_platform = {};
+    g_platform.radio_count_missed = g_platform.radio_bands_missed = true;
+}
+
+/// Says that a member is missing: in the log once, as it stays missing, and to each caller who
+/// collects the errors of what it asked for.
+void miss_wireless_member(const char *name, bool *said)
+{
+    if (!*said || gDebug_error_listener)
+        log_error("Wireless platform data has no %s member", name);
+    *said = true;
+}
+
 } // namespace
 
 void platform_detect()
 {
-    g_platform = {};
     std::string text(PLATFORM_FILE_MAX + 1, '\0'); // one byte more shows that it is too large
     const ssize_t length = file_read_bin(PLATFORM_FILE, text.data(), text.size());
     if (length < 0) {
         log_error("Failed to read platform data from %s: %s", PLATFORM_FILE, strerror(errno));
+        forget_board();
         return;
     }
     text.resize(static_cast<std::size_t>(length));
@@ -141,10 +159,12 @@ void platform_detect()
 
 bool _parse_platform_data(const char *json_text)
 {
-    g_platform = {};
     const json_handle root = parse_object(json_text);
-    if (!root)
+    if (!root) {
+        forget_board();
         return false;
+    }
+    g_platform = {};
     g_platform.model = text_member(root.get(), "model");
     g_platform.ctl_variant = text_member(root.get(), "ctl_variant");
     g_platform.management_mac = text_member(root.get(), "management_mac");
@@ -172,14 +192,14 @@ int platform_wireless_get_num_radios()
 {
     if (g_platform.num_radios)
         return *g_platform.num_radios;
-    log_error("Wireless platform data has no num_radios member");
+    miss_wireless_member("num_radios", &g_platform.radio_count_missed);
     return -1;
 }
 
 int platform_wireless_get_radio_idx(const char *band)
 {
     if (!g_platform.radio_bands) {
-        log_error("Wireless platform data has no wifi_radios member");
+        miss_wireless_member("wifi_radios", &g_platform.radio_bands_missed);
         return -1;
     }
     const std::vector<std::string> &bands = *g_platform.radio_bands;
@@ -192,7 +212,7 @@ int platform_wireless_get_radio_idx(const char *band)
 const char *platform_wireless_get_radio_band_name(int index)
 {
     if (!g_platform.radio_bands) {
-        log_error("Wireless platform data has no wifi_radios member");
+        miss_wireless_member("wifi_radios", &g_platform.radio_bands_missed);
         return nullptr;
     }
     const std::vector<std::string> &bands = *g_platform.radio_bands;
