@@ -165,6 +165,14 @@ void wifi_delayed_stage(const char *path)
     snprintf(staged_file, sizeof(staged_file), "%s", path);
 }
 
+wifi_delayed_status wifi_delayed_now()
+{
+    if (!pending_file[0])
+        return {staged_file[0] ? "staged" : "idle", 0};
+    const int64_t left_ms = uloop_timeout_remaining64(&delayed_timer);
+    return {"pending", left_ms > 0 ? static_cast<int>((left_ms + 999) / 1000) : 0};
+}
+
 bool wifi_delayed_settings_pending()
 {
     return pending_file[0] != '\0';

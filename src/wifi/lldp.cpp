@@ -1,13 +1,12 @@
 // Power negotiation over LLDP: until it is done, access points and mesh interfaces stay off and
 // only their intent (config_enable) is kept. Any doubt about the negotiation means "done".
+// Switching them on is enables.cpp's.
 
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "wifi/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/upstream.h"
 
 #include <charconv>
 #include <cstring>
@@ -54,49 +53,15 @@ const char *state_doubt(ng_uci_state_result result)
     return nullptr;
 }
 
-void restore_access_points(int radio)
+/// The state of the negotiation, or in `doubt` why it is not known, which counts as complete.
+bool negotiation_complete(int *value, const char **doubt)
 {
-    for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
-        int enable = 0;
-        if (ng_uci_get_int(&enable, "wireless.ap%d_%d.config_enable", radio, ssid) != 0) {
-            log_warning("Unable to read 'config_enable' UCI option for iface ap%i_%i", radio, ssid);
-            continue;
-        }
-        ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, enable,
-                                   "wireless.ap%d_%d.enable", radio, ssid);
-    }
-}
-
-// What the mesh interface's enable becomes: nothing on a DFS channel, else what is intended.
-int mesh_enable_on_channel(int radio, int intended)
-{
-    int channel = 0;
-    if (ng_uci_get_int(&channel, "wireless.radio%d.channel", radio) != 0) {
-        log_warning("Unable to read 'channel' UCI option for radio%i", radio);
-        return intended;
-    }
-    std::string htmode;
-    if (ng_uci_get_string(htmode, "wireless.radio%d.htmode", radio) != 0) {
-        log_warning("Unable to read 'htmode' UCI option for radio%i", radio);
-        return intended;
-    }
-    const bool is_dfs = wifid_channel_is_dfs(channel, htmode.c_str());
-    const int enable = is_dfs ? 0 : intended;
-    log_debug("Set uci_addr_mesh_enable to %d, mesh_iface_enable: %d channel_is_dfs: %d", enable,
-              intended, is_dfs);
-    return enable;
-}
-
-void restore_mesh(int radio)
-{
-    int intended = 0;
-    if (ng_uci_get_int(&intended, "wireless.mesh%d.config_enable", radio) != 0) {
-        log_warning("Unable to read 'config_enable' UCI option for iface mesh%i", radio);
-        return;
-    }
-    ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string,
-                               mesh_enable_on_channel(radio, intended), "wireless.mesh%d.enable",
-                               radio);
+    std::string text;
+    *value = 1;
+    *doubt = state_doubt(ng_uci_get_state("/var/state", LLDP_STATE, text));
+    if (!*doubt && !read_decimal(text, value))
+        *doubt = "LLDP negotiation state is not an integer";
+    return *doubt || *value != 0;
 }
 
 int qnet_lldp_negotiation_complete_handler(ubus_context *, ubus_object *, ubus_request_data *,
@@ -119,37 +84,22 @@ bool wifi_lldp_negotiation_complete()
         log_info("Sufficient power without LLDP, negotiation complete");
         return true;
     }
-    std::string text;
-    const char *doubt = state_doubt(ng_uci_get_state("/var/state", LLDP_STATE, text));
-    int value = 0;
-    if (!doubt && !read_decimal(text, &value))
-        doubt = "LLDP negotiation state is not an integer";
-    if (doubt) {
+    int value;
+    const char *doubt;
+    const bool complete = negotiation_complete(&value, &doubt);
+    if (doubt)
         log_notice("%s", doubt);
-        return true;
-    }
-    log_info("LLDP negotiation done: %d", value);
-    return value != 0;
+    else
+        log_info("LLDP negotiation done: %d", value);
+    return complete;
 }
 
-void wifi_restore_config_enabled_interfaces(bool reload)
+bool wifi_lldp_keeps_interfaces_off()
 {
-    if (!wifi_lldp_negotiation_complete()) {
-        log_notice("LLDP negotiation is in progress, skipping wifi interface config restoration");
-        return;
-    }
-    const int radios = wifi_radio_count();
-    for (int radio = 0; radio < radios; radio++) {
-        restore_access_points(radio);
-        restore_mesh(radio);
-        // The scanning radio has no such interface.
-        if (!wifi_radio_override_active() && ng_uci_exists("wireless.orph_conn%d", radio))
-            ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, 0,
-                                       "wireless.orph_conn%d.enable", radio);
-    }
-    (void)ng_uci_commit("wireless"); // logged there; the next restoration writes the same again
-    if (reload)
-        (void)run_reload_config();
+    const zu_log_repetition quiet;
+    int value;
+    const char *doubt;
+    return !powered_without_lldp() && !negotiation_complete(&value, &doubt);
 }
 
 void qnet_lldp_register_subscriber(ubus_context *ctx, uint32_t id)
@@ -175,6 +125,7 @@ void qnet_lldp_register_subscriber(ubus_context *ctx, uint32_t id)
     }
     subscribed_id = id;
     log_info("Registered for LLDP negotiation notifications obj_id = %d", static_cast<int>(id));
+    wifi_check_enables(); // for what was notified before
 }
 
 void qnet_lldp_unregister_subscriber(ubus_context *ctx, uint32_t)

@@ -55,6 +55,7 @@ int wifi_reload_config(bool first_start)
     again.cb = read_again_cb;
     if (first_start) {
         wifi_delayed_start();
+        wifi_check_enables();
         is_read = false;
     }
     return read_or_try_again();

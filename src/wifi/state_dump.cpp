@@ -6,6 +6,7 @@
 #include "wifi/dfs.h"
 #include "wifi/settings_dump.h"
 #include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 #include "wired/upstream.h"
 
 namespace {
@@ -68,6 +69,27 @@ void wifi_dump_wireless_state(blob_buf *buf)
     dump_dfs_usable(buf);
 }
 
+void dump_delayed(blob_buf *buf)
+{
+    const wifi_delayed_status now = wifi_delayed_now();
+    report(blobmsg_add_string(buf, "state", now.state), "Unable to add the delayed state");
+    report(blobmsg_add_u32(buf, "seconds_left", static_cast<uint32_t>(now.seconds_left)),
+           "Unable to add seconds_left");
+}
+
+/// One table of the document.
+template <typename Fill>
+void dump_table(blob_buf *buf, const char *name, Fill fill)
+{
+    void *table = blobmsg_open_table(buf, name);
+    if (!table) {
+        log_warning("Unable to open '%s' for the state dump", name);
+        return;
+    }
+    fill();
+    blobmsg_close_table(buf, table);
+}
+
 } // namespace
 
 int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
@@ -76,18 +98,10 @@ int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
         log_error("%s is NULL", "buf");
         return -1;
     }
-    if (void *settings = blobmsg_open_table(buf, "settings")) {
-        (void)wifi_dump_settings(buf, wifi_live_settings(), include_secrets);
-        blobmsg_close_table(buf, settings);
-    } else {
-        log_warning("Unable to open 'settings' for the state dump");
-    }
-    if (void *state = blobmsg_open_table(buf, "state")) {
-        wifi_dump_wireless_state(buf);
-        blobmsg_close_table(buf, state);
-    } else {
-        log_warning("Unable to open 'state' for the state dump");
-    }
+    dump_table(buf, "settings",
+               [=] { (void)wifi_dump_settings(buf, wifi_live_settings(), include_secrets); });
+    dump_table(buf, "state", [=] { wifi_dump_wireless_state(buf); });
+    dump_table(buf, "delayed", [=] { dump_delayed(buf); });
     return 0;
 }
 

@@ -88,7 +88,7 @@ bool wifi_vlan_tag_is_valid(int vlan_tag);
 /// False only while the power negotiation over LLDP is known to be running.
 bool wifi_lldp_negotiation_complete();
 /// Copies the intended enables of radios' interfaces to the live ones; with `reload` also runs
-/// reload_config.
+/// reload_config. When another process's lock is in the way, both are done as soon as it is gone.
 void wifi_restore_config_enabled_interfaces(bool reload);
 /// True while delayed wireless settings wait for their timer.
 bool wifi_delayed_settings_pending();

@@ -19,6 +19,14 @@ void wifi_hapd_bus_reset();
 /// True when the text begins with six hexadecimal bytes joined by colons.
 bool str_is_mac_addr(const char *text);
 
+// Power negotiation and interfaces (lldp.cpp, enables.cpp)
+
+/// As !wifi_lldp_negotiation_complete(), without a word in the log.
+bool wifi_lldp_keeps_interfaces_off();
+/// Looks, as soon as the loop runs, whether an access point or mesh interface is not as intended
+/// although nothing keeps it off any longer, and restores it.
+void wifi_check_enables();
+
 // Delayed settings (delayed.cpp)
 
 /// Takes over a finished batch file as the staged one; one staged before is deleted.
@@ -30,6 +38,13 @@ void wifi_delayed_drop();
 #define WIFI_DELAYED_FILES "/tmp/wifi-delayed-"
 /// Cancels what waits, also what an earlier run of the daemon left.
 void wifi_delayed_start();
+/// What waits: "pending" before "staged" before "idle", and the whole seconds until a pending file
+/// is applied, else 0.
+struct wifi_delayed_status {
+    const char *state;
+    int seconds_left;
+};
+wifi_delayed_status wifi_delayed_now();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
 

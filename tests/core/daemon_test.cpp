@@ -43,6 +43,61 @@ TEST_F(Daemon, PublishesItsMethodsInOrder)
               "\t\"debug\":{\"enable\":\"Integer\"}\n");
 }
 
+TEST_F(Daemon, OnlyTheFirstStartWithoutArgumentsTouchesTheNode)
+{
+    run("uci set firewall.meshwan_wired0.enabled=1; uci commit firewall");
+    const auto traces = [] {
+        return run("uci export firewall; cat /var/log/journal; ls /tmp /var/run").output;
+    };
+    const std::string before = traces();
+    const struct {
+        const char *arguments;
+        int status;
+        const char *says;
+    } cases[] = {
+        {"--version 2>/dev/null", 0, "tarn_net 0."},
+        {"--help 2>/dev/null", 0, "usage: tarn_net "},
+        {"--help now >/dev/null", 2, "usage: tarn_net "},
+        {"-d >/dev/null", 2, "usage: tarn_net "},
+        {"'' >/dev/null", 2, "usage: tarn_net "},
+        {">/dev/null", 1, "tarn_net: another one runs"},
+    };
+    for (const auto &c : cases) {
+        const outcome ended = run("timeout 5 tarn_net " + std::string(c.arguments));
+        EXPECT_EQ(ended.status, c.status) << c.arguments;
+        EXPECT_EQ(ended.output.find(c.says), 0u) << c.arguments << ": " << ended.output;
+    }
+    EXPECT_EQ(traces(), before);
+    EXPECT_EQ(run("sed 's/.* \\[\\([0-9]*\\)\\] .*/\\1/' /tmp/debug_tarn_net.log | sort -u").output,
+              std::to_string(tarn_net->pid()) + "\n");
+    // Its end makes room for the next one, however it ended.
+    tarn_net->end(SIGKILL);
+    start_daemon();
+}
+
+TEST_F(Daemon, NegotiationThatEndedUnheardSwitchesTheRadiosOn)
+{
+    run("uci set wireless.ap0_1.enable=0; uci commit wireless");
+    const fake_interface lldp(daemon, "qnet.lldp", "{}");
+    run_until([] { return uci("wireless.ap0_1.enable") == "1"; });
+}
+
+TEST_F(Daemon, ForcedRestartForgetsWhatTheRadiosWereSetUpWith)
+{
+    const auto state = [] { return run("uci -P /var/state -q show wireless._phy1").output; };
+    run("uci -P /var/state set wireless._phy1=phy; uci -P /var/state set wireless._phy1.md5=1; "
+        "uci -P /var/state set wireless._phy1.md5_mesh1=2; uci -P /var/state set "
+        "wireless._phy1.x=3");
+    EXPECT_EQ(call("qnet.wifi", "force_wifi_restart").status, 9) << "nobody restarts them";
+    EXPECT_EQ(logged("ERROR: Failed to lookup UBUS ID for 'service'"), 1);
+    EXPECT_EQ(state(), "wireless._phy1=phy\nwireless._phy1.x='3'\n");
+    fake_interface service(daemon, "service", "{}");
+    service.methods_[0].name = "event";
+    EXPECT_EQ(call("qnet.wifi", "force_wifi_restart").status, 0);
+    run_until([&] { return !service.called.empty(); });
+    EXPECT_EQ(service.called[0], R"(event {"type":"config.change","data":{"package":"wireless"}})");
+}
+
 TEST_F(Daemon, FollowsInterfacesThatComeAndGo)
 {
     const struct {

@@ -42,6 +42,21 @@ struct delay : writer_fixture {
         uloop_clock_run_ms(ms);
     }
     static std::string channel() { return uci("wireless.radio1.channel"); }
+    /// What the state dump says of it.
+    static std::string waiting()
+    {
+        blob_buffer buf;
+        blob_buf_init(&buf, 0);
+        EXPECT_EQ(0, wifi_dump_settings_and_state(&buf, false));
+        const std::string shown = json_text(blobmsg_format_json(buf.head, true)).get();
+        char state[16] = "";
+        int left = -1;
+        const size_t at = shown.find(R"(,"delayed":{)");
+        if (at != std::string::npos)
+            sscanf(shown.c_str() + at, R"(,"delayed":{"state":"%15[^"]","seconds_left":%d}})",
+                   state, &left);
+        return std::string(state) + " " + std::to_string(left);
+    }
 };
 
 struct delay_case {
@@ -122,6 +137,9 @@ TEST_F(delay, EndOfAnOrphansConnectionDoesNotWait)
     EXPECT_EQ("0", uci("wireless.orph_conn1.enable"));
     EXPECT_EQ("", uci("wireless.orph_conn1.bssid") + uci("wireless.orph_conn1.key"));
     EXPECT_EQ(2, push_channel(40)) << "refused while the override is in place";
+    wifi_restore_config_enabled_interfaces(false);
+    (void)ng_uci_renew_change_context();
+    EXPECT_EQ("1", uci("wireless.orph_conn0.enable")) << "nor does a restoration end it";
     const std::string nonce = wifi_live_settings()->radio_override;
     ASSERT_EQ(0, push(R"({"channel_change_nonce":")" + nonce +
                       R"(","radios":[{"band":"5GHz","channel":40}]})"));
@@ -136,14 +154,18 @@ TEST_F(delay, EndOfAnOrphansConnectionDoesNotWait)
 TEST_F(delay, ConfirmedPushIsAppliedSevenMinutesLater)
 {
     run("rm /var/log/journal");
+    EXPECT_EQ("idle 0", waiting());
     ASSERT_EQ(0, push_channel(40));
     pass_ms(3600000);
     EXPECT_EQ("36", channel()) << "without a confirmation it waits";
+    EXPECT_EQ("staged 0", waiting());
     confirm(true);
     EXPECT_EQ("1", led());
+    EXPECT_EQ("pending 420", waiting());
     const int reloads = journal("reload_config");
     pass_ms(419000);
     EXPECT_EQ("36", channel());
+    EXPECT_EQ("pending 1", waiting());
     EXPECT_EQ(0, journal("/etc/init.d/dnsmasq"));
     pass_ms(2000);
     EXPECT_EQ("40", channel());
@@ -440,4 +462,54 @@ TEST_F(delay, RestorationLeavesAloneWhatItCannotRead)
     wifi_restore_config_enabled_interfaces(true);
     EXPECT_EQ("0", uci("wireless.mesh1.enable"));
     EXPECT_EQ(2, journal("reload_config"));
+}
+
+TEST_F(delay, InterfacesThatNobodyKeepsOffComeOn)
+{
+    const auto enables = [] { return uci("wireless.ap0_1.enable") + uci("wireless.mesh1.enable"); };
+    const auto negotiated = [](int complete) {
+        run("echo 0 >/sys/class/gpio/dc_detect/value; "
+            "uci set wireless.ap0_1.enable=0; uci set wireless.mesh1.enable=0; uci commit "
+            "wireless; "
+            "uci -P /var/state set wireless._lldp=lldp; "
+            "uci -P /var/state set wireless._lldp.negotiation_complete=" +
+            std::to_string(complete));
+    };
+    run("rm /var/log/journal");
+    negotiated(0);
+    restart();
+    pass_ms(5000);
+    EXPECT_EQ("00", enables());
+    negotiated(1); // and nobody heard of it
+    restart();
+    pass_ms(1);
+    EXPECT_EQ("11", enables());
+    EXPECT_EQ(1, journal("reload_config"));
+    restart();
+    pass_ms(1);
+    EXPECT_EQ(1, journal("reload_config")) << "there was nothing to do";
+
+    for (const int complete : {1, 0}) {
+        SCOPED_TRACE(complete);
+        negotiated(1);
+        (void)ng_uci_renew_change_context();
+        const int rival = open("/etc/config/wireless", O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(0, flock(rival, LOCK_EX));
+        wifi_restore_config_enabled_interfaces(true);
+        const int said = logged("is locked by another process");
+        pass_ms(5500);
+        EXPECT_EQ(1, logged("trying again every second"));
+        EXPECT_EQ(said, logged("is locked by another process"));
+        close(rival);
+        if (!complete)
+            negotiated(0);
+        pass_ms(1000);
+        EXPECT_EQ(complete ? "11" : "00", enables());
+        EXPECT_EQ(2, journal("reload_config"));
+        if (complete)
+            run("sed -i '/trying again/d' /tmp/writer.log");
+    }
+    pass_ms(5000);
+    EXPECT_EQ("00", enables());
+    EXPECT_EQ(0, logged("for iface ap2_")) << "the scanning radio has no interfaces to restore";
 }
