@@ -37,6 +37,12 @@ std::string wifi_plan_address(uint32_t value)
     return text;
 }
 
+bool wifi_is_ipv4(const char *text)
+{
+    in_addr address;
+    return inet_pton(AF_INET, text, &address) == 1;
+}
+
 int wifi_netmask_bits(const char *netmask)
 {
     in_addr mask;

@@ -12,5 +12,7 @@ uint32_t wifi_plan_base(int32_t node_id, const char *management_mac);
 uint32_t wifi_plan_ssid(uint32_t base, int ssid);
 /// The node's address in the network of a value: "10.X.Y.1".
 std::string wifi_plan_address(uint32_t value);
+/// True for the text of an IPv4 address.
+bool wifi_is_ipv4(const char *text);
 /// One bits of a dotted netmask, 0 for what is no address.
 int wifi_netmask_bits(const char *netmask);

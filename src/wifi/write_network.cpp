@@ -94,13 +94,23 @@ static void write_planned_addresses(const wifi_write &w, int ssid)
         uci_clear(numbered("igmpproxy.wired", uplink, ".altnet"));
 }
 
-static void write_relay(const wifi_dhcp_settings &dhcp, int ssid)
+/// The text if it is an IPv4 address, else none: dnsmasq and the firewall would stumble over it.
+static const char *address_of(const char *text, const char *what, int ssid)
+{
+    if (wifi_is_ipv4(text))
+        return text;
+    if (text[0])
+        log_error("Not writing the %s of ssid %d: '%s' is no IPv4 address", what, ssid, text);
+    return "";
+}
+
+static void write_relay(const wifi_dhcp_settings &dhcp, const char *gateway, int ssid)
 {
     const std::string section = numbered("dhcp.relay_ssid", ssid);
     uci_clear(section);
     uci_put(section, "relay");
-    uci_put(section + ".local_addr", dhcp.gateway_ip);
-    uci_put(section + ".server_addr", dhcp.relay);
+    uci_put(section + ".local_addr", gateway);
+    uci_put(section + ".server_addr", address_of(dhcp.relay, "relay", ssid));
     uci_put(section + ".interface", numbered("ssid", ssid).c_str());
     uci_clear(numbered("dhcp.ssid", ssid));
 }
@@ -108,12 +118,17 @@ static void write_relay(const wifi_dhcp_settings &dhcp, int ssid)
 static void write_custom_addresses(const wifi_dhcp_settings &dhcp, int ssid)
 {
     const std::string network = numbered("network.ssid", ssid);
-    uci_put(network + ".ipaddr", dhcp.gateway_ip);
-    uci_put(network + ".netmask", dhcp.netmask);
+    const char *gateway = address_of(dhcp.gateway_ip, "gateway_ip", ssid);
+    const char *netmask = address_of(dhcp.netmask, "netmask", ssid);
+    uci_put(network + ".ipaddr", gateway);
+    uci_put(network + ".netmask", netmask);
     write_leases(ssid, dhcp.start, dhcp.num_leases, dhcp.lease_len);
     if (dhcp.relay[0])
-        write_relay(dhcp, ssid);
-    add_masquerade(dhcp.gateway_ip, wifi_netmask_bits(dhcp.netmask));
+        write_relay(dhcp, gateway, ssid);
+    // Without a bit in it the mask would have the uplinks translate everybody's addresses.
+    const int bits = wifi_netmask_bits(netmask);
+    if (gateway[0] && bits > 0)
+        add_masquerade(gateway, bits);
 }
 
 static void write_addresses(const wifi_write &w, int ssid)
@@ -141,6 +156,8 @@ static void write_portal_hosts(int ssid, const char *address)
 {
     const std::string path = numbered("/tmp/cp-hosts", ssid);
     (void)unlink(path.c_str());
+    if (!address[0])
+        return;
     if (_file_write_string_fmt(path.c_str(), false, "%s logout\n", address) != 0 ||
         _file_write_string_fmt(path.c_str(), true, "%s nimbracp\n", address) != 0)
         log_warning("Failed to write %s: %s", path.c_str(), strerror(errno));
@@ -151,7 +168,7 @@ static char portal_addresses[WIFI_SSIDS][sizeof(wifi_dhcp_settings::gateway_ip)]
 static void write_portal(int ssid)
 {
     std::string address;
-    (void)ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid);
+    (void)ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid); // as written just now
     for (const char *rule : {"_cp", "_lan_cp"})
         uci_put(numbered("firewall.ssid", ssid, rule) + ".src_dip", address.c_str());
     snprintf(portal_addresses[ssid - 1], sizeof portal_addresses[0], "%s", address.c_str());

@@ -1,5 +1,6 @@
 // Addresses that follow from a node id or a MAC address, and the orphan network's key.
 #include "wifi/address_plan.h"
+#include "wifi/dfs.h"
 #include "wifi/orphan_key.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,14 @@ TEST(AddressPlan, NetmaskBits)
           std::pair("255.0.255.0", 16), std::pair("", 0), std::pair("255.255.255", 0),
           std::pair("255.255.255.256", 0), std::pair("24", 0)})
         EXPECT_EQ(bits, wifi_netmask_bits(mask)) << mask;
+}
+
+TEST(DfsChannel, LiesBetweenTheOthers)
+{
+    for (const auto &[channel, dfs] :
+         {std::pair(48, false), std::pair(52, true), std::pair(64, true), std::pair(100, true),
+          std::pair(144, true), std::pair(149, false)})
+        EXPECT_EQ(dfs, wifi_channel_needs_dfs(channel)) << channel;
 }
 
 TEST(OrphanKey, DependsOnTheFirstNineteenCharactersWhateverTheirCase)

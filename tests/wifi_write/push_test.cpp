@@ -192,6 +192,8 @@ TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
          {{"dhcp.ssid1_dns.interface", ""},
           {"dhcp.ssid1_dns.notinterface", ""},
           {"dhcp.ssid1_dns.port", "1101"}}},
+        {R"({"ssids":[{"index":1,"bridge_to_lan":false}]})",
+         {{"dhcp.ssid1_dns.interface", "ssid1 br-ssid1_vlan"}, {"dhcp.ssid1_dns.port", ""}}},
         {R"({"ssids":[{"index":1,"bridge_to_lan":false,"dns_intercept":false}]})",
          {{"dhcp.ssid1_dns", ""},
           {"dhcp.ssid1.instance", "lan_dns"},
@@ -265,7 +267,7 @@ TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
             EXPECT_EQ(value, uci(name)) << name << " after " << turn.params;
     }
     EXPECT_EQ(2, logged("WARNING: Disabling mesh1 due to DFS radio channel"));
-    EXPECT_EQ(7, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
+    EXPECT_EQ(8, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
     EXPECT_EQ(0, logged("ERROR"));
 }
 
@@ -320,4 +322,57 @@ TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
     ASSERT_EQ(0, push(document));
     EXPECT_EQ("1011101110", options("enable")) << "power enough without negotiation";
     EXPECT_EQ(0, logged("ERROR"));
+}
+
+TEST_F(pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
+{
+    const struct {
+        const char *gateway, *netmask, *ipaddr, *masquerade;
+        int refused;
+    } cases[] = {
+        {"10.9.8.1", "255.255.255.0", "10.9.8.1", " 10.9.8.1/24", 0},
+        {"10.9.8.1", "0.0.0.0", "10.9.8.1", "", 0},
+        {"10.9.8.1", "24", "10.9.8.1", "", 1},
+        {"300.9.8.1", "255.255.255.0", "", "", 1},
+        {"", "", "", "", 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.gateway);
+        run("rm -f /tmp/writer.log");
+        ASSERT_EQ(0,
+                  push(std::string(R"({"ssids":[{"index":4,"dhcp":{"enable":true,"gateway_ip":")") +
+                       c.gateway + R"(","netmask":")" + c.netmask + "\"}}]}"));
+        EXPECT_EQ(c.ipaddr, uci("network.ssid4.ipaddr"));
+        EXPECT_EQ(c.ipaddr, uci("firewall.ssid4_cp.src_dip"));
+        EXPECT_EQ(*c.ipaddr ? 0 : -1, access("/tmp/cp-hosts4", F_OK));
+        const std::string masquerade = uci("firewall.wired1.masq_src");
+        EXPECT_EQ(*c.masquerade ? 5 : 4, std::count(masquerade.begin(), masquerade.end(), '/'));
+        EXPECT_NE(std::string::npos, masquerade.find(c.masquerade));
+        EXPECT_EQ(c.refused, logged("is no IPv4 address"));
+        EXPECT_STREQ(c.gateway, wifi_live_settings()->ssids[3].dhcp.gateway_ip) << "as pushed";
+    }
+}
+
+TEST_F(pushed, LeavesAnSsidThatNoDocumentConfiguredOnItsRadiosAlone)
+{
+    run("for i in ap0_1 ap0_2; do uci set wireless.$i.auth_port=7; done; uci commit wireless");
+    (void)ng_uci_renew_change_context();
+    ASSERT_EQ(0, push(R"({"ssids":[{"index":1,"radius_port":1}]})"));
+    EXPECT_EQ("1 7", uci("wireless.ap0_1.auth_port") + " " + uci("wireless.ap0_2.auth_port"));
+    EXPECT_EQ("ap0_1 ap1_1", uci("prequestd.prequestd.interface"));
+}
+
+TEST_F(pushed, MovesTheMeshInterfacesOfItsSsids)
+{
+    run("ip link add br-ssid1 type bridge; ip link add br-ssid1_vlan type bridge; "
+        "ip link add bat0 type veth; ip link add bat0.11 type veth; ip link add bat0.21 type veth");
+    for (const char *vlan : {"-1", "40"}) {
+        ASSERT_EQ(0, push(std::string(R"({"ssids":[{"index":1,"enable":true,"vlan_tag":)") + vlan +
+                          "}]}"));
+        EXPECT_EQ(*vlan == '-' ? "bat0.11 in br-ssid1\n" : "bat0.21 in br-ssid1_vlan\n",
+                  run("cd /sys/class/net; for i in bat0.?1; do [ ! -e $i/master ] || "
+                      "echo $i in $(basename $(readlink $i/master)); done")
+                      .output);
+    }
+    run("for i in br-ssid1 br-ssid1_vlan bat0 bat0.11 bat0.21; do ip link del $i; done");
 }
