@@ -2,6 +2,7 @@
 
 #include "platform/zu/log.h"
 #include "wifi/settings_parse.h"
+#include "wifi/settings_table.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
@@ -21,5 +22,8 @@ int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
         log_error("The settings in force have not been read yet, try again in a moment");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    return wifid_parse_config(fields[CONFIG_PARAMS]);
+    const int status = wifid_parse_config(fields[CONFIG_PARAMS]);
+    if (fields[CONFIG_PARAMS])
+        settings_explain_unknown_keys(SETTINGS_TOP, fields[CONFIG_PARAMS]);
+    return status;
 }

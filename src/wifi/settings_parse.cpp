@@ -30,7 +30,7 @@ bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
 
 bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
 {
-    settings_log_json(table);
+    settings_log_json(SETTINGS_MESH, table);
     settings_values values;
     if (!settings_parse_level(SETTINGS_MESH, table, &values))
         return false;
@@ -194,7 +194,7 @@ void acknowledge_override(blob_attr *nonce, wifi_settings *settings)
 
 bool parse_orphan_connect_config(blob_attr *table, wifi_settings *settings)
 {
-    settings_log_json(table);
+    settings_log_json(SETTINGS_ORPHAN_CONNECT, table);
     settings_values values;
     if (!settings_parse_level(SETTINGS_ORPHAN_CONNECT, table, &values))
         return false;

@@ -32,7 +32,7 @@ bool wifid_parse_band_data(blob_attr *table, wifi_ssid_settings *ssid)
 
 bool wifid_parse_bands(blob_attr *array, wifi_ssid_settings *ssid)
 {
-    settings_log_json(array);
+    settings_log_json(SETTINGS_BAND, array);
     blob_attr *element;
     size_t rest;
     blobmsg_for_each_attr(element, array, rest)

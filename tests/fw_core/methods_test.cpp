@@ -96,7 +96,7 @@ TEST_F(methods, parse_config_keeps_its_reply_small)
             log_error("a%s", std::string(5000, i % 2 ? 'x' : 'y').append("\xc3\xa9").c_str());
         return UBUS_STATUS_INVALID_ARGUMENT;
     };
-    const answer refused = call("test.whole", "parse_config");
+    const answer refused = call("test.whole", "parse_config", R"({"params":{}})");
     EXPECT_EQ(refused.status, UBUS_STATUS_INVALID_ARGUMENT);
     EXPECT_LT(refused.document.size(), 120000u);
     EXPECT_NE(refused.document.find(R"(xxx","and 11900 more"]})"), std::string::npos);

@@ -68,8 +68,14 @@ TEST_F(settings_methods, a_refused_document_is_answered_with_its_reasons_and_cha
     EXPECT_EQ(refused.status, 2);
     EXPECT_EQ(refused.document, R"({"success":false,"messages":["Invalid ssid index: 4",)"
                                 R"("Failed to parse ssids data"]})");
-    for (const char *without : {"{}", R"({"params":7})", R"({"enable":true})"})
-        EXPECT_EQ(push(without).status, 2) << without;
+    for (const char *object : {"qnet.wifi", "qnet.wired"})
+        for (const char *without : {"{}", R"({"params":7})", R"({"enable":true})"}) {
+            const answer reply = call(object, "parse_config", without);
+            EXPECT_EQ(reply.status, 2) << without;
+            EXPECT_NE(reply.document.find("parse_config takes it as the table 'params'"),
+                      std::string::npos)
+                << reply.document;
+        }
 
     // What libubox's JSON would not let through: a thousand levels, a megabyte, broken lengths.
     json_message deep;
@@ -93,13 +99,35 @@ TEST_F(settings_methods, a_refused_document_is_answered_with_its_reasons_and_cha
     EXPECT_EQ(push(example("home")).document, TAKEN);
 }
 
+TEST_F(settings_methods, keys_that_no_setting_has_are_named_to_the_caller)
+{
+    const struct {
+        const char *object, *params, *named;
+    } cases[] = {
+        {"qnet.wifi", R"("node_id":1,"ssid":[{"index":1}],"mesh":{"batman":{"penalty":2}},
+            "ssids":[{"index":1},{"index":2,"psk":"CANARY","bands":[{"band":"5GHz","on":1}]}])",
+         "'ssid', 'mesh.batman.penalty', 'ssids[1].psk', 'ssids[1].bands[0].on'"},
+        {"qnet.wifi", R"("node_id":1,"a":1,"b":1,"c":1,"d":1,"e":1,"f":1,"g":1,"h":1,"i":1)",
+         "'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h' and 1 more"},
+        {"qnet.wired", R"("igmp_proxy":false,"inet_test":{"target":"x","test_interval":9})",
+         "'inet_test.target'"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(
+            call(c.object, "parse_config", std::string("{\"params\":{") + c.params + "}}").document,
+            R"({"success":true,"messages":["Passed over, as no setting has this name: )" +
+                std::string(c.named) + "\"]}");
+}
+
 TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
 {
     std::string json = R"({"params":{"radios":[{"band":"2.4GHz","channel":1},
-        {"band":"5GHz","channel":36}],"mesh":{"key":"CANARY-mesh","batman":{"key":"CANARY-odd"}},
+        {"band":"5GHz","channel":36}],"mesh":{"key":"CANARY-mesh","psk":"CANARY-name","hop_penalty":"CANARY-place",
+        "batman":{"key":"CANARY-odd","hop_penalty":"CANARY-type"}},
         "ssids":[{"index":1,"enable":true,"ssid":"s","enc":"psk2","key":"CANARY-key",
         "radius_key":"CANARY-radius","radius_acct_key":"CANARY-acct","roaming_domain":"4f57",
-        "roaming_key":"CANARY-roaming","bands":[{"band":"5GHz","ssid":"s5","key":"CANARY-band"}]}]})";
+        "roaming_key":"CANARY-roaming","bands":[{"band":"5GHz","ssid":"s5","key":"CANARY-band","password":"CANARY-other",
+        "enable":["CANARY-list"]}]}]})";
     event_log events(stranger, "*");
     ASSERT_EQ(push(json + "}").status, 0);
     for (const char *fault :
@@ -122,7 +150,8 @@ TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
     plain.erase(roaming, strlen(R"("roaming_key":"CANARY-roaming")"));
     EXPECT_EQ(plain.find("CANARY"), std::string::npos);
 
-    EXPECT_NE(log().find(R"("key":"***")"), std::string::npos) << "nothing was logged at all";
+    EXPECT_NE(log().find(R"("key":"***","psk":"***")"), std::string::npos) << "nothing was logged";
+    EXPECT_NE(log().find(R"("band":"5GHz","ssid":"s5","key":"***")"), std::string::npos);
     EXPECT_EQ(log().find("CANARY"), std::string::npos);
     for (const received_event &event : events.all)
         EXPECT_EQ(event.document.find("CANARY"), std::string::npos) << event.type;

@@ -111,12 +111,14 @@ TEST_F(parse, lists_replace_what_was_there_and_stop_when_full)
     memset(live.ssids[0].acl_list, 'x', sizeof(live.ssids[0].acl_list));
     memset(live.dfs_channels, 1, sizeof(live.dfs_channels));
     const std::string mac = "\"02:00:00:00:00:01\"";
-    wifi_ssid_settings ssid = take_ssid(
-        R"("access_control_list":["02:00:00:00:00:0a",5,"no mac","2:0:0:0:0:b trailing"],)"
-        R"("dns_servers":["10.0.0.1",true,"10.0.0.2"])");
+    wifi_ssid_settings ssid =
+        take_ssid(R"("access_control_list":["02:00:00:00:00:0a",5,"no mac","2:0:0:0:0:b trailing",)"
+                  R"("2:0:0:0:0:b:7"],)"
+                  R"("dns_servers":["10.0.0.1",true,"10.0.0.2"])");
     EXPECT_STREQ(ssid.acl_list[0], "02:00:00:00:00:0a");
     EXPECT_STREQ(ssid.acl_list[1], "2:0:0:0:0:b trail"); // what scans as six bytes is taken
-    EXPECT_STREQ(ssid.acl_list[2], "");
+    EXPECT_STREQ(ssid.acl_list[2], "2:0:0:0:0:b:7");
+    EXPECT_STREQ(ssid.acl_list[3], "");
     EXPECT_STREQ(ssid.acl_list[WIFI_ACL_MAX - 1], "");
     EXPECT_STREQ(ssid.dns_servers[1], "10.0.0.2");
     EXPECT_STREQ(ssid.dns_servers[2], "");

@@ -56,8 +56,9 @@ extern const blobmsg_policy ubus_package_gen_checkin_policy[2];        ///< chec
 extern const blobmsg_policy ubus_package_dump_state_policy[1];         ///< include_secrets INT8
 extern const blobmsg_policy ubus_package_maint_window_event_policy[1]; ///< active INT8
 
-/// Replies {"success": bool, "messages": [..]}, with the ERROR lines logged while the callback ran;
-/// the status is the callback's.
+/// Replies {"success": bool, "messages": [..]}, with the ERROR lines logged while the callback ran
+/// and what it explained; the status is the callback's. A call without the table "params" is told
+/// so.
 int ubus_parse_config(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                       const char *method, blob_attr *msg);
 /// Replies with the status alone.
@@ -78,6 +79,10 @@ int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
 
 /// The dump_state call's "include_secrets"; false when it is not there.
 bool package_include_secrets(blob_attr *msg);
+
+/// Adds a line to the "messages" of the parse_config call that is being answered, for its caller
+/// alone: what is worth knowing and no fault of the node. Nothing outside of such a call.
+void package_explain(const char *text);
 
 /// Asks the cloud-communication daemon for a check-in of `type`, `delayed` if set. Without a bus
 /// (`ctx` null while it has not been reached yet) that is only logged. Asynchronous:

@@ -121,11 +121,13 @@ int document_method(const package_call &call, policy_span policy,
     return status == UBUS_STATUS_OK ? reply_send(call, &reply) : status;
 }
 
-/// The ERROR lines of one parse_config, as unnamed strings.
-struct error_lines {
+/// The messages of one parse_config, as unnamed strings.
+struct message_lines {
     blob_buffer texts;
     unsigned count = 0;
 };
+
+message_lines *g_answered; // of the call that is being answered, or null
 
 /// Cut between characters, not within one.
 std::string_view cut_utf8(std::string_view text, std::size_t max)
@@ -137,16 +139,16 @@ std::string_view cut_utf8(std::string_view text, std::size_t max)
     return text.substr(0, max);
 }
 
-void error_lines_add(const char *message, void *priv)
+void message_lines_add(const char *message, void *priv)
 {
-    auto *lines = static_cast<error_lines *>(priv);
+    auto *lines = static_cast<message_lines *>(priv);
     if (++lines->count > PACKAGE_MESSAGES_MAX)
         return;
     const std::string text(cut_utf8(message, PACKAGE_MESSAGE_LENGTH_MAX));
     (void)blobmsg_add_string(&lines->texts, nullptr, text.c_str());
 }
 
-int reply_add_texts(blob_buf *reply, const char *name, const error_lines &lines)
+int reply_add_texts(blob_buf *reply, const char *name, const message_lines &lines)
 {
     void *array = blobmsg_open_array(reply, name);
     if (!array)
@@ -161,15 +163,28 @@ int reply_add_texts(blob_buf *reply, const char *name, const error_lines &lines)
     return failed;
 }
 
+bool has_params(blob_attr *msg)
+{
+    blob_attr *params = nullptr;
+    (void)blobmsg_parse(ubus_package_parse_config_policy, 1, &params, blobmsg_data(msg),
+                        static_cast<unsigned>(blobmsg_data_len(msg)));
+    return params != nullptr;
+}
+
 /// Runs the callback and replies; the reply is sent whatever the outcome, which it explains.
 int parse_config_run(const package_call &call, package_cb callback)
 {
     blob_buffer reply;
-    error_lines lines;
+    message_lines lines;
     if (blob_buf_init(&reply, 0) != 0 || blob_buf_init(&lines.texts, 0) != 0)
         return UBUS_STATUS_NO_MEMORY;
-    zu_log_set_error_listener(error_lines_add, &lines);
+    zu_log_set_error_listener(message_lines_add, &lines);
+    g_answered = &lines;
     const int status = callback(call.ctx, call.msg, &reply);
+    if (status != UBUS_STATUS_OK && !has_params(call.msg))
+        package_explain("The settings document is missing: parse_config takes it as the table "
+                        "'params'");
+    g_answered = nullptr;
     zu_log_set_error_listener(nullptr, nullptr);
     if (blobmsg_add_u8(&reply, "success", status == UBUS_STATUS_OK) != 0 ||
         reply_add_texts(&reply, "messages", lines) != 0)
@@ -258,6 +273,12 @@ int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
 {
     return document_method({ctx, obj, req, method, msg}, ubus_package_dump_state_policy,
                            &package_callbacks::dump_state);
+}
+
+void package_explain(const char *text)
+{
+    if (g_answered)
+        message_lines_add(text, g_answered);
 }
 
 bool package_include_secrets(blob_attr *msg)

@@ -1,10 +1,12 @@
 // The walks over a level's rows: taking a table apart, storing its values into the record.
 #include "platform/fw_core/settings_rows.h"
 
+#include "platform/fw_core/fw_core.h"
 #include "platform/zu/log.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 blob_attr *settings_values::get(const char *key) const
 {
@@ -29,6 +31,77 @@ bool settings_parse_level(const settings_level &level, blob_attr *table, setting
     log_error("%s", level.broken);
     return false;
 }
+
+// ---- keys that no row has
+
+/// How many are named.
+constexpr unsigned UNKNOWN_KEYS_MAX = 8;
+
+struct unknown_keys {
+    std::string text;
+    unsigned count = 0;
+
+    void add(const std::string &place)
+    {
+        if (++count <= UNKNOWN_KEYS_MAX)
+            text += (count == 1 ? "'" : ", '") + place + "'";
+    }
+};
+
+static const settings_field *row_of(const settings_level &level, const char *key)
+{
+    for (const settings_field &field : level.fields)
+        if (strcmp(field.key, key) == 0)
+            return &field;
+    return nullptr;
+}
+
+static void find_unknown_keys(const settings_level &level, blob_attr *table,
+                              const std::string &place, unknown_keys *found);
+
+static void find_unknown_within(const settings_field &field, blob_attr *value,
+                                const std::string &place, unknown_keys *found)
+{
+    blob_attr *element;
+    size_t rest, index = 0;
+    if (!field.level || blobmsg_type(value) != settings_blobmsg_type(field.kind))
+        return;
+    if (field.kind == SETTINGS_TABLE)
+        find_unknown_keys(*field.level, value, place + ".", found);
+    else
+        blobmsg_for_each_attr(element, value, rest) find_unknown_keys(
+            *field.level, element, place + "[" + std::to_string(index++) + "].", found);
+}
+
+static void find_unknown_keys(const settings_level &level, blob_attr *table,
+                              const std::string &place, unknown_keys *found)
+{
+    blob_attr *member;
+    size_t rest;
+    if (blobmsg_type(table) != BLOBMSG_TYPE_TABLE)
+        return;
+    blobmsg_for_each_attr(member, table, rest)
+    {
+        const std::string at = place + blobmsg_name(member);
+        if (const settings_field *row = row_of(level, blobmsg_name(member)))
+            find_unknown_within(*row, member, at, found);
+        else
+            found->add(at);
+    }
+}
+
+void settings_explain_unknown_keys(const settings_level &level, blob_attr *params)
+{
+    unknown_keys found;
+    find_unknown_keys(level, params, "", &found);
+    if (found.count == 0)
+        return;
+    if (found.count > UNKNOWN_KEYS_MAX)
+        found.text += " and " + std::to_string(found.count - UNKNOWN_KEYS_MAX) + " more";
+    package_explain(("Passed over, as no setting has this name: " + found.text).c_str());
+}
+
+// ---- values
 
 void settings_store_text(char *member, size_t size, const char *text)
 {

@@ -126,6 +126,9 @@ struct settings_values {
 /// blobmsg_parse does.
 [[nodiscard]] bool settings_parse_level(const settings_level &level, blob_attr *table,
                                         settings_values *out);
+/// Tells the caller of parse_config in one message which keys of the document no row has, with
+/// their places ("ssids[0].psk"). Only for a message that zu_blobmsg_valid() accepts.
+void settings_explain_unknown_keys(const settings_level &level, blob_attr *params);
 /// Stores every value that is there and has a member of its own.
 void settings_store(const settings_values &values, void *record);
 /// A text into a member or slot of `size` bytes, cut and terminated.
