@@ -181,9 +181,11 @@ TEST_F(jobs, requests_for_nobody_or_from_nobody_are_ignored)
           std::string(R"({"job":"ap_scan"})"), std::string(R"({"job":"ap_scan","id":5})"),
           R"({"job":"ap_scan","id":")" + std::string(JOB_ID_MAX + 1, 'x') + "\"}"})
         request_quietly(json);
+    request_quietly(R"({"job":"ap_scan","id":")" + std::string(JOB_ID_MAX, 'x') + "\"}");
+    EXPECT_EQ(job.starts, 1);
     gPackage_jobs_events = nullptr;
     request_quietly(REQUEST);
-    EXPECT_EQ(job.starts, 0);
+    EXPECT_EQ(job.starts, 1);
 }
 
 } // namespace

@@ -77,6 +77,7 @@ TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
     } cases[] = {
         {"gwm|02:11:00:00:00", unknown},
         {"gwm|02:11:00:00:00:01;reboot", unknown},
+        {"gwm|02:11:00:00:00:01:07", unknown},
         {"gwm|02:11:00:00:00:01:", unknown},
         {"gwm|$(reboot)", unknown},
         {"gwm|002:11:00:00:00:01", unknown},

@@ -160,17 +160,19 @@ TEST_F(nl80211_message, entries_without_identity_are_no_entries)
 TEST_F(nl80211_message, old_drivers_count_in_32_bits_and_rates_in_16)
 {
     const bytes rate = attr(NL80211_RATE_INFO_BITRATE, {0x3c, 0});
+    const bytes both = join({rate, attr_u32(NL80211_RATE_INFO_BITRATE32, 70000)});
     bytes data = generic_message(
         FAMILY, NL80211_CMD_NEW_STATION,
         join({attr(NL80211_ATTR_MAC, bytes(6, 1)),
               attr(NL80211_ATTR_STA_INFO, join({attr_u32(NL80211_STA_INFO_RX_BYTES, 0xfffffffe),
-                                                attr(NL80211_STA_INFO_TX_BITRATE, rate)}))}));
+                                                attr(NL80211_STA_INFO_TX_BITRATE, rate),
+                                                attr(NL80211_STA_INFO_RX_BITRATE, both)}))}));
     ng_nl80211_station station;
     ASSERT_TRUE(nl80211_station_read(header_of(data), &station));
     EXPECT_EQ(station.rx_bytes, 0xfffffffeu);
     EXPECT_EQ(station.tx_bytes, 0u);
     EXPECT_EQ(station.tx_rate_kbps, 6000u);
-    EXPECT_EQ(station.rx_rate_kbps, 0u);
+    EXPECT_EQ(station.rx_rate_kbps, 7000000u) << "16 bits do not hold it";
     EXPECT_FALSE(station.signal_dbm);
 }
 

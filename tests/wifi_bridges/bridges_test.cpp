@@ -95,6 +95,9 @@ TEST_F(Bridges, TheMeshInterfaceOfAnSsidFollowsItsSettingsAndTheUpstream)
     EXPECT_EQ(places(), "||br-ssid2_vlan") << "its clients stay apart on a node without a wire";
     ssid().vlan_tag = -1;
     EXPECT_EQ(places(), "||br-ssid2");
+    wire("br-wired0");
+    gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_MESH_STATE;
+    EXPECT_EQ(places(), "||br-ssid2") << "a wire that does not lead out counts as none";
     ssid().enable = false;
     ssid().bridge_to_lan = false;
     EXPECT_EQ(places(), "||br-ssid2") << "nothing is done for an SSID that is off";
@@ -103,6 +106,9 @@ TEST_F(Bridges, TheMeshInterfaceOfAnSsidFollowsItsSettingsAndTheUpstream)
 TEST_F(Bridges, RepeatingItChangesNothing)
 {
     ASSERT_EQ(places(), "br-ssid2||");
+    ip("link set bat0.12 down");
+    ASSERT_EQ(places(), "br-ssid2||");
+    EXPECT_TRUE(is_up("bat0.12")) << "a port that is in place and down is none";
     // Each change of a link is announced in the log.
     char *said = nullptr;
     size_t size = 0;

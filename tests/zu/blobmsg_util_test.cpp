@@ -21,16 +21,16 @@ struct message : blob_buffer {
     }
 };
 
-/// A message of `depth` tables in one another.
+/// A message of `depth` tables, or arrays, in one another.
 struct nested_message : blob_buffer {
-    explicit nested_message(int depth)
+    explicit nested_message(int depth, bool array = false)
     {
         blob_buf_init(this, 0);
         std::vector<void *> cookies;
         for (int i = 0; i < depth; i++)
-            cookies.push_back(blobmsg_open_table(this, "t"));
+            cookies.push_back(blobmsg_open_nested(this, "t", array));
         for (; !cookies.empty(); cookies.pop_back())
-            blobmsg_close_table(this, cookies.back());
+            blob_nest_end(this, cookies.back());
     }
 };
 
@@ -46,12 +46,14 @@ TEST(blobmsg_util, text_of_messages_and_attributes)
 
 TEST(blobmsg_util, nesting_is_limited)
 {
-    for (const int depth : {0, 1, ZU_BLOBMSG_DEPTH_MAX})
-        EXPECT_TRUE(zu_blobmsg_valid(nested_message(depth).head)) << depth;
-    for (const int depth : {ZU_BLOBMSG_DEPTH_MAX + 1, 100000}) {
-        nested_message m(depth);
-        EXPECT_FALSE(zu_blobmsg_valid(m.head)) << depth;
-        EXPECT_EQ(zu_blobmsg_json(m.head, true), nullptr);
+    for (const bool array : {false, true}) {
+        for (const int depth : {0, 1, ZU_BLOBMSG_DEPTH_MAX})
+            EXPECT_TRUE(zu_blobmsg_valid(nested_message(depth, array).head)) << depth;
+        for (const int depth : {ZU_BLOBMSG_DEPTH_MAX + 1, 100000}) {
+            nested_message m(depth, array);
+            EXPECT_FALSE(zu_blobmsg_valid(m.head)) << depth;
+            EXPECT_EQ(zu_blobmsg_json(m.head, true), nullptr);
+        }
     }
 }
 
