@@ -22,6 +22,7 @@ struct delay : writer_fixture {
     {
         writer_fixture::SetUp();
         uloop_clock_virtual(true);
+        pass_ms(1); // what a start looks at as soon as the loop runs
         ASSERT_EQ(0, push(std::string("{\"delayed_settings\":false,") + NODE + "}"));
         ASSERT_EQ("", batch_file());
         ASSERT_EQ("36", uci("wireless.radio1.channel"));
