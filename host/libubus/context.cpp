@@ -104,8 +104,8 @@ void ubus_receive(ubus_context *ctx)
             return;
         const ubus_msgbuf msg = ctx->msgbuf;
         if (msg.hdr.type == UBUS_MSG_STATUS || msg.hdr.type == UBUS_MSG_DATA) {
-            // Left where it is, as on a router: a data callback that waits for messages itself finds
-            // its own message overwritten.
+            // Left where it is, as on a router: a data callback that waits for messages itself
+            // finds its own message overwritten.
             ubus_reply_received(ctx, msg.hdr, msg.data, fd);
             continue;
         }

@@ -106,7 +106,8 @@ int uci_load(uci_context *ctx, const char *name, uci_package **package)
     const char *base = name ? package_base_name(name) : nullptr;
     if (!name)
         return result(ctx, UCI_ERR_INVAL);
-    if (strpbrk(name, "/.") && !is_path(name)) // such a file is no package, whether or not it is there
+    if (strpbrk(name, "/.") &&
+        !is_path(name)) // such a file is no package, whether or not it is there
         return result(ctx, UCI_ERR_NOTFOUND);
     if (!valid_package_name(base))
         return result(ctx, UCI_ERR_INVAL);

@@ -42,7 +42,8 @@ struct loop : testing::Test {
     loop()
     {
         for (int signo : {SIGINT, SIGTERM})
-            signal(signo, SIG_DFL); // a shell starts what it puts into the background deaf to SIGINT
+            signal(signo,
+                   SIG_DFL); // a shell starts what it puts into the background deaf to SIGINT
         uloop_clock_virtual(true);
         EXPECT_EQ(uloop_init(), 0);
     }

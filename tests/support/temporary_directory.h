@@ -1,5 +1,6 @@
 // A directory of its own for one test, removed with what is in it. It is locked for as long as its
-// process lives; the first one a process makes also clears away what processes that were killed left.
+// process lives; the first one a process makes also clears away what processes that were killed
+// left.
 #pragma once
 
 #include <cstdlib>
