@@ -69,6 +69,7 @@ TEST_F(batman_query, captured_dumps_are_counted)
                                      "DEBUG Got 0 neighbors on BATMAN iface"}));
     }
     // length, family 0x21, dump with acknowledgement; command 9, version 1; bat0 is interface 4
+    ASSERT_FALSE(kernel.requests.empty());
     bytes request = kernel.requests.back();
     std::fill(request.begin() + 8, request.begin() + 16, 0);
     EXPECT_EQ(to_hex(request), "1c0000002100050300000000000000000901000008000300"

@@ -28,6 +28,8 @@ protected:
     }
     std::string last_request()
     {
+        if (kernel.requests.empty())
+            return "nothing was asked";
         bytes request = kernel.requests.back();
         std::fill(request.begin() + 8, request.begin() + 16, 0);
         return to_hex(request);

@@ -56,26 +56,38 @@ static uint32_t port_of(int fd)
     return local.nl_pid;
 }
 
-/// A family look-up is answered at once with one family that has one group.
-static void family_answer(const bytes &request)
+/// A family that has one group.
+static bytes family(const std::string &name, uint16_t flags)
 {
-    if (!gKernel->families_known) {
-        gKernel->answers.push_front({.datagram = error_message(-ENOENT)});
-        return;
-    }
-    const auto *attribute =
-        reinterpret_cast<const nlattr *>(request.data() + NLMSG_HDRLEN + GENL_HDRLEN);
-    std::string name(reinterpret_cast<const char *>(attribute + 1));
     bytes group = attr(1, join({attr_u32(CTRL_ATTR_MCAST_GRP_ID, scripted_kernel::GROUP),
                                 attr_text(CTRL_ATTR_MCAST_GRP_NAME, "mlme")}));
-    bytes family =
-        generic_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
-                        join({attr_text(CTRL_ATTR_FAMILY_NAME, name),
-                              attr(CTRL_ATTR_FAMILY_ID, {scripted_kernel::FAMILY & 0xff, 0}),
-                              attr(CTRL_ATTR_MCAST_GROUPS, group)}),
-                        0);
-    gKernel->answers.push_front({.datagram = error_message(0)});
-    gKernel->answers.push_front({.datagram = family});
+    return generic_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
+                           join({attr_text(CTRL_ATTR_FAMILY_NAME, name),
+                                 attr(CTRL_ATTR_FAMILY_ID, {scripted_kernel::FAMILY & 0xff, 0}),
+                                 attr(CTRL_ATTR_MCAST_GROUPS, group)}),
+                           flags);
+}
+
+/// A family look-up is answered at once: libnl-3 asks for one by its name, libnl-tiny has all of
+/// them listed.
+static void family_answer(const bytes &request)
+{
+    std::vector<bytes> said;
+    nlmsghdr header;
+    memcpy(&header, request.data(), sizeof header);
+    if ((header.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP) {
+        if (gKernel->families_known)
+            said = {family("batadv", NLM_F_MULTI), family("nl80211", NLM_F_MULTI)};
+        said.push_back(done_message(0));
+    } else if (gKernel->families_known) {
+        const auto *attribute =
+            reinterpret_cast<const nlattr *>(request.data() + NLMSG_HDRLEN + GENL_HDRLEN);
+        said = {family(reinterpret_cast<const char *>(attribute + 1), 0), error_message(0)};
+    } else {
+        said = {error_message(-ENOENT)};
+    }
+    for (auto datagram = said.rbegin(); datagram != said.rend(); ++datagram)
+        gKernel->answers.push_front({.datagram = *datagram});
 }
 
 /// The number of the look-up family is that of RTM_NEWLINK on a route socket.

@@ -174,7 +174,7 @@ TEST_F(Commit, NobodyGetsALockBetweenOursAndLibucis)
     EXPECT_EQ(0, rival_locks);
     uci_context *unprotected = uci_alloc_context();
     EXPECT_EQ(UCI_OK, uci_load(unprotected, "zt", nullptr));
-    EXPECT_EQ(2, rival_locks) << "of both files: libuci alone lets others in";
+    EXPECT_GT(rival_locks, 0) << "libuci alone lets others in";
     uci_free_context(unprotected);
     rival_watches = false;
 }
