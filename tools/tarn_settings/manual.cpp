@@ -9,7 +9,7 @@ namespace {
 
 constexpr char INTRODUCTION[] = R"(# The settings documents
 
-Written by `tarn-settings manual`; a test fails when it is out of date.
+Written by `./dev manual`; a test fails when it is out of date.
 
 The cloud hands each package its settings as one document, the table `params` of the bus method
 `parse_config`. A document is taken whole or not at all: the first fault refuses it with status 2,
