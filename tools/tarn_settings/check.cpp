@@ -8,13 +8,14 @@
 
 #include "platform/zu/log.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-/// The ERROR lines of one take.
+/// The ERROR lines of one take, each once: what a platform lacks is said for each element.
 struct take_outcome {
     int status;
     std::vector<std::string> errors;
@@ -25,7 +26,9 @@ take_outcome outcome_of(const document_taker &take, blob_attr *params)
     take_outcome outcome{};
     zu_log_set_error_listener(
         [](const char *message, void *priv) {
-            static_cast<take_outcome *>(priv)->errors.emplace_back(message);
+            std::vector<std::string> &errors = static_cast<take_outcome *>(priv)->errors;
+            if (std::find(errors.begin(), errors.end(), message) == errors.end())
+                errors.emplace_back(message);
         },
         &outcome);
     outcome.status = take(params);
