@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int ROUNDS_LEAST = 2, ROUNDS_MOST = 3;
+constexpr int ROUNDS_LEAST = 1, ROUNDS_MOST = 2;
 constexpr int EVENTS_LEAST = 6, EVENTS_MOST = 14;
 constexpr int PAUSE_MOST_DS = 150; ///< between two events, in tenths of a second
 constexpr int QUIET_S = 600, REST_S = 60;
