@@ -156,7 +156,9 @@ void push_markers_check(const std::map<std::string, std::string> &uci, const std
     if (number == 0)
         return;
     compare(options_of(number), uci, why);
-    if (number != known.delayed || !known.restarted)
+    // Delayed settings end with the daemon, and when the cloud got no answer in time.
+    const bool confirmed = known.taken.contains(number) && !known.restarted;
+    if (number != known.delayed || confirmed)
         compare(radio_options_of(number), uci, why);
     if (json_member(wifi, "node_id") != std::to_string(number))
         *why += "\n    the live record is that of push " + json_member(wifi, "node_id") + ", not " +

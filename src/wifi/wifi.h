@@ -12,6 +12,8 @@
 
 /// The live record. Never null; changed only through the functions of this folder.
 const wifi_settings *wifi_live_settings();
+/// False until the live record has been read from UCI: what is built on it is built on nothing.
+bool wifi_settings_are_read();
 /// Name of a band type ("2.4GHz", ...), or null when `band` is none.
 const char *wifi_band_name(int band);
 /// Band type of a name, or -1.

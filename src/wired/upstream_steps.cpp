@@ -178,7 +178,7 @@ static bool make_reload(uint32_t)
 static constexpr struct {
     upstream_step step;
     bool (*make)(uint32_t state);
-    bool is_configuration; ///< "reload_config" has to follow
+    bool is_configuration; ///< made of the wireless settings; "reload_config" has to follow
 } STEPS[] = {
     {UPSTREAM_STOP_LONELY, make_stop_lonely, false},
     {UPSTREAM_OVERRIDE, make_override, false},
@@ -221,7 +221,8 @@ bool upstream_make(upstream_step step, uint32_t state)
     const auto *row = std::find_if(std::begin(STEPS), std::end(STEPS),
                                    [step](const auto &s) { return s.step == step; });
     const bool made = row->make(state);
-    if (made)
+    // What was made of wireless settings that could not be read yet is made again.
+    if (made && (!row->is_configuration || wifi_settings_are_read()))
         upstream_forget(step);
     else
         make_later(step);
@@ -254,6 +255,8 @@ static void make_up_cb(uloop_timeout *)
     const bool reload_is_due = (upstream.unmade & UPSTREAM_RELOAD) != 0; // its row is the last one
     bool reload = false;
     for (const auto &row : STEPS) {
+        if (row.is_configuration && !wifi_settings_are_read())
+            continue;
         if ((upstream.unmade & row.step) != 0 && repeat(row.step))
             reload |= row.is_configuration;
     }
