@@ -1,7 +1,10 @@
 // The wireless daemon's object "wifi": a scan takes a moment and ends with the notification
-// "wifi.scan.done"; its dump and the channel survey come from a small fixed neighbourhood.
+// "wifi.scan.done"; its dump is the neighbourhood as its file has it now, the survey tells of
+// radios under a load that comes and goes.
+#include "neighbourhood.h"
 #include "peer.h"
 
+#include <cmath>
 #include <ctime>
 #include <memory>
 
@@ -16,36 +19,22 @@ const blobmsg_policy SCAN_ARGUMENTS[] = {{.name = "dump", .type = BLOBMSG_TYPE_B
 const blobmsg_policy SURVEY_ARGUMENTS[] = {{.name = "ifname", .type = BLOBMSG_TYPE_STRING}};
 const peer_method METHODS[] = {{"scan", SCAN_ARGUMENTS}, {"survey", SURVEY_ARGUMENTS}};
 
-// One access point of the neighbourhood; a mode's width is null where it does not speak that mode.
-struct neighbour_ap {
-    const char *band, *ssid, *bssid, *mbm, *modes;
-    const char *ht, *vht, *he;
-    int channel, channels, wpa_version;
-    bool crypto;
-};
-constexpr neighbour_ap NEIGHBOURHOOD[] = {
-    {"2.4GHz", "Corner Cafe", "02:5e:00:00:01:01", "-6100", "b/g/n", "20", nullptr, nullptr, 1, 1,
-     2, true},
-    {"2.4GHz", "old printer", "02:5e:00:00:01:02", "-8350", "b/g", nullptr, nullptr, nullptr, 11, 1,
-     -1, true},
-    {"5GHz", "Corner Cafe", "02:5e:00:00:01:03", "-6820", "a/n/ac", "40+", "80", nullptr, 36, 4, 2,
-     true},
-    {"5GHz", "Upstairs", "02:5e:00:00:01:04", "-7430", "a/n/ac/ax", "40+", "160", "160", 100, 8, 3,
-     true},
-    {"5GHz", "open house", "02:5e:00:00:01:05", "-7900", "a/n", "40-", nullptr, nullptr, 48, 2, -1,
-     false},
-};
+constexpr char NEIGHBOURHOOD[] = "/var/sim/neighbourhood";
 
+/// A channel of a radio and its mean load.
 struct survey_channel {
     const char *frequency;
     int radio;
     bool in_use;
-    unsigned busy, rx, tx; // per cent of the active time
+    double busy, rx, tx; // share of the active time
 };
 constexpr survey_channel SURVEY[] = {
-    {"2412", 0, false, 40, 30, 0}, {"2437", 0, true, 25, 12, 8}, {"2462", 0, false, 15, 10, 0},
-    {"5180", 1, true, 9, 4, 3},    {"5200", 1, false, 5, 3, 0},
+    {"2412", 0, false, .40, .30, 0}, {"2437", 0, true, .25, .12, .08},
+    {"2462", 0, false, .15, .10, 0}, {"5180", 1, true, .09, .04, .03},
+    {"5200", 1, false, .05, .03, 0},
 };
+/// The load swells to twice its mean and dies down once in this time.
+constexpr double LOAD_PERIOD_MS = 900e3;
 
 peer_object *wifi;
 
@@ -72,60 +61,99 @@ void start_scan(const std::string &ifname)
     uloop_timeout_set(&scan->timer, SCAN_MS);
 }
 
-void add_mode(blob_buf *reply, const char *name, const char *width, const neighbour_ap &ap)
+/// A mode with its width and channels, unless the access point does not speak it.
+void add_mode(blob_buf *reply, const char *name, const std::string &width, const neighbour_ap &ap)
 {
-    if (!width)
-        return;
-    blobmsg_add_string(reply, name, width);
+    blobmsg_add_string(reply, name, width.c_str());
     void *array = blobmsg_open_array(reply, (std::string(name) + "_channels").c_str());
-    for (int i = 0; i < ap.channels; i++)
-        blobmsg_add_u32(reply, nullptr, static_cast<uint32_t>(ap.channel + 4 * i));
+    for (int channel : neighbourhood_channels(ap, width))
+        blobmsg_add_u32(reply, nullptr, static_cast<uint32_t>(channel));
     blobmsg_close_array(reply, array);
+}
+
+/// Newer modes are told besides the older ones, which are not as wide.
+void add_modes(blob_buf *reply, const neighbour_ap &ap)
+{
+    const bool he = ap.mode == "he", vht = he || ap.mode == "vht", ht = vht || ap.mode == "ht";
+    const std::string narrow = ap.width == "20" ? "20" : "40";
+    if (ht && ap.band != "6GHz")
+        add_mode(reply, "ht", narrow, ap);
+    if (vht && ap.band == "5GHz")
+        add_mode(reply, "vht", ap.width, ap);
+    if (he)
+        add_mode(reply, "he", ap.width, ap);
+}
+
+void add_security(blob_buf *reply, const neighbour_ap &ap)
+{
+    blobmsg_add_u16(reply, "crypto", ap.security != "open");
+    if (!ap.security.starts_with("wpa"))
+        return;
+    const char digit = ap.security.size() > 3 ? ap.security[3] : '1';
+    blobmsg_add_u16(reply, "wpa_version", static_cast<uint16_t>(digit - '0'));
+    blobmsg_add_string(reply, "auth_suites", ap.security.ends_with("-eap") ? "802.1X" : "PSK");
+    blobmsg_add_string(reply, "cipher", digit == '1' ? "TKIP" : "CCMP");
+}
+
+std::string modes_of(const neighbour_ap &ap)
+{
+    std::string modes = ap.band == "2.4GHz" ? "b/g" : ap.band == "5GHz" ? "a" : "";
+    if (ap.mode != "legacy" && ap.band != "6GHz")
+        modes += "/n";
+    if ((ap.mode == "vht" || ap.mode == "he") && ap.band == "5GHz")
+        modes += "/ac";
+    if (ap.mode == "he")
+        modes += modes.empty() ? "ax" : "/ax";
+    return modes;
 }
 
 void add_bss(blob_buf *reply, const neighbour_ap &ap)
 {
     void *table = blobmsg_open_table(reply, nullptr);
-    blobmsg_add_string(reply, "band", ap.band);
+    blobmsg_add_string(reply, "band", ap.band.c_str());
     blobmsg_add_u32(reply, "channel", static_cast<uint32_t>(ap.channel));
-    add_mode(reply, "ht", ap.ht, ap);
-    add_mode(reply, "vht", ap.vht, ap);
-    add_mode(reply, "he", ap.he, ap);
-    blobmsg_add_string(reply, "ssid", ap.ssid);
-    blobmsg_add_string(reply, "bssid", ap.bssid);
-    blobmsg_add_u16(reply, "crypto", ap.crypto);
-    if (ap.wpa_version >= 0) {
-        blobmsg_add_u16(reply, "wpa_version", static_cast<uint16_t>(ap.wpa_version));
-        blobmsg_add_string(reply, "auth_suites", "PSK");
-        blobmsg_add_string(reply, "cipher", "CCMP");
-    }
-    blobmsg_add_string(reply, "mbm", ap.mbm);
-    blobmsg_add_string(reply, "wifi_modes", ap.modes);
+    add_modes(reply, ap);
+    blobmsg_add_field(reply, BLOBMSG_TYPE_STRING, "ssid", ap.ssid.c_str(),
+                      static_cast<unsigned>(ap.ssid.size()) + 1); // it may hold a 0
+    blobmsg_add_string(reply, "bssid", ap.bssid.c_str());
+    add_security(reply, ap);
+    blobmsg_add_string(reply, "mbm", std::to_string(lround(ap.dbm * 100)).c_str());
+    blobmsg_add_string(reply, "wifi_modes", modes_of(ap).c_str());
     blobmsg_close_table(reply, table);
 }
 
 void dump_scan(const std::string &ifname, blob_buf *reply)
 {
     void *array = blobmsg_open_array(reply, ifname.c_str());
-    for (auto &ap : NEIGHBOURHOOD)
+    for (const neighbour_ap &ap : neighbourhood_read(NEIGHBOURHOOD))
         add_bss(reply, ap);
     blobmsg_close_array(reply, array);
 }
 
-// The counters run from this process's start, in ms, as a driver's run from the interface's.
+double milliseconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
+// The counters run from this process's start, in ms, as a driver's run from the interface's: each
+// is the load up to now, added up, so they never go back.
 void survey(const std::string &ifname, blob_buf *reply)
 {
-    static const time_t started = time(nullptr);
-    auto active = static_cast<uint64_t>(time(nullptr) - started + 1) * 1000;
+    static const double started = milliseconds() - 1000;
+    const double active = milliseconds() - started;
+    const double turn = 2 * M_PI / LOAD_PERIOD_MS;
+    const double loaded = active + (1 - cos(active * turn)) / turn;
     int radio = ifname.starts_with("ap") && ifname.size() > 2 ? ifname[2] - '0' : 0;
     for (auto &channel : SURVEY) {
         if (channel.radio != radio)
             continue;
         void *table = blobmsg_open_table(reply, channel.frequency);
-        blobmsg_add_u64(reply, "active", active);
-        blobmsg_add_u64(reply, "busy", active * channel.busy / 100);
-        blobmsg_add_u64(reply, "tx", active * channel.tx / 100);
-        blobmsg_add_u64(reply, "rx", active * channel.rx / 100);
+        blobmsg_add_u64(reply, "active", static_cast<uint64_t>(active));
+        blobmsg_add_u64(reply, "busy", static_cast<uint64_t>(loaded * channel.busy));
+        blobmsg_add_u64(reply, "tx", static_cast<uint64_t>(loaded * channel.tx));
+        blobmsg_add_u64(reply, "rx", static_cast<uint64_t>(loaded * channel.rx));
         blobmsg_add_u8(reply, "in_use", channel.in_use);
         blobmsg_close_table(reply, table);
     }

@@ -20,6 +20,7 @@
 #include "platform/fw_core/jobs.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wired/netifd_iface.h"
 #include "wired/wired.h"

@@ -10,6 +10,7 @@
 #include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/log.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/inet_test.h"
@@ -65,7 +66,10 @@ static void add_wired(const object_event &event)
 static void add_u80211d(const object_event &event)
 {
     log_info("New u80211d object, registering for notifications");
-    u80211d_register_subscriber(event.ctx, event.id);
+    ubus_object_data object{};
+    object.id = event.id;
+    object.path = event.path;
+    u80211d_object_added(event.ctx, &object);
 }
 
 static void add_lldp(const object_event &event)

@@ -133,6 +133,9 @@ struct ng_nl80211_listener {
 /// Delivers what is pending and never blocks. 0, or a negative error, among them that the kernel
 /// dropped events because nobody read them: close and listen anew, and look at the state afresh.
 [[nodiscard]] int ng_nl80211_receive_events(ng_nl80211_listener *listener);
+/// False when events do not come any more: the listener is closed, or the kernel's wireless module
+/// was unloaded, which ends every membership without a word.
+[[nodiscard]] bool ng_nl80211_listen_is_member(const ng_nl80211_listener *listener);
 /// Leaves the group and frees the socket, if any. Not to be called from the handler.
 void ng_nl80211_listen_close(ng_nl80211_listener *listener);
 /// Text for a negative result of the two above.

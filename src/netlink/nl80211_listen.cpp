@@ -1,5 +1,10 @@
 // The events of an nl80211 multicast group: a non-blocking socket that the main loop watches.
+#include <algorithm>
+#include <array>
+
+#include <linux/netlink.h>
 #include <linux/nl80211.h>
+#include <sys/socket.h>
 
 #include "netlink/nl80211_internal.h"
 #include "netlink/nl_handle_internal.h"
@@ -10,6 +15,8 @@
 constexpr int RECEIVE_BUFFER_SIZE = 256 * 1024;
 /// A flood of events must not keep the loop from its timers: the rest is read in its next round.
 constexpr int MAX_DATAGRAMS = 64;
+/// Room for the numbers of this many generic netlink groups, in words of 32; there are dozens.
+constexpr size_t MEMBERSHIP_WORDS = 64;
 
 static int event_cb(nl_msg *msg, void *arg)
 {
@@ -71,7 +78,7 @@ int ng_nl80211_listen_event(ng_nl80211_listener *listener, const char *group,
 {
     *listener = {
         .socket = nullptr, .callbacks = nullptr, .handler = handler, .arg = arg, .received = 0};
-    int result = listener_open(listener, group);
+    const int result = listener_open(listener, group);
     if (result >= 0)
         return 0;
     log_error("nl80211: unable to listen to the group '%s': %s", group, nl_geterror(result));
@@ -98,6 +105,18 @@ int ng_nl80211_receive_events(ng_nl80211_listener *listener)
             return 0;
     }
     return 0;
+}
+
+bool ng_nl80211_listen_is_member(const ng_nl80211_listener *listener)
+{
+    if (!listener->socket)
+        return false;
+    std::array<uint32_t, MEMBERSHIP_WORDS> groups{};
+    socklen_t length = sizeof groups;
+    if (getsockopt(nl_socket_get_fd(listener->socket), SOL_NETLINK, NETLINK_LIST_MEMBERSHIPS,
+                   groups.data(), &length) != 0)
+        return true; // a kernel that does not tell
+    return std::ranges::any_of(groups, [](uint32_t word) { return word != 0; });
 }
 
 void ng_nl80211_listen_close(ng_nl80211_listener *listener)

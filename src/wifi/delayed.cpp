@@ -15,6 +15,7 @@
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
 #include "wifi/kept.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_test.h"
@@ -102,6 +103,7 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     if (!apply_or_try_again())
         return;
     wifi_restore_config_enabled_interfaces(false);
+    wifi_radio_list_ifaces();
     (void)run_reload_config();
     shell_run_ignored("/etc/init.d/dnsmasq reload");
     update_led_flag("config", false);

@@ -6,8 +6,6 @@
 
 #include <cstring>
 
-bool dfs_event_detected;
-
 static void add_channel(wifi_dfs_table &table, size_t *count, const ng_nl80211_channel &channel)
 {
     const int number = sys_freq2chan(static_cast<int>(channel.frequency_mhz));

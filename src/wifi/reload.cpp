@@ -6,6 +6,7 @@
 
 #include "platform/zu/log.h"
 #include "wifi/kept.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
@@ -26,6 +27,7 @@ static int read_record()
     wifi_read_settings(fresh.get(), true);
     gWifi_live_settings = *fresh;
     wifi_radios_now_in_force();
+    wifi_radio_list_ifaces();
     return UBUS_STATUS_OK;
 }
 
@@ -55,6 +57,7 @@ int wifi_reload_config(bool first_start)
     again.cb = read_again_cb;
     if (first_start) {
         wifi_delayed_start();
+        wifi_radio_start();
         wifi_check_enables();
         is_read = false;
     }

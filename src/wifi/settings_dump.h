@@ -10,5 +10,5 @@
 /// added is logged and left out.
 int wifi_dump_settings(blob_buf *buf, const wifi_settings *settings, bool include_secrets);
 
-/// Adds the tables "settings" and "state". As above.
+/// Adds the tables "settings" and "state", and what the radios are asked. As above.
 int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets);

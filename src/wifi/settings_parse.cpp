@@ -7,6 +7,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
+#include "wifi/radio/override.h"
 #include "wifi/settings_parse_internal.h"
 #include "wifi/settings_write.h"
 #include "wifi/wifi.h"

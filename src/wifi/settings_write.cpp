@@ -13,14 +13,13 @@
 #include "platform/zu/platform_data.h"
 #include "wifi/address_plan.h"
 #include "wifi/kept.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write_internal.h"
 #include "wired/forwarding.h"
 #include "wired/upstream.h"
 
-#include <cstdio>
-#include <ctime>
 #include <memory>
 #include <new>
 #include <unistd.h>
@@ -85,8 +84,7 @@ bool wifi_packages_can_be_changed()
     return true;
 }
 
-/// The section of our own that the options above stand in.
-static void make_local_section()
+void wifi_make_local_section()
 {
     (void)ng_uci_make_package("tarn_net"); // a failure is logged there, and the commit's as well
     if (!ng_uci_exists("tarn_net.local"))
@@ -159,7 +157,7 @@ int wifi_commit_radio_settings()
 static int write_all(const wifi_settings &settings, wifi_settings *next, std::string *held_back,
                      bool *changed)
 {
-    make_local_section();
+    wifi_make_local_section();
     const wifi_write w = begin(settings);
     if (wifi_write_radio_stage(w, gIn_force, held_back) != 0) {
         ng_uci_drop_changes();
@@ -199,31 +197,10 @@ int wifid_write_config(const wifi_settings *settings)
     }
     wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
-    if (changed)
+    if (changed) {
         (void)run_reload_config();
+        wifi_radio_list_ifaces();
+    }
     wifid_apply_bridges();
     return 0;
-}
-
-void wifi_set_radio_override(const char *reason, wifi_settings *settings)
-{
-    if (!reason || !settings) {
-        log_error("%s is NULL", reason ? "settings" : "override_reason");
-        return;
-    }
-    if (wifi_radio_override_active())
-        log_notice("Radio override already in place, setting up new override");
-    // The raw monotonic clock: unlike the time of day it never repeats while the node is up. The
-    // nanoseconds stand without leading zeros; the cloud only ever compares the text.
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_RAW, &now);
-    snprintf(settings->radio_override, sizeof(settings->radio_override), "%ld.%ld",
-             static_cast<long>(now.tv_sec), now.tv_nsec);
-    snprintf(settings->override_reason, sizeof(settings->override_reason), "%s", reason);
-    log_notice("Got override %s at time %s", reason, settings->radio_override);
-    make_local_section();
-    ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->radio_override,
-                           "tarn_net.local.radio_override");
-    ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->override_reason,
-                           "tarn_net.local.override_reason");
 }

@@ -14,8 +14,3 @@ std::span<const char *const> wifi_written_packages();
 /// Why wifid_write_config() would apply these radio settings at once ("no radio carries the mesh"),
 /// or null when it would hold them back until the push is confirmed.
 const char *wifi_at_once_reason(const wifi_settings &settings);
-
-/// Records a local radio override in `settings` and in UCI: from now on the cloud's documents are
-/// refused until one repeats the nonce made here, or brings an override of its own. `reason` is
-/// "lonely" or "orphan_connect".
-void wifi_set_radio_override(const char *reason, wifi_settings *settings);

@@ -4,6 +4,7 @@
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/log.h"
 #include "wifi/dfs.h"
+#include "wifi/radio/radio.h"
 #include "wifi/settings_dump.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
@@ -102,6 +103,8 @@ int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
                [=] { (void)wifi_dump_settings(buf, wifi_live_settings(), include_secrets); });
     dump_table(buf, "state", [=] { wifi_dump_wireless_state(buf); });
     dump_table(buf, "delayed", [=] { dump_delayed(buf); });
+    wifi_dump_scanning_state(buf);
+    wifi_dump_survey_state(buf);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include "platform/zu/platform_data.h"
 #include "platform/zu/shell.h"
+#include "wifi/radio/radio.h"
 #include "wifi/wifi_internal.h"
 
 wifi_settings gWifi_live_settings;
@@ -60,6 +61,7 @@ void wifi_bus_reset(ubus_context *ctx)
 {
     wifi_lldp_bus_reset(ctx);
     wifi_hapd_bus_reset();
+    u80211d_bus_reset(ctx);
 }
 
 void wifid_stop_orphand()

@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "platform/fw_core/jobs.h"
 #include "wifi/wifi_settings.h"
 
 // The live settings (wifi.cpp)
@@ -41,14 +40,8 @@ int wifi_reload_config(bool first_start);
 
 int ubus_wifi_end_delayed_wireless(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                                    const char *method, blob_attr *msg);
-int ubus_wifi_ap_scan_now(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
-                          const char *method, blob_attr *msg);
-int ubus_wifi_ap_survey_now(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
-                            const char *method, blob_attr *msg);
 int ubus_force_wifi_restart(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                             const char *method, blob_attr *msg);
-/// The jobs the wireless package offers ("ap_scan"), ended by a row without a name.
-const package_job_event *wifi_jobs();
 
 // Bus events
 
@@ -59,9 +52,6 @@ void wifid_maint_window_handler(ubus_context *ctx, ubus_event_handler *ev, const
 
 // Neighbours on the bus
 
-/// Subscribes to the notifications of u80211d's object; once per object id.
-void u80211d_register_subscriber(ubus_context *ctx, uint32_t id);
-void u80211d_unsubscribe(ubus_context *ctx, uint32_t id);
 void qnet_lldp_register_subscriber(ubus_context *ctx, uint32_t id);
 void qnet_lldp_unregister_subscriber(ubus_context *ctx, uint32_t id);
 /// Notes a hostapd instance by its bus path; `id` -1 when not looked up yet.

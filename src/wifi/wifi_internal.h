@@ -53,6 +53,8 @@ void wifid_cancel_delayed_wireless();
 /// False (logged) when another process holds a lock on a package that a push writes, for which the
 /// loop must not stand still, or the package does not parse: half a push is none.
 [[nodiscard]] bool wifi_packages_can_be_changed();
+/// Makes the section of our own that the node's own options stand in, where it is missing.
+void wifi_make_local_section();
 /// The radios were set to what is configured now.
 void wifi_radios_now_in_force();
 /// Commits what is changed in any of a push's packages, as one; what is configured then is what the

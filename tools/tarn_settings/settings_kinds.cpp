@@ -7,6 +7,7 @@
 #include "wifi/kept.h"
 #include "wifi/settings_parse.h"
 #include "wifi/settings_table.h"
+#include "wifi/radio/override.h"
 #include "wifi/settings_write.h"
 #include "wifi/wifi.h"
 #include "wired/wired.h"

@@ -1,0 +1,41 @@
+// What the radios are asked and what they tell: scans and channel surveys through u80211d (bus
+// object "wifi"), radar and channel switches from the kernel.
+#pragma once
+
+#include <libubus.h>
+
+#include "platform/fw_core/jobs.h"
+
+/// Begins with nothing known of u80211d, no interface listed and the kernel's events listened to.
+/// Once, when the wireless state is initialised.
+void wifi_radio_start();
+/// Lists the interfaces to scan and to survey as they are configured now. What was in flight on the
+/// scanning interfaces is aborted and asked for anew; surveys keep their counters.
+void wifi_radio_list_ifaces();
+
+// u80211d on the bus
+
+/// An object that is on the bus: followed when it is u80211d's.
+void u80211d_object_added(ubus_context *ctx, const ubus_object_data *object);
+/// Subscribes to the notifications of the object; once per id. Refused, it is tried again until the
+/// object is gone.
+void u80211d_register_subscriber(ubus_context *ctx, uint32_t id);
+void u80211d_unsubscribe(ubus_context *ctx, uint32_t id);
+/// Forgets the subscription that was lost with the bus connection; `ctx` is the new one.
+void u80211d_bus_reset(ubus_context *ctx);
+
+// Methods of "qnet.wifi", and the jobs
+
+int ubus_wifi_ap_scan_now(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
+                          const char *method, blob_attr *msg);
+int ubus_wifi_ap_survey_now(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
+                            const char *method, blob_attr *msg);
+/// The jobs the wireless package offers ("ap_scan"), ended by a row without a name.
+const package_job_event *wifi_jobs();
+
+// The state dump; what cannot be added is logged and left out
+
+/// Adds the table "wifi_scanning_state".
+void wifi_dump_scanning_state(blob_buf *buf);
+/// Adds the table "wifi_survey_state".
+void wifi_dump_survey_state(blob_buf *buf);

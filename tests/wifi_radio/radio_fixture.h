@@ -1,0 +1,225 @@
+// Scans and surveys in this process, on a simulated root: a stranger on the bus plays u80211d and
+// the cloud's daemon. Time does not pass by itself: a test ends a wait by hand.
+#pragma once
+
+#include "bss.h"
+#include "core/state.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "sim/programs.h"
+#include "wifi/radio/radio.h"
+#include "wifi/radio/survey_internal.h"
+#include "wifi/settings_dump.h"
+#include "wifi/wifi.h"
+
+/// An object that answers every call of a method with `replies[method]`; by default with nothing.
+struct fake_peer : ubus_object {
+    enum behaviour { ANSWERS, HANGS, TWICE, FAILS };
+    std::string path;
+    ubus_context *bus;
+    ubus_method table[3] = {};
+    ubus_object_type its_type = {};
+    std::vector<std::string> called; ///< "method {arguments}"
+    std::map<std::string, behaviour> behaves;
+    std::map<std::string, std::function<void(blob_buf *)>> replies;
+    std::vector<ubus_request_data> unanswered;
+
+    fake_peer(ubus_context *ctx, const char *object_path)
+        : ubus_object{}, path(object_path), bus(ctx)
+    {
+        for (int i = 0; i < 3; i++) {
+            table[i].name = (const char *[]){"scan", "survey", "checkin"}[i];
+            table[i].handler = call;
+        }
+        its_type = {path.c_str(), 0, table, 3};
+        name = path.c_str();
+        type = &its_type;
+        methods = table;
+        n_methods = 3;
+        EXPECT_EQ(ubus_add_object(bus, this), 0) << path;
+    }
+    ~fake_peer() { leave(); }
+    fake_peer(const fake_peer &) = delete;
+    fake_peer &operator=(const fake_peer &) = delete;
+    void leave()
+    {
+        if (id != 0)
+            ubus_remove_object(bus, this);
+    }
+    void answer(ubus_request_data *request, const std::string &method)
+    {
+        blob_buffer reply;
+        blob_buf_init(&reply, 0);
+        if (replies.contains(method))
+            replies[method](&reply);
+        if (blob_len(reply.head) > 0)
+            ubus_send_reply(bus, request, reply.head);
+    }
+    /// What hung is answered after all.
+    void answer_late(const std::string &method)
+    {
+        for (ubus_request_data &request : unanswered) {
+            answer(&request, method);
+            ubus_complete_deferred_request(bus, &request, 0);
+        }
+        unanswered.clear();
+    }
+    std::vector<std::string> take_calls() { return std::exchange(called, {}); }
+
+private:
+    static int call(ubus_context *ctx, ubus_object *self, ubus_request_data *req,
+                    const char *method, blob_attr *msg)
+    {
+        auto *peer = static_cast<fake_peer *>(self);
+        peer->called.push_back(std::string(method) + " " + zu_blobmsg_json(msg, true).get());
+        const behaviour behaves = peer->behaves[method];
+        if (behaves == HANGS) {
+            peer->unanswered.emplace_back();
+            ubus_defer_request(ctx, req, &peer->unanswered.back());
+            return 0;
+        }
+        if (behaves == FAILS)
+            return UBUS_STATUS_UNKNOWN_ERROR;
+        for (int i = 0; i < (behaves == TWICE ? 2 : 1); i++)
+            peer->answer(req, method);
+        return 0;
+    }
+};
+
+struct radio_fixture : bus_fixture {
+    std::optional<fake_peer> u80211d, cloud;
+    std::optional<event_log> events;
+
+    void SetUp() override
+    {
+        bus_fixture::SetUp();
+        run("[ -d /tmp/config ] || cp -R /etc/config /tmp/config; rm -rf /tmp/.uci; "
+            "cp /tmp/config/* /etc/config/; : >/var/log/journal; : >/tmp/log");
+        debug_init("/tmp/log");
+        debug_set_level(ZU_LOG_DEBUG);
+        platform_detect();
+        gUbus_ctx = daemon;
+        (void)wifi_reload_config(true);
+        u80211d.emplace(stranger, "wifi");
+        cloud.emplace(stranger, "qnet.cloud_comm");
+        u80211d_register_subscriber(daemon, u80211d->id);
+        events.emplace(stranger, "*");
+    }
+    void TearDown() override
+    {
+        wifi_init_scan_state();
+        wifi_init_survey_state();
+        uloop_timeout_cancel(&gSurvey_period_timer);
+        gScan_state = {};
+        gUbus_ctx = nullptr;
+        settle();
+        u80211d.reset();
+        cloud.reset();
+        ng_uci_drop_changes();
+        bus_fixture::TearDown();
+    }
+
+    /// Ends a wait that was to take `ms`.
+    static void expire(uloop_timeout *timer, int ms)
+    {
+        ASSERT_TRUE(timer->pending);
+        const int left = static_cast<int>(uloop_timeout_remaining64(timer));
+        EXPECT_TRUE(left <= ms && left > ms - 10000) << left << " of " << ms;
+        uloop_timeout_cancel(timer);
+        timer->cb(timer);
+    }
+    static scanning_result *scanned(int index = 0)
+    {
+        scanning_result *entry;
+        list_for_each_entry(entry, &gScanning_results, link)
+        {
+            if (index-- == 0)
+                return entry;
+        }
+        return nullptr;
+    }
+    static survey_entry *surveyed()
+    {
+        return list_first_entry(&gSurvey_entries, survey_entry, link);
+    }
+    void lists_access_points()
+    {
+        _parse_platform_data(R"({"wireless": {"num_radios": 2, "scanning_support": false,
+            "wifi_radios": [{"band": "2.4GHz"}, {"band": "5GHz"}]}})");
+        wifi_radio_list_ifaces();
+    }
+    void scan_done(const std::string &ifname)
+    {
+        ubus_notify(stranger, &*u80211d, "wifi.scan.done",
+                    json_message(R"({"ifname":")" + ifname + "\"}").head, -1);
+        settle();
+    }
+    /// u80211d has found these on the interface.
+    void finds(const std::string &ifname, const std::vector<std::string> &entries)
+    {
+        u80211d->replies["scan"] = [ifname, entries](blob_buf *reply) {
+            void *list = blobmsg_open_array(reply, ifname.c_str());
+            for (const std::string &json : entries)
+                bss_message(json).add_to(reply);
+            blobmsg_close_array(reply, list);
+        };
+    }
+    int scan_now(const std::string &json = "{}")
+    {
+        const int status =
+            ubus_wifi_ap_scan_now(daemon, nullptr, nullptr, "ap_scan_now", json_message(json).head);
+        settle();
+        return status;
+    }
+    std::vector<std::string> calls()
+    {
+        settle();
+        return u80211d->take_calls();
+    }
+    int checkins()
+    {
+        settle();
+        return static_cast<int>(cloud->take_calls().size());
+    }
+    /// One table of the state dump as JSON text.
+    static std::string dumped(void (*dump)(blob_buf *))
+    {
+        blob_buffer reply;
+        blob_buf_init(&reply, 0);
+        dump(&reply);
+        return zu_blobmsg_json(reply.head, true).get();
+    }
+    static bool dump_holds(const std::string &text)
+    {
+        return dumped(wifi_dump_scanning_state).find(text) != std::string::npos;
+    }
+    static int logged(const std::string &text)
+    {
+        int found = 0;
+        const std::string all = read_text("/tmp/log");
+        for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at++)
+            found++;
+        return found;
+    }
+    static int restarts()
+    {
+        return std::stoi(run("grep -c 'u80211d restart' /var/log/journal").output);
+    }
+    static std::string uci(const std::string &option)
+    {
+        const std::string value = run("uci -q get " + option).output;
+        return value.substr(0, value.find_last_not_of('\n') + 1);
+    }
+    /// Events of `type` since the last call, joined.
+    std::string sent(const std::string &type)
+    {
+        settle();
+        std::string text;
+        for (const received_event &event : events->all)
+            if (event.type == type)
+                text += event.document;
+        events->all.clear();
+        return text;
+    }
+};
