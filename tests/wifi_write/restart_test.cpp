@@ -165,15 +165,17 @@ TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
                     write_file(path, "config 'x\n");
                 if (first_start)
                     gWifi_live_settings = {};
+                // At start the check of the enables reads a package of its own.
+                const int waits = first_start && package == "wireless" ? 2 : 1;
                 const int errors = logged("ERROR");
                 EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, wifi_reload_config(first_start));
                 uloop_clock_run_ms(10500);
-                EXPECT_EQ(errors + 1, logged("ERROR")) << "said once";
+                EXPECT_EQ(errors + waits, logged("ERROR")) << "said once";
                 close(fd);
                 EXPECT_EQ(first_start, everything() != before);
                 if (first_start) {
                     EXPECT_EQ(2, push(OF_OFFICE));
-                    EXPECT_EQ(errors + 2, logged("ERROR"));
+                    EXPECT_EQ(errors + waits + 1, logged("ERROR"));
                 }
                 write_file(path, content);
                 uloop_clock_run_ms(1000);
