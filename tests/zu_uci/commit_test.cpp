@@ -4,6 +4,10 @@
 
 #include "platform/zu/ng_uci_internal.h"
 
+extern "C" {
+#include <libubox/uloop.h>
+}
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -268,4 +272,21 @@ TEST_F(Commit, RemovesWhatAPowerCutLeft)
     EXPECT_EQ(0, ng_uci_commit("zt"));
     EXPECT_EQ(0, left_behind());
     EXPECT_EQ("2\n", shell("uci get zt.a.one"));
+    // Half of a commit, with an old file that cannot be put back yet.
+    write_file("/etc/config/.zt.undo", BASE);
+    ASSERT_EQ(0, symlink("/etc/config/zt\n", "/etc/config/.commit"));
+    shell("rm /etc/config/zt; mkdir /etc/config/zt; rm -f /var/log/journal");
+    EXPECT_FALSE(ng_uci_recover());
+    EXPECT_EQ(NG_UCI_UNREADABLE, ng_uci_check_readable("tarn_net"));
+    shell("rmdir /etc/config/zt");
+    EXPECT_EQ(NG_UCI_READABLE, ng_uci_check_readable("tarn_net"));
+    EXPECT_EQ(BASE, config());
+    EXPECT_EQ(0, left_behind());
+    uloop_timeout end{};
+    end.cb = [](uloop_timeout *) { uloop_end(); };
+    uloop_init();
+    uloop_timeout_set(&end, 1100); // after ours
+    uloop_run();
+    uloop_done();
+    EXPECT_NE(std::string::npos, shell("cat /var/log/journal").find("reload_config"));
 }

@@ -142,6 +142,8 @@ uci_package *ng_uci_load(uci_context *ctx, const char *name)
 
 ng_uci_readability ng_uci_check_readable(const char *package)
 {
+    if (ng_uci_undo() != 0) // half a commit stands there
+        return NG_UCI_UNREADABLE;
     int err;
     if (load_package(ng_uci_change_context(), package, &err))
         return NG_UCI_READABLE;

@@ -53,7 +53,8 @@ bool ng_uci_renew_change_context();
 [[nodiscard]] int ng_uci_commit_all(std::span<const char *const> packages, bool *changed = nullptr);
 [[nodiscard]] int ng_uci_commit(const char *package, bool *changed = nullptr);
 /// To be called before anything is read: puts back what a commit changed that was cut off, by a
-/// crash or a power failure, and removes what else it left. True when something was put back.
+/// crash or a power failure, and removes what else it left. True when something was put back; what
+/// cannot be now is tried every second, and "reload_config" run when it is done.
 bool ng_uci_recover();
 /// Makes an empty package when the device does not have it. 0 or -1 (logged).
 int ng_uci_make_package(const char *name);
@@ -70,7 +71,8 @@ void ng_uci_drop_changes();
 enum ng_uci_readability {
     NG_UCI_READABLE,
     NG_UCI_ABSENT,     ///< the device does not have it: each of its options is missing
-    NG_UCI_UNREADABLE, ///< locked by another process or not to be parsed (logged: ERROR)
+    NG_UCI_UNREADABLE, ///< locked by another process, not to be parsed, or half of a commit that
+                       ///< cannot be taken back yet (logged: ERROR)
 };
 /// Loads the package into the change context: what this callback reads of it comes from there.
 [[nodiscard]] ng_uci_readability ng_uci_check_readable(const char *package);

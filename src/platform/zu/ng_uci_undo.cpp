@@ -8,6 +8,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/shell.h"
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -92,7 +93,8 @@ static bool put_back(const std::string &path)
 static void put_back_again_cb(uloop_timeout *)
 {
     const zu_log_repetition quiet;
-    (void)ng_uci_undo();
+    if (ng_uci_undo() == 0)
+        shell_run_ignored("reload_config"); // others may have read half a change
 }
 
 static int put_all_back(std::string_view paths)
