@@ -20,6 +20,8 @@ enum upstream_step : uint32_t {
 
 /// Puts a step into force for `state`. False on failure; it will be repeated for the state then.
 bool upstream_make(upstream_step step, uint32_t state);
+/// What somebody else has put into force in the step's place failed: it is repeated as if it had.
+void upstream_take_back(upstream_step step);
 /// The step is not wanted any more.
 void upstream_forget(upstream_step step);
 

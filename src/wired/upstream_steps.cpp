@@ -4,6 +4,7 @@
 //     ▲                  ▲ │ └─── succeeds ─────┴──────────────────────────── fails, not said again
 //     ──────────────────────┘
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -36,14 +37,18 @@ static bool commit(const char *package, const char *failure)
     return false;
 }
 
-static bool run_command(const char *command)
+static bool succeeded(const char *command, const shell_result &result)
 {
-    const shell_result result = shell_run(command);
     if (!result.ran)
         log_warning("Unable to run %s: %d (%s)", command, result.error, strerror(result.error));
     else if (result.exit_status != 0)
         log_warning("%s exited with rc %d", command, result.exit_status);
     return result.ran && result.exit_status == 0;
+}
+
+static bool run_command(const char *command)
+{
+    return succeeded(command, shell_run(command));
 }
 
 // ---- the steps; false on failure (logged)
@@ -171,7 +176,14 @@ static bool make_forwarding(uint32_t state)
 
 static bool make_reload(uint32_t)
 {
-    return run_command("reload_config");
+    constexpr char COMMAND[] = "reload_config";
+    bool &hangs = gTarn_net_state.upstream.reload_hangs;
+    // A switch asks several times; the loop is held up for one that hangs at its repetitions only.
+    if (hangs)
+        return false;
+    const shell_result result = shell_run(COMMAND);
+    hangs = !result.ran && result.error == ETIMEDOUT;
+    return succeeded(COMMAND, result);
 }
 
 /// In the order in which they are repeated.
@@ -203,12 +215,30 @@ static void arm(int delay_ms)
     uloop_timeout_set(&upstream.make_up_timer, delay_ms);
 }
 
+/// Where forwarding leads, unless it is to lead somewhere else anyway.
+static void keep_forwarding()
+{
+    upstream_record &upstream = gTarn_net_state.upstream;
+    if ((upstream.unmade & UPSTREAM_FORWARDING) == 0)
+        memcpy(upstream.forwarding_to, gTarn_net_state.inet_test.uplink_iface,
+               sizeof upstream.forwarding_to);
+}
+
 static void make_later(upstream_step step)
 {
     upstream_record &upstream = gTarn_net_state.upstream;
     if ((upstream.unmade & step) == 0)
         arm(FIRST_REPETITION_MS);
     upstream.unmade |= step;
+}
+
+void upstream_take_back(upstream_step step)
+{
+    if (gTarn_net_state.inet_test.upstream_state == TARN_NET_UPSTREAM_NONE)
+        return; // nothing follows from that
+    if (step == UPSTREAM_FORWARDING)
+        keep_forwarding();
+    make_later(step);
 }
 
 void upstream_forget(upstream_step step)
@@ -231,11 +261,8 @@ bool upstream_make(upstream_step step, uint32_t state)
 
 void upstream_reapply_forwarding()
 {
-    upstream_record &upstream = gTarn_net_state.upstream;
-    const inet_test_state &test = gTarn_net_state.inet_test;
-    if ((upstream.unmade & UPSTREAM_FORWARDING) == 0) // else where it is to lead anyway
-        memcpy(upstream.forwarding_to, test.uplink_iface, sizeof upstream.forwarding_to);
-    (void)upstream_make(UPSTREAM_FORWARDING, test.upstream_state);
+    keep_forwarding();
+    (void)upstream_make(UPSTREAM_FORWARDING, gTarn_net_state.inet_test.upstream_state);
 }
 
 bool run_reload_config()
@@ -252,6 +279,7 @@ static bool repeat(upstream_step step)
 static void make_up_cb(uloop_timeout *)
 {
     upstream_record &upstream = gTarn_net_state.upstream;
+    upstream.reload_hangs = false;
     const bool reload_is_due = (upstream.unmade & UPSTREAM_RELOAD) != 0; // its row is the last one
     bool reload = false;
     for (const auto &row : STEPS) {

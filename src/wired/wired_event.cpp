@@ -40,6 +40,14 @@ static void change_dns_interface(ng_uci_action action, const char *bridge)
     ng_uci_save_action_ctx(ng_uci_change_context(), action, bridge, "dhcp.lan_dns.interface");
 }
 
+static void commit_or_repeat(const char *package, upstream_step step, const char *failure)
+{
+    if (ng_uci_commit(package) == 0)
+        return;
+    log_warning("%s", failure);
+    upstream_take_back(step);
+}
+
 void uplink_set(const char *name)
 {
     auto &bridge = gTarn_net_state.upstream.wired_uplink_bridge;
@@ -54,12 +62,13 @@ void uplink_set(const char *name)
     // The shaper follows with the next passed cycle.
     gTarn_net_state.upstream.served_bridge[0] = '\0';
     wifid_apply_bridges();
-    (void)set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
-                                        gTarn_net_state.inet_test.upstream_state);
-    if (ng_uci_commit("dhcp") != 0)
-        log_warning("Unable to commit DHCP server rules");
-    if (ng_uci_commit("firewall") != 0)
-        log_warning("Failed to commit firewall config to UCI");
+    const bool forwarding =
+        set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
+                                      gTarn_net_state.inet_test.upstream_state) == 0;
+    commit_or_repeat("dhcp", UPSTREAM_DHCP, "Unable to commit DHCP server rules");
+    commit_or_repeat("firewall", UPSTREAM_FORWARDING, "Failed to commit firewall config to UCI");
+    if (!forwarding)
+        upstream_take_back(UPSTREAM_FORWARDING);
     if (!run_reload_config())
         log_warning("Unable to reload DHCP servers and firewall rules");
 }

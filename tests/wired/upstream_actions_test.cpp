@@ -100,6 +100,19 @@ TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
     EXPECT_EQ(commands(), lines{gateway + forwards});
     end_cycle(WAN, "br-wired1");
     EXPECT_EQ(commands(), lines{});
+    // Commits that meet a lock.
+    const int rivals[] = {open("/etc/config/dhcp", O_RDWR), open("/etc/config/firewall", O_RDWR)};
+    for (const int rival : rivals)
+        flock(rival, LOCK_SH);
+    uplink_set("wired0");
+    EXPECT_EQ(upstream().unmade, UPSTREAM_DHCP | UPSTREAM_FORWARDING);
+    for (const int rival : rivals)
+        close(rival);
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(1100);
+    EXPECT_EQ(upstream().unmade, 0u);
+    EXPECT_NE(uci("dhcp.lan_dns.interface").find("br-wired0"), std::string::npos);
+    EXPECT_EQ(run("uci changes").output, "");
 }
 
 TEST_F(UpstreamActions, WireToMeshToLonelyAndBack)
