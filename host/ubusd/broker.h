@@ -1,6 +1,6 @@
 // The broker's records and what its files offer one another.
-// Clients own objects; objects have types, subscribers, targets and event patterns. Everybody may
-// do everything: there are no access lists, but calls carry the caller's user and group.
+// Clients own objects; objects have types, subscribers, targets and event patterns. What a client may do is told by
+// access lists; calls carry the caller's user and group.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +39,8 @@ struct broker_socket {
 struct broker_client {
     uint32_t id;
     std::string user, group;
+    std::vector<std::string> groups; // `group` first, then the supplementary ones
+    bool trusted;                    // may do everything
     broker_socket sock;
     bool gone; // gets nothing any more
 
@@ -86,8 +88,15 @@ inline constexpr int BROKER_NO_STATUS = -1;
 
 // client.cpp
 
+/// Who connected.
+struct broker_peer {
+    std::string user;
+    std::vector<std::string> groups; // the primary one first
+    bool trusted;
+};
+
 /// Takes over a connected socket and greets. Null when the socket cannot be watched (closed then).
-broker_client *client_add(int fd, const std::string &user, const std::string &group);
+broker_client *client_add(int fd, const broker_peer &peer);
 broker_client *client_find(uint32_t id);
 /// Disconnects everybody.
 void client_remove_all();
@@ -96,6 +105,19 @@ void client_remove_all();
 void client_send(broker_client *client, const ubus_msghdr &hdr, const blob_attr *msg, int fd = -1);
 void client_post(broker_client *client, ubus_msg_type type, uint16_t seq, uint32_t peer,
                  const blob_attr *msg, int fd = -1);
+
+// acl.cpp
+
+enum broker_acl_kind { BROKER_ACL_PUBLISH, BROKER_ACL_SUBSCRIBE, BROKER_ACL_LISTEN, BROKER_ACL_SEND };
+inline constexpr int BROKER_ACL_KINDS = 4;
+
+/// Reads the access lists, the files *.json of `dir` (null: of the same folder again), in place of those read before.
+/// What cannot be read or could have been written by others is told and ignored.
+void acl_load(const char *dir);
+bool acl_allows_method(const broker_client *client, const std::string &path, const char *method);
+/// Whether the client may publish or subscribe to an object of that path, listen to events of that pattern, or send that
+/// event.
+bool acl_allows(const broker_client *client, broker_acl_kind kind, const std::string &name);
 
 // message.cpp
 

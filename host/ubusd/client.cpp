@@ -193,14 +193,16 @@ static void client_cb(uloop_fd *u, unsigned events)
         client_remove(client);
 }
 
-broker_client *client_add(int fd, const std::string &user, const std::string &group)
+broker_client *client_add(int fd, const broker_peer &peer)
 {
     auto client = std::make_unique<broker_client>();
     do {
         client->id = id_draw();
     } while (client_find(client->id));
-    client->user = user;
-    client->group = group;
+    client->user = peer.user;
+    client->groups = peer.groups;
+    client->group = peer.groups.front();
+    client->trusted = peer.trusted;
     client->fd = -1;
     client->sock.client = client.get();
     client->sock.u.fd = fd;

@@ -20,17 +20,36 @@ bool lookup_path_taken(const std::string &path)
     return paths.contains(path);
 }
 
-// An object without a type is there but not told about.
+// The methods of an object that the client may call.
+static std::vector<uint8_t> visible_methods(const broker_client *client, const broker_object *obj)
+{
+    if (client->trusted)
+        return obj->type->signature;
+    std::vector<uint8_t> visible;
+    const uint8_t *at = obj->type->signature.data();
+    const uint8_t *end = at + obj->type->signature.size();
+    while (at < end) {
+        const auto *method = (const blob_attr *)at;
+        at += blob_pad_len(method);
+        if (acl_allows_method(client, *obj->path, blobmsg_name(method)))
+            visible.insert(visible.end(), (const uint8_t *)method, at);
+    }
+    return visible;
+}
+
+// An object without a type is there but not told about; nor is one of whose methods the client may call none.
 static void tell(broker_client *client, const ubus_msghdr &request, const broker_object *obj)
 {
     if (!obj->type)
+        return;
+    const std::vector<uint8_t> methods = visible_methods(client, obj);
+    if (methods.empty() && !obj->type->signature.empty())
         return;
     wire_buf b;
     blob_put_string(&b.b, UBUS_ATTR_OBJPATH, obj->path->c_str());
     blob_put_int32(&b.b, UBUS_ATTR_OBJID, obj->id);
     blob_put_int32(&b.b, UBUS_ATTR_OBJTYPE, obj->type->id);
-    blob_put(&b.b, UBUS_ATTR_SIGNATURE, obj->type->signature.data(),
-             (unsigned)obj->type->signature.size());
+    blob_put(&b.b, UBUS_ATTR_SIGNATURE, methods.data(), (unsigned)methods.size());
     message_reply(client, request, UBUS_MSG_DATA, b.msg());
 }
 

@@ -6,13 +6,15 @@
 
 #include "broker.h"
 
+static constexpr char DEFAULT_ACCESS_LISTS[] = "/usr/share/acl.d";
+
 static int usage(const char *program)
 {
     fprintf(stderr,
             "Usage: %s [-s SOCKET] [-A DIR]\n"
             "  -s SOCKET  listen here (default %s)\n"
-            "  -A DIR     access lists; accepted and ignored, everybody may do everything\n",
-            program, WIRE_DEFAULT_SOCKET);
+            "  -A DIR     access lists (default %s)\n",
+            program, WIRE_DEFAULT_SOCKET, DEFAULT_ACCESS_LISTS);
     return 1;
 }
 
@@ -25,23 +27,29 @@ static void allow_many_clients()
     (void)setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// SIGHUP would reload access lists.
-static void ignore_cb(uloop_signal *) {}
+static void hangup_cb(uloop_signal *)
+{
+    acl_load(nullptr);
+}
 
 int main(int argc, char **argv)
 {
     const char *path = WIRE_DEFAULT_SOCKET;
+    const char *access_lists = DEFAULT_ACCESS_LISTS;
     for (int opt; (opt = getopt(argc, argv, "s:A:")) != -1;) {
         if (opt == 's')
             path = optarg;
-        else if (opt != 'A')
+        else if (opt == 'A')
+            access_lists = optarg;
+        else
             return usage(argv[0]);
     }
+    acl_load(access_lists);
     allow_many_clients();
     if (uloop_init() < 0 || server_start(path) < 0)
         return 1;
     uloop_signal hangup{};
-    hangup.cb = ignore_cb;
+    hangup.cb = hangup_cb;
     hangup.signo = SIGHUP;
     (void)uloop_signal_add(&hangup);
     (void)uloop_run();

@@ -5,6 +5,8 @@ static std::vector<broker_client *> monitors;
 
 int monitor_invoke(broker_client *client, const std::string &method)
 {
+    if (!client->trusted)
+        return UBUS_STATUS_PERMISSION_DENIED;
     if (method == "add") {
         monitor_forget(client);
         client->monitor_seq = 0;

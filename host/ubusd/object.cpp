@@ -74,7 +74,8 @@ static broker_object *object_new(broker_client *client)
 int object_add(broker_client *client, broker_request &req)
 {
     blob_attr *path = req.attrs[UBUS_ATTR_OBJPATH];
-    if (path && lookup_path_taken(blob_get_string(path)))
+    if (path && (lookup_path_taken(blob_get_string(path)) ||
+                 !acl_allows(client, BROKER_ACL_PUBLISH, blob_get_string(path))))
         return UBUS_STATUS_INVALID_ARGUMENT;
     broker_object *obj = object_new(client);
     obj->type = type_of_request(req);

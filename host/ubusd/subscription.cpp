@@ -55,6 +55,8 @@ int subscription_add(broker_client *client, broker_request &req)
     broker_object *subscriber, *target;
     if (const int refused = find_both(client, req, &subscriber, &target))
         return refused;
+    if (target->path && !acl_allows(client, BROKER_ACL_SUBSCRIBE, *target->path))
+        return UBUS_STATUS_NOT_FOUND;
     if (target->owner == client)
         return UBUS_STATUS_INVALID_ARGUMENT;
     target->subscribers.push_front(subscriber);

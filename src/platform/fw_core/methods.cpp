@@ -268,9 +268,24 @@ int ubus_health_check(ubus_context *ctx, ubus_object *obj, ubus_request_data *re
     return reply_send(call, &reply);
 }
 
+/// Secrets are the super-user's, whose session a web server or an agent without privileges is not: access lists cannot
+/// tell arguments apart. A broker that does not say who calls lets nobody but the super-user call.
+static bool may_see_secrets(const ubus_request_data *req, blob_attr *msg)
+{
+    static const blobmsg_policy RPC_SESSION = {"ubus_rpc_session", BLOBMSG_TYPE_STRING};
+    blob_attr *session = nullptr;
+    (void)blobmsg_parse(&RPC_SESSION, 1, &session, blobmsg_data(msg),
+                        static_cast<unsigned>(blobmsg_data_len(msg)));
+    return !session && (!req->acl.user || strcmp(req->acl.user, "root") == 0);
+}
+
 int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req, const char *method,
                     blob_attr *msg)
 {
+    if (package_include_secrets(msg) && !may_see_secrets(req, msg)) {
+        log_warning("Refusing %s of %s: secrets are not for '%s'", method, obj->name, req->acl.user ? req->acl.user : "a web session");
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
     return document_method({ctx, obj, req, method, msg}, ubus_package_dump_state_policy,
                            &package_callbacks::dump_state);
 }
