@@ -43,7 +43,8 @@ void descriptors_close_on_exec()
     }
 }
 
-/// 0 and the child's id, or errno.
+/// 0 and the child's id, or errno. What the command says is nobody's business here, and `diff` says the keys that files
+/// of settings hold: it must not reach the system log, where our own output may go.
 int spawn_shell(const char *command, pid_t *pid)
 {
     posix_spawnattr_t attributes;
@@ -51,9 +52,16 @@ int spawn_shell(const char *command, pid_t *pid)
     if (error != 0)
         return error;
     (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP); // a group of its own
+    posix_spawn_file_actions_t files;
+    if (error = posix_spawn_file_actions_init(&files); error != 0) {
+        (void)posix_spawnattr_destroy(&attributes);
+        return error;
+    }
+    (void)posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     char shell[] = "sh", option[] = "-c";
     char *arguments[] = {shell, option, const_cast<char *>(command), nullptr};
-    error = posix_spawn(pid, "/bin/sh", nullptr, &attributes, arguments, environ);
+    error = posix_spawn(pid, "/bin/sh", &files, &attributes, arguments, environ);
+    (void)posix_spawn_file_actions_destroy(&files);
     (void)posix_spawnattr_destroy(&attributes);
     return error;
 }
