@@ -1,7 +1,9 @@
-// Who may do what. The super-user and the user the broker runs as may do everything; what others may is told by JSON
-// files, each for one user or group, with lists of texts whose final "*" stands for any rest:
+// Who may do what. The super-user and the user the broker runs as may do everything; what others
+// may is told by JSON files, each for one user or group, with lists of texts whose final "*" stands
+// for any rest:
 //
-//   {"user" | "group": NAME, "access": {PATH: {"methods": [...]}}, "publish": [...], "subscribe": [...], "listen": [...],
+//   {"user" | "group": NAME, "access": {PATH: {"methods": [...]}}, "publish": [...], "subscribe":
+//   [...], "listen": [...],
 //    "send": [...]}
 #include <dirent.h>
 #include <grp.h>
@@ -79,7 +81,8 @@ std::vector<access_rule> read_access(blob_attr *table)
     {
         blob_attr *methods = nullptr;
         if (blobmsg_type(object) == BLOBMSG_TYPE_TABLE)
-            (void)blobmsg_parse(&POLICY, 1, &methods, blobmsg_data(object), (unsigned)blobmsg_len(object));
+            (void)blobmsg_parse(&POLICY, 1, &methods, blobmsg_data(object),
+                                (unsigned)blobmsg_len(object));
         if (methods)
             out.push_back({blobmsg_name(object), read_patterns(methods)});
     }
@@ -90,8 +93,9 @@ void read_list(blob_attr *root)
 {
     enum { USER, GROUP, ACCESS, FIRST_KIND, COUNT = FIRST_KIND + BROKER_ACL_KINDS };
     static const blobmsg_policy POLICY[COUNT] = {
-        {"user", BLOBMSG_TYPE_STRING},    {"group", BLOBMSG_TYPE_STRING},   {"access", BLOBMSG_TYPE_TABLE},
-        {"publish", BLOBMSG_TYPE_ARRAY},  {"subscribe", BLOBMSG_TYPE_ARRAY}, {"listen", BLOBMSG_TYPE_ARRAY},
+        {"user", BLOBMSG_TYPE_STRING},     {"group", BLOBMSG_TYPE_STRING},
+        {"access", BLOBMSG_TYPE_TABLE},    {"publish", BLOBMSG_TYPE_ARRAY},
+        {"subscribe", BLOBMSG_TYPE_ARRAY}, {"listen", BLOBMSG_TYPE_ARRAY},
         {"send", BLOBMSG_TYPE_ARRAY},
     };
     blob_attr *tb[COUNT] = {};
@@ -121,7 +125,8 @@ void read_file(const std::string &path)
     struct stat info;
     wire_buf list;
     if (stat(path.c_str(), &info) != 0 || !is_trustworthy(info))
-        fprintf(stderr, "ubusd: access list %s is no file of the super-user's alone, ignoring it\n", path.c_str());
+        fprintf(stderr, "ubusd: access list %s is no file of the super-user's alone, ignoring it\n",
+                path.c_str());
     else if (!blobmsg_add_json_from_file(&list.b, path.c_str()))
         fprintf(stderr, "ubusd: access list %s does not parse, ignoring it\n", path.c_str());
     else
@@ -151,7 +156,8 @@ bool acl_allows_method(const broker_client *client, const std::string &path, con
         return true;
     for (const access_list &list : lists) {
         for (const access_rule &rule : list.access) {
-            if (concerns(list, client) && matches(rule.path, path) && any_matches(rule.methods, method))
+            if (concerns(list, client) && matches(rule.path, path) &&
+                any_matches(rule.methods, method))
                 return true;
         }
     }

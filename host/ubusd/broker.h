@@ -1,6 +1,6 @@
 // The broker's records and what its files offer one another.
-// Clients own objects; objects have types, subscribers, targets and event patterns. What a client may do is told by
-// access lists; calls carry the caller's user and group.
+// Clients own objects; objects have types, subscribers, targets and event patterns. What a client
+// may do is told by access lists; calls carry the caller's user and group.
 #pragma once
 
 #include <cstdint>
@@ -108,15 +108,20 @@ void client_post(broker_client *client, ubus_msg_type type, uint16_t seq, uint32
 
 // acl.cpp
 
-enum broker_acl_kind { BROKER_ACL_PUBLISH, BROKER_ACL_SUBSCRIBE, BROKER_ACL_LISTEN, BROKER_ACL_SEND };
+enum broker_acl_kind {
+    BROKER_ACL_PUBLISH,
+    BROKER_ACL_SUBSCRIBE,
+    BROKER_ACL_LISTEN,
+    BROKER_ACL_SEND
+};
 inline constexpr int BROKER_ACL_KINDS = 4;
 
-/// Reads the access lists, the files *.json of `dir` (null: of the same folder again), in place of those read before.
-/// What cannot be read or could have been written by others is told and ignored.
+/// Reads the access lists, the files *.json of `dir` (null: of the same folder again), in place of
+/// those read before. What cannot be read or could have been written by others is told and ignored.
 void acl_load(const char *dir);
 bool acl_allows_method(const broker_client *client, const std::string &path, const char *method);
-/// Whether the client may publish or subscribe to an object of that path, listen to events of that pattern, or send that
-/// event.
+/// Whether the client may publish or subscribe to an object of that path, listen to events of that
+/// pattern, or send that event.
 bool acl_allows(const broker_client *client, broker_acl_kind kind, const std::string &name);
 
 // message.cpp

@@ -52,7 +52,8 @@ static int handle_register(const broker_client *client, blob_attr *object, blob_
     if (!obj)
         return UBUS_STATUS_NOT_FOUND;
     listener l = {obj, blobmsg_get_string(pattern), false};
-    if (obj->owner != client || l.pattern.empty() || !acl_allows(client, BROKER_ACL_LISTEN, l.pattern))
+    if (obj->owner != client || l.pattern.empty() ||
+        !acl_allows(client, BROKER_ACL_LISTEN, l.pattern))
         return UBUS_STATUS_PERMISSION_DENIED;
     if (l.pattern.back() == '*') {
         l.pattern.pop_back();
@@ -66,7 +67,8 @@ static int handle_send(const broker_client *client, blob_attr *id, blob_attr *da
 {
     if (!id || !data)
         return UBUS_STATUS_INVALID_ARGUMENT;
-    if (!strncmp(blobmsg_get_string(id), "ubus.", 5) || !acl_allows(client, BROKER_ACL_SEND, blobmsg_get_string(id)))
+    if (!strncmp(blobmsg_get_string(id), "ubus.", 5) ||
+        !acl_allows(client, BROKER_ACL_SEND, blobmsg_get_string(id)))
         return UBUS_STATUS_PERMISSION_DENIED;
     event_send(client, blobmsg_get_string(id), blobmsg_data(data), blobmsg_len(data));
     return UBUS_STATUS_OK;

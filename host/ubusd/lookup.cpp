@@ -37,7 +37,8 @@ static std::vector<uint8_t> visible_methods(const broker_client *client, const b
     return visible;
 }
 
-// An object without a type is there but not told about; nor is one of whose methods the client may call none.
+// An object without a type is there but not told about; nor is one of whose methods the client may
+// call none.
 static void tell(broker_client *client, const ubus_msghdr &request, const broker_object *obj)
 {
     if (!obj->type)

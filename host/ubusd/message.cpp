@@ -83,7 +83,8 @@ static int handle_invoke(broker_client *client, broker_request &req)
     const broker_object *obj = object_find(id);
     if (!obj)
         return UBUS_STATUS_NOT_FOUND;
-    if (obj->path && !acl_allows_method(client, *obj->path, blob_get_string(req.attrs[UBUS_ATTR_METHOD])))
+    if (obj->path &&
+        !acl_allows_method(client, *obj->path, blob_get_string(req.attrs[UBUS_ATTR_METHOD])))
         return UBUS_STATUS_PERMISSION_DENIED;
     forward_invoke(client, obj, req);
     return BROKER_NO_STATUS;

@@ -268,8 +268,9 @@ int ubus_health_check(ubus_context *ctx, ubus_object *obj, ubus_request_data *re
     return reply_send(call, &reply);
 }
 
-/// Secrets are the super-user's, whose session a web server or an agent without privileges is not: access lists cannot
-/// tell arguments apart. A broker that does not say who calls lets nobody but the super-user call.
+/// Secrets are the super-user's, whose session a web server or an agent without privileges is not:
+/// access lists cannot tell arguments apart. A broker that does not say who calls lets nobody but
+/// the super-user call.
 static bool may_see_secrets(const ubus_request_data *req, blob_attr *msg)
 {
     static const blobmsg_policy RPC_SESSION = {"ubus_rpc_session", BLOBMSG_TYPE_STRING};
@@ -283,7 +284,8 @@ int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                     blob_attr *msg)
 {
     if (package_include_secrets(msg) && !may_see_secrets(req, msg)) {
-        log_warning("Refusing %s of %s: secrets are not for '%s'", method, obj->name, req->acl.user ? req->acl.user : "a web session");
+        log_warning("Refusing %s of %s: secrets are not for '%s'", method, obj->name,
+                    req->acl.user ? req->acl.user : "a web session");
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return document_method({ctx, obj, req, method, msg}, ubus_package_dump_state_policy,

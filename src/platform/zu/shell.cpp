@@ -43,8 +43,9 @@ void descriptors_close_on_exec()
     }
 }
 
-/// 0 and the child's id, or errno. What the command says is nobody's business here, and `diff` says the keys that files
-/// of settings hold: it must not reach the system log, where our own output may go.
+/// 0 and the child's id, or errno. What the command says is nobody's business here, and `diff` says
+/// the keys that files of settings hold: it must not reach the system log, where our own output may
+/// go.
 int spawn_shell(const char *command, pid_t *pid)
 {
     posix_spawnattr_t attributes;
