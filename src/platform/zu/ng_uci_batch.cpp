@@ -157,6 +157,7 @@ static int commit_packages_of(const std::vector<ng_uci_batch_command> &commands)
     for (const ng_uci_batch_command &command : commands)
         names.insert(command.name.substr(0, command.name.find('.')));
     std::vector<const char *> packages;
+    packages.reserve(names.size());
     for (const std::string &name : names)
         packages.push_back(name.c_str());
     return ng_uci_commit_all(packages);

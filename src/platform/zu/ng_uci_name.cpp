@@ -73,7 +73,7 @@ bool ng_uci_is_value(const char *value)
 std::string ng_uci_config_path(const std::string &package)
 {
 #ifdef UCI_CONF2DIR // a newer libuci's: a file there stands for the one in the configuration
-    const std::string override_file = UCI_CONF2DIR "/" + package;
+    std::string override_file = UCI_CONF2DIR "/" + package;
     struct stat info;
     if (stat(override_file.c_str(), &info) == 0 && S_ISREG(info.st_mode))
         return override_file;

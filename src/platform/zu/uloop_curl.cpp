@@ -50,7 +50,7 @@ void collect_finished(uloop_curl_context *context)
 void unstart(uloop_curl_easy *easy)
 {
     curl_multi_remove_handle(easy->context->multi, easy->easy);
-    list_del(&easy->list);
+    list_del_init(&easy->list);
     easy->started = false;
 }
 

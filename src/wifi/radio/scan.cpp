@@ -43,28 +43,30 @@ static void abort_request(scanning_result *entry)
 
 // ---- requests
 
+/// True (logged) when the request's member could not be added.
+static bool not_added(int result, const char *name)
+{
+    if (result != 0)
+        log_error("Failed to add paramater '%s' to 'scan' ubus invoke for package 'wifi'", name);
+    return result != 0;
+}
+
 static int build_request(const scanning_result *entry, bool dump, blob_buf *request)
 {
     if (blob_buf_init(request, 0) != 0) {
         log_error("Failed to allocate a blob_buf for the request dump call");
         return -1;
     }
-    const auto failed = [](int result, const char *name) {
-        if (result != 0)
-            log_error("Failed to add paramater '%s' to 'scan' ubus invoke for package 'wifi'",
-                      name);
-        return result != 0;
-    };
-    if (blobmsg_add_u8(request, "dump", dump) != 0) {
-        if (dump)
-            return failed(-1, "dump") ? -1 : 0;
+    const int dump_added = blobmsg_add_u8(request, "dump", dump);
+    if (dump && not_added(dump_added, "dump"))
+        return -1;
+    if (dump_added != 0) // a trigger goes out all the same
         log_info("Failed to add paramater 'dump' to 'scan' ubus invoke for package 'wifi'");
-    }
-    return failed(blobmsg_add_string(request, "ifname", entry->ifname), "ifname") ||
-                   failed(blobmsg_add_u8(request, "on_channel", false), "on_channel") ||
-                   failed(blobmsg_add_u8(request, "ap_force", entry->is_ap_iface), "ap_force")
-               ? -1
-               : 0;
+    if (not_added(blobmsg_add_string(request, "ifname", entry->ifname), "ifname") ||
+        not_added(blobmsg_add_u8(request, "on_channel", false), "on_channel") ||
+        not_added(blobmsg_add_u8(request, "ap_force", entry->is_ap_iface), "ap_force"))
+        return -1;
+    return 0;
 }
 
 /// Sends "scan" with the entry's request, which nothing else uses. 0 or -1 (logged).
