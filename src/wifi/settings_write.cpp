@@ -70,6 +70,9 @@ static void write_direct_stage(const wifi_write &w)
     wifi_write_radios(w);
     wifi_write_networks(w);
     write_local(*w.settings);
+    // An SSID that leaves its VLAN is forwarded from now on, not only after the next change of
+    // upstream.
+    (void)set_ssid_forwarding(w.upstream_state, w.settings);
     set_udsplash_logout_firewall(w.upstream_state, w.settings);
     (void)set_udsplash_ifaces(w.upstream_state, false, w.settings);
 }

@@ -35,6 +35,17 @@ bool firewall_set_forwarding_rule(const char *iface, const char *source, bool en
     return false;
 }
 
+static bool is_forwarded(const wifi_ssid_settings &ssid)
+{
+    return !ssid.bridge_to_lan && !wifi_vlan_tag_is_valid(ssid.vlan_tag);
+}
+
+static bool set_ssid_rule(const char *iface, int ssid, bool enable)
+{
+    const char source[] = {'s', 's', 'i', 'd', static_cast<char>('0' + ssid), '\0'};
+    return firewall_set_forwarding_rule(iface, source, enable);
+}
+
 bool firewall_set_ssid_forwarding_rule(const char *iface, int ssid, bool enable)
 {
     if (iface == nullptr) {
@@ -45,11 +56,20 @@ bool firewall_set_ssid_forwarding_rule(const char *iface, int ssid, bool enable)
         log_error("ssid%i is out of range ssid%i thru ssid%i", ssid, 1, WIFI_SSIDS);
         return false;
     }
-    const wifi_ssid_settings &settings = wifi_live_settings()->ssids[ssid - 1];
-    if (enable && (settings.bridge_to_lan || wifi_vlan_tag_is_valid(settings.vlan_tag)))
+    if (enable && !is_forwarded(wifi_live_settings()->ssids[ssid - 1]))
         return true;
-    const char source[] = {'s', 's', 'i', 'd', static_cast<char>('0' + ssid), '\0'};
-    return firewall_set_forwarding_rule(iface, source, enable);
+    return set_ssid_rule(iface, ssid, enable);
+}
+
+bool set_ssid_forwarding(uint32_t state, const wifi_settings *settings)
+{
+    if (state != TARN_NET_UPSTREAM_WAN_STATE)
+        return true;
+    bool set = true;
+    for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
+        set &= set_ssid_rule(gTarn_net_state.inet_test.uplink_iface, ssid,
+                             is_forwarded(settings->ssids[ssid - 1]));
+    return set;
 }
 
 void firewall_reset_forwarding_rules()

@@ -25,6 +25,9 @@ bool firewall_revert_forwarding_rules();
 /// -1 with the firewall package reverted.
 [[nodiscard]] int set_firewall_forwarding_rules(const char *iface, uint32_t state);
 
+/// Lets the SSIDs of those settings, and no others, be forwarded to the present wired uplink;
+/// uncommitted. False when not all could be set.
+bool set_ssid_forwarding(uint32_t state, const wifi_settings *settings);
 /// Sets the captive portal's log-out rules; uncommitted. False when not all could be.
 bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
 /// Tells portal and shaper which interfaces carry clients and which one leads out. False when not

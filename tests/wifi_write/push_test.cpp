@@ -324,6 +324,24 @@ TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
     EXPECT_EQ(0, logged("ERROR"));
 }
 
+TEST_F(pushed, ForwardingToTheWireFollowsVlanAndBridging)
+{
+    gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
+    strcpy(gTarn_net_state.inet_test.uplink_iface, "br-wired1");
+    const struct {
+        const char *member, *enabled;
+    } cases[] = {{R"("vlan_tag":30)", "0"},
+                 {R"("vlan_tag":-1)", "1"},
+                 {R"("bridge_to_lan":true)", "0"},
+                 {R"("bridge_to_lan":false)", "1"}};
+    for (const auto &c : cases) {
+        ASSERT_EQ(0, push(std::string(R"({"ssids":[{"index":3,)") + c.member + "}]}"));
+        EXPECT_EQ(c.enabled, uci("firewall.ssid3wan_wired1.enabled")) << c.member;
+    }
+    gTarn_net_state.inet_test.uplink_iface[0] = '\0';
+    gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_NONE;
+}
+
 TEST_F(pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
 {
     const struct {

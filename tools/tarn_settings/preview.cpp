@@ -51,9 +51,12 @@ void suppose_configured_upstream()
     for (int port : {1, 0}) {
         int enabled = 0;
         (void)ng_uci_get_int(&enabled, "firewall.meshwan_wired%d.enabled", port);
-        if (enabled != 0)
-            snprintf(state.upstream.wired_uplink_bridge, sizeof state.upstream.wired_uplink_bridge,
-                     "br-wired%d", port);
+        if (enabled == 0)
+            continue;
+        snprintf(state.upstream.wired_uplink_bridge, sizeof state.upstream.wired_uplink_bridge,
+                 "br-wired%d", port);
+        snprintf(state.inet_test.uplink_iface, sizeof state.inet_test.uplink_iface, "br-wired%d",
+                 port);
     }
 }
 
