@@ -20,6 +20,7 @@
 
 #include "core/state.h"
 #include "mesh/mesh.h"
+#include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wired/inet_test_internal.h"
@@ -38,13 +39,14 @@ constexpr char NOT_STARTED[] = "The test target list is empty or the check inter
 
 online_settings gOnline_settings;
 inet_test_verdict gInet_test_last_verdict;
+static int64_t gTaken_at_s; ///< when the settings in force were
 
 /// As read; the one in force may have been raised since.
 static int32_t gRead_tolerance;
 
 static void inet_test_handler(uloop_timeout *timer);
 
-static bool test_is_configured()
+bool inet_test_is_configured()
 {
     return gOnline_settings.target_count != 0 && gOnline_settings.test_interval > 0;
 }
@@ -81,7 +83,7 @@ void inet_test_init()
     (void)reload_inet_test_config();
     gTarn_net_state.inet_test.uplink_iface[0] = '\0';
     upstream_set_state(TARN_NET_UPSTREAM_NONE);
-    if (test_is_configured())
+    if (inet_test_is_configured())
         arm_interval_timer();
 }
 
@@ -143,8 +145,10 @@ static void put_into_force(const online_settings &fresh)
     abort_inet_test();
     destroy_targets(gOnline_settings.targets);
     gOnline_settings = fresh;
+    gTaken_at_s = zu_monotonic_s();
+    inet_test_forget_outcomes();
     gRead_tolerance = fresh.failure_tolerance;
-    if (test_is_configured()) {
+    if (inet_test_is_configured()) {
         arm_interval_timer();
         return;
     }
@@ -202,6 +206,11 @@ int inet_test_take_pushed_config()
     return take_settings(false);
 }
 
+int64_t inet_test_seconds_since_verdict()
+{
+    return zu_monotonic_s() - std::max(gInet_test_last_verdict.at_s, gTaken_at_s);
+}
+
 static bool in_flight()
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
@@ -234,14 +243,14 @@ static void give_up_stuck_cycle()
 
 static void inet_test_handler(uloop_timeout *)
 {
-    if (!test_is_configured()) {
+    if (!inet_test_is_configured()) {
         log_info("%s", NOT_STARTED);
         return;
     }
     give_up_stuck_cycle();
     run_uplink_test();
     // Also when the cycle just started changed the settings: the next one is timed from here.
-    if (test_is_configured())
+    if (inet_test_is_configured())
         arm_interval_timer();
 }
 
@@ -257,7 +266,7 @@ static bool enumeration_in_progress()
 
 void inet_test_enumeration_ended()
 {
-    if (std::exchange(gTarn_net_state.inet_test.cycle_delayed, false) && test_is_configured())
+    if (std::exchange(gTarn_net_state.inet_test.cycle_delayed, false) && inet_test_is_configured())
         run_uplink_test();
 }
 
@@ -265,7 +274,7 @@ void inet_test_enumeration_ended()
 static bool ready_for_cycle()
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
-    if (!test_is_configured()) {
+    if (!inet_test_is_configured()) {
         log_debug("No internet test is configured");
         return false;
     }
@@ -381,6 +390,6 @@ void inet_test_finish_if_complete(uint32_t result)
     inet_test_state &test = gTarn_net_state.inet_test;
     if (!test.dispatch_complete)
         return;
-    gInet_test_last_verdict = {time(nullptr), test.test_passed != 0, result};
+    gInet_test_last_verdict = {zu_monotonic_s(), test.test_passed != 0, result};
     complete_inet_test(result);
 }

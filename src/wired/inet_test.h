@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 
+struct blob_buf;
 struct list_head;
 
 /// Settings, from UCI package tarn_net.
@@ -18,11 +18,19 @@ extern online_settings gOnline_settings;
 
 /// What the last completed cycle came to, for the state dump.
 struct inet_test_verdict {
-    time_t when; ///< 0: no cycle has been completed
+    int64_t at_s; ///< zu_monotonic_s() of it; 0: no cycle has been completed
     bool passed;
     uint32_t result; ///< the upstream state it spoke for
 };
 extern inet_test_verdict gInet_test_last_verdict;
+
+/// True when there are targets and an interval.
+bool inet_test_is_configured();
+/// How long no cycle has been completed; the time before the settings in force were taken does not
+/// count.
+int64_t inet_test_seconds_since_verdict();
+/// Adds how each target was tested last over each interface, as tables.
+void inet_test_dump_outcomes(blob_buf *buf);
 
 /// Cancels every timer, forgets every followed interface and zeroes the whole state record.
 void inet_test_reset();

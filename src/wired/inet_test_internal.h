@@ -1,5 +1,7 @@
-// Shared by inet_test.cpp and inet_test_transfer.cpp.
+// Shared by the files of the internet test.
 #pragma once
+
+#include "platform/zu/uloop_curl.h"
 
 struct inet_test_slot;
 
@@ -7,5 +9,8 @@ struct inet_test_slot;
 [[nodiscard]] bool dispatch_curl_inet_test(inet_test_slot *slot);
 /// Aborts the slot's transfer, if it holds one, and forgets what it tested.
 void abort_slot(inet_test_slot *slot);
+/// Remembers how the slot's test ended (inet_test_outcomes.cpp).
+void inet_test_note_outcome(const inet_test_slot *slot, CURLcode code);
+void inet_test_forget_outcomes();
 /// As many reports as tests.
 bool inet_test_all_reported();

@@ -76,6 +76,7 @@ static void uplink_test_cb(uloop_curl_easy *easy)
         test.test_run_count++;
         return;
     }
+    inet_test_note_outcome(slot, easy->result);
     const uint32_t result =
         easy->result == CURLE_OK ? count_success(slot) : count_failure(easy->result);
     log_debug("Tests run: %d/%u on interface '%s', This test inet_test->url_idx: %d, result: %u",

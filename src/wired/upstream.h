@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 /// gTarn_net_state.inet_test.upstream_state
 enum tarn_net_upstream : uint32_t {
@@ -12,6 +13,10 @@ enum tarn_net_upstream : uint32_t {
 };
 
 const char *upstream_state_name(uint32_t state);
+/// When the present state was entered, in seconds since 1970.
+time_t upstream_since();
+/// True while a step of the last change could not be put into force; it is repeated.
+bool upstream_is_incomplete();
 
 /// Weighs a cycle's result (a state value) and moves the upstream state. Nothing while the cycle is
 /// not completely dispatched.

@@ -295,3 +295,8 @@ static void make_up_cb(uloop_timeout *)
     else
         log_notice("What failed of the upstream's switch has been made up for");
 }
+
+bool upstream_is_incomplete()
+{
+    return gTarn_net_state.upstream.unmade != 0;
+}

@@ -7,6 +7,7 @@
 #include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/blobmsg_util.h"
+#include "platform/zu/clock.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
 #include "wifi/wifi.h"
@@ -25,6 +26,16 @@ const char *upstream_state_name(uint32_t state)
     return state < std::size(gState_names) ? gState_names[state] : "State out of range";
 }
 
+/// zu_monotonic_s() of the last change of state, or of the first question about it.
+static int64_t gState_since_s;
+
+time_t upstream_since()
+{
+    if (gState_since_s == 0)
+        gState_since_s = zu_monotonic_s();
+    return zu_date_of(gState_since_s);
+}
+
 void upstream_set_state(uint32_t state)
 {
     uint32_t &current = gTarn_net_state.inet_test.upstream_state;
@@ -33,6 +44,7 @@ void upstream_set_state(uint32_t state)
     log_debug("Update upstream state from %s to %s", upstream_state_name(current),
               upstream_state_name(state));
     current = state;
+    gState_since_s = zu_monotonic_s();
 }
 
 bool upstream_knows_wired_bridge()

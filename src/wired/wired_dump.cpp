@@ -2,6 +2,7 @@
 #include <string>
 
 #include "core/state.h"
+#include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wired/inet_test.h"
@@ -87,13 +88,46 @@ static void add_cycle(blob_buf *buf)
 
 static void add_last_verdict(blob_buf *buf)
 {
-    if (gInet_test_last_verdict.when == 0)
+    if (gInet_test_last_verdict.at_s == 0)
         return;
     void *table = blobmsg_open_table(buf, "last_verdict");
-    blobmsg_add_u64(buf, "time", static_cast<uint64_t>(gInet_test_last_verdict.when));
+    blobmsg_add_u64(buf, "time", static_cast<uint64_t>(zu_date_of(gInet_test_last_verdict.at_s)));
     blobmsg_add_u8(buf, "passed", gInet_test_last_verdict.passed);
     blobmsg_add_string(buf, "result", upstream_state_name(gInet_test_last_verdict.result));
     blobmsg_close_table(buf, table);
+}
+
+/// The timers that run, with the seconds that are left.
+static void add_timers(blob_buf *buf)
+{
+    const tarn_net_state &state = gTarn_net_state;
+    const struct {
+        const char *name;
+        const uloop_timeout *timer;
+    } timers[] = {
+        {"internet_test", &state.inet_test.timer},
+        {"wired_enumeration", &state.bridges.enumerate_timer},
+        {"mesh_enumeration", &state.mesh.enumerate_timer},
+        {"mesh_ready", &state.upstream.mesh_ready_timer},
+        {"mesh_up", &state.upstream.mesh_up_timer},
+        {"make_up", &state.upstream.make_up_timer},
+        {"lonely", &state.mesh.lonely_timer},
+    };
+    void *table = blobmsg_open_table(buf, "timers");
+    for (const auto &row : timers) {
+        const int64_t left_ms = uloop_timeout_remaining64(const_cast<uloop_timeout *>(row.timer));
+        if (row.timer->pending)
+            blobmsg_add_u32(buf, row.name,
+                            static_cast<uint32_t>(left_ms > 0 ? (left_ms + 999) / 1000 : 0));
+    }
+    blobmsg_close_table(buf, table);
+}
+
+static void add_tests(blob_buf *buf)
+{
+    void *array = blobmsg_open_array(buf, "tests");
+    inet_test_dump_outcomes(buf);
+    blobmsg_close_array(buf, array);
 }
 
 static void add_state(blob_buf *buf)
@@ -108,6 +142,8 @@ static void add_state(blob_buf *buf)
     add_interfaces(buf, "mesh", &gTarn_net_state.mesh.list);
     add_cycle(buf);
     add_last_verdict(buf);
+    add_tests(buf);
+    add_timers(buf);
     blobmsg_close_table(buf, table);
 }
 
