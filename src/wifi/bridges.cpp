@@ -151,4 +151,5 @@ void wifid_apply_bridges()
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
         if (settings->ssids[ssid - 1].enable)
             apply_bridge_of_ssid(ssid, settings->ssids[ssid - 1]);
+    wifi_hapd_bridges_applied();
 }

@@ -31,6 +31,11 @@ wifi_dfs_table wifi_dfs_channel_table()
     return table;
 }
 
+bool wifi_dfs_is_usable(const wifi_dfs_channel &entry)
+{
+    return entry.state == NG_NL80211_DFS_USABLE || entry.state == NG_NL80211_DFS_AVAILABLE;
+}
+
 bool wifi_channel_needs_dfs(int channel)
 {
     return (channel >= 52 && channel <= 64) || (channel >= 100 && channel <= 144);

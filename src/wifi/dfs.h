@@ -18,6 +18,8 @@ constexpr size_t WIFI_DFS_CHANNELS = 64;
 using wifi_dfs_table = std::array<wifi_dfs_channel, WIFI_DFS_CHANNELS + 1>;
 /// The DFS channels of all radios as the kernel describes them now, each once.
 wifi_dfs_table wifi_dfs_channel_table();
+/// True when the channel may be used now or after an availability check.
+bool wifi_dfs_is_usable(const wifi_dfs_channel &entry);
 
 /// True for the 5 GHz channels that need radar detection: 52 to 64 and 100 to 144.
 bool wifi_channel_needs_dfs(int channel);

@@ -1,5 +1,7 @@
 // The hostapd instances on the bus, one per enabled access point ("hostapd.apR_S"), and what each
-// is told when it appears: its 802.11k neighbour list and its fast-transition bridge.
+// is told: its 802.11k neighbour list and its fast-transition bridge. An instance is told again
+// when that has changed, when it appears anew, and, after an answer that did not come or was no,
+// half a minute later.
 
 #include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
@@ -17,17 +19,43 @@
 namespace {
 
 constexpr int CALL_LIMIT_MS = 5000;
+constexpr int TELL_AGAIN_MS = 30000;
+constexpr int BRIDGES_SETTLE_MS = 1000;
+
+/// What instances are told.
+enum subject { NEIGHBORS, FT_BRIDGE, SUBJECTS };
 
 struct hapd_instance {
     std::string path;
     int radio;
-    int ssid; // 1..4
-    bool no_ft_bridge_reported;
+    int ssid;                   // 1..4
+    std::string told[SUBJECTS]; // the message that was sent last; empty: none, or not taken
+    bool refusal_reported[SUBJECTS];
 };
 
 std::vector<hapd_instance> instances;
-uloop_timeout neighbor_timer;
-uloop_timeout ft_bridge_timer;
+
+/// A message on its way; the instance may go meanwhile.
+struct call_note {
+    std::string path;
+    subject about;
+};
+
+void neighbor_timer_cb(uloop_timeout *);
+void ft_bridge_timer_cb(uloop_timeout *);
+
+struct subject_row {
+    const char *method;
+    const char *noun;
+    uloop_timeout timer;
+} subjects[SUBJECTS] = {
+    {"rrm_nr_set",
+     "neighbor list",
+     {.list = {}, .pending = false, .cb = neighbor_timer_cb, .time = {}}},
+    {"update_ft_auth_bridge",
+     "ft_auth_bridge",
+     {.list = {}, .pending = false, .cb = ft_bridge_timer_cb, .time = {}}},
+};
 
 hapd_instance *find_instance(const char *path)
 {
@@ -46,81 +74,105 @@ std::string own_bssid(const hapd_instance &instance)
     return address;
 }
 
-void neighbor_call_done(int status, void *)
+void tell_again(subject about)
 {
-    if (status != 0)
-        log_notice("A hostapd instance did not take its neighbor list: %s", ubus_strerror(status));
+    uloop_timeout *timer = &subjects[about].timer;
+    if (!timer->pending)
+        uloop_timeout_set(timer, TELL_AGAIN_MS);
 }
 
-// `priv` is the bus path: the instance may have gone meanwhile.
-void ft_bridge_call_done(int status, void *priv)
+void not_taken(hapd_instance *instance, subject about, int status)
 {
-    const std::unique_ptr<char, free_deleter> path(static_cast<char *>(priv));
-    hapd_instance *instance = find_instance(path.get());
-    if (status == 0 || !instance || instance->no_ft_bridge_reported)
+    if (!instance->refusal_reported[about])
+        log_notice("'%s' did not take its %s: %s", instance->path.c_str(), subjects[about].noun,
+                   ubus_strerror(status));
+    instance->refusal_reported[about] = true;
+    if (status == UBUS_STATUS_METHOD_NOT_FOUND)
+        return; // it never will
+    instance->told[about].clear();
+    tell_again(about);
+}
+
+void call_done(int status, void *priv)
+{
+    const std::unique_ptr<call_note> note(static_cast<call_note *>(priv));
+    hapd_instance *instance = find_instance(note->path.c_str());
+    if (!instance)
         return;
-    instance->no_ft_bridge_reported = true;
-    log_notice("'%s' did not take its ft_auth_bridge: %s", path.get(), ubus_strerror(status));
+    if (status != UBUS_STATUS_OK)
+        not_taken(instance, note->about, status);
+    else
+        instance->refusal_reported[note->about] = false;
 }
 
-// Calls an instance; `priv` is freed here when the call cannot be made.
-void call_instance(const hapd_instance &instance, const char *method, blob_buf *message,
-                   zu_ubus_call_done done, char *priv)
+int call(const hapd_instance &instance, subject about, blob_buf *message)
 {
     uint32_t id = 0;
-    int status = gUbus_ctx ? ubus_lookup_id(gUbus_ctx, instance.path.c_str(), &id)
-                           : UBUS_STATUS_CONNECTION_FAILED;
-    if (status == 0)
-        status =
-            zu_ubus_call_async(gUbus_ctx, id, method, message->head, CALL_LIMIT_MS, done, priv);
-    if (status == 0)
-        return;
-    log_notice("Unable to call '%s' of '%s': %s", method, instance.path.c_str(),
-               ubus_strerror(status));
-    free(priv);
+    const int status = gUbus_ctx ? ubus_lookup_id(gUbus_ctx, instance.path.c_str(), &id)
+                                 : UBUS_STATUS_CONNECTION_FAILED;
+    if (status != UBUS_STATUS_OK)
+        return status;
+    auto note = std::make_unique<call_note>(call_note{instance.path, about});
+    const int sent = zu_ubus_call_async(gUbus_ctx, id, subjects[about].method, message->head,
+                                        CALL_LIMIT_MS, call_done, note.get());
+    if (sent == UBUS_STATUS_OK)
+        (void)note.release();
+    return sent;
 }
 
-void send_neighbor_list(const hapd_instance &instance)
+/// Sends the message unless it is what the instance was told last.
+void tell(hapd_instance *instance, subject about, blob_buf *message)
 {
-    if (!wifi_live_settings()->ssids[instance.ssid - 1].neigh_report)
+    std::string bytes(static_cast<const char *>(blob_data(message->head)), blob_len(message->head));
+    if (bytes == instance->told[about])
+        return;
+    instance->told[about] = std::move(bytes);
+    if (const int status = call(*instance, about, message); status != UBUS_STATUS_OK)
+        not_taken(instance, about, status);
+}
+
+void tell_neighbors(hapd_instance *instance)
+{
+    // Without a list since the start, hostapd keeps the one that it may have.
+    if (!wifi_live_settings()->ssids[instance->ssid - 1].neigh_report ||
+        !wifi_neighbors_are_known())
         return;
     blob_buffer message;
     blob_buf_init(&message, 0);
     void *list = blobmsg_open_array(&message, "list");
-    wifi_neighbors_add_to(&message, instance.ssid, own_bssid(instance).c_str());
+    wifi_neighbors_add_to(&message, instance->ssid, own_bssid(*instance).c_str());
     blobmsg_close_array(&message, list);
-    call_instance(instance, "rrm_nr_set", &message, neighbor_call_done, nullptr);
+    tell(instance, NEIGHBORS, &message);
 }
 
-void send_ft_auth_bridge(const hapd_instance &instance)
+void tell_ft_bridge(hapd_instance *instance)
 {
     char bridge[16];
-    if (determine_dest_ssid_bridge(instance.ssid, bridge) != 0)
+    if (determine_dest_ssid_bridge(instance->ssid, bridge) != 0)
         return;
     blob_buffer message;
     blob_buf_init(&message, 0);
     blobmsg_add_string(&message, "bridge", bridge);
-    call_instance(instance, "update_ft_auth_bridge", &message, ft_bridge_call_done,
-                  strdup(instance.path.c_str()));
+    tell(instance, FT_BRIDGE, &message);
 }
 
 void neighbor_timer_cb(uloop_timeout *)
 {
-    for (const hapd_instance &instance : instances)
-        send_neighbor_list(instance);
+    for (hapd_instance &instance : instances)
+        tell_neighbors(&instance);
 }
 
 void ft_bridge_timer_cb(uloop_timeout *)
 {
-    for (const hapd_instance &instance : instances)
-        send_ft_auth_bridge(instance);
+    for (hapd_instance &instance : instances)
+        tell_ft_bridge(&instance);
 }
 
 } // namespace
 
 void wifi_add_hapd_instance_to_list(const char *path, int)
 {
-    hapd_instance instance{path, -1, 0, false};
+    hapd_instance instance{path, -1, 0, {}, {}};
     int length = -1;
     sscanf(path, "hostapd.ap%1d_%1d%n", &instance.radio, &instance.ssid, &length);
     if (length != static_cast<int>(strlen(path)) || instance.radio < 0 ||
@@ -128,8 +180,9 @@ void wifi_add_hapd_instance_to_list(const char *path, int)
         log_debug("'%s' is no access point of this node", path);
         return;
     }
-    if (!find_instance(path))
-        instances.push_back(std::move(instance));
+    wifi_remove_hapd_instance_from_list(
+        path); // a new one knows nothing of what the old one was told
+    instances.push_back(std::move(instance));
 }
 
 void wifi_remove_hapd_instance_from_list(const char *path)
@@ -138,21 +191,30 @@ void wifi_remove_hapd_instance_from_list(const char *path)
                   [path](const hapd_instance &instance) { return instance.path == path; });
 }
 
+bool wifi_hapd_is_known(const char *path)
+{
+    return find_instance(path) != nullptr;
+}
+
 void wifi_arm_neighbor_list_timer(int delay_ms)
 {
-    neighbor_timer.cb = neighbor_timer_cb;
-    uloop_timeout_set(&neighbor_timer, delay_ms);
+    uloop_timeout_set(&subjects[NEIGHBORS].timer, delay_ms);
 }
 
 void wifi_arm_ft_auth_bridge_timer(int delay_ms)
 {
-    ft_bridge_timer.cb = ft_bridge_timer_cb;
-    uloop_timeout_set(&ft_bridge_timer, delay_ms);
+    uloop_timeout_set(&subjects[FT_BRIDGE].timer, delay_ms);
+}
+
+void wifi_hapd_bridges_applied()
+{
+    if (!instances.empty() && !subjects[FT_BRIDGE].timer.pending)
+        wifi_arm_ft_auth_bridge_timer(BRIDGES_SETTLE_MS);
 }
 
 void wifi_hapd_bus_reset()
 {
     instances.clear();
-    uloop_timeout_cancel(&neighbor_timer);
-    uloop_timeout_cancel(&ft_bridge_timer);
+    for (subject_row &row : subjects)
+        uloop_timeout_cancel(&row.timer);
 }

@@ -23,6 +23,7 @@ struct neighbor {
 
 std::optional<std::vector<neighbor>> staged; // an empty list is a list: it clears the live one
 std::vector<neighbor> live;
+bool live_is_known; // one was confirmed since the start
 
 bool is_hex(std::string_view text)
 {
@@ -108,9 +109,15 @@ void parse_config_event_neighbors(bool success)
 {
     if (success && staged) {
         live = std::move(*staged);
+        live_is_known = true;
         wifi_arm_neighbor_list_timer(0);
     }
     staged.reset();
+}
+
+bool wifi_neighbors_are_known()
+{
+    return live_is_known;
 }
 
 void wifi_neighbors_add_to(blob_buf *list, int ssid, const char *own_bssid)

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/zu/log.h"
+#include "wifi/health.h"
 #include "wifi/kept.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
@@ -59,6 +60,7 @@ int wifi_reload_config(bool first_start)
         wifi_delayed_start();
         wifi_radio_start();
         wifi_check_enables();
+        wifi_health_start();
         is_read = false;
     }
     return read_or_try_again();

@@ -49,7 +49,7 @@ void dump_dfs_usable(blob_buf *buf)
     for (const wifi_dfs_channel &entry : wifi_dfs_channel_table()) {
         if (entry.channel == 0)
             break;
-        if (entry.state == NG_NL80211_DFS_USABLE || entry.state == NG_NL80211_DFS_AVAILABLE)
+        if (wifi_dfs_is_usable(entry))
             report(blobmsg_add_u32(buf, "channel", static_cast<uint32_t>(entry.channel)),
                    "Unable to add a usable DFS channel");
     }

@@ -16,6 +16,13 @@ extern wifi_settings gWifi_live_settings;
 void wifi_lldp_bus_reset(ubus_context *ctx);
 void wifi_hapd_bus_reset();
 
+// hostapd (hapd.cpp)
+
+/// True when the instance of that bus path is there.
+bool wifi_hapd_is_known(const char *path);
+/// The SSIDs' bridges may have changed: each instance whose bridge did is told soon.
+void wifi_hapd_bridges_applied();
+
 /// True when the text begins with six hexadecimal bytes joined by colons.
 bool str_is_mac_addr(const char *text);
 
@@ -73,6 +80,8 @@ void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *b
 void wifi_stage_neighbors(blob_attr *list);
 /// Takes the staged list over when the push succeeded, drops it otherwise.
 void parse_config_event_neighbors(bool success);
+/// True once a list has been confirmed since the start.
+bool wifi_neighbors_are_known();
 /// Adds to `list` ([[bssid, ssid, nr], ...]) the neighbours of SSID `ssid` (1..4) whose BSSID is
 /// not `own_bssid`.
 void wifi_neighbors_add_to(blob_buf *list, int ssid, const char *own_bssid);

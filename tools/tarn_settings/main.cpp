@@ -1,5 +1,6 @@
 // tarn-settings: looks at settings documents with the daemon's own parser and writer.
 #include "check.h"
+#include "checkin_document.h"
 #include "document_file.h"
 #include "json_schema.h"
 #include "manual.h"
@@ -52,6 +53,18 @@ int manual(const request &)
     return 0;
 }
 
+int checkin_schema(const request &)
+{
+    print_checkin_schema();
+    return 0;
+}
+
+int checkin_manual(const request &)
+{
+    print_checkin_manual();
+    return 0;
+}
+
 struct verb {
     const char *name;
     int (*run)(const request &asked);
@@ -67,6 +80,10 @@ constexpr verb VERBS[] = {
      "preview FILE    try the document on a copy of a configuration and say what changes"},
     {"schema", schema, 0, true, "schema          print the documents' JSON Schema"},
     {"manual", manual, 0, false, "manual          print every key as docs/settings.md has it"},
+    {"checkin-schema", checkin_schema, 0, false,
+     "checkin-schema  print the JSON Schema of what the wireless package checks in with"},
+    {"checkin-manual", checkin_manual, 0, false,
+     "checkin-manual  print it as docs/checkin.md has it"},
 };
 
 void print_usage(FILE *to)

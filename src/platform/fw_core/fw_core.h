@@ -25,8 +25,9 @@ struct package_callbacks {
     package_cb reload_config;
     /// Adds the package's members of the check-in document.
     package_cb gen_checkin;
-    /// Adds one unnamed string to `reply` for each problem found: the package is healthy when none
-    /// was added. A status other than 0 means that the check could not be made.
+    /// Adds one unnamed table {"id", "object", "since", "advice"} to `reply` for each problem
+    /// found: the package is healthy when none was added. A status other than 0 means that the
+    /// check could not be made.
     package_cb health_check;
     /// Adds the state document. Secrets belong in it only when package_include_secrets(msg).
     package_cb dump_state;

@@ -32,5 +32,14 @@ bool zu_blobmsg_valid(blob_attr *attr);
 /// Compact JSON of `attr` for a log line; null when it is not valid (as above) or memory runs out.
 /// `list` as in blobmsg_format_json: true for a message, false for one attribute.
 json_text zu_blobmsg_json(blob_attr *attr, bool list);
+/// Bytes that the message takes so far, also while tables and arrays of it are open: then
+/// `buf->head` is the innermost of them.
+inline size_t zu_blob_size(const blob_buf *buf)
+{
+    return static_cast<size_t>(reinterpret_cast<const char *>(buf->head) -
+                               static_cast<const char *>(buf->buf)) +
+           blob_pad_len(buf->head);
+}
+
 /// Adds every member of `message` to `buf`. 0; or -1 when one could not be added.
 int zu_blobmsg_copy(blob_buf *buf, blob_attr *message);

@@ -4,6 +4,9 @@
 
 #include <libubus.h>
 
+#include <optional>
+#include <vector>
+
 #include "platform/fw_core/jobs.h"
 
 /// Begins with nothing known of u80211d, no interface listed and the kernel's events listened to.
@@ -39,3 +42,30 @@ const package_job_event *wifi_jobs();
 void wifi_dump_scanning_state(blob_buf *buf);
 /// Adds the table "wifi_survey_state".
 void wifi_dump_survey_state(blob_buf *buf);
+
+// What the check-in and the health check ask (report.cpp)
+
+struct wifi_scan_iface {
+    const char *name;
+    bool running;       ///< something is in flight
+    bool complete;      ///< the results are those of the last scan
+    blob_attr *results; ///< unnamed tables, as the check-in shows them; null before the first scan
+};
+
+/// How scanning stands now; good until the loop is entered again.
+struct wifi_scan_status {
+    bool job_running;
+    bool checkin_after_scan;
+    std::vector<wifi_scan_iface> ifaces;
+};
+wifi_scan_status wifi_scan_status_now();
+
+/// Shares of the time between the last two surveys, 0 to 1.
+struct wifi_channel_use {
+    double busy, rx, tx;
+};
+/// Of the channel that the radio is on; nothing while one of the two samples is missing.
+std::optional<wifi_channel_use> wifi_survey_channel_use(int radio);
+
+/// True while u80211d is needed and not on the bus.
+bool wifi_u80211d_is_missing();

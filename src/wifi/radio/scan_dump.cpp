@@ -1,5 +1,6 @@
 // The scanning interfaces and their results in the state dump.
 #include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
@@ -16,7 +17,7 @@ static void report(int result, const char *member)
 
 static bool fits(const blob_buf *buf, const blob_attr *record)
 {
-    return blob_pad_len(buf->head) + blob_pad_len(record) + DUMP_RESERVE <= PACKAGE_REPLY_MAX;
+    return zu_blob_size(buf) + blob_pad_len(record) + DUMP_RESERVE <= PACKAGE_REPLY_MAX;
 }
 
 static void dump_results(blob_buf *buf, const scanning_result *entry)
