@@ -149,12 +149,41 @@ TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
     ASSERT_NE(roaming, std::string::npos);
     plain.erase(roaming, strlen(R"("roaming_key":"CANARY-roaming")"));
     EXPECT_EQ(plain.find("CANARY"), std::string::npos);
+    for (const std::string &others :
+         {call("qnet.wifi", "gen_checkin").document, call("qnet.wifi", "health_check").document,
+          run("tarn-status --json").output}) {
+        EXPECT_NE(others.find("health"), others.find("upstream")) << "nothing was answered";
+        EXPECT_EQ(others.find("CANARY"), std::string::npos);
+    }
 
     EXPECT_NE(log().find(R"("key":"***","psk":"***")"), std::string::npos) << "nothing was logged";
     EXPECT_NE(log().find(R"("band":"5GHz","ssid":"s5","key":"***")"), std::string::npos);
     EXPECT_EQ(log().find("CANARY"), std::string::npos);
     for (const received_event &event : events.all)
         EXPECT_EQ(event.document.find("CANARY"), std::string::npos) << event.type;
+}
+
+TEST_F(settings_methods, tarn_status_shows_the_node_on_one_screen)
+{
+    const auto status_of = [](const std::string &command) { return run(command).status; };
+    ASSERT_EQ(push(R"({"params":{"ssids":[{"index":1,"enable":true,"ssid":"a\u009b31mb"},
+        {"index":2,"enable":false},{"index":3,"enable":false},{"index":4,"enable":false}]}})")
+                  .status,
+              0);
+    EXPECT_EQ(run("tarn-status | sed -E 's/[0-9]+ s/N s/; / in N s$/d'").output,
+              "upstream   none yet, for N s\n"
+              "           0 of 3 failures tolerated\n"
+              "radio 0    2.4GHz    on no channel\n"
+              "           a??31mb (0)\n"
+              "radio 1    5GHz      on no channel\n"
+              "           a??31mb (0)\n"
+              "radio 2    scanning  on no channel\n"
+              "health     no problem known\n");
+    EXPECT_EQ(status_of("tarn-status --help && tarn-status --version && tarn-status --json"), 0);
+    EXPECT_EQ(status_of("tarn-status --jason"), 2);
+    EXPECT_EQ(status_of("tarn-status --watch --json"), 2);
+    tarn_net.reset();
+    EXPECT_EQ(status_of("tarn-status"), 1) << "the daemon is away";
 }
 
 TEST_F(settings_methods, an_override_holds_until_the_cloud_repeats_its_nonce)
