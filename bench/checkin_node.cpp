@@ -39,7 +39,8 @@ void keep_cb(ubus_request *request, int, blob_attr *msg)
 }
 
 /// One round trip in microseconds; `answer` may be null.
-double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer)
+double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer,
+                 blob_attr *message = nullptr)
 {
     uint32_t id = 0;
     blob_buf arguments{};
@@ -47,8 +48,8 @@ double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer
     int status = ubus_lookup_id(ctx, asked.object, &id);
     const instant start = std::chrono::steady_clock::now();
     if (status == 0)
-        status = ubus_invoke(ctx, id, asked.method, arguments.head, answer ? keep_cb : nullptr,
-                             answer, LIMIT_MS);
+        status = ubus_invoke(ctx, id, asked.method, message ? message : arguments.head,
+                             answer ? keep_cb : nullptr, answer, LIMIT_MS);
     const double us = us_since(start);
     blob_buf_free(&arguments);
     if (status != 0) {
@@ -73,14 +74,12 @@ double time_calls(ubus_context *ctx, const call &asked)
     return median_of(times);
 }
 
-// ---- the ready-made answer, in a process of its own
+// ---- the echo, in a process of its own
 
-std::vector<char> ready;
-
-int answer_ready(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *,
-                 blob_attr *)
+int echo_message(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *,
+                 blob_attr *msg)
 {
-    return ubus_send_reply(ctx, request, reinterpret_cast<blob_attr *>(ready.data()));
+    return ubus_send_reply(ctx, request, msg);
 }
 
 pid_t start_echo()
@@ -89,8 +88,8 @@ pid_t start_echo()
     if (pid != 0)
         return pid;
     static ubus_method method{};
-    method.name = "answer";
-    method.handler = answer_ready;
+    method.name = "echo";
+    method.handler = echo_message;
     static ubus_object_type type = {"bench", 0, &method, 1};
     static ubus_object object{};
     object.name = "bench";
@@ -110,7 +109,8 @@ constexpr call CHECKIN = {"qnet.wifi", "gen_checkin"};
 
 void compare_with_echo(ubus_context *ctx)
 {
-    time_call(ctx, CHECKIN, &ready);
+    std::vector<char> section;
+    time_call(ctx, CHECKIN, &section);
     const pid_t echo = start_echo();
     uint32_t id = 0;
     for (int tries = 0; tries < 100 && ubus_lookup_id(ctx, "bench", &id) != 0; tries++)
@@ -119,12 +119,12 @@ void compare_with_echo(ubus_context *ctx)
     std::vector<double> made, sent;
     for (int i = 0; i < CALLS; i++) {
         made.push_back(time_call(ctx, CHECKIN, nullptr));
-        sent.push_back(time_call(ctx, {"bench", "answer"}, nullptr));
+        sent.push_back(time_call(ctx, {"bench", "echo"}, nullptr,
+                                 reinterpret_cast<blob_attr *>(section.data())));
     }
     kill(echo, SIGKILL);
-    printf(
-        "gen_checkin, %zu bytes: %.0f us; a ready-made answer of that size: %.0f us; ratio %.2f\n",
-        ready.size(), median_of(made), median_of(sent), median_of(made) / median_of(sent));
+    printf("gen_checkin, %zu bytes: %.0f us; an echo of that size: %.0f us; ratio %.2f\n",
+           section.size(), median_of(made), median_of(sent), median_of(made) / median_of(sent));
 }
 
 void compare_with_hanging_hostapd(ubus_context *ctx)

@@ -8,6 +8,7 @@
 //   late   answered after delay_ms      twice  the data comes twice
 //   wrong  every member has another type    empty  no data    fail  status 9, no data
 //   none   answered well
+// With "object": PATH only that object is concerned, else each of the program.
 // A notification's name is a method here too: hang drops it, late and twice do what they say.
 #pragma once
 

@@ -17,6 +17,7 @@ struct {
     fault_kind kind;
     int delay_ms;
     std::string method; // empty: every method, but no notification
+    std::string object; // empty: every object of the program
     int count;
 } fault;
 
@@ -25,6 +26,7 @@ const blobmsg_policy SIM_ARGUMENTS[] = {
     {.name = "delay_ms", .type = BLOBMSG_TYPE_INT32},
     {.name = "method", .type = BLOBMSG_TYPE_STRING},
     {.name = "count", .type = BLOBMSG_TYPE_INT32},
+    {.name = "object", .type = BLOBMSG_TYPE_STRING},
 };
 
 struct blob_release {
@@ -41,9 +43,10 @@ struct late_message {
     int status;
 };
 
-fault_kind take_fault(const std::string &method, bool notification)
+fault_kind take_fault(const peer_object &object, const std::string &method, bool notification)
 {
     bool concerned = fault.method.empty() ? !notification : fault.method == method;
+    concerned = concerned && (fault.object.empty() || fault.object == object.path);
     if (!concerned || fault.kind == NONE)
         return NONE;
     fault_kind kind = fault.kind;
@@ -165,6 +168,7 @@ int peer_fault_set(blob_attr *msg)
         fault = {.kind = static_cast<fault_kind>(i),
                  .delay_ms = peer_int(msg, "delay_ms", 1000),
                  .method = peer_string(msg, "method"),
+                 .object = peer_string(msg, "object"),
                  .count = peer_int(msg, "count", FOR_EVER)};
         return UBUS_STATUS_OK;
     }
@@ -174,7 +178,7 @@ int peer_fault_set(blob_attr *msg)
 int peer_fault_answer(peer_object &object, ubus_request_data *request, const char *method,
                       blob_attr *msg)
 {
-    fault_kind kind = take_fault(method, false);
+    fault_kind kind = take_fault(object, method, false);
     blob_buf reply = {};
     blob_buf_init(&reply, 0);
     int status = object.handler(object, method, msg, &reply);
@@ -185,7 +189,7 @@ int peer_fault_answer(peer_object &object, ubus_request_data *request, const cha
 
 void peer_fault_notify(peer_object &object, const char *type, blob_attr *msg)
 {
-    fault_kind kind = take_fault(type, true);
+    fault_kind kind = take_fault(object, type, true);
     if (kind == HANG)
         return;
     if (kind == DIE)

@@ -185,9 +185,19 @@ static std::vector<heard_ap> heard_aps()
     return heard;
 }
 
+/// One step instead of a thousand.
+static void make_room(blob_buf *buf, const std::vector<heard_ap> &heard)
+{
+    size_t size = 0;
+    for (const heard_ap &ap : heard)
+        size += blob_pad_len(ap.record);
+    (void)blob_buf_grow(buf, static_cast<int>(std::min(size, PACKAGE_REPLY_MAX)));
+}
+
 static void add_ap_list(blob_buf *buf)
 {
     const std::vector<heard_ap> heard = heard_aps();
+    make_room(buf, heard);
     int added = 0;
     checkin_put_nested(buf, CHECKIN_AP_LIST, [&] {
         for (const heard_ap &ap : heard) {
