@@ -3,7 +3,10 @@
 // the same entries apart and no more.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
+#include <ctime>
+#include <fstream>
 #include <malloc.h>
 #include <string>
 
@@ -78,6 +81,29 @@ static void parse_alone(benchmark::State &state)
 }
 BENCHMARK(parse_alone);
 
+static double cpu_s()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+/// Bytes in memory now, or at most since the last call of forget_peak().
+static double resident_bytes(const char *which)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string name, kib; status >> name; getline(status, kib))
+        if (name == which)
+            return status >> kib ? std::stod(kib) * 1024 : 0;
+    return 0;
+}
+
+static void forget_peak()
+{
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
 static void callback(benchmark::State &state)
 {
     const scan_reply reply;
@@ -85,13 +111,19 @@ static void callback(benchmark::State &state)
     strcpy(entry.ifname, "scan");
     ubus_request request{};
     request.priv = &entry;
-    const size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
+    forget_peak();
+    const double before = resident_bytes("VmRSS:");
     wifi_scan_collect_results_data_cb(&request, 0, reply.head);
-    const size_t after = mallinfo2().uordblks + mallinfo2().hblkhd;
-    for (auto _ : state)
-        wifi_scan_collect_results_data_cb(&request, 0, reply.head);
+    state.counters["peak_bytes"] = resident_bytes("VmHWM:") - before;
+    state.counters["kept_bytes"] = static_cast<double>(blob_pad_len(entry.results.head));
     state.counters["reply_bytes"] = static_cast<double>(blob_pad_len(reply.head));
-    state.counters["kept_bytes"] = static_cast<double>(after - before);
+    double longest_s = 0;
+    for (auto _ : state) {
+        const double began = cpu_s();
+        wifi_scan_collect_results_data_cb(&request, 0, reply.head);
+        longest_s = std::max(longest_s, cpu_s() - began);
+    }
+    state.counters["longest_cpu_s"] = longest_s;
     blob_buf_free(&entry.results);
 }
 BENCHMARK(callback);
