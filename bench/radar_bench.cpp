@@ -70,7 +70,8 @@ static double cpu_s()
 }
 
 /// Calls `read` until it has `count` of them.
-template <typename reader> static void measure(benchmark::State &state, int to, reader read)
+template <typename reader>
+static void measure(benchmark::State &state, int to, reader read)
 {
     for (auto _ : state) {
         send_events(to);

@@ -202,10 +202,6 @@ struct radio_fixture : bus_fixture {
             found++;
         return found;
     }
-    static int restarts()
-    {
-        return std::stoi(run("grep -c 'u80211d restart' /var/log/journal").output);
-    }
     static std::string uci(const std::string &option)
     {
         const std::string value = run("uci -q get " + option).output;

@@ -47,14 +47,6 @@ std::string record_with(const std::string &members)
         members + "}");
 }
 
-TEST(ScanResult, ARecordHasItsMembersInOrder)
-{
-    EXPECT_EQ(record_with(""),
-              R"({"band":"5GHz","channel_width":20,"channels":[36],"ssid":"Home",)"
-              R"("bssid":"02:00:00:00:00:01","encryption":"WPA2","signal":-6500.000000,)"
-              R"("wifi_mode":"a/n"})");
-}
-
 TEST(ScanResult, LiteralBytes)
 {
     const std::string hidden = "83000011 0004 62616e64 0000 3647487a 00000000" // band 6GHz

@@ -174,33 +174,6 @@ TEST_F(scan, every_answer_to_a_dump_ends_it)
     expect_scan_works();
 }
 
-TEST_F(scan, is_asked_for_five_times_again_then_u80211d_is_restarted)
-{
-    EXPECT_EQ(scan_now(R"({"checkin_after_scan":true})"), 0);
-    for (int round = 1; round <= 2; round++) {
-        for (int i = 1; i <= 5; i++) {
-            (void)calls();
-            expire(&scanned()->timer, 30000);
-            EXPECT_EQ(calls(), strings{TRIGGER});
-            EXPECT_EQ(scanned()->scan_retry_count, i);
-        }
-        EXPECT_EQ(restarts(), round - 1);
-        expire(&scanned()->timer, 30000);
-        EXPECT_EQ(calls(), strings{});
-        EXPECT_EQ(restarts(), round == 1 ? 1 : 1) << "not twice at a time";
-        EXPECT_EQ(scanned()->scan_retry_count, 0);
-        EXPECT_EQ(logged("The scan triggered on interface 'scan' timed out, restarting u80211d"),
-                  round);
-        expire(&scanned()->timer, 30000);
-        EXPECT_EQ(calls(), strings{TRIGGER});
-    }
-    EXPECT_EQ(logged("The scan triggered on interface 'scan' timed out, trying again"), 10);
-    EXPECT_EQ(checkins(), 0);
-    finds("scan", {HOME});
-    scan_done("scan");
-    EXPECT_EQ(checkins(), 1) << "what was promised is kept";
-}
-
 TEST_F(scan, a_hanging_dump_ends_and_its_late_answer_is_nobodys)
 {
     u80211d->behaves["scan"] = fake_peer::HANGS;

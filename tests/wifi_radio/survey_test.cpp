@@ -121,34 +121,4 @@ TEST_F(survey, renaming_keeps_the_counters_and_what_runs_is_not_asked_again)
     EXPECT_TRUE(list_empty(&gSurvey_entries));
 }
 
-TEST_F(survey, the_sixth_time_out_restarts_u80211d_but_not_during_a_scan)
-{
-    u80211d->behaves["survey"] = fake_peer::HANGS;
-    for (int i = 1; i <= 5; i++) {
-        expire(&gSurvey_period_timer, 300000);
-        expire(&surveyed()->timer, 30000);
-        EXPECT_FALSE(surveyed()->timer.pending) << "the next period asks again";
-        EXPECT_EQ(surveyed()->survey_retry_count, 1);
-        EXPECT_FALSE(surveyed()->data_generated);
-    }
-    (void)scan_now();
-    expire(&gSurvey_period_timer, 300000);
-    for (int i = 0; i < 2; i++)
-        expire(&surveyed()->timer, 30000);
-    EXPECT_EQ(restarts(), 0) << "a scan is in flight";
-    scan_done("scan");
-    expire(&surveyed()->timer, 30000);
-    EXPECT_EQ(restarts(), 1);
-    EXPECT_EQ(surveyed()->survey_retry_count, 0);
-    (void)calls();
-    u80211d->unanswered.clear();
-    u80211d->behaves.clear();
-    counts({{"2437", 100, 30, 20, 5, true}});
-    expire(&surveyed()->timer, 30000);
-    settle();
-    EXPECT_EQ(calls().front(), R"(survey {"ifname":"ap0_1"})");
-    EXPECT_EQ(samples(), "100 30 20 5 / 0 0 0 0");
-    EXPECT_EQ(logged("iface 'ap0_1' survey hit timeout"), 8);
-}
-
 } // namespace
