@@ -1,4 +1,5 @@
 # The whole simulated node runs in the guest as it does outside, in virtual time.
+# lab-needs: openwrt/tarn_net/files/acl.d
 
 setsid sim/node run >"$OUT/story" 2>&1 &
 node=$!

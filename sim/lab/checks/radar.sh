@@ -58,7 +58,7 @@ before=$(told 'event .*dfs\.')
 sleep 1900
 check "the end of the non-occupancy period is the kernel's alone" test "$(told 'event .*dfs\.')" = "$before"
 iw_channels() { in_node iw "$(in_node iw dev | head -n 1)" channels | grep -A 4 '5260 MHz'; }
-check "the channel may be checked again" says 'DFS state: usable' iw_channels
+check "the channel may be checked again" poll 300 says 'DFS state: usable' iw_channels
 
 # More events than the socket holds, while the daemon does not read.
 kill -STOP "$(pgrep -x tarn_net | head -n 1)"
