@@ -32,7 +32,7 @@ namespace {
 constexpr int ANSWER_LIMIT_MS = 3000;
 constexpr char TMP_SIZE[] = "size=4m";
 constexpr char FILL[] = "/tmp/fill";
-constexpr char GARBLED[] = "/run/garbled";
+constexpr char GARBLED[] = "/run/garbled_";
 
 void end_cb(uloop_timeout *)
 {
@@ -138,11 +138,13 @@ bool lock_package(const std::string &what)
     return fd >= 0 && flock(fd, LOCK_EX) == 0;
 }
 
-/// The file that stands in for a package and ends in the middle of a word.
+/// The file that stands in for a package and ends in the middle of a word; each package has its
+/// own, as a lock on one is none on another.
 bool garble_package(const std::string &what)
 {
-    std::ofstream(GARBLED) << "config half 'a\n";
-    return mount_over(GARBLED, package_file(what));
+    const std::string stand_in = GARBLED + fs::path(package_file(what)).filename().string();
+    std::ofstream(stand_in) << "config half 'a\n";
+    return mount_over(stand_in, package_file(what));
 }
 
 long bytes_below(const std::string &folder)
