@@ -1,6 +1,10 @@
 // Life of a followed interface: subscription, status call, notifications, removal. What a status
 // answer means is netifd_status.cpp's.
 //
+// Notifications tell of changes at once; one that goes astray would leave an interface down, or up,
+// for good. So every interface is asked for its status again each half minute, whether the last
+// call was answered or not.
+//
 // The bus library keeps pointers to registered subscribers, also while the connection is down. An
 // entry that cannot be unregistered then waits in a list of its own until the bus is back.
 #include "wired/netifd_iface.h"
@@ -8,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 
 #include "platform/zu/log.h"
 #include "wired/netifd_iface_internal.h"
@@ -15,7 +20,7 @@
 /// Bounds a status call that no enumeration watches over; longer than an enumeration's own limit,
 /// which ends the calls it made and says so in its own words.
 constexpr int STATUS_TIMEOUT_MS = 6000;
-/// How long a call that follows an unanswered one stays open.
+/// From the end of one status call to the next one, which stays open as long.
 constexpr int ASK_AGAIN_MS = 30000;
 
 static LIST_HEAD(gRetired);
@@ -60,9 +65,21 @@ static int iface_list_notify_cb(ubus_context *, ubus_object *obj, ubus_request_d
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     auto *entry = container_of(container_of(obj, ubus_subscriber, obj), iface_entry, subscriber);
-    if (!iface_list_parse_status(entry, msg) && !entry->status_timer.pending)
-        uloop_timeout_set(&entry->status_timer, ASK_AGAIN_MS);
+    (void)iface_list_parse_status(entry, msg);
     return UBUS_STATUS_OK;
+}
+
+/// A call that is repeated says once what is wrong with the answer, and in one line what is new.
+static std::optional<zu_log_repetition> quiet_if_repeated(const iface_entry *entry)
+{
+    return entry->repeated ? std::optional<zu_log_repetition>(std::in_place) : std::nullopt;
+}
+
+static void say_what_was_missed(const iface_entry *entry)
+{
+    if (entry->repeated && entry->up != entry->up_when_asked)
+        log_notice("Interface '%s' is %s, its notification did not come", entry->obj_path,
+                   entry->up ? "up" : "down");
 }
 
 static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
@@ -72,6 +89,7 @@ static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
         return;
     }
     auto *entry = container_of(req, iface_entry, request);
+    const auto quiet = quiet_if_repeated(entry);
     entry->got_data = true;
     entry->answered = iface_list_parse_status(entry, msg);
 }
@@ -84,14 +102,14 @@ static void get_iface_status_complete_cb(ubus_request *req, int)
     }
     auto *entry = container_of(req, iface_entry, request);
     entry->asking = false;
-    uloop_timeout_cancel(&entry->status_timer);
-    if (!entry->answered)
-        uloop_timeout_set(&entry->status_timer, ASK_AGAIN_MS);
+    uloop_timeout_set(&entry->status_timer, ASK_AGAIN_MS);
     entry->parsed = true;
     if (!entry->got_data) {
+        const auto quiet = quiet_if_repeated(entry);
         log_error("Interface '%s' failed to generate status data", entry->obj_path);
         iface_list_clear_facts(entry);
     }
+    say_what_was_missed(entry);
     if (entry->on_status != nullptr)
         entry->on_status(entry);
 }
@@ -102,6 +120,7 @@ static bool ask(iface_entry *entry, uint32_t id, int limit_ms)
     drop_call(entry);
     entry->got_data = false;
     entry->answered = false;
+    entry->up_when_asked = entry->up;
     uloop_timeout_set(&entry->status_timer, limit_ms);
     if (ubus_invoke_async_fd(entry->ctx, id, "status", nullptr, &entry->request, -1) !=
         UBUS_STATUS_OK) {
@@ -122,12 +141,15 @@ bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id)
         return false;
     }
     entry->parsed = false;
+    entry->repeated = false;
     return ask(entry, id, STATUS_TIMEOUT_MS);
 }
 
 void iface_list_ask_again(iface_entry *entry)
 {
+    const auto quiet = quiet_if_repeated(entry); // of a bus that is away, too
     entry->parsed = true;
+    entry->repeated = true;
     (void)ask(entry, entry->id, ASK_AGAIN_MS);
 }
 

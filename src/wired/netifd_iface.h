@@ -41,18 +41,19 @@ struct iface_entry {
     uint32_t id;   ///< bus id subscribed to
     bool asking;   ///< a status call is open
     bool answered; ///< the last call brought a status that could be used
-    /// Pending while a call is open and until one is answered; then it is asked again.
-    uloop_timeout status_timer;
+    bool repeated; ///< the last call repeats one
+    bool up_when_asked;
+    uloop_timeout status_timer; ///< pending: when it fires the status is asked for (again)
 };
 
 /// Subscribes to object `id` and asks for its status. The caller links the entry into its list and
 /// sets on_status. Null on failure (logged), with nothing left behind.
 iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id);
 /// Asks for the status, for 6 s; a call still open is dropped for the new one. False on failure
-/// (logged). What is not answered is asked for again, for good.
+/// (logged). The status is asked for again each half minute, for good.
 bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id);
-/// For an entry that has not answered: drops the call and makes a new one, which stays open until
-/// it is answered or, every 30 s, replaced. An answer that comes late is as good as any.
+/// Repeats the question: drops a call that is open and makes a new one, which stays open until it is
+/// answered or, every 30 s, replaced. An answer that comes late is as good as any.
 void iface_list_ask_again(iface_entry *entry);
 /// Takes a status answer or a notification into the entry and looks which wired bridge leads out
 /// now. False when it does not say what is needed (logged).
