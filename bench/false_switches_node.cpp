@@ -9,7 +9,7 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/wifi.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
 #include <algorithm>

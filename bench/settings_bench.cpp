@@ -16,7 +16,7 @@
 
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/platform_data.h"
-#include "wifi/settings_parse.h"
+#include "wifi/settings/parse.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 

@@ -6,8 +6,8 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
-#include "wifi/settings_dump.h"
-#include "wifi/settings_parse.h"
+#include "wifi/settings/dump.h"
+#include "wifi/settings/parse.h"
 #include "wired/wired_settings.h"
 
 #include <cstdlib>

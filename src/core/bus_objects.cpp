@@ -13,7 +13,7 @@
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/netifd_iface.h"
 
 constexpr int HAPD_UPDATE_MS = 1000;

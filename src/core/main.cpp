@@ -8,7 +8,7 @@
 //     batch and save actions (platform/zu/ng_uci) ─► commit, reload_config
 //
 //   Connectivity
-//     timer ─► internet test (wired/inet_test) ─► upstream state (wired/upstream) ─►
+//     timer ─► internet test (wired/inet_probe) ─► upstream state (wired/upstream) ─►
 //     wired/upstream_switch: routing rules (netlink/), DHCP, firewall (wired/forwarding), captive
 //     portal (wired/portal), gateway mode, LED flags, bus events
 //
@@ -26,7 +26,7 @@
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/forwarding.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 
 static uci_context *gUci_context;
 

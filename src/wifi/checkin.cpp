@@ -5,7 +5,7 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "wifi/checkin_internal.h"
-#include "wifi/dfs.h"
+#include "wifi/radio/dfs.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"

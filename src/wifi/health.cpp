@@ -11,7 +11,7 @@
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
 #include <algorithm>

@@ -6,10 +6,10 @@
 
 #include "platform/zu/log.h"
 #include "wifi/health.h"
-#include "wifi/kept.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write/kept.h"
 
 constexpr int AGAIN_MS = 1000;
 

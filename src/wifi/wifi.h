@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "wifi/wifi_settings.h"
+#include "wifi/settings/record.h"
 
 // The live settings (wifi.cpp)
 

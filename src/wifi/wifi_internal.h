@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "wifi/wifi_settings.h"
+#include "wifi/settings/record.h"
 
 /// The live record (wifi.cpp). Replaced whole by the settings writer and the reload; everybody else
 /// reads it through wifi_live_settings().
@@ -16,7 +16,7 @@ extern wifi_settings gWifi_live_settings;
 void wifi_lldp_bus_reset(ubus_context *ctx);
 void wifi_hapd_bus_reset();
 
-// hostapd (hapd.cpp)
+// hostapd (ap/hapd.cpp)
 
 /// True when the instance of that bus path is there.
 bool wifi_hapd_is_known(const char *path);
@@ -26,7 +26,7 @@ void wifi_hapd_bridges_applied();
 /// True when the text begins with six hexadecimal bytes joined by colons.
 bool str_is_mac_addr(const char *text);
 
-// Power negotiation and interfaces (lldp.cpp, enables.cpp)
+// Power negotiation and interfaces (write/lldp.cpp, write/enables.cpp)
 
 /// As !wifi_lldp_negotiation_complete(), without a word in the log.
 bool wifi_lldp_keeps_interfaces_off();
@@ -34,7 +34,7 @@ bool wifi_lldp_keeps_interfaces_off();
 /// although nothing keeps it off any longer, and restores it.
 void wifi_check_enables();
 
-// Delayed settings (delayed.cpp)
+// Delayed settings (write/delayed.cpp)
 
 /// Takes over a finished batch file as the staged one; one staged before is deleted.
 void wifi_delayed_stage(const char *path);
@@ -55,7 +55,7 @@ wifi_delayed_status wifi_delayed_now();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
 
-// Settings in force (settings_write.cpp)
+// Settings in force (write/writer.cpp)
 
 /// False (logged) when another process holds a lock on a package that a push writes, for which the
 /// loop must not stand still, or the package does not parse: half a push is none.
@@ -71,7 +71,7 @@ void wifi_radios_now_in_force();
 /// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);
 
-// Neighbour lists (neighbors.cpp)
+// Neighbour lists (ap/neighbors.cpp)
 
 /// Checks the list of a settings document. 0, or -1 (logged) for an element that is not {"bssid",
 /// "ssid_index", "nr"}.

@@ -37,7 +37,7 @@
 #include "platform/zu/shell.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired_internal.h"
 

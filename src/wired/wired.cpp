@@ -4,7 +4,7 @@
 #include "platform/zu/log.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/netifd_iface.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired_internal.h"

@@ -5,7 +5,7 @@
 #include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/netifd_iface.h"
 #include "wired/upstream.h"
 #include "wired/wired.h"

@@ -11,7 +11,7 @@
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"

@@ -6,7 +6,7 @@
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 #include "wired/wired.h"
 #include "wired/wired_settings.h"

@@ -7,7 +7,7 @@
 
 #include "platform/zu/host_list.h"
 #include "platform/zu/log.h"
-#include "wifi/wifi_settings.h"
+#include "wifi/settings/record.h"
 
 constexpr size_t URL_MAX = 255;
 constexpr size_t IFACE_NAME_MAX = 15;

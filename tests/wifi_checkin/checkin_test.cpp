@@ -6,7 +6,7 @@
 #include "platform/fw_core/fw_core.h"
 #include "support/occurrences.h"
 #include "wifi/checkin_rows.h"
-#include "wifi/dfs.h"
+#include "wifi/radio/dfs.h"
 
 #include <fstream>
 

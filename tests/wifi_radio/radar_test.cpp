@@ -7,7 +7,7 @@
 
 #include "netlink/nl80211.h"
 #include "radio_fixture.h"
-#include "wifi/dfs.h"
+#include "wifi/radio/dfs.h"
 #include "wifi/radio/override.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include "sim/programs.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/survey_internal.h"
-#include "wifi/settings_dump.h"
+#include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 
 /// An object that answers every call of a method with `replies[method]`; by default with nothing.

@@ -6,7 +6,7 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
-#include "wifi/settings_parse.h"
+#include "wifi/settings/parse.h"
 
 #include <gtest/gtest.h>
 

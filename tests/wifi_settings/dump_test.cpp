@@ -1,7 +1,7 @@
 // The settings as they are shown: whole documents compared, order included.
 #include "document.h"
 
-#include "wifi/settings_dump.h"
+#include "wifi/settings/dump.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "platform/zu/ng_uci.h"
 #include "sim/programs.h"
-#include "wifi/settings_table.h"
+#include "wifi/settings/document.h"
 #include "wifi/wifi_internal.h"
 
 #include <json-c/json.h>

@@ -1,7 +1,7 @@
 // Addresses that follow from a node id or a MAC address, and the orphan network's key.
-#include "wifi/address_plan.h"
-#include "wifi/dfs.h"
-#include "wifi/orphan_key.h"
+#include "wifi/radio/dfs.h"
+#include "wifi/write/address_plan.h"
+#include "wifi/write/orphan_key.h"
 
 #include <gtest/gtest.h>
 

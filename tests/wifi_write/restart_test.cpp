@@ -2,7 +2,7 @@
 // documents.
 #include "writer_fixture.h"
 
-#include "wifi/settings_table.h"
+#include "wifi/settings/document.h"
 
 #include <fcntl.h>
 #include <random>

@@ -10,10 +10,10 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "sim/programs.h"
-#include "wifi/settings_dump.h"
+#include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
 #include <gtest/gtest.h>

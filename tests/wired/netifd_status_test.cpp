@@ -2,7 +2,7 @@
 #include "core/state.h"
 #include "platform/zu/log.h"
 #include "support/bus_fixture.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/netifd_iface.h"
 #include "wired/netifd_iface_internal.h"
 

@@ -16,7 +16,7 @@
 #include "support/bus_fixture.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
 /// Writes down what stood committed when it was run.

@@ -2,7 +2,7 @@
 // list's items is.
 #include "config_record.h"
 
-#include "wifi/settings_write.h"
+#include "wifi/write/writer.h"
 
 #include <uci.h>
 

@@ -8,7 +8,7 @@
 #include "core/state.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
-#include "wired/inet_test.h"
+#include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
 #include <csignal>

@@ -2,7 +2,7 @@
 // refused until the cloud shows that it knows.
 #pragma once
 
-#include "wifi/wifi_settings.h"
+#include "wifi/settings/record.h"
 
 /// Records a local radio override in `settings` and in UCI: from now on the cloud's documents are
 /// refused until one repeats the nonce made here, or brings an override of its own. `reason` is

@@ -7,7 +7,7 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
-#include "wifi/dfs.h"
+#include "wifi/radio/dfs.h"
 #include "wifi/radio/override.h"
 #include "wifi/radio/radio_internal.h"
 

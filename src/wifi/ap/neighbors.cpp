@@ -1,0 +1,135 @@
+// The list of neighbouring access points that the cloud gives: staged by a push, taken over when
+// the push is confirmed, handed to hostapd for its 802.11k neighbour reports.
+
+#include "platform/zu/log.h"
+#include "wifi/settings/document.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+
+#include <cctype>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <strings.h>
+#include <vector>
+
+namespace {
+
+struct neighbor {
+    char bssid[18];
+    int ssid; // 1..4
+    std::string report;
+};
+
+std::optional<std::vector<neighbor>> staged; // an empty list is a list: it clears the live one
+std::vector<neighbor> live;
+bool live_is_known; // one was confirmed since the start
+
+bool is_hex(std::string_view text)
+{
+    for (const char c : text)
+        if (!isxdigit(static_cast<unsigned char>(c)))
+            return false;
+    return !text.empty() && text.size() % 2 == 0 && text.size() <= SETTINGS_REPORT_HEX_MAX;
+}
+
+bool parse_neighbor(blob_attr *element, neighbor *out)
+{
+    settings_values values;
+    if (!settings_parse_level(SETTINGS_NEIGHBOR, element, &values))
+        return false;
+    for (const settings_field &field : SETTINGS_NEIGHBOR.fields) {
+        if (values.get(field.key))
+            continue;
+        log_error("Failed to find '%s' key in neighbor list element", field.key);
+        return false;
+    }
+    const char *bssid = blobmsg_get_string(values.get("bssid"));
+    const char *report = blobmsg_get_string(values.get("nr"));
+    out->ssid = static_cast<int>(blobmsg_get_u32(values.get("ssid_index")));
+    if (!str_is_mac_addr(bssid) || strlen(bssid) >= sizeof(out->bssid)) {
+        log_error("Got incorrect format for neighbor bssid '%s'", bssid);
+        return false;
+    }
+    if (out->ssid < 1 || out->ssid > WIFI_SSIDS || !is_hex(report)) {
+        log_error("Invalid ssid index or report of neighbor '%s'", bssid);
+        return false;
+    }
+    strcpy(out->bssid, bssid);
+    out->report = report;
+    return true;
+}
+
+// Gives each element to `take` until one is refused; false then.
+template <typename Take>
+bool parse_list(blob_attr *list, Take take)
+{
+    blob_attr *element;
+    size_t rest;
+    blobmsg_for_each_attr(element, list, rest)
+    {
+        neighbor entry;
+        if (!parse_neighbor(element, &entry))
+            return false;
+        take(std::move(entry));
+    }
+    return true;
+}
+
+void add_text(blob_buf *buf, const std::string &text)
+{
+    blobmsg_add_string(buf, nullptr, text.c_str());
+}
+
+} // namespace
+
+int wifi_check_neighbors(blob_attr *list)
+{
+    return parse_list(list, [](neighbor &&) {}) ? 0 : -1;
+}
+
+static void add_while_there_is_room(std::vector<neighbor> *list, neighbor &&entry)
+{
+    if (list->size() < SETTINGS_NEIGHBORS_MAX)
+        list->push_back(std::move(entry));
+    else
+        log_warning("Neighbor list is full, ignoring '%s'", entry.bssid);
+}
+
+void wifi_stage_neighbors(blob_attr *list)
+{
+    std::vector<neighbor> parsed;
+    const bool whole = parse_list(
+        list, [&](neighbor &&entry) { add_while_there_is_room(&parsed, std::move(entry)); });
+    if (whole)
+        staged = std::move(parsed);
+}
+
+void parse_config_event_neighbors(bool success)
+{
+    if (success && staged) {
+        live = std::move(*staged);
+        live_is_known = true;
+        wifi_arm_neighbor_list_timer(0);
+    }
+    staged.reset();
+}
+
+bool wifi_neighbors_are_known()
+{
+    return live_is_known;
+}
+
+void wifi_neighbors_add_to(blob_buf *list, int ssid, const char *own_bssid)
+{
+    const char *name = wifi_live_settings()->ssids[ssid - 1].ssid;
+    for (const neighbor &entry : live) {
+        if (entry.ssid != ssid || strcasecmp(entry.bssid, own_bssid) == 0)
+            continue;
+        void *row = blobmsg_open_array(list, nullptr);
+        add_text(list, entry.bssid);
+        add_text(list, name);
+        add_text(list, entry.report);
+        blobmsg_close_array(list, row);
+    }
+}

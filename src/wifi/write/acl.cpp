@@ -1,0 +1,52 @@
+// Access lists of the SSIDs, on every radio whether the SSID is active there or not.
+#include "platform/zu/log.h"
+#include "wifi/write/writer_internal.h"
+
+#include <unordered_set>
+
+using mac_set = std::unordered_set<std::string>;
+
+std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings)
+{
+    std::vector<std::string> entries;
+    for (const char *mac : settings.acl_list) {
+        if (!mac[0])
+            break;
+        entries.emplace_back(mac);
+    }
+    return entries;
+}
+
+/// Takes out what has vanished and adds what is new; what stays keeps its place.
+static void reconcile(const std::string &list, const std::vector<std::string> &wanted)
+{
+    const std::vector<std::string> before = uci_items(list);
+    if (before == wanted)
+        return;
+    const mac_set all(wanted.begin(), wanted.end());
+    mac_set there;
+    std::vector<std::string> after;
+    for (const std::string &mac : before)
+        if (all.contains(mac) && there.insert(mac).second)
+            after.push_back(mac);
+    for (const std::string &mac : wanted)
+        if (there.insert(mac).second)
+            after.push_back(mac);
+    uci_put_list(list, after);
+}
+
+void wifi_write_acl_list_config(const wifi_write &w, int ssid)
+{
+    const std::vector<std::string> wanted = wifi_acl_entries(w.settings->ssids[ssid - 1]);
+    if (wanted.empty())
+        log_notice("No valid ACL for ssid %d", ssid - 1); // counted from 0 here
+    for (int radio = 0; radio < w.radios; radio++) {
+        if (wifi_write_is_scanning(w, radio))
+            continue; // it has no access points
+        const std::string ap = wifi_ap_section(radio, ssid);
+        uci_clear(ap + ".macfilter");
+        if (!wanted.empty())
+            uci_put(ap + ".macfilter", "allow");
+        reconcile(ap + ".maclist", wanted);
+    }
+}

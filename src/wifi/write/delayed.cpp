@@ -1,0 +1,236 @@
+// Delayed wireless settings: radio changes that could cut a mesh node off are staged in a batch
+// file and applied only some minutes after the cloud has confirmed the push.
+//
+//     idle ── writer delays ──► staged ── confirmed, not as the pending one ──► pending ──► applied
+//                                  │                                               7 min, or ended
+//                                  └── not confirmed, or equal: deleted            by hand: at once
+//
+// Neither a staged nor a pending file outlives the daemon: the cloud sees at the next check-in that
+// the settings are not in force, and pushes them again.
+
+#include "core/state.h"
+#include "platform/zu/led.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_batch.h"
+#include "platform/zu/shell.h"
+#include "wifi/radio/radio.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+#include "wifi/write/kept.h"
+#include "wired/inet_probe.h"
+#include "wired/upstream.h"
+
+#include "platform/fw_core/fw_core.h"
+
+#include <cerrno>
+#include <cstring>
+#include <glob.h>
+#include <optional>
+#include <unistd.h>
+
+namespace {
+
+constexpr int DELAYED_WAIT_MS = 420000;
+constexpr int AGAIN_MS = 1000;
+constexpr size_t PATH_SIZE = 128;
+
+char staged_file[PATH_SIZE];
+char pending_file[PATH_SIZE];
+uloop_timeout delayed_timer;
+bool trying_again; // to apply the pending file
+
+void forget(char *file)
+{
+    if (file[0])
+        unlink(file);
+    file[0] = '\0';
+}
+
+void drop_staged()
+{
+    log_info("No changes in delayed wifi settings for file %s, deleting it", staged_file);
+    forget(staged_file);
+}
+
+// Both names were made by the settings writer and hold nothing that a shell reads as more than
+// text.
+bool staged_equals_pending()
+{
+    if (!pending_file[0])
+        return false;
+    char command[2 * PATH_SIZE + sizeof("diff  ")];
+    snprintf(command, sizeof(command), "diff %s %s", pending_file, staged_file);
+    const shell_result diff = shell_run(command);
+    if (!diff.ran) {
+        log_warning("diff command '%s' failed, errno = %d:%s", command, diff.error,
+                    strerror(diff.error));
+        return false;
+    }
+    return diff.exit_status == 0;
+}
+
+// One commit of everything: the file's changes and, as the radios now say more of what was pushed,
+// what is kept beside them. False when that cannot be now, for a lock or want of room.
+bool apply_pending()
+{
+    if (!wifi_packages_can_be_changed())
+        return false;
+    (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
+    wifi_keep_settings(gWifi_live_settings);
+    if (wifi_commit_radio_settings() != 0)
+        return false;
+    forget(pending_file);
+    return true;
+}
+
+/// Applies the pending file, if any, or sees to it that it is tried again; what stands in its way
+/// is said once.
+bool apply_or_try_again()
+{
+    std::optional<zu_log_repetition> quiet;
+    if (trying_again)
+        quiet.emplace();
+    log_notice("Applying delayed wifi settings from file %s", pending_file);
+    trying_again = pending_file[0] && !apply_pending();
+    if (trying_again)
+        uloop_timeout_set(&delayed_timer, AGAIN_MS);
+    return !trying_again;
+}
+
+void wifi_delayed_wireless_cb(uloop_timeout *)
+{
+    if (!apply_or_try_again())
+        return;
+    wifi_restore_config_enabled_interfaces(false);
+    wifi_radio_list_ifaces();
+    (void)run_reload_config();
+    shell_run_ignored("/etc/init.d/dnsmasq reload");
+    update_led_flag("config", false);
+    gTarn_net_state.inet_test.test_passed = 1;
+    run_uplink_test();
+}
+
+void staged_becomes_pending()
+{
+    wifid_cancel_delayed_wireless();
+    memcpy(pending_file, staged_file, sizeof(pending_file));
+    staged_file[0] = '\0';
+    trying_again = false;
+    delayed_timer.cb = wifi_delayed_wireless_cb;
+    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
+    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
+    update_led_flag("config", true);
+}
+
+void parse_config_event_delayed_wireless(bool success)
+{
+    if (!staged_file[0])
+        return;
+    if (!success || staged_equals_pending())
+        drop_staged();
+    else
+        staged_becomes_pending();
+}
+
+void end_wait_now()
+{
+    uloop_timeout_cancel(&delayed_timer);
+    wifi_delayed_wireless_cb(&delayed_timer);
+}
+
+} // namespace
+
+void wifi_delayed_drop()
+{
+    forget(staged_file);
+    wifid_cancel_delayed_wireless();
+}
+
+void wifi_delayed_start()
+{
+    wifid_cancel_delayed_wireless();
+    staged_file[0] = '\0'; // its file goes with those of an earlier run
+    glob_t found;
+    if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
+        for (size_t i = 0; i < found.gl_pathc; i++) {
+            log_notice("Aborting delayed wifi settings from file %s", found.gl_pathv[i]);
+            (void)unlink(found.gl_pathv[i]);
+        }
+    globfree(&found);
+    update_led_flag("config", false);
+}
+
+void wifi_delayed_stage(const char *path)
+{
+    forget(staged_file);
+    snprintf(staged_file, sizeof(staged_file), "%s", path);
+}
+
+wifi_delayed_status wifi_delayed_now()
+{
+    if (!pending_file[0])
+        return {staged_file[0] ? "staged" : "idle", 0};
+    const int64_t left_ms = uloop_timeout_remaining64(&delayed_timer);
+    return {"pending", left_ms > 0 ? static_cast<int>((left_ms + 999) / 1000) : 0};
+}
+
+bool wifi_delayed_settings_pending()
+{
+    return pending_file[0] != '\0';
+}
+
+void wifid_cancel_delayed_wireless()
+{
+    if (!pending_file[0])
+        return;
+    log_notice("Aborting delayed wifi settings from file %s", pending_file);
+    uloop_timeout_cancel(&delayed_timer);
+    forget(pending_file);
+    update_led_flag("config", false);
+}
+
+void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, const char *,
+                                      blob_attr *msg)
+{
+    static constexpr blobmsg_policy POLICY[] = {{"success", BLOBMSG_TYPE_INT8}};
+    if (!msg) {
+        log_error("%s is NULL", "msg");
+        return;
+    }
+    blob_attr *success = nullptr;
+    if (blobmsg_parse(POLICY, 1, &success, blob_data(msg), blob_len(msg)) != 0) {
+        log_error("Unable to parse parse_config status event");
+        return;
+    }
+    if (!success) {
+        log_error("parse_config status event didn't contain success flag");
+        return;
+    }
+    parse_config_event_delayed_wireless(blobmsg_get_bool(success));
+    parse_config_event_neighbors(blobmsg_get_bool(success));
+}
+
+void wifid_maint_window_handler(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg)
+{
+    if (!msg) {
+        log_error("%s is NULL", "msg");
+        return;
+    }
+    blob_attr *active = nullptr;
+    if (blobmsg_parse(ubus_package_maint_window_event_policy, 1, &active, blob_data(msg),
+                      blob_len(msg)) != 0) {
+        log_error("Unable to parse maintenance window event");
+        return;
+    }
+    if (active && blobmsg_get_bool(active) && wifi_delayed_settings_pending())
+        end_wait_now();
+}
+
+int ubus_wifi_end_delayed_wireless(ubus_context *, ubus_object *, ubus_request_data *, const char *,
+                                   blob_attr *)
+{
+    log_info("bypassing delayed wireless wait period");
+    end_wait_now(); // also with nothing pending: the restore, reloads and test still happen
+    return 0;
+}

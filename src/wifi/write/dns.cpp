@@ -1,0 +1,121 @@
+// DNS of an SSID: the node's common instance, or one of the SSID's own when its queries are
+// intercepted or it has name servers of its own.
+#include "platform/zu/ng_uci.h"
+#include "wifi/write/writer_internal.h"
+
+static const std::string LAN_INTERFACE = "dhcp.lan_dns.interface";
+static const std::string LAN_NOTINTERFACE = "dhcp.lan_dns.notinterface";
+
+static std::string ssid_bridge(int ssid)
+{
+    return numbered("br-ssid", ssid);
+}
+
+static std::string vlan_bridge(int ssid)
+{
+    return numbered("br-ssid", ssid, "_vlan");
+}
+
+/// With a relay the SSID has no DHCP section of its own.
+static void put_instance(const wifi_ssid_settings &settings, int ssid, const std::string &instance)
+{
+    if (!settings.dhcp.relay[0])
+        uci_put(numbered("dhcp.ssid", ssid, ".instance"), instance.c_str());
+}
+
+static void use_common_instance(const wifi_ssid_settings &settings, int ssid)
+{
+    uci_clear(numbered("dhcp.ssid", ssid, "_dns"));
+    for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
+        uci_remove(LAN_INTERFACE, bridge);
+        uci_remove(LAN_NOTINTERFACE, bridge);
+        if (!settings.dhcp.relay[0])
+            uci_add(LAN_INTERFACE, bridge);
+    }
+    put_instance(settings, ssid, "lan_dns");
+}
+
+struct fixed_option {
+    const char *name;
+    int value;
+};
+
+static constexpr fixed_option INSTANCE_OPTIONS[] = {
+    {".localise_queries", 1}, {".rebind_localhost", 1}, {".readethers", 0}, {".nonwildcard", 0},
+    {".bindinterface", 1},    {".expandhosts", 1},      {".boguspriv", 0},
+};
+
+static void write_servers(const wifi_ssid_settings &settings, const std::string &instance)
+{
+    const std::string servers = instance + ".server";
+    uci_clear(servers);
+    if (!settings.dns_servers[0][0])
+        uci_add(servers, "127.0.0.1");
+    for (const char *server : settings.dns_servers) {
+        if (!server[0])
+            break;
+        uci_add(servers, server);
+    }
+}
+
+/// Interfaces whose queries other instances answer.
+static void write_other_interfaces(const std::string &list, int ssid)
+{
+    std::string lan_bridge;
+    if (ng_uci_get_string(lan_bridge, "tarn_net.wired.lan_bridge") == 0)
+        uci_add(list, lan_bridge);
+    for (const char *name : {"br-mesh_gw", "br-mesh_rp", "lo"})
+        uci_add(list, name);
+    for (int other = 1; other <= WIFI_SSIDS; other++) {
+        if (other == ssid)
+            continue;
+        uci_add(list, ssid_bridge(other));
+        uci_add(list, vlan_bridge(ssid)); // this SSID's own, not the other's: meant so
+    }
+}
+
+static void write_listening(const wifi_ssid_settings &settings, const std::string &instance,
+                            int ssid)
+{
+    if (settings.bridge_to_lan) {
+        uci_clear(instance + ".interface");
+        uci_clear(instance + ".notinterface");
+        uci_put(instance + ".port", 1100 + ssid);
+        return;
+    }
+    uci_add(instance + ".interface", numbered("ssid", ssid));
+    uci_add(instance + ".interface", vlan_bridge(ssid));
+    write_other_interfaces(instance + ".notinterface", ssid);
+    uci_clear(instance + ".port");
+}
+
+static void write_own_instance(const wifi_ssid_settings &settings, int ssid)
+{
+    const std::string instance = numbered("dhcp.ssid", ssid, "_dns");
+    const std::string number = std::to_string(ssid);
+    uci_put(instance, "dnsmasq");
+    for (const fixed_option &option : INSTANCE_OPTIONS)
+        uci_put(instance + option.name, option.value);
+    uci_put(instance + ".domain", ("ssid" + number).c_str());
+    uci_clear(instance + ".local");
+    uci_put(instance + ".leasefile", ("/tmp/dhcp_ssid" + number + ".leases").c_str());
+    uci_put(instance + ".resolvfile", ("/tmp/resolv.conf.ssid" + number).c_str());
+    write_servers(settings, instance);
+    write_listening(settings, instance, ssid);
+}
+
+void wifi_write_dns(const wifi_write &w, int ssid)
+{
+    const wifi_ssid_settings &settings = w.settings->ssids[ssid - 1];
+    if (!settings.dns_intercept && !settings.dns_servers[0][0]) {
+        use_common_instance(settings, ssid);
+        return;
+    }
+    for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
+        uci_remove(LAN_INTERFACE, bridge);
+        uci_add(LAN_NOTINTERFACE, bridge);
+    }
+    put_instance(settings, ssid, numbered("ssid", ssid, "_dns"));
+    write_own_instance(settings, ssid);
+    uci_put(numbered("dhcp.ssid", ssid, "_dns.rebind_protection"), settings.rebind_protection);
+}

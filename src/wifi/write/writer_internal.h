@@ -1,0 +1,69 @@
+// What the files of the settings writer share. Each writes the options of one noun as save actions
+// of the change context; nothing is committed before writer.cpp does it.
+#pragma once
+
+#include "wifi/settings/record.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// One run of the writer.
+struct wifi_write {
+    const wifi_settings *settings;
+    int radios;                 ///< in use
+    int bands[WIFI_RADIOS_MAX]; ///< band type of each, or -1
+    bool lldp_complete;         ///< interfaces may be on
+    uint32_t address_base;      ///< of the address plan
+    uint32_t upstream_state;    ///< tarn_net_upstream
+};
+
+bool wifi_write_is_scanning(const wifi_write &w, int radio);
+/// The radio may have to give way to radar.
+bool wifi_write_has_dfs(const wifi_write &w, int radio);
+/// SSID `ssid` (1..4) is to be on the air on the radio.
+bool wifi_write_ssid_is_active(const wifi_write &w, int radio, int ssid);
+
+// Options by name ("package.section.option"); failures are logged where they happen and ignored.
+
+void uci_put(const std::string &name, const char *value);
+void uci_put(const std::string &name, int value);
+void uci_clear(const std::string &name);
+void uci_add(const std::string &list, const std::string &value);
+void uci_remove(const std::string &list, const std::string &value);
+
+/// "wireless.ap0_1" and the like.
+std::string wifi_ap_section(int radio, int ssid);
+/// Makes the option a list of these.
+void uci_put_list(const std::string &name, const std::vector<std::string> &items);
+/// The access list's entries.
+std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings);
+/// The items of a list, or the one text of an option; empty when there is none.
+std::vector<std::string> uci_items(const std::string &name);
+/// PREFIX followed by the number and SUFFIX.
+std::string numbered(const char *prefix, int number, const char *suffix = "");
+
+/// Key holders of fast transition: any, with the key of the mobility domain.
+constexpr char WIFI_R0KH_PREFIX[] = "ff:ff:ff:ff:ff:ff,*,";
+
+// The stages, in order
+
+/// Why the radio stage is applied at once, as a half-sentence; null when it has to wait.
+const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &in_force);
+/// Writes what disturbs radios and mesh to a batch file and applies it (uncommitted), or leaves it,
+/// its path in `held_back`, for when the push is committed. 0, or -1 (logged). `in_force` is what
+/// the radios are set to.
+int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
+                           std::string *held_back);
+/// Radios, access points, orphan interfaces, presence.
+void wifi_write_radios(const wifi_write &w);
+/// Addresses, DHCP, DNS, forwarding and portal of the mesh gateway and every SSID.
+void wifi_write_networks(const wifi_write &w);
+/// The portal's host files, with the addresses written last; to be called when they are committed.
+void wifi_write_portal_hosts();
+/// DNS instance of an SSID.
+void wifi_write_dns(const wifi_write &w, int ssid);
+/// The access list of an SSID on every radio.
+void wifi_write_acl_list_config(const wifi_write &w, int ssid);
+/// The access point manager's settings of an SSID.
+void wifi_write_ap_mgr_per_ssid_config(const wifi_write &w, int ssid);
