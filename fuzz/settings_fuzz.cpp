@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     (void)_parse_platform_data(R"({"wireless": {"num_radios": 3, "wifi_radios":
         [{"band": "2.4GHz"}, {"band": "5GHz"}, {"band": "scanning"}]}})");
-    debug_init("/dev/null");
+    gDebug_file = fopen("/dev/null", "w"); // debug_init() would put a file in its place
     debug_set_level(ZU_LOG_DEBUG);
     return 0;
 }
