@@ -37,7 +37,7 @@ static void add_outcome(blob_buf *buf, const test_outcome &outcome, const char *
     blobmsg_add_string(buf, "target", target);
     blobmsg_add_u8(buf, "passed", outcome.code == CURLE_OK);
     if (outcome.code != CURLE_OK)
-        blobmsg_add_string(buf, "error", curl_easy_strerror(outcome.code));
+        blobmsg_add_string(buf, "error", uloop_curl_error_text(outcome.code));
     blobmsg_add_u64(buf, "time", static_cast<uint64_t>(zu_date_of(outcome.at_s)));
     blobmsg_close_table(buf, table);
 }

@@ -58,6 +58,8 @@ static uint32_t count_failure(CURLcode code)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     log_notice("Connection failed. %s:%d.", curl_easy_strerror(code), code);
+    if (uloop_curl_lacks_error_texts())
+        log_notice("Code %d of libcurl: %s", code, uloop_curl_error_text(code));
     test.test_run_count++;
     return test.upstream_state;
 }

@@ -8,8 +8,19 @@
 #include "wired/wired.h"
 #include "zu/curl_fixture.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
+
+/// libcurl as a router may have it, built without its texts.
+static bool gTexts_missing;
+extern "C" const char *curl_easy_strerror(CURLcode code)
+{
+    using strerror_function = const char *(*)(CURLcode);
+    static const auto real =
+        reinterpret_cast<strerror_function>(dlsym(RTLD_NEXT, "curl_easy_strerror"));
+    return gTexts_missing ? "Error" : real(code);
+}
 
 namespace {
 
@@ -133,6 +144,28 @@ TEST_F(InetTest, EveryKindOfTargetComesToItsVerdict)
             EXPECT_GT(turns, MANY_TURNS) << "nothing waits inside the loop";
         }
     }
+}
+
+TEST_F(InetTest, WordsForAFailureAreOursWhereLibcurlHasNone)
+{
+    targets({REFUSED, UNTRUSTED});
+    stand_in(WAN, "br-wired0", "br-wired0");
+    const auto ask = [&](bool missing) {
+        gTexts_missing = missing;
+        cycle();
+        json_message dump;
+        inet_test_dump_outcomes(&dump);
+        gTexts_missing = false;
+        const std::unique_ptr<char, decltype(&free)> text(blobmsg_format_json(dump.head, true),
+                                                          free);
+        return std::string(text.get());
+    };
+    EXPECT_NE(ask(false).find("\"Couldn't connect to server\""), std::string::npos);
+    EXPECT_EQ(count("Code 7 of libcurl"), 0);
+    const std::string dumped = ask(true);
+    EXPECT_EQ(count("NOTICE: Connection failed. Error:7."), 1);
+    EXPECT_EQ(count("NOTICE: Code 7 of libcurl: could not connect"), 1);
+    EXPECT_NE(dumped.find("\"the certificate is not trusted\""), std::string::npos) << dumped;
 }
 
 TEST_F(InetTest, SlowHandshakesAndNamesRunIntoTheLimit)

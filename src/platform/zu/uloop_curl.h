@@ -55,3 +55,10 @@ int uloop_curl_easy_start(uloop_curl_easy *easy);
 void uloop_curl_easy_abort(uloop_curl_easy *easy);
 /// Releases the handle, ending the transfer without its callback; `easy->easy` is null afterwards.
 void uloop_curl_easy_destroy(uloop_curl_easy *easy);
+
+/// True for a libcurl that was built without its error texts: curl_easy_strerror() says the same of
+/// every failure.
+bool uloop_curl_lacks_error_texts();
+
+/// What `code` means, in libcurl's words or, where it has none, in ours. Never null.
+const char *uloop_curl_error_text(CURLcode code);
