@@ -15,6 +15,7 @@
 // What feeds them: interfaces followed through netifd (wired/netifd_iface, wired/bridges,
 // mesh/mesh) and objects that come and go on the bus (core/bus, core/bus_objects).
 #include <libubus.h>
+#include <sys/stat.h>
 
 #include "core/bus.h"
 #include "core/instance.h"
@@ -23,6 +24,7 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "platform/zu/shell.h"
+#include "platform/zu/system_log.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/forwarding.h"
@@ -36,7 +38,9 @@ int main(int argc, char **argv)
         return answered;
     if (!instance_become_only())
         return 1;
+    umask(022); // whoever started it: what it and its commands write is for no other user to change
     debug_init("/tmp/debug_tarn_net.log");
+    system_log_open("/dev/log");
     if (ng_uci_recover())
         shell_run_ignored("reload_config"); // others may have read half a change
     debug_load_level("tarn_net.debug.debug_level");

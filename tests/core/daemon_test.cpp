@@ -1,6 +1,12 @@
 // The daemon on the bus: what it publishes, which neighbours it follows, what it does for a port.
 #include "core/daemon_fixture.h"
 
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
 namespace {
 
 struct Daemon : daemon_fixture {
@@ -73,6 +79,46 @@ TEST_F(Daemon, OnlyTheFirstStartWithoutArgumentsTouchesTheNode)
     // Its end makes room for the next one, however it ended.
     tarn_net->end(SIGKILL);
     start_daemon();
+}
+
+TEST_F(Daemon, WhatItOpensStaysItsOwnAndWhatItWritesIsNobodyElsesToChange)
+{
+    tarn_net->end(SIGTERM);
+    run("mkdir -p /tmp/bin; printf '#!/bin/sh\\nls -l /proc/$$/fd >>/tmp/inherited\\n' "
+        ">/tmp/bin/reload_config; chmod +x /tmp/bin/reload_config; touch /tmp/started");
+    run("uci set tarn_net.debug.debug_level=many; uci commit tarn_net"); // it says so
+    const int system_log = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
+    ASSERT_EQ(bind(system_log, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const std::string path = getenv("PATH");
+    setenv("PATH", ("/tmp/bin:" + path).c_str(), 1);
+    const mode_t mask = umask(0); // a careless starter's
+    start_daemon();
+    umask(mask);
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(call("qnet.wired", "parse_config", R"({"params":{"igmp_proxy":true}})").status, 0);
+
+    const std::string process = "/proc/" + std::to_string(tarn_net->pid());
+    int closing = 0;
+    for (const auto &open : std::filesystem::directory_iterator(process + "/fdinfo")) {
+        const int fd = std::stoi(open.path().filename());
+        const std::string text = read_text(open.path());
+        const long flags = std::stol(text.substr(text.find("flags:") + 6), nullptr, 8);
+        EXPECT_TRUE(fd <= 2 || (flags & O_CLOEXEC)) << fd;
+        closing += fd > 2;
+    }
+    EXPECT_GE(closing, 5) << "lock, log, bus, loop and timer at least";
+    const std::string inherited = read_text("/tmp/inherited");
+    EXPECT_NE(inherited.find(" 1 -> /tmp/inherited"), std::string::npos) << inherited;
+    EXPECT_EQ(inherited.find("socket:"), std::string::npos) << inherited;
+    char line[1024] = "";
+    EXPECT_GT(recv(system_log, line, sizeof line - 1, 0), 0);
+    EXPECT_NE(std::string(line).find("is not a log level"), std::string::npos) << line;
+    close(system_log);
+    unlink(address.sun_path);
+    EXPECT_EQ(
+        run("find /tmp /var/ /etc /run/ -newer /tmp/started -perm /022 ! -type l ! -type d").output,
+        "");
 }
 
 TEST_F(Daemon, NegotiationThatEndedUnheardSwitchesTheRadiosOn)

@@ -1,5 +1,6 @@
 // The log's line format, levels, file rules and rotation.
 #include "platform/zu/log.h"
+#include "platform/zu/system_log.h"
 #include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +15,9 @@
 #include <functional>
 #include <regex>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <vector>
 
 // Stands in for the C library's, to let it fail.
@@ -286,6 +289,63 @@ TEST_F(log_test, an_error_listener_hears_errors_even_without_a_log)
     zu_log_set_error_listener(nullptr, nullptr);
     log_error("unheard");
     EXPECT_EQ(heard, (std::vector<std::string>{"at 1", "at 1", "bad\\x0aname"}));
+}
+
+/// What a log daemon at `address` would read; bound anew at each start of it.
+struct log_daemon {
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    sockaddr_un address = {AF_UNIX, ""};
+
+    explicit log_daemon(const std::string &at)
+    {
+        strcpy(address.sun_path, at.c_str());
+        unlink(at.c_str());
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+    ~log_daemon() { close(fd); }
+    /// The next message without its time, or "" where none waits.
+    std::string read() const
+    {
+        char line[2048];
+        const ssize_t length = recv(fd, line, sizeof line, 0);
+        const std::string text(line, length > 0 ? static_cast<size_t>(length) : 0);
+        static const std::regex TIME(R"([A-Z][a-z]{2} [ 0-9]\d \d\d:\d\d:\d\d )");
+        return std::regex_replace(text, TIME, "", std::regex_constants::format_first_only);
+    }
+};
+
+TEST_F(log_test, the_system_log_gets_a_copy_of_what_went_wrong_and_is_never_waited_for)
+{
+    const std::string at = directory / "log_socket", tag = "tarn_net[" + std::to_string(getpid());
+    system_log_open(at.c_str());
+    log_error("nobody is there yet");
+    {
+        const log_daemon daemon(at);
+        debug_set_level(ZU_LOG_DEBUG);
+        log_every_level();
+        log_warning("a\nforged line");
+        EXPECT_EQ(daemon.read(), "<27>" + tag + "]: at 1");
+        EXPECT_EQ(daemon.read(), "<28>" + tag + "]: at 2");
+        EXPECT_EQ(daemon.read(), "<28>" + tag + "]: a\\x0aforged line");
+        EXPECT_EQ(daemon.read(), "");
+        // A line that is too long for a log daemon is cut between two characters.
+        for (const char *shift : {"", "x"}) {
+            std::string umlauts = shift;
+            while (umlauts.size() < 2000)
+                umlauts += "\xc3\xa4";
+            log_error("%s", umlauts.c_str());
+            const std::string line = daemon.read();
+            EXPECT_LT(line.size(), 1024u - strlen("Nov 21 20:00:00 "));
+            EXPECT_EQ(line.substr(line.size() - 5), "\xc3\xa4...");
+        }
+        for (int i = 0; i < 5000; i++) // far more than a socket holds
+            log_error("%d", i);
+    }
+    log_error("it is gone");
+    const log_daemon restarted(at);
+    log_error("it is back");
+    EXPECT_EQ(restarted.read(), "<27>" + tag + "]: it is back");
+    EXPECT_EQ(last_message(), "it is back");
 }
 
 } // namespace

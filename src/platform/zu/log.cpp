@@ -1,6 +1,7 @@
 // The log file: opening, rotating, and writing one line. Callers reach it through the macros of
 // log.h; which messages are wanted at all is decided there.
 #include "platform/zu/log.h"
+#include "platform/zu/system_log.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -167,8 +168,11 @@ void write_line(int level, const char *function, int line, const char *message)
 
 void deliver(int level, const char *function, int line, const char *message)
 {
-    if (gDebug_file && gDebug_log_level >= level)
+    if (gDebug_file && gDebug_log_level >= level) {
         write_line(level, function, line, message);
+        if (level <= ZU_LOG_WARNING)
+            system_log_send(level, message);
+    }
     if (level == ZU_LOG_ERROR && gDebug_error_listener)
         gDebug_error_listener(message, g_listener_priv);
 }
