@@ -4,7 +4,7 @@
 // Two paths lead through the program.
 //
 //   Settings
-//     bus method parse_config (platform/fw_core) ─► wifi/: document ─► settings record ─► UCI
+//     bus method parse_config (platform/fw_core) ─► wifi/push: document ─► settings record ─► UCI
 //     batch and save actions (platform/zu/ng_uci) ─► commit, reload_config
 //
 //   Connectivity

@@ -1,10 +1,52 @@
-// The wireless package's parse_config callback.
+// A push, from the cloud's document to radios that follow it, and the record read back at a start.
+//
+//     wifi_parse_config   document ─► a copy of the live record (settings/parse)
+//                                  ─► an override that it asks for (override)
+//     wifid_write_config  ─► options (write/writer); what could cut a mesh node off into a batch
+//                            file ─► commit of all packages, or of none ─► the live record
+//                         ─► the batch file staged (write/delayed), or none: the radios follow
+//                         ─► reload_config, when a package has changed
+//     confirmation        ─► staged file waits, neighbour list is taken over; or both are dropped
+//
+//     wifi_reload_config  configuration ─► the live record
+//
+// A package that cannot be read is not a missing one: what is in force stays, and the configuration
+// is read again until it can be.
 
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "wifi/health.h"
+#include "wifi/override.h"
+#include "wifi/radio/radio.h"
 #include "wifi/settings/document.h"
 #include "wifi/settings/parse.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write/commit.h"
+#include "wifi/write/kept.h"
+#include "wifi/write/writer.h"
+#include "wired/upstream.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <unistd.h>
+
+constexpr int AGAIN_MS = 1000;
+
+static bool is_read;
+static uloop_timeout again;
+
+using record_handle = std::unique_ptr<wifi_settings>;
+
+static int no_memory(int status)
+{
+    log_error("Failed to allocate memory for the wireless settings");
+    return status;
+}
+
+// ---- document ─► record
 
 int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
 {
@@ -26,4 +68,164 @@ int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
     if (fields[CONFIG_PARAMS])
         settings_explain_unknown_keys(SETTINGS_TOP, fields[CONFIG_PARAMS]);
     return status;
+}
+
+int wifid_parse_config(blob_attr *params)
+{
+    if (!params) {
+        log_error("%s is NULL", "msg");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    // Too large for the stack of a small device, and only one parse runs at a time.
+    static wifi_settings working;
+    memcpy(&working, wifi_live_settings(), sizeof(working));
+    wifi_parsed_document parsed = {&working, nullptr, nullptr};
+    if (wifi_settings_parse(params, &parsed) != 0)
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    if (parsed.override_reason)
+        wifi_set_radio_override(parsed.override_reason, &working);
+    if (wifid_write_config(&working) != 0) {
+        ng_uci_drop_changes(); // the override's
+        log_error("Failed to write uci batch config");
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (parsed.neighbors)
+        wifi_stage_neighbors(parsed.neighbors);
+    return 0;
+}
+
+// ---- record ─► configuration ─► radios
+
+/// Writes and commits; `next` becomes the record to be in force. 0 or -1: then nothing is changed.
+static int write_and_commit(const wifi_settings &settings, wifi_settings *next,
+                            std::string *held_back, bool *changed)
+{
+    if (wifi_write_settings(settings, held_back) != 0)
+        return -1;
+    wifi_read_foreign_settings(next); // after the commit another process may lock the packages
+    if (wifi_commit_packages(changed) == 0)
+        return 0;
+    if (!held_back->empty())
+        (void)unlink(held_back->c_str());
+    return -1;
+}
+
+static void radios_follow(const wifi_settings &live, const std::string &held_back)
+{
+    if (!held_back.empty()) {
+        wifi_delayed_stage(held_back.c_str());
+        return;
+    }
+    wifi_in_force_set(live);
+    wifi_delayed_drop();
+}
+
+int wifid_write_config(const wifi_settings *settings)
+{
+    if (!settings) {
+        log_error("%s is NULL", "parsed_settings");
+        return -1;
+    }
+    if (!wifi_settings_can_be_written(*settings) || !wifi_packages_can_be_changed())
+        return -1;
+    const record_handle next(new (std::nothrow) wifi_settings(*settings));
+    std::string held_back;
+    bool changed = false;
+    if (!next)
+        return no_memory(-1);
+    if (write_and_commit(*settings, next.get(), &held_back, &changed) != 0)
+        return -1;
+    gWifi_live_settings = *next;
+    radios_follow(*next, held_back);
+    wifi_write_portal_hosts();
+    (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
+    if (changed) {
+        (void)run_reload_config();
+        wifi_radio_list_ifaces();
+    }
+    wifid_apply_bridges();
+    return 0;
+}
+
+// ---- the confirmation
+
+void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, const char *,
+                                      blob_attr *msg)
+{
+    static constexpr blobmsg_policy POLICY[] = {{"success", BLOBMSG_TYPE_INT8}};
+    if (!msg) {
+        log_error("%s is NULL", "msg");
+        return;
+    }
+    blob_attr *success = nullptr;
+    if (blobmsg_parse(POLICY, 1, &success, blob_data(msg), blob_len(msg)) != 0) {
+        log_error("Unable to parse parse_config status event");
+        return;
+    }
+    if (!success) {
+        log_error("parse_config status event didn't contain success flag");
+        return;
+    }
+    parse_config_event_delayed_wireless(blobmsg_get_bool(success));
+    parse_config_event_neighbors(blobmsg_get_bool(success));
+}
+
+// ---- configuration ─► record
+
+static int read_record()
+{
+    const record_handle fresh(new (std::nothrow) wifi_settings{});
+    if (!fresh)
+        return no_memory(UBUS_STATUS_UNKNOWN_ERROR);
+    if (!wifi_settings_can_be_read())
+        return UBUS_STATUS_UNKNOWN_ERROR;
+    wifi_read_settings(fresh.get(), true);
+    gWifi_live_settings = *fresh;
+    wifi_radios_now_in_force();
+    wifi_radio_list_ifaces();
+    return UBUS_STATUS_OK;
+}
+
+static int read_or_try_again()
+{
+    const int status = read_record();
+    if (status != UBUS_STATUS_OK) {
+        uloop_timeout_set(&again, AGAIN_MS);
+        return status;
+    }
+    uloop_timeout_cancel(&again);
+    is_read = true;
+    return status;
+}
+
+static void read_again_cb(uloop_timeout *)
+{
+    std::optional<zu_log_repetition> quiet(std::in_place); // why not was said the first time
+    if (read_or_try_again() != UBUS_STATUS_OK)
+        return;
+    quiet.reset();
+    log_notice("The wireless settings have been read now");
+}
+
+int wifi_reload_config(bool first_start)
+{
+    again.cb = read_again_cb;
+    if (first_start) {
+        wifi_delayed_start();
+        wifi_radio_start();
+        wifi_check_enables();
+        wifi_health_start();
+        is_read = false;
+    }
+    return read_or_try_again();
+}
+
+bool wifi_settings_are_read()
+{
+    return is_read;
+}
+
+int wifi_reload_config_cb(ubus_context *, blob_attr *, blob_buf *)
+{
+    return wifi_reload_config(false);
 }

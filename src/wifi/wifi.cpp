@@ -47,16 +47,6 @@ int wifi_radio_band_type(int radio)
     return name != nullptr ? wifid_find_band_by_type(name) : -1;
 }
 
-bool wifi_radio_override_active()
-{
-    return gWifi_live_settings.radio_override[0] != '\0';
-}
-
-void wifi_radio_override_clear()
-{
-    gWifi_live_settings.radio_override[0] = '\0';
-}
-
 void wifi_bus_reset(ubus_context *ctx)
 {
     wifi_lldp_bus_reset(ctx);

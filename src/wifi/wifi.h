@@ -21,10 +21,6 @@ int wifid_find_band_by_type(const char *name);
 int wifi_radio_count();
 /// Band type of a platform radio, or -1 when it has none of the known names (logged).
 int wifi_radio_band_type(int radio);
-/// True while a local radio override blocks the cloud's radio settings.
-bool wifi_radio_override_active();
-/// Ends the local radio override in the live record; UCI is the caller's.
-void wifi_radio_override_clear();
 
 // Package callbacks and bus methods of "qnet.wifi"
 

@@ -7,8 +7,8 @@
 
 #include "wifi/settings/record.h"
 
-/// The live record (wifi.cpp). Replaced whole by the settings writer and the reload; everybody else
-/// reads it through wifi_live_settings().
+/// The live record (wifi.cpp). Replaced whole by a push and by the reload (push.cpp); an override
+/// notes itself in it (override.cpp); everybody else reads it through wifi_live_settings().
 extern wifi_settings gWifi_live_settings;
 
 // Subscriptions, forgotten and made anew with the bus connection (wifi_bus_reset calls these)
@@ -38,6 +38,9 @@ void wifi_check_enables();
 
 /// Takes over a finished batch file as the staged one; one staged before is deleted.
 void wifi_delayed_stage(const char *path);
+/// The staged file waits from now on when the push succeeded and says other than the pending one;
+/// otherwise it is deleted.
+void parse_config_event_delayed_wireless(bool success);
 /// Deletes the staged file and drops the pending one with its timer, if there are any: a push that
 /// did not have to wait must not be followed by an older one.
 void wifi_delayed_drop();
@@ -55,18 +58,16 @@ wifi_delayed_status wifi_delayed_now();
 /// Drops the pending file and its timer, if any.
 void wifid_cancel_delayed_wireless();
 
-// Settings in force (write/writer.cpp)
+// The push (push.cpp)
 
-/// False (logged) when another process holds a lock on a package that a push writes, for which the
-/// loop must not stand still, or the package does not parse: half a push is none.
-[[nodiscard]] bool wifi_packages_can_be_changed();
-/// Makes the section of our own that the node's own options stand in, where it is missing.
-void wifi_make_local_section();
-/// The radios were set to what is configured now.
-void wifi_radios_now_in_force();
-/// Commits what is changed in any of a push's packages, as one; what is configured then is what the
-/// radios are set to. 0, or -1 (logged): then nothing is changed and no change waits.
-[[nodiscard]] int wifi_commit_radio_settings();
+/// Parses a document (the `params` table of a message) into a copy of the live record, puts that in
+/// force and stages the document's neighbour list. 0, or 2: then nothing has changed.
+[[nodiscard]] int wifid_parse_config(blob_attr *params);
+/// Writes `settings`, commits and makes them the live record; the radios follow at once or when
+/// the push is confirmed. 0, or -1 (logged): then nothing has changed.
+[[nodiscard]] int wifid_write_config(const wifi_settings *settings);
+
+// Bridges (ap/ssid_bridges.cpp)
 
 /// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);

@@ -52,8 +52,8 @@ iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint3
 /// Asks for the status, for 6 s; a call still open is dropped for the new one. False on failure
 /// (logged). The status is asked for again each half minute, for good.
 bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id);
-/// Repeats the question: drops a call that is open and makes a new one, which stays open until it is
-/// answered or, every 30 s, replaced. An answer that comes late is as good as any.
+/// Repeats the question: drops a call that is open and makes a new one, which stays open until it
+/// is answered or, every 30 s, replaced. An answer that comes late is as good as any.
 void iface_list_ask_again(iface_entry *entry);
 /// Takes a status answer or a notification into the entry and looks which wired bridge leads out
 /// now. False when it does not say what is needed (logged).

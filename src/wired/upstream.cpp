@@ -35,6 +35,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/shell.h"
+#include "wifi/override.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"

@@ -14,6 +14,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/shell.h"
+#include "wifi/override.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
 #include "wired/upstream.h"
@@ -27,7 +28,6 @@ constexpr int TABLE_WIRED = 10;
 constexpr int TABLE_MESH = 20;
 constexpr int WIRED_BRIDGE_NAMES = 10;
 constexpr char MESH_BRIDGE[] = "br-mesh_rp";
-constexpr char OVERRIDE_OPTION[] = "tarn_net.local.radio_override";
 
 static bool commit(const char *package, const char *failure)
 {
@@ -60,12 +60,7 @@ static bool make_stop_lonely(uint32_t)
 
 static bool make_override(uint32_t)
 {
-    if (wifi_radio_override_active()) // another one since
-        return true;
-    const bool deleted = ng_uci_save_action_ctx(ng_uci_change_context(), ng_uci_delete_option,
-                                                nullptr, OVERRIDE_OPTION) == 0;
-    ng_uci_renew_change_context();
-    return ng_uci_commit("tarn_net") == 0 && deleted;
+    return wifi_radio_override_delete();
 }
 
 static bool make_gw_mode(uint32_t state)

@@ -7,8 +7,8 @@
 
 #include "netlink/nl80211.h"
 #include "radio_fixture.h"
+#include "wifi/override.h"
 #include "wifi/radio/dfs.h"
-#include "wifi/radio/override.h"
 
 namespace {
 

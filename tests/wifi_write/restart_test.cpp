@@ -2,6 +2,7 @@
 // documents.
 #include "writer_fixture.h"
 
+#include "wifi/override.h"
 #include "wifi/settings/document.h"
 
 #include <fcntl.h>

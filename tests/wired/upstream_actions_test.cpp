@@ -1,6 +1,7 @@
 // What the node does when its upstream changes, as whole lists: commands with what stood committed
 // when they ran, events, UCI values, kernel rules, LED flags. And what it does when that fails.
 #include "platform/zu/led.h"
+#include "wifi/override.h"
 #include "wired/node_fixture.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"

@@ -2,7 +2,7 @@
 // list's items is.
 #include "config_record.h"
 
-#include "wifi/write/writer.h"
+#include "wifi/write/commit.h"
 
 #include <uci.h>
 

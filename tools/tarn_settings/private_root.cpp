@@ -3,7 +3,7 @@
 // runs them and goes on.
 #include "private_root.h"
 
-#include "wifi/write/writer.h"
+#include "wifi/write/commit.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -4,7 +4,7 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "wifi/radio/override.h"
+#include "wifi/override.h"
 #include "wifi/settings/document.h"
 #include "wifi/settings/parse.h"
 #include "wifi/wifi.h"

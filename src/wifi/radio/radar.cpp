@@ -7,8 +7,8 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
+#include "wifi/override.h"
 #include "wifi/radio/dfs.h"
-#include "wifi/radio/override.h"
 #include "wifi/radio/radio_internal.h"
 
 #include <optional>

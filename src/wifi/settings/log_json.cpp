@@ -1,8 +1,9 @@
 // Parts of a settings document in the log, without what must not be there.
 
+#include "wifi/settings/log_json.h"
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
-#include "wifi/settings/parse_internal.h"
 
 #include <cstring>
 

@@ -5,13 +5,12 @@
 #include "wifi/settings/parse.h"
 
 #include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "wifi/radio/override.h"
+#include "wifi/override.h"
+#include "wifi/settings/log_json.h"
 #include "wifi/settings/parse_internal.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wifi/write/writer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -182,74 +181,6 @@ bool parse_sections(const settings_values &values, wifi_settings *settings)
     return true;
 }
 
-void acknowledge_override(blob_attr *nonce, wifi_settings *settings)
-{
-    if (!nonce || strcmp(blobmsg_get_string(nonce), settings->radio_override) != 0)
-        return;
-    log_notice("Cloud has acknowledged our channel change, obeying configs again");
-    settings->radio_override[0] = '\0';
-    settings->override_reason[0] = '\0';
-    settings->orphan_connect_radio = 0;
-    settings->orphan_connect_bssid[0] = '\0';
-}
-
-bool parse_orphan_connect_config(blob_attr *table, wifi_settings *settings)
-{
-    settings_log_json(SETTINGS_ORPHAN_CONNECT, table);
-    settings_values values;
-    if (!settings_parse_level(SETTINGS_ORPHAN_CONNECT, table, &values))
-        return false;
-    blob_attr *radio = values.get("radio");
-    if (!radio) {
-        log_error("No radio for orphan_connect");
-        return false;
-    }
-    const int index = platform_wireless_get_radio_idx(blobmsg_get_string(radio));
-    if (index < 0) {
-        log_error("Invalid radio for orphan_connect");
-        return false;
-    }
-    blob_attr *bssid = values.get("bssid");
-    if (!bssid) {
-        log_error("No bssid for orphan_connect");
-        return false;
-    }
-    settings->orphan_connect_radio = index;
-    settings_store_text(settings->orphan_connect_bssid, sizeof(settings->orphan_connect_bssid),
-                        blobmsg_get_string(bssid));
-    return true;
-}
-
-void ask_for_override(const char *reason, wifi_parsed_document *parsed)
-{
-    parsed->override_reason = reason;
-    for (wifi_ssid_settings &ssid : parsed->settings->ssids)
-        ssid.configured = true;
-}
-
-//  lonely_friend there?     true: override "lonely"; false: nothing, also not what follows
-//  orphan_connect there?    override "orphan_connect"
-//  an override in force?    refuse the document: the cloud has not seen our change yet
-bool parse_overrides(const settings_values &values, wifi_parsed_document *parsed)
-{
-    if (blob_attr *lonely = values.get("lonely_friend")) {
-        if (blobmsg_get_u8(lonely))
-            ask_for_override("lonely", parsed);
-        return true;
-    }
-    if (blob_attr *orphan_connect = values.get("orphan_connect")) {
-        if (!parse_orphan_connect_config(orphan_connect, parsed->settings))
-            return false;
-        ask_for_override("orphan_connect", parsed);
-        return true;
-    }
-    if (parsed->settings->radio_override[0]) {
-        log_error("Local radio settings override, ignoring configuration");
-        return false;
-    }
-    return true;
-}
-
 void take_antenna_type(blob_attr *attr, wifi_settings *settings)
 {
     if (!attr)
@@ -297,35 +228,10 @@ int wifi_settings_parse(blob_attr *params, wifi_parsed_document *parsed)
     if (!parse_sections(values, settings))
         return UBUS_STATUS_INVALID_ARGUMENT;
     parsed->neighbors = values.get("neighbors");
-    acknowledge_override(values.get("channel_change_nonce"), settings);
     take_scanning_period(values.get("scanning_period"), settings);
     settings->save_orphans = values.get("save_orphans") != nullptr;
-    if (!parse_overrides(values, parsed))
+    if (!wifi_override_parse(values, parsed))
         return UBUS_STATUS_INVALID_ARGUMENT;
     take_antenna_type(values.get("antenna_type"), settings);
-    return 0;
-}
-
-int wifid_parse_config(blob_attr *params)
-{
-    if (!params) {
-        log_error("%s is NULL", "msg");
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    // Too large for the stack of a small device, and only one parse runs at a time.
-    static wifi_settings working;
-    memcpy(&working, wifi_live_settings(), sizeof(working));
-    wifi_parsed_document parsed = {&working, nullptr, nullptr};
-    if (wifi_settings_parse(params, &parsed) != 0)
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    if (parsed.override_reason)
-        wifi_set_radio_override(parsed.override_reason, &working);
-    if (wifid_write_config(&working) != 0) {
-        ng_uci_drop_changes(); // the override's
-        log_error("Failed to write uci batch config");
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    if (parsed.neighbors)
-        wifi_stage_neighbors(parsed.neighbors);
     return 0;
 }

@@ -7,8 +7,8 @@ struct blob_attr;
 
 /// What a document comes to.
 struct wifi_parsed_document {
-    wifi_settings
-        *settings; ///< to be given: a copy of the live record; what the document omits stays
+    /// To be given: a copy of the live record; what the document omits stays.
+    wifi_settings *settings;
     const char *override_reason; ///< the local radio override it asks for ("lonely", ...), or null
     blob_attr *neighbors;        ///< its neighbour list, checked, within the document; or null
 };
@@ -17,10 +17,6 @@ struct wifi_parsed_document {
 /// or 2 (UBUS_STATUS_INVALID_ARGUMENT), the reason logged at ERROR, and `settings` is then
 /// half-changed and to be thrown away. Nothing else is changed.
 [[nodiscard]] int wifi_settings_parse(blob_attr *params, wifi_parsed_document *parsed);
-
-/// Parses a document into a copy of the live record, hands it to the settings writer and stages its
-/// neighbour list. 0, or 2: then nothing has changed.
-[[nodiscard]] int wifid_parse_config(blob_attr *params);
 
 /// Platform radio of a band type, or -1.
 int wifid_find_radio(int band);

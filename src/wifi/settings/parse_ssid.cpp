@@ -1,6 +1,7 @@
 // One element of `ssids`: the network of one slot, with its bands, clients and addresses.
 
 #include "platform/zu/log.h"
+#include "wifi/settings/log_json.h"
 #include "wifi/settings/parse.h"
 #include "wifi/settings/parse_internal.h"
 #include "wifi/wifi.h"

@@ -17,6 +17,7 @@
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write/commit.h"
 #include "wifi/write/kept.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
@@ -123,6 +124,14 @@ void staged_becomes_pending()
     update_led_flag("config", true);
 }
 
+void end_wait_now()
+{
+    uloop_timeout_cancel(&delayed_timer);
+    wifi_delayed_wireless_cb(&delayed_timer);
+}
+
+} // namespace
+
 void parse_config_event_delayed_wireless(bool success)
 {
     if (!staged_file[0])
@@ -132,14 +141,6 @@ void parse_config_event_delayed_wireless(bool success)
     else
         staged_becomes_pending();
 }
-
-void end_wait_now()
-{
-    uloop_timeout_cancel(&delayed_timer);
-    wifi_delayed_wireless_cb(&delayed_timer);
-}
-
-} // namespace
 
 void wifi_delayed_drop()
 {
@@ -188,27 +189,6 @@ void wifid_cancel_delayed_wireless()
     uloop_timeout_cancel(&delayed_timer);
     forget(pending_file);
     update_led_flag("config", false);
-}
-
-void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, const char *,
-                                      blob_attr *msg)
-{
-    static constexpr blobmsg_policy POLICY[] = {{"success", BLOBMSG_TYPE_INT8}};
-    if (!msg) {
-        log_error("%s is NULL", "msg");
-        return;
-    }
-    blob_attr *success = nullptr;
-    if (blobmsg_parse(POLICY, 1, &success, blob_data(msg), blob_len(msg)) != 0) {
-        log_error("Unable to parse parse_config status event");
-        return;
-    }
-    if (!success) {
-        log_error("parse_config status event didn't contain success flag");
-        return;
-    }
-    parse_config_event_delayed_wireless(blobmsg_get_bool(success));
-    parse_config_event_neighbors(blobmsg_get_bool(success));
 }
 
 void wifid_maint_window_handler(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg)

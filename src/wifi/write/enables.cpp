@@ -10,6 +10,7 @@
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "wifi/override.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"

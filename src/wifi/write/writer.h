@@ -1,16 +1,18 @@
-// Putting a parsed settings record in force.
+// Writing a settings record to the configuration.
 #pragma once
 
 #include "wifi/settings/record.h"
 
-#include <span>
+#include <string>
 
-/// The packages that a push writes to.
-std::span<const char *const> wifi_written_packages();
-
-/// Makes `settings` the live record. 0 or -1 (logged).
-[[nodiscard]] int wifid_write_config(const wifi_settings *settings);
-
-/// Why wifid_write_config() would apply these radio settings at once ("no radio carries the mesh"),
-/// or null when it would hold them back until the push is confirmed.
+/// Writes `settings` as save actions, uncommitted. Radio settings that have to wait for the push's
+/// confirmation stand in the batch file that `held_back` then names. 0, or -1 (logged): then no
+/// change waits.
+[[nodiscard]] int wifi_write_settings(const wifi_settings &settings, std::string *held_back);
+/// Why wifi_write_settings() would write the radio settings at once ("no radio carries the mesh"),
+/// or null when it would hold them back.
 const char *wifi_at_once_reason(const wifi_settings &settings);
+/// Makes the section of our own that the node's own options stand in, where it is missing.
+void wifi_make_local_section();
+/// The portal's host files, with the addresses written last; to be called when they are committed.
+void wifi_write_portal_hosts();

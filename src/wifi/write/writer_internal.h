@@ -1,8 +1,9 @@
 // What the files of the settings writer share. Each writes the options of one noun as save actions
-// of the change context; nothing is committed before writer.cpp does it.
+// of the change context; push.cpp commits them.
 #pragma once
 
 #include "wifi/settings/record.h"
+#include "wifi/write/writer.h"
 
 #include <cstdint>
 #include <string>
@@ -59,8 +60,6 @@ int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
 void wifi_write_radios(const wifi_write &w);
 /// Addresses, DHCP, DNS, forwarding and portal of the mesh gateway and every SSID.
 void wifi_write_networks(const wifi_write &w);
-/// The portal's host files, with the addresses written last; to be called when they are committed.
-void wifi_write_portal_hosts();
 /// DNS instance of an SSID.
 void wifi_write_dns(const wifi_write &w, int ssid);
 /// The access list of an SSID on every radio.

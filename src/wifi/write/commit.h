@@ -1,0 +1,24 @@
+// Committing what a push changed, and what the radios are set to since.
+#pragma once
+
+#include "wifi/settings/record.h"
+
+#include <span>
+
+/// The packages that a push writes to.
+std::span<const char *const> wifi_written_packages();
+/// False (logged) when another process holds a lock on a package that a push writes, for which the
+/// loop must not stand still, or the package does not parse: half a push is none.
+[[nodiscard]] bool wifi_packages_can_be_changed();
+/// Commits what is changed in any of a push's packages, as one; `changed`, unless null, says
+/// whether anything was. 0, or -1 (logged): then nothing is changed and no change waits.
+[[nodiscard]] int wifi_commit_packages(bool *changed);
+/// The same; what is configured then is what the radios are set to.
+[[nodiscard]] int wifi_commit_radio_settings();
+
+/// What the radios are set to, which differs from the live record while a batch file waits.
+const wifi_settings &wifi_in_force();
+/// The radios were set to these settings.
+void wifi_in_force_set(const wifi_settings &settings);
+/// The radios were set to what is configured now.
+void wifi_radios_now_in_force();
