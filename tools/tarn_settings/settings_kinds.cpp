@@ -8,7 +8,7 @@
 #include "wifi/settings/document.h"
 #include "wifi/settings/parse.h"
 #include "wifi/wifi.h"
-#include "wifi/write/kept.h"
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/writer.h"
 #include "wired/wired.h"
 #include "wired/wired_settings.h"

@@ -110,33 +110,42 @@ void settings_store_text(char *member, size_t size, const char *text)
     member[length] = '\0';
 }
 
-static void store_value(const settings_field &field, blob_attr *value, char *member)
+settings_value settings_load(settings_kind kind, const char *member)
 {
-    switch (field.kind) {
-    case SETTINGS_BOOL: {
-        const bool on = blobmsg_get_u8(value) != 0;
+    settings_value value;
+    if (kind == SETTINGS_STRING)
+        value.text = member;
+    else if (kind == SETTINGS_BOOL)
+        value.number = *member != 0;
+    else
+        memcpy(&value.number, member, sizeof(value.number));
+    return value;
+}
+
+void settings_save(settings_kind kind, uint32_t size, char *member, const settings_value &value)
+{
+    const bool on = value.number != 0;
+    const uint32_t number = kind == SETTINGS_FLAG ? on : value.number;
+    if (kind == SETTINGS_STRING)
+        settings_store_text(member, size, value.text);
+    else if (kind == SETTINGS_BOOL)
         memcpy(member, &on, sizeof(on));
-        return;
-    }
-    case SETTINGS_FLAG: {
-        const uint32_t on = blobmsg_get_u8(value) != 0;
-        memcpy(member, &on, sizeof(on));
-        return;
-    }
-    case SETTINGS_INT: {
-        const uint32_t number = blobmsg_get_u32(value);
+    else
         memcpy(member, &number, sizeof(number));
-        return;
-    }
-    case SETTINGS_STRING:
-        settings_store_text(member, field.size, blobmsg_get_string(value));
-        return;
-    case SETTINGS_TABLE:
-    case SETTINGS_TABLES:
-    case SETTINGS_INTS:
-    case SETTINGS_STRINGS:
-    case SETTINGS_PRESENCE:
-        return; // never bound to a member
+}
+
+/// An attribute's value; of an array or a table none.
+static settings_value value_of(blob_attr *attr)
+{
+    switch (blobmsg_type(attr)) {
+    case BLOBMSG_TYPE_INT8:
+        return {blobmsg_get_u8(attr), nullptr};
+    case BLOBMSG_TYPE_INT32:
+        return {blobmsg_get_u32(attr), nullptr};
+    case BLOBMSG_TYPE_STRING:
+        return {0, blobmsg_get_string(attr)};
+    default:
+        return {};
     }
 }
 
@@ -145,6 +154,7 @@ void settings_store(const settings_values &values, void *record)
     for (size_t i = 0; i < values.level->fields.size(); i++) {
         const settings_field &field = values.level->fields[i];
         if (values.attrs[i] && field.offset != SETTINGS_NO_MEMBER)
-            store_value(field, values.attrs[i], static_cast<char *>(record) + field.offset);
+            settings_save(field.kind, field.size, static_cast<char *>(record) + field.offset,
+                          value_of(values.attrs[i]));
     }
 }

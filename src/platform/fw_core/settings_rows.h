@@ -19,8 +19,8 @@ enum settings_kind : uint8_t {
     SETTINGS_STRING,   ///< STRING into a text, cut to its size
     SETTINGS_TABLE,    ///< TABLE described by `level`
     SETTINGS_TABLES,   ///< ARRAY of tables described by `level`
-    SETTINGS_INTS,     ///< ARRAY of INT32
-    SETTINGS_STRINGS,  ///< ARRAY of STRING
+    SETTINGS_INTS,     ///< ARRAY of INT32; in a record int32_t's with their count right behind
+    SETTINGS_STRINGS,  ///< ARRAY of STRING; in a record texts of one size, up to the first empty
     SETTINGS_PRESENCE, ///< ARRAY whose being there is all that counts
 };
 
@@ -129,6 +129,16 @@ struct settings_values {
 /// Tells the caller of parse_config in one message which keys of the document no row has, with
 /// their places ("ssids[0].psk"). Only for a message that zu_blobmsg_valid() accepts.
 void settings_explain_unknown_keys(const settings_level &level, blob_attr *params);
+/// A value on its way between document, record and configuration: a number, unless it is a text.
+struct settings_value {
+    uint32_t number = 0;
+    const char *text = nullptr;
+};
+/// What a record's member of that kind holds; only of kinds that are neither tables nor arrays.
+settings_value settings_load(settings_kind kind, const char *member);
+/// Puts a value into a record's member of `size` bytes; only of those kinds.
+void settings_save(settings_kind kind, uint32_t size, char *member, const settings_value &value);
+
 /// Stores every value that is there and has a member of its own.
 void settings_store(const settings_values &values, void *record);
 /// A text into a member or slot of `size` bytes, cut and terminated.

@@ -2,23 +2,29 @@
 
 #include "wifi/settings/document.h"
 
-#include "wifi/settings/record.h"
+#include "wifi/settings/fields.h"
 
 namespace {
 
-// MEMBER binds a key to a member of the level's record; what is not bound is taken by the parser's
-// code. Further members of the row follow.
-#define MEMBER(name, type, record, member, ...)                                                    \
-    settings_field                                                                                 \
-    {                                                                                              \
-        .key = name, .kind = type, .offset = offsetof(record, member),                             \
-        .size = sizeof(record::member), __VA_ARGS__                                                \
-    }
-#define CODED(name, type, ...)                                                                     \
-    settings_field                                                                                 \
-    {                                                                                              \
-        .key = name, .kind = type, __VA_ARGS__                                                     \
-    }
+// Binds a key to the row of a setting; a key of another name gives that as well. What is not bound
+// is taken by the parser's code.
+consteval settings_field bound(std::span<const wifi_field> rows, const char *key, const char *name,
+                               settings_field field)
+{
+    const wifi_field *row = wifi_find_field(rows, name); // null does not compile
+    field.key = key;
+    field.kind = row->kind;
+    field.offset = row->offset;
+    field.size = row->size;
+    field.secret = row->secret;
+    return field;
+}
+
+consteval settings_field bound(std::span<const wifi_field> rows, const char *key,
+                               settings_field field)
+{
+    return bound(rows, key, key, field);
+}
 
 constexpr uint8_t CHANNELS[] = {
     1,   2,   3,   4,   5,   6,   7,   8,   9,   10,  11,  12,  13,  14,  36,  38,
@@ -59,225 +65,265 @@ constexpr settings_limits NEIGHBOR_REPORT = {.pattern = "^([0-9A-Fa-f]{2}){1,255
                                              .rule = "2 to 510 hex digits, an even number"};
 
 constexpr settings_field TOP_ROWS[] = {
-    MEMBER("enable", SETTINGS_BOOL, wifi_settings, enable, .meaning = "wireless as a whole"),
-    CODED("ap_scan", SETTINGS_BOOL, .meaning = "accepted and not read: every document turns it off",
-          .absent = "off", .never_read = true),
-    CODED("mesh", SETTINGS_TABLE, .level = &SETTINGS_MESH, .meaning = "the mesh",
-          .error = "Failed to parse mesh data"),
-    CODED("regulatory", SETTINGS_TABLE, .level = &SETTINGS_REGULATORY, .meaning = "country and DFS",
-          .error = "Failed to parse regulatory data"),
-    CODED("radios", SETTINGS_TABLES, .level = &SETTINGS_RADIO, .meaning = "the radios",
-          .error = "Failed to parse radios data"),
-    CODED("ssids", SETTINGS_TABLES, .level = &SETTINGS_SSID, .meaning = "the networks",
-          .error = "Failed to parse ssids data"),
-    MEMBER("delayed_settings", SETTINGS_BOOL, wifi_settings, delayed,
-           .meaning = "hold changes that disturb the mesh back until the push is confirmed"),
-    CODED("neighbors", SETTINGS_TABLES, .level = &SETTINGS_NEIGHBOR, .limits = &NEIGHBORS,
-          .meaning = "access points around, for 802.11k neighbour reports; replaces the whole list",
-          .error = "Failed to parse neighbor list"),
-    MEMBER("node_id", SETTINGS_INT, wifi_settings, node_id,
-           .meaning = "number of the node in its cloud network, from which its addresses follow; "
-                      "negative: none"),
-    CODED("lonely_friend", SETTINGS_BOOL,
-          .meaning = "true: these radio settings hold until a document repeats the nonce shown as "
-                     "`radio_override`; false: take the document although such a hold is in force",
-          .absent = "a hold in force refuses the document",
-          .error = "Local radio settings override, ignoring configuration"),
-    CODED("channel_change_nonce", SETTINGS_STRING,
-          .meaning = "repeats the nonce of a hold and so ends it; any other text does nothing",
-          .absent = "a hold in force refuses the document",
-          .error = "Local radio settings override, ignoring configuration"),
-    CODED("save_orphans", SETTINGS_PRESENCE,
-          .meaning = "being there turns the orphan network on; its elements are not read",
-          .absent = "off"),
-    CODED("orphan_connect", SETTINGS_TABLE, .level = &SETTINGS_ORPHAN_CONNECT,
-          .meaning = "join the network of a node that saves orphans, and hold the radio settings; "
-                     "not read beside `lonely_friend`"),
-    CODED("scanning_period", SETTINGS_INT, .limits = &MINUTES,
-          .meaning = "minutes between scans; more wraps around"),
-    MEMBER("presence_enable", SETTINGS_BOOL, wifi_settings, presence_enable,
-           .meaning = "presence reporting"),
-    MEMBER("presence_period", SETTINGS_INT, wifi_settings, presence_interval,
-           .meaning = "time between presence reports"),
-    CODED("antenna_type", SETTINGS_STRING, .limits = &ANTENNA,
-          .meaning = "external antenna; any other text is passed over"),
+    bound(NODE_FIELDS, "enable", {.meaning = "wireless as a whole"}),
+    {.key = "ap_scan",
+     .kind = SETTINGS_BOOL,
+     .meaning = "accepted and not read: every document turns it off",
+     .absent = "off",
+     .never_read = true},
+    {.key = "mesh",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_MESH,
+     .meaning = "the mesh",
+     .error = "Failed to parse mesh data"},
+    {.key = "regulatory",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_REGULATORY,
+     .meaning = "country and DFS",
+     .error = "Failed to parse regulatory data"},
+    {.key = "radios",
+     .kind = SETTINGS_TABLES,
+     .level = &SETTINGS_RADIO,
+     .meaning = "the radios",
+     .error = "Failed to parse radios data"},
+    {.key = "ssids",
+     .kind = SETTINGS_TABLES,
+     .level = &SETTINGS_SSID,
+     .meaning = "the networks",
+     .error = "Failed to parse ssids data"},
+    bound(NODE_FIELDS, "delayed_settings", "delayed",
+          {.meaning = "hold changes that disturb the mesh back until the push is confirmed"}),
+    {.key = "neighbors",
+     .kind = SETTINGS_TABLES,
+     .level = &SETTINGS_NEIGHBOR,
+     .limits = &NEIGHBORS,
+     .meaning = "access points around, for 802.11k neighbour reports; replaces the whole list",
+     .error = "Failed to parse neighbor list"},
+    bound(NODE_FIELDS, "node_id",
+          {.meaning = "number of the node in its cloud network, from which its addresses follow; "
+                      "negative: none"}),
+    {.key = "lonely_friend",
+     .kind = SETTINGS_BOOL,
+     .meaning = "true: these radio settings hold until a document repeats the nonce shown as "
+                "`radio_override`; false: take the document although such a hold is in force",
+     .absent = "a hold in force refuses the document",
+     .error = "Local radio settings override, ignoring configuration"},
+    {.key = "channel_change_nonce",
+     .kind = SETTINGS_STRING,
+     .meaning = "repeats the nonce of a hold and so ends it; any other text does nothing",
+     .absent = "a hold in force refuses the document",
+     .error = "Local radio settings override, ignoring configuration"},
+    {.key = "save_orphans",
+     .kind = SETTINGS_PRESENCE,
+     .meaning = "being there turns the orphan network on; its elements are not read",
+     .absent = "off"},
+    {.key = "orphan_connect",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_ORPHAN_CONNECT,
+     .meaning = "join the network of a node that saves orphans, and hold the radio settings; "
+                "not read beside `lonely_friend`"},
+    {.key = "scanning_period",
+     .kind = SETTINGS_INT,
+     .limits = &MINUTES,
+     .meaning = "minutes between scans; more wraps around"},
+    bound(NODE_FIELDS, "presence_enable", {.meaning = "presence reporting"}),
+    bound(NODE_FIELDS, "presence_period", "presence_interval",
+          {.meaning = "time between presence reports"}),
+    {.key = "antenna_type",
+     .kind = SETTINGS_STRING,
+     .limits = &ANTENNA,
+     .meaning = "external antenna; any other text is passed over"},
 };
 
 constexpr settings_field MESH_ROWS[] = {
-    MEMBER("protocol", SETTINGS_STRING, wifi_settings, mesh_protocol,
-           .meaning = "routing algorithm of batman-adv"),
-    CODED("batman", SETTINGS_TABLE, .level = &SETTINGS_BATMAN, .meaning = "batman-adv",
-          .error = "Unable to parse batman settings"),
-    MEMBER("key", SETTINGS_STRING, wifi_settings, mesh_key, .meaning = "key of the mesh",
-           .secret = true),
+    bound(NODE_FIELDS, "protocol", "mesh_protocol", {.meaning = "routing algorithm of batman-adv"}),
+    {.key = "batman",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_BATMAN,
+     .meaning = "batman-adv",
+     .error = "Unable to parse batman settings"},
+    bound(NODE_FIELDS, "key", "mesh_key", {.meaning = "key of the mesh"}),
 };
 
 constexpr settings_field BATMAN_ROWS[] = {
-    MEMBER("hop_penalty", SETTINGS_INT, wifi_settings, hop_penalty, .meaning = "hop penalty"),
-    MEMBER("gw_stickiness", SETTINGS_INT, wifi_settings, gw_stickiness,
-           .meaning = "how much better another gateway must be"),
-    MEMBER("bridge_loop_avoidance", SETTINGS_BOOL, wifi_settings, bridge_loop_avoidance,
-           .meaning = "bridge loop avoidance"),
+    bound(NODE_FIELDS, "hop_penalty", {.meaning = "hop penalty"}),
+    bound(NODE_FIELDS, "gw_stickiness", {.meaning = "how much better another gateway must be"}),
+    bound(NODE_FIELDS, "bridge_loop_avoidance", {.meaning = "bridge loop avoidance"}),
 };
 
 constexpr settings_field REGULATORY_ROWS[] = {
-    MEMBER("outdoor", SETTINGS_BOOL, wifi_settings, reg_outdoor, .meaning = "outdoor rules apply"),
-    CODED("country", SETTINGS_STRING, .limits = &COUNTRY, .meaning = "country code",
-          .error = "Got incorrect length for country '%s'"),
-    CODED("dfs", SETTINGS_TABLE, .level = &SETTINGS_DFS, .meaning = "channels shared with radar",
-          .error = "Failed to parse DFS"),
+    bound(NODE_FIELDS, "outdoor", "reg_outdoor", {.meaning = "outdoor rules apply"}),
+    {.key = "country",
+     .kind = SETTINGS_STRING,
+     .limits = &COUNTRY,
+     .meaning = "country code",
+     .error = "Got incorrect length for country '%s'"},
+    {.key = "dfs",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_DFS,
+     .meaning = "channels shared with radar",
+     .error = "Failed to parse DFS"},
 };
 
 constexpr settings_field DFS_ROWS[] = {
-    MEMBER("enable", SETTINGS_BOOL, wifi_settings, dfs_enable, .meaning = "DFS channels allowed"),
-    CODED("channels", SETTINGS_INTS, .limits = &DFS_CHANNELS,
-          .meaning = "allowed DFS channels, replacing the list; elements that are no integers and "
-                     "what is too much are passed over"),
+    bound(NODE_FIELDS, "enable", "dfs_enable", {.meaning = "DFS channels allowed"}),
+    {.key = "channels",
+     .kind = SETTINGS_INTS,
+     .limits = &DFS_CHANNELS,
+     .meaning = "allowed DFS channels, replacing the list; elements that are no integers and "
+                "what is too much are passed over"},
 };
 
 constexpr settings_field RADIO_ROWS[] = {
-    MEMBER("enable", SETTINGS_FLAG, wifi_radio_settings, enable, .meaning = "the radio is on"),
-    CODED("band", SETTINGS_STRING, .limits = &RADIO_IN_USE,
-          .meaning = "which radio this is; an element for \"scanning\" is passed over",
-          .error = "Failed to find 'band' key in msg; invalid radio index: %d", .required = true),
-    MEMBER("channel", SETTINGS_INT, wifi_radio_settings, channel, .limits = &CHANNEL,
+    bound(RADIO_FIELDS, "enable", {.meaning = "the radio is on"}),
+    {.key = "band",
+     .kind = SETTINGS_STRING,
+     .limits = &RADIO_IN_USE,
+     .meaning = "which radio this is; an element for \"scanning\" is passed over",
+     .error = "Failed to find 'band' key in msg; invalid radio index: %d",
+     .required = true},
+    bound(RADIO_FIELDS, "channel",
+          {.limits = &CHANNEL,
            .meaning = "channel; a radio that has none yet needs it",
-           .error = "invalid channel: %d"),
-    MEMBER("mode", SETTINGS_STRING, wifi_radio_settings, htmode,
-           .meaning = "HT mode, for example \"VHT80\""),
-    MEMBER("txpower", SETTINGS_INT, wifi_radio_settings, txpower,
-           .meaning = "transmit power in dBm"),
-    MEMBER("rtscts", SETTINGS_INT, wifi_radio_settings, rtscts,
-           .meaning = "RTS/CTS threshold in bytes"),
-    MEMBER("disable_lower_rates", SETTINGS_INT, wifi_radio_settings, disable_lower_rates,
-           .meaning = "1: rates from 24 Mbit/s, 2: from 6 Mbit/s, else all"),
-    MEMBER("mesh_enable", SETTINGS_BOOL, wifi_radio_settings, mesh_enable,
-           .meaning = "the radio carries the mesh"),
+           .error = "invalid channel: %d"}),
+    bound(RADIO_FIELDS, "mode", "htmode", {.meaning = "HT mode, for example \"VHT80\""}),
+    bound(RADIO_FIELDS, "txpower", {.meaning = "transmit power in dBm"}),
+    bound(RADIO_FIELDS, "rtscts", {.meaning = "RTS/CTS threshold in bytes"}),
+    bound(RADIO_FIELDS, "disable_lower_rates",
+          {.meaning = "1: rates from 24 Mbit/s, 2: from 6 Mbit/s, else all"}),
+    bound(RADIO_FIELDS, "mesh_enable", {.meaning = "the radio carries the mesh"}),
 };
 
 constexpr settings_field SSID_ROWS[] = {
-    CODED("index", SETTINGS_INT, .limits = &SLOT,
-          .meaning = "which of the four networks this is; the error names it less one",
-          .error = "Failed to find 'index' key in msg; Invalid ssid index: %d", .required = true),
-    MEMBER("enable", SETTINGS_BOOL, wifi_ssid_settings, enable, .meaning = "the network is on"),
-    MEMBER("ssid", SETTINGS_STRING, wifi_ssid_settings, ssid, .meaning = "name of the network"),
-    MEMBER("key", SETTINGS_STRING, wifi_ssid_settings, key, .meaning = "passphrase",
-           .secret = true),
-    MEMBER("enc", SETTINGS_STRING, wifi_ssid_settings, enc,
-           .meaning = "encryption, for example \"psk2\" or \"wpa3\""),
-    MEMBER("radius_server", SETTINGS_STRING, wifi_ssid_settings, radius_server,
-           .meaning = "authentication server"),
-    MEMBER("radius_port", SETTINGS_INT, wifi_ssid_settings, radius_port,
-           .meaning = "UDP port of the authentication server"),
-    MEMBER("radius_key", SETTINGS_STRING, wifi_ssid_settings, radius_key,
-           .meaning = "secret shared with the authentication server", .secret = true),
-    MEMBER("vlan_tag", SETTINGS_INT, wifi_ssid_settings, vlan_tag,
-           .meaning = "VLAN id, 1 to 4095; anything else: no VLAN"),
-    MEMBER("bridge_to_lan", SETTINGS_BOOL, wifi_ssid_settings, bridge_to_lan,
-           .meaning = "clients are bridged to the wired LAN"),
-    MEMBER("rebind_protection", SETTINGS_BOOL, wifi_ssid_settings, rebind_protection,
-           .meaning = "refuse private addresses in DNS answers"),
-    MEMBER("roaming_domain", SETTINGS_STRING, wifi_ssid_settings, roaming_domain,
-           .meaning = "802.11r mobility domain, 4 hex digits; empty: no fast transition"),
-    MEMBER("roaming_key", SETTINGS_STRING, wifi_ssid_settings, roaming_key,
-           .meaning = "key between the nodes of the mobility domain, 64 hex digits",
-           .secret = true),
-    MEMBER("radius_acct_server", SETTINGS_STRING, wifi_ssid_settings, radius_acct_server,
-           .meaning = "accounting server"),
-    MEMBER("radius_acct_key", SETTINGS_STRING, wifi_ssid_settings, radius_acct_key,
-           .meaning = "secret shared with the accounting server", .secret = true),
-    MEMBER("radius_acct_port", SETTINGS_INT, wifi_ssid_settings, radius_acct_port,
-           .meaning = "UDP port of the accounting server"),
-    MEMBER("neighbor_reports", SETTINGS_BOOL, wifi_ssid_settings, neigh_report,
-           .meaning = "802.11k neighbour reports"),
-    MEMBER("anyip", SETTINGS_BOOL, wifi_ssid_settings, anyip,
-           .meaning = "serve clients with any fixed address"),
-    MEMBER("lan_block", SETTINGS_BOOL, wifi_ssid_settings, lan_block,
-           .meaning = "clients do not reach the wired LAN"),
-    MEMBER("client_isolation", SETTINGS_BOOL, wifi_ssid_settings, client_isolate,
-           .meaning = "clients do not reach one another"),
-    MEMBER("smtp_redirect", SETTINGS_STRING, wifi_ssid_settings, smtp_redir,
-           .meaning = "address that outgoing mail is redirected to; empty: none"),
-    CODED("dns_servers", SETTINGS_STRINGS, .limits = &DNS_SERVERS,
-          .meaning = "name servers of the clients, replacing the list up to the first empty one; "
-                     "elements that are no texts and what is too much are passed over"),
-    CODED("bands", SETTINGS_TABLES, .level = &SETTINGS_BAND,
-          .meaning = "name and use of the network per band",
-          .error = "Failed to parse band, ssid_idx = %d"),
-    CODED("access_control_list", SETTINGS_STRINGS, .limits = &ACL,
-          .meaning = "the only clients admitted, replacing the list; elements that are no MAC "
-                     "addresses (NOTICE \"Got incorrect format for acl '%s'\") and what is too "
-                     "much are passed over"),
-    MEMBER("hidden", SETTINGS_BOOL, wifi_ssid_settings, hidden,
-           .meaning = "beacons do not tell the name"),
-    CODED("dhcp", SETTINGS_TABLE, .level = &SETTINGS_DHCP,
-          .meaning = "addresses of the network's own for its clients",
-          .error = "Failed to parse DHCP settings, ssid_idx = %d"),
-    MEMBER("dns_intercept", SETTINGS_BOOL, wifi_ssid_settings, dns_intercept,
-           .meaning = "answer the clients' DNS queries here, whatever server they ask"),
-    MEMBER("band_steering", SETTINGS_BOOL, wifi_ssid_settings, band_steering,
-           .meaning = "steer clients to 5 GHz"),
-    MEMBER("roaming_80211v", SETTINGS_BOOL, wifi_ssid_settings, roaming_80211v,
-           .meaning = "802.11v transition management"),
-    MEMBER("safecheck_enable", SETTINGS_BOOL, wifi_ssid_settings, safecheck_enable,
-           .meaning = "report admitted and denied clients"),
+    {.key = "index",
+     .kind = SETTINGS_INT,
+     .limits = &SLOT,
+     .meaning = "which of the four networks this is; the error names it less one",
+     .error = "Failed to find 'index' key in msg; Invalid ssid index: %d",
+     .required = true},
+    bound(SSID_FIELDS, "enable", {.meaning = "the network is on"}),
+    bound(SSID_FIELDS, "ssid", {.meaning = "name of the network"}),
+    bound(SSID_FIELDS, "key", {.meaning = "passphrase"}),
+    bound(SSID_FIELDS, "enc", {.meaning = "encryption, for example \"psk2\" or \"wpa3\""}),
+    bound(SSID_FIELDS, "radius_server", {.meaning = "authentication server"}),
+    bound(SSID_FIELDS, "radius_port", {.meaning = "UDP port of the authentication server"}),
+    bound(SSID_FIELDS, "radius_key", {.meaning = "secret shared with the authentication server"}),
+    bound(SSID_FIELDS, "vlan_tag", {.meaning = "VLAN id, 1 to 4095; anything else: no VLAN"}),
+    bound(SSID_FIELDS, "bridge_to_lan", {.meaning = "clients are bridged to the wired LAN"}),
+    bound(SSID_FIELDS, "rebind_protection", {.meaning = "refuse private addresses in DNS answers"}),
+    bound(SSID_FIELDS, "roaming_domain",
+          {.meaning = "802.11r mobility domain, 4 hex digits; empty: no fast transition"}),
+    bound(SSID_FIELDS, "roaming_key",
+          {.meaning = "key between the nodes of the mobility domain, 64 hex digits"}),
+    bound(SSID_FIELDS, "radius_acct_server", {.meaning = "accounting server"}),
+    bound(SSID_FIELDS, "radius_acct_key", {.meaning = "secret shared with the accounting server"}),
+    bound(SSID_FIELDS, "radius_acct_port", {.meaning = "UDP port of the accounting server"}),
+    bound(SSID_FIELDS, "neighbor_reports", "neigh_report",
+          {.meaning = "802.11k neighbour reports"}),
+    bound(SSID_FIELDS, "anyip", {.meaning = "serve clients with any fixed address"}),
+    bound(SSID_FIELDS, "lan_block", {.meaning = "clients do not reach the wired LAN"}),
+    bound(SSID_FIELDS, "client_isolation", "client_isolate",
+          {.meaning = "clients do not reach one another"}),
+    bound(SSID_FIELDS, "smtp_redirect", "smtp_redir",
+          {.meaning = "address that outgoing mail is redirected to; empty: none"}),
+    {.key = "dns_servers",
+     .kind = SETTINGS_STRINGS,
+     .limits = &DNS_SERVERS,
+     .meaning = "name servers of the clients, replacing the list up to the first empty one; "
+                "elements that are no texts and what is too much are passed over"},
+    {.key = "bands",
+     .kind = SETTINGS_TABLES,
+     .level = &SETTINGS_BAND,
+     .meaning = "name and use of the network per band",
+     .error = "Failed to parse band, ssid_idx = %d"},
+    {.key = "access_control_list",
+     .kind = SETTINGS_STRINGS,
+     .limits = &ACL,
+     .meaning = "the only clients admitted, replacing the list; elements that are no MAC "
+                "addresses (NOTICE \"Got incorrect format for acl '%s'\") and what is too "
+                "much are passed over"},
+    bound(SSID_FIELDS, "hidden", {.meaning = "beacons do not tell the name"}),
+    {.key = "dhcp",
+     .kind = SETTINGS_TABLE,
+     .level = &SETTINGS_DHCP,
+     .meaning = "addresses of the network's own for its clients",
+     .error = "Failed to parse DHCP settings, ssid_idx = %d"},
+    bound(SSID_FIELDS, "dns_intercept",
+          {.meaning = "answer the clients' DNS queries here, whatever server they ask"}),
+    bound(SSID_FIELDS, "band_steering", {.meaning = "steer clients to 5 GHz"}),
+    bound(SSID_FIELDS, "roaming_80211v", {.meaning = "802.11v transition management"}),
+    bound(SSID_FIELDS, "safecheck_enable", {.meaning = "report admitted and denied clients"}),
 };
 
 constexpr settings_field BAND_ROWS[] = {
-    CODED("band", SETTINGS_STRING, .limits = &SSID_BAND, .meaning = "which band this is",
-          .error = "bands array object doesn't contain a 'band' member; Invalid band: %d:%s",
-          .required = true),
-    MEMBER("enable", SETTINGS_FLAG, wifi_band_settings, enable,
-           .meaning = "the network is on this band"),
-    MEMBER("ssid", SETTINGS_STRING, wifi_band_settings, ssid,
-           .meaning = "name of the network on this band; empty: its own name"),
+    {.key = "band",
+     .kind = SETTINGS_STRING,
+     .limits = &SSID_BAND,
+     .meaning = "which band this is",
+     .error = "bands array object doesn't contain a 'band' member; Invalid band: %d:%s",
+     .required = true},
+    bound(BAND_FIELDS, "enable", "band%d_enable", {.meaning = "the network is on this band"}),
+    bound(BAND_FIELDS, "ssid", "band%d_ssid",
+          {.meaning = "name of the network on this band; empty: its own name"}),
 };
 
 constexpr settings_field DHCP_ROWS[] = {
-    CODED("enable", SETTINGS_BOOL,
-          .meaning = "addresses of its own; false: the node's, the relay is forgotten and the rest "
-                     "of the table passed over",
-          .error = "Unable to get DHCP enable", .required = true),
-    MEMBER("gateway_ip", SETTINGS_STRING, wifi_dhcp_settings, gateway_ip,
-           .meaning = "address of the node in the network"),
-    MEMBER("netmask", SETTINGS_STRING, wifi_dhcp_settings, netmask, .meaning = "netmask"),
-    MEMBER("relay", SETTINGS_STRING, wifi_dhcp_settings, relay,
-           .meaning = "DHCP server that requests are relayed to; empty: none"),
-    MEMBER("start", SETTINGS_INT, wifi_dhcp_settings, start,
-           .meaning = "first address given out, counted from the network's"),
-    MEMBER("num_leases", SETTINGS_INT, wifi_dhcp_settings, num_leases,
-           .meaning = "addresses given out"),
-    MEMBER("lease_length", SETTINGS_STRING, wifi_dhcp_settings, lease_len,
-           .meaning = "how long a lease lasts, for example \"12h\""),
+    {.key = "enable",
+     .kind = SETTINGS_BOOL,
+     .meaning = "addresses of its own; false: the node's, the relay is forgotten and the rest "
+                "of the table passed over",
+     .error = "Unable to get DHCP enable",
+     .required = true},
+    bound(DHCP_FIELDS, "gateway_ip", "dhcp_gateway",
+          {.meaning = "address of the node in the network"}),
+    bound(DHCP_FIELDS, "netmask", "dhcp_netmask", {.meaning = "netmask"}),
+    bound(DHCP_FIELDS, "relay", "dhcp_relay",
+          {.meaning = "DHCP server that requests are relayed to; empty: none"}),
+    bound(DHCP_FIELDS, "start", "dhcp_start",
+          {.meaning = "first address given out, counted from the network's"}),
+    bound(DHCP_FIELDS, "num_leases", "dhcp_leases", {.meaning = "addresses given out"}),
+    bound(DHCP_FIELDS, "lease_length", "dhcp_lease_length",
+          {.meaning = "how long a lease lasts, for example \"12h\""}),
 };
 
 constexpr settings_field ORPHAN_CONNECT_ROWS[] = {
-    CODED("radio", SETTINGS_STRING, .limits = &ANY_RADIO, .meaning = "radio to connect with",
-          .error = "No radio for orphan_connect; Invalid radio for orphan_connect",
-          .required = true),
-    CODED("bssid", SETTINGS_STRING, .limits = &ORPHAN_BSSID, .meaning = "BSSID to connect to",
-          .error = "No bssid for orphan_connect", .required = true),
+    {.key = "radio",
+     .kind = SETTINGS_STRING,
+     .limits = &ANY_RADIO,
+     .meaning = "radio to connect with",
+     .error = "No radio for orphan_connect; Invalid radio for orphan_connect",
+     .required = true},
+    {.key = "bssid",
+     .kind = SETTINGS_STRING,
+     .limits = &ORPHAN_BSSID,
+     .meaning = "BSSID to connect to",
+     .error = "No bssid for orphan_connect",
+     .required = true},
 };
 
 constexpr settings_field NEIGHBOR_ROWS[] = {
-    CODED("bssid", SETTINGS_STRING, .limits = &NEIGHBOR_BSSID,
-          .meaning = "BSSID of the access point",
-          .error = "Failed to find 'bssid' key in neighbor list element; Got incorrect format for "
-                   "neighbor bssid '%s'",
-          .required = true),
-    CODED("ssid_index", SETTINGS_INT, .limits = &SLOT,
-          .meaning = "which of the four networks it offers",
-          .error = "Failed to find 'ssid_index' key in neighbor list element; Invalid ssid index "
-                   "or report of neighbor '%s'",
-          .required = true),
-    CODED("nr", SETTINGS_STRING, .limits = &NEIGHBOR_REPORT, .meaning = "neighbour report element",
-          .error = "Failed to find 'nr' key in neighbor list element; Invalid ssid index or report "
-                   "of neighbor '%s'",
-          .required = true),
+    {.key = "bssid",
+     .kind = SETTINGS_STRING,
+     .limits = &NEIGHBOR_BSSID,
+     .meaning = "BSSID of the access point",
+     .error = "Failed to find 'bssid' key in neighbor list element; Got incorrect format for "
+              "neighbor bssid '%s'",
+     .required = true},
+    {.key = "ssid_index",
+     .kind = SETTINGS_INT,
+     .limits = &SLOT,
+     .meaning = "which of the four networks it offers",
+     .error = "Failed to find 'ssid_index' key in neighbor list element; Invalid ssid index "
+              "or report of neighbor '%s'",
+     .required = true},
+    {.key = "nr",
+     .kind = SETTINGS_STRING,
+     .limits = &NEIGHBOR_REPORT,
+     .meaning = "neighbour report element",
+     .error = "Failed to find 'nr' key in neighbor list element; Invalid ssid index or report "
+              "of neighbor '%s'",
+     .required = true},
 };
-
-#undef MEMBER
-#undef CODED
 
 constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
 constexpr auto MESH_POLICY = settings_policy(MESH_ROWS);

@@ -6,7 +6,7 @@
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "wifi/write/kept.h"
+#include "wifi/write/fields_uci.h"
 
 #include <memory>
 #include <new>

@@ -18,7 +18,7 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write/commit.h"
-#include "wifi/write/kept.h"
+#include "wifi/write/fields_uci.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
 

@@ -5,6 +5,7 @@
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wifi/write/address_plan.h"
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/writer_internal.h"
 #include "wired/upstream.h"
 
@@ -134,15 +135,12 @@ static void write_custom_addresses(const wifi_dhcp_settings &dhcp, int ssid)
 static void write_addresses(const wifi_write &w, int ssid)
 {
     const wifi_ssid_settings &settings = w.settings->ssids[ssid - 1];
-    const std::string network = numbered("network.ssid", ssid);
-    uci_put(network + ".config_enable", settings.enable);
+    const wifi_part part = wifi_ssid_part(*w.settings, ssid, -1);
+    for (const char *section : {"network.ssid%d", "network.ssid%d_vlan", "firewall.tarn"})
+        fields_write(part, section);
+    fields_write(wifi_dhcp_part(*w.settings, ssid), "network.ssid%d");
     make_dhcp_section(settings, ssid);
-    uci_put(network + ".bridge_to_lan", settings.bridge_to_lan);
-    uci_put(numbered("firewall.tarn.lan_block", ssid), settings.lan_block);
-    uci_put(network + "_vlan.vid", settings.vlan_tag);
     write_dhcp_role(w, ssid);
-    uci_put(network + ".dns_intercept", settings.dns_intercept);
-    uci_put(network + ".custom_dhcp", settings.dhcp.enable);
     if (settings.dhcp.enable)
         write_custom_addresses(settings.dhcp, ssid);
     else

@@ -5,6 +5,7 @@
 #include "wifi/radio/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/writer_internal.h"
 
 #include <cstdio>
@@ -27,12 +28,8 @@ static void stage_put(ng_uci_batch *batch, const std::string &name, int value)
 
 static void stage_radio_options(ng_uci_batch *batch, const wifi_write &w, int radio)
 {
-    const wifi_radio_settings &settings = w.settings->radios[radio];
-    const std::string section = numbered("wireless.radio", radio);
-    stage_put(batch, section + ".enable", static_cast<int>(settings.enable));
-    stage_put(batch, section + ".channel", static_cast<int>(settings.channel));
-    stage_put(batch, section + ".htmode", settings.htmode);
-    stage_put(batch, section + ".country", w.settings->reg_country);
+    fields_stage(batch, wifi_radio_part(*w.settings, radio), "wireless.radio%d");
+    fields_stage(batch, wifi_node_part(*w.settings, radio, -1), "wireless.radio%d");
     uci_put("u80211d.global.country", w.settings->reg_country); // not held back, and that is meant
 }
 
@@ -79,18 +76,7 @@ static void stage_mesh(ng_uci_batch *batch, const wifi_write &w, int radio)
         ng_uci_batch_del_fmt(batch, "%s", network.c_str());
     }
     stage_put(batch, wireless + ".enable", mesh_enable_now(w, radio));
-    stage_put(batch, wireless + ".key", w.settings->mesh_key);
-}
-
-static void stage_dfs(ng_uci_batch *batch, const wifi_write &w, int radio)
-{
-    const std::string section = numbered("wireless.radio", radio);
-    stage_put(batch, section + ".dfs_enable", w.settings->dfs_enable);
-    stage_put(batch, section + ".chanlist_count", w.settings->dfs_channel_count);
-    ng_uci_batch_del_fmt(batch, "%s.channels", section.c_str());
-    for (int i = 0; i < w.settings->dfs_channel_count; i++)
-        ng_uci_batch_fmt_list(batch, std::to_string(w.settings->dfs_channels[i]).c_str(),
-                              "%s.channels", section.c_str());
+    fields_stage(batch, wifi_node_part(*w.settings, radio, -1), "wireless.mesh%d");
 }
 
 static void stage_all(ng_uci_batch *batch, const wifi_write &w)
@@ -102,15 +88,11 @@ static void stage_all(ng_uci_batch *batch, const wifi_write &w)
         stage_access_points(batch, w, radio);
         stage_mesh(batch, w, radio);
         if (wifi_write_has_dfs(w, radio))
-            stage_dfs(batch, w, radio);
+            fields_stage(batch, wifi_node_part(*w.settings, -1, radio), "wireless.radio%d");
     }
-    const wifi_settings &settings = *w.settings;
-    stage_put(batch, "tarn_net.local.outdoor", settings.reg_outdoor);
-    stage_put(batch, "tarn_net.local.antenna", settings.antenna_type);
-    stage_put(batch, "network.bat0.routing_algo", settings.mesh_protocol);
-    stage_put(batch, "network.bat0.hop_penalty", settings.hop_penalty);
-    stage_put(batch, "network.bat0.gw_stickiness", settings.gw_stickiness);
-    stage_put(batch, "network.bat0.bridge_loop_avoidance", settings.bridge_loop_avoidance);
+    const wifi_part node = wifi_node_part(*w.settings, -1, -1);
+    fields_stage(batch, node, "tarn_net.local");
+    fields_stage(batch, node, "network.bat0");
 }
 
 // ---- now or later

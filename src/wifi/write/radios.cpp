@@ -2,6 +2,7 @@
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/orphan_key.h"
 #include "wifi/write/writer_internal.h"
 
@@ -44,7 +45,6 @@ static void write_rates(const wifi_radio_settings &settings, int radio)
     const std::string mesh = numbered("wireless.mesh", radio);
     clear_options(section, {"supported_rates", "basic_rate"});
     clear_options(mesh, {"mesh_basic_rates"});
-    uci_put(section + ".disable_lower_rates", settings.disable_lower_rates);
     const rate_set *rates = find_rates(settings.disable_lower_rates);
     if (!rates)
         return;
@@ -107,22 +107,9 @@ static void write_encryption(const std::string &ap, const wifi_ssid_settings &se
 {
     const bool wpa3 = is(settings.enc, "wpa3");
     const bool psk = is(settings.enc, "psk-mixed") || is(settings.enc, "psk2");
-    uci_put(ap + ".key", settings.key);
-    uci_put(ap + ".encryption", settings.enc);
     put_or_clear(ap + ".ieee80211w_mgmt_cipher", wpa3 ? "BIP-GMAC-256" : nullptr);
     uci_put(ap + ".ft_psk_generate_local", psk);
     uci_put(ap + ".ft_over_ds", !wpa3);
-    uci_put(ap + ".isolate", settings.client_isolate);
-}
-
-static void write_radius(const std::string &ap, const wifi_ssid_settings &settings)
-{
-    uci_put(ap + ".auth_server", settings.radius_server);
-    uci_put(ap + ".auth_secret", settings.radius_key);
-    uci_put(ap + ".auth_port", settings.radius_port);
-    uci_put(ap + ".acct_server", settings.radius_acct_server);
-    uci_put(ap + ".acct_secret", settings.radius_acct_key);
-    uci_put(ap + ".acct_port", settings.radius_acct_port);
 }
 
 /// Fast transition. Without a domain or a key nothing of an earlier one stays in force.
@@ -160,15 +147,13 @@ static void write_access_point(const wifi_write &w, int radio, int ssid)
     const char *band_name = settings.bands[w.bands[radio]].ssid;
     const std::string ap = wifi_ap_section(radio, ssid);
     uci_put(ap + ".ssid", band_name[0] ? band_name : settings.ssid);
+    fields_write(wifi_ssid_part(*w.settings, ssid, radio), "wireless.ap%d_%d");
     write_encryption(ap, settings);
-    write_radius(ap, settings);
     write_roaming(ap, settings, ssid);
-    uci_put(ap + ".hidden", settings.hidden);
     write_access_list(ap, settings);
     const rate_set *rates = find_rates(w.settings->radios[radio].disable_lower_rates);
     put_or_clear(ap + ".mcast_rate", rates ? rates->multicast : nullptr);
-    uci_put(ap + ".neighbor_reports", settings.neigh_report);
-    for (const char *option : {".safecheck_enable", ".acl_accept_notify", ".acl_deny_notify"})
+    for (const char *option : {".acl_accept_notify", ".acl_deny_notify"})
         uci_put(ap + option, settings.safecheck_enable);
 }
 
@@ -202,12 +187,10 @@ static void write_scanning_radio(const wifi_settings &settings, int radio)
 
 static void write_radio(const wifi_write &w, int radio)
 {
-    const wifi_radio_settings &settings = w.settings->radios[radio];
-    const std::string section = numbered("wireless.radio", radio);
-    uci_put(section + ".txpower", settings.txpower);
-    uci_put(section + ".rts", settings.rtscts);
-    uci_put(section + ".noscan", !w.settings->ap_scan); // 1: no document switches ap_scan on
-    write_rates(settings, radio);
+    fields_write(wifi_radio_part(*w.settings, radio), "wireless.radio%d");
+    uci_put(numbered("wireless.radio", radio, ".noscan"),
+            !w.settings->ap_scan); // 1: no document switches ap_scan on
+    write_rates(w.settings->radios[radio], radio);
     write_orphan(*w.settings, radio);
     write_orphan_connect(*w.settings, radio);
     write_access_points(w, radio);
@@ -215,8 +198,7 @@ static void write_radio(const wifi_write &w, int radio)
 
 void wifi_write_radios(const wifi_write &w)
 {
-    uci_put("prequestd.prequestd.enable", w.settings->presence_enable);
-    uci_put("prequestd.prequestd.interval", w.settings->presence_interval);
+    fields_write(wifi_node_part(*w.settings, -1, -1), "prequestd.prequestd");
     uci_clear("prequestd.prequestd.interface");
     for (int radio = 0; radio < w.radios; radio++) {
         uci_clear(numbered("wireless.mesh", radio, ".pre_config"));

@@ -14,7 +14,7 @@
 #include "wifi/wifi_internal.h"
 #include "wifi/write/address_plan.h"
 #include "wifi/write/commit.h"
-#include "wifi/write/kept.h"
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/writer_internal.h"
 #include "wired/forwarding.h"
 #include "wired/upstream.h"
@@ -38,10 +38,9 @@ static constexpr const char *HOSTAPD_EVENTS[] = {
 static void write_local(const wifi_settings &settings)
 {
     uci_put("u80211d.global.scan_ap_force", !platform_wireless_get_scanning_support());
-    uci_put("tarn_net.local.delayed_wifi", settings.delayed);
-    uci_put("fw_core.local.node_id", settings.node_id);
-    uci_put("tarn_net.local.radio_override", settings.radio_override);
-    uci_put("tarn_net.local.override_reason", settings.override_reason);
+    const wifi_part node = wifi_node_part(settings, -1, -1);
+    fields_write(node, "tarn_net.local");
+    fields_write(node, "fw_core.local");
     uci_clear("evlog.hostapd.events");
     for (const char *event : HOSTAPD_EVENTS)
         uci_add("evlog.hostapd.events", event);

@@ -44,9 +44,6 @@ std::vector<std::string> uci_items(const std::string &name);
 /// PREFIX followed by the number and SUFFIX.
 std::string numbered(const char *prefix, int number, const char *suffix = "");
 
-/// Key holders of fast transition: any, with the key of the mobility domain.
-constexpr char WIFI_R0KH_PREFIX[] = "ff:ff:ff:ff:ff:ff,*,";
-
 // The stages, in order
 
 /// Why the radio stage is applied at once, as a half-sentence; null when it has to wait.
