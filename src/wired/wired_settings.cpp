@@ -12,13 +12,33 @@
 constexpr size_t URL_MAX = 255;
 constexpr size_t IFACE_NAME_MAX = 15;
 
-static constexpr settings_limits TARGETS = {.pattern =
+static bool is_url(const char *text)
+{
+    if (strncmp(text, "http://", 7) != 0 && strncmp(text, "https://", 8) != 0)
+        return false;
+    for (const char *c = text; *c != '\0'; c++) {
+        if (isgraph(static_cast<unsigned char>(*c)) == 0)
+            return false;
+    }
+    return strlen(text) <= URL_MAX && strstr(text, "//")[2] != '\0';
+}
+
+static bool is_bridge_name(const char *text)
+{
+    static constexpr char ALLOWED[] =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+    return strlen(text) <= IFACE_NAME_MAX && strspn(text, ALLOWED) == strlen(text);
+}
+
+static constexpr settings_limits TARGETS = {.takes = is_url,
+                                            .pattern =
                                                 "^(http://[!-~]{1,248}|https://[!-~]{1,247})$",
                                             .items_max = HOST_LIST_MAX,
                                             .rule = "an http or https URL of up to 255 bytes"};
 static constexpr settings_limits TOLERANCE = {.min = 1, .max = 1000};
 static constexpr settings_limits INTERVAL = {.min = 0, .max = 24 * 60 * 60};
 static constexpr settings_limits BRIDGE = {
+    .takes = is_bridge_name,
     .pattern = "^[A-Za-z0-9._-]{0,15}$",
     .rule = "up to 15 letters, digits, points, underscores and hyphens"};
 static constexpr settings_limits SLOT = {.min = 0, .max = WIFI_SSIDS};
@@ -82,13 +102,10 @@ static bool take_int(const settings_values &values, const char *key, std::option
     blob_attr *attr = values.get(key);
     if (attr == nullptr)
         return true;
-    const auto *field = &values.level->fields.front();
-    while (strcmp(field->key, key) != 0)
-        field++;
     const int value = static_cast<int>(blobmsg_get_u32(attr));
-    if (value < field->limits->min || value > field->limits->max) {
-        log_error("'%s' must be %d to %d, not %d", key, field->limits->min, field->limits->max,
-                  value);
+    if (!values.fits(key)) {
+        const settings_limits &limits = *settings_row(*values.level, key).limits;
+        log_error("'%s' must be %d to %d, not %d", key, limits.min, limits.max, value);
         return false;
     }
     *out = value;
@@ -101,28 +118,19 @@ static void take_bool(blob_attr *attr, std::optional<bool> *out)
         *out = blobmsg_get_bool(attr);
 }
 
-static bool is_url(const char *text)
+static bool take_targets(const settings_values &values, wired_settings *settings)
 {
-    if (strncmp(text, "http://", 7) != 0 && strncmp(text, "https://", 8) != 0)
-        return false;
-    for (const char *c = text; *c != '\0'; c++) {
-        if (isgraph(static_cast<unsigned char>(*c)) == 0)
-            return false;
-    }
-    return strlen(text) <= URL_MAX && strstr(text, "//")[2] != '\0';
-}
-
-static bool take_targets(blob_attr *array, wired_settings *settings)
-{
+    blob_attr *array = values.get("targets");
     if (array == nullptr)
         return true;
+    const settings_field &row = settings_row(INET_TEST, "targets");
     settings->targets.emplace();
     blob_attr *target;
     size_t rem;
     blobmsg_for_each_attr(target, array, rem)
     {
         if (!blobmsg_check_attr(target, false) || blobmsg_type(target) != BLOBMSG_TYPE_STRING ||
-            !is_url(blobmsg_get_string(target))) {
+            settings_value_fault(row, target) != SETTINGS_FITS) {
             log_error("'targets' may only hold http and https URLs");
             return false;
         }
@@ -139,8 +147,7 @@ static bool take_inet_test(blob_attr *table, wired_settings *settings)
     settings_values values;
     if (table == nullptr)
         return true;
-    return settings_parse_level(INET_TEST, table, &values) &&
-           take_targets(values.get("targets"), settings) &&
+    return settings_parse_level(INET_TEST, table, &values) && take_targets(values, settings) &&
            take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
            take_int(values, "test_interval", &settings->test_interval);
 }
@@ -156,18 +163,14 @@ static bool take_wired_client(blob_attr *table, wired_settings *settings)
     return take_int(values, "ssid", &settings->client_ssid);
 }
 
-static bool take_lan_bridge(blob_attr *attr, wired_settings *settings)
+static bool take_lan_bridge(const settings_values &values, wired_settings *settings)
 {
-    if (attr == nullptr)
-        return true;
-    const char *name = blobmsg_get_string(attr);
-    if (strlen(name) > IFACE_NAME_MAX ||
-        strspn(name, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-") !=
-            strlen(name)) {
+    if (!values.fits("lan_bridge")) {
         log_error("'lan_bridge' is no interface name");
         return false;
     }
-    settings->lan_bridge = name;
+    if (blob_attr *attr = values.get("lan_bridge"))
+        settings->lan_bridge = blobmsg_get_string(attr);
     return true;
 }
 
@@ -177,7 +180,6 @@ bool wired_settings_parse(blob_attr *params, wired_settings *settings)
     if (!settings_parse_level(WIRED_SETTINGS_TOP, params, &values))
         return false;
     take_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
-    return take_inet_test(values.get("inet_test"), settings) &&
-           take_lan_bridge(values.get("lan_bridge"), settings) &&
+    return take_inet_test(values.get("inet_test"), settings) && take_lan_bridge(values, settings) &&
            take_wired_client(values.get("wired_client"), settings);
 }

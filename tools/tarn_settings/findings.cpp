@@ -80,9 +80,7 @@ std::string quoted_list(const std::vector<std::string> &words)
 
 std::string integer_fault(const settings_limits &limits, int32_t number)
 {
-    const bool listed =
-        limits.numbers.empty() || contains(limits.numbers, static_cast<uint32_t>(number));
-    if (listed && number >= limits.min && number <= limits.max)
+    if (settings_number_fault(limits, number) == SETTINGS_FITS)
         return {};
     const std::string range = std::to_string(limits.min) + " to " + std::to_string(limits.max);
     return "must be " + (limits.rule ? std::string(limits.rule) : range) + ", not " +
@@ -103,9 +101,10 @@ std::string choice_fault(const settings_limits &limits, const std::string &text)
 
 std::string text_fault(const settings_limits &limits, const std::string &text)
 {
-    if (limits.pattern && !matches(limits.pattern, text.c_str()))
+    const settings_fault fault = settings_text_fault(limits, text.c_str());
+    if (fault == SETTINGS_MALFORMED || (limits.pattern && !matches(limits.pattern, text.c_str())))
         return std::string("must be ") + limits.rule + ", not \"" + text + "\"";
-    if (text.size() < limits.text_min)
+    if (fault == SETTINGS_TOO_SHORT)
         return "must not be empty";
     return choice_fault(limits, text);
 }
@@ -208,14 +207,6 @@ void walk_row(walk &state, const settings_field &field, blob_attr *value, const 
         state.outer.pop_back();
 }
 
-const settings_field *row_of(const settings_level &level, const char *key)
-{
-    for (const settings_field &field : level.fields)
-        if (strcmp(field.key, key) == 0)
-            return &field;
-    return nullptr;
-}
-
 /// Why a required member does not count: it is not there, or of another type.
 std::string why_missing(const settings_field &field, blob_attr *table)
 {
@@ -238,7 +229,7 @@ void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
     blobmsg_for_each_attr(member, table, rest)
     {
         const std::string at = path + "." + blobmsg_name(member);
-        const settings_field *field = row_of(level, blobmsg_name(member));
+        const settings_field *field = settings_find_row(level, blobmsg_name(member));
         if (!field)
             state.add(at, "is not known: passed over");
         else if (!field->required && blobmsg_type(member) != settings_blobmsg_type(field->kind))

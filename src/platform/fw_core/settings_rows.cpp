@@ -4,16 +4,36 @@
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/log.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+const settings_field *settings_find_row(const settings_level &level, const char *key)
+{
+    for (const settings_field &field : level.fields)
+        if (strcmp(field.key, key) == 0)
+            return &field;
+    return nullptr;
+}
+
+const settings_field &settings_row(const settings_level &level, const char *key)
+{
+    const settings_field *field = settings_find_row(level, key);
+    if (!field)
+        abort(); // a slip in the code
+    return *field;
+}
+
 blob_attr *settings_values::get(const char *key) const
 {
-    for (size_t i = 0; i < level->fields.size(); i++)
-        if (strcmp(level->fields[i].key, key) == 0)
-            return attrs[i];
-    abort(); // a key that is no row is a slip in the code
+    return attrs[static_cast<size_t>(&settings_row(*level, key) - level->fields.data())];
+}
+
+bool settings_values::fits(const char *key) const
+{
+    blob_attr *value = get(key);
+    return !value || settings_value_fault(settings_row(*level, key), value) == SETTINGS_FITS;
 }
 
 bool settings_parse_level(const settings_level &level, blob_attr *table, settings_values *out)
@@ -48,14 +68,6 @@ struct unknown_keys {
     }
 };
 
-static const settings_field *row_of(const settings_level &level, const char *key)
-{
-    for (const settings_field &field : level.fields)
-        if (strcmp(field.key, key) == 0)
-            return &field;
-    return nullptr;
-}
-
 static void find_unknown_keys(const settings_level &level, blob_attr *table,
                               const std::string &place, unknown_keys *found);
 
@@ -83,7 +95,7 @@ static void find_unknown_keys(const settings_level &level, blob_attr *table,
     blobmsg_for_each_attr(member, table, rest)
     {
         const std::string at = place + blobmsg_name(member);
-        if (const settings_field *row = row_of(level, blobmsg_name(member)))
+        if (const settings_field *row = settings_find_row(level, blobmsg_name(member)))
             find_unknown_within(*row, member, at, found);
         else
             found->add(at);
@@ -99,6 +111,33 @@ void settings_explain_unknown_keys(const settings_level &level, blob_attr *param
     if (found.count > UNKNOWN_KEYS_MAX)
         found.text += " and " + std::to_string(found.count - UNKNOWN_KEYS_MAX) + " more";
     package_explain(("Passed over, as no setting has this name: " + found.text).c_str());
+}
+
+// ---- judging values
+
+settings_fault settings_number_fault(const settings_limits &limits, int32_t number)
+{
+    const bool listed =
+        limits.numbers.empty() ||
+        std::ranges::find(limits.numbers, static_cast<uint32_t>(number)) != limits.numbers.end();
+    return listed && number >= limits.min && number <= limits.max ? SETTINGS_FITS
+                                                                  : SETTINGS_OUT_OF_RANGE;
+}
+
+settings_fault settings_text_fault(const settings_limits &limits, const char *text)
+{
+    if (limits.takes && !limits.takes(text))
+        return SETTINGS_MALFORMED;
+    return strlen(text) < limits.text_min ? SETTINGS_TOO_SHORT : SETTINGS_FITS;
+}
+
+settings_fault settings_value_fault(const settings_field &field, blob_attr *value)
+{
+    if (blobmsg_type(value) == BLOBMSG_TYPE_INT32)
+        return settings_number_fault(*field.limits, static_cast<int32_t>(blobmsg_get_u32(value)));
+    if (blobmsg_type(value) == BLOBMSG_TYPE_STRING)
+        return settings_text_fault(*field.limits, blobmsg_get_string(value));
+    return SETTINGS_FITS;
 }
 
 // ---- values

@@ -42,7 +42,9 @@ struct settings_limits {
     uint32_t text_max = UINT32_MAX;       ///< of texts that no member bounds, in bytes
     std::span<const char *const> words{}; ///< the only texts, unless empty
     settings_choice choice = SETTINGS_ANY_TEXT;
-    const char *pattern = nullptr;   ///< of texts: a regular expression, extended and ECMA alike
+    bool (*takes)(const char *text) = nullptr; ///< of texts: what is asked of each
+    const char *pattern = nullptr;   ///< the same as a regular expression, extended and ECMA alike;
+                                     ///< it may want what is taken written in one way
     uint32_t items_max = UINT32_MAX; ///< elements of an array that are kept
     const char *rule = nullptr;      ///< for people, where the other members do not read well
 };
@@ -101,6 +103,11 @@ constexpr enum blobmsg_type settings_blobmsg_type(settings_kind kind)
     return BLOBMSG_TYPE_UNSPEC;
 }
 
+/// The row of a key, or null.
+const settings_field *settings_find_row(const settings_level &level, const char *key);
+/// The row of a key that must be one of the level's.
+const settings_field &settings_row(const settings_level &level, const char *key);
+
 /// The policy of a level's rows.
 template <size_t N>
 constexpr std::array<blobmsg_policy, N> settings_policy(const settings_field (&rows)[N])
@@ -119,6 +126,8 @@ struct settings_values {
 
     /// The attribute of `key`, which must be one of the level's; null when absent.
     [[nodiscard]] blob_attr *get(const char *key) const;
+    /// False when the value of `key` is there and outside its row's limits.
+    [[nodiscard]] bool fits(const char *key) const;
 };
 
 /// Parses a table's content. False, with the level's line at ERROR, when it is no table, malformed,
@@ -138,6 +147,20 @@ struct settings_value {
 settings_value settings_load(settings_kind kind, const char *member);
 /// Puts a value into a record's member of `size` bytes; only of those kinds.
 void settings_save(settings_kind kind, uint32_t size, char *member, const settings_value &value);
+
+/// What is wrong with a value.
+enum settings_fault : uint8_t {
+    SETTINGS_FITS,
+    SETTINGS_OUT_OF_RANGE,
+    SETTINGS_MALFORMED, ///< a text that is not taken
+    SETTINGS_TOO_SHORT,
+};
+/// Judges a number by a row's limits.
+[[nodiscard]] settings_fault settings_number_fault(const settings_limits &limits, int32_t number);
+/// Judges a text by a row's limits, but for `choice` and `words`.
+[[nodiscard]] settings_fault settings_text_fault(const settings_limits &limits, const char *text);
+/// Judges a value of the row's type, or an element of its list's, as above.
+[[nodiscard]] settings_fault settings_value_fault(const settings_field &field, blob_attr *value);
 
 /// Stores every value that is there and has a member of its own.
 void settings_store(const settings_values &values, void *record);

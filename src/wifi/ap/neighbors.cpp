@@ -6,10 +6,8 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <cctype>
 #include <cstring>
 #include <optional>
-#include <string_view>
 #include <strings.h>
 #include <vector>
 
@@ -25,14 +23,6 @@ std::optional<std::vector<neighbor>> staged; // an empty list is a list: it clea
 std::vector<neighbor> live;
 bool live_is_known; // one was confirmed since the start
 
-bool is_hex(std::string_view text)
-{
-    for (const char c : text)
-        if (!isxdigit(static_cast<unsigned char>(c)))
-            return false;
-    return !text.empty() && text.size() % 2 == 0 && text.size() <= SETTINGS_REPORT_HEX_MAX;
-}
-
 bool parse_neighbor(blob_attr *element, neighbor *out)
 {
     settings_values values;
@@ -47,11 +37,11 @@ bool parse_neighbor(blob_attr *element, neighbor *out)
     const char *bssid = blobmsg_get_string(values.get("bssid"));
     const char *report = blobmsg_get_string(values.get("nr"));
     out->ssid = static_cast<int>(blobmsg_get_u32(values.get("ssid_index")));
-    if (!str_is_mac_addr(bssid) || strlen(bssid) >= sizeof(out->bssid)) {
+    if (!values.fits("bssid")) {
         log_error("Got incorrect format for neighbor bssid '%s'", bssid);
         return false;
     }
-    if (out->ssid < 1 || out->ssid > WIFI_SSIDS || !is_hex(report)) {
+    if (!values.fits("ssid_index") || !values.fits("nr")) {
         log_error("Invalid ssid index or report of neighbor '%s'", bssid);
         return false;
     }

@@ -3,6 +3,9 @@
 #include "wifi/settings/document.h"
 
 #include "wifi/settings/fields.h"
+#include "wifi/wifi_internal.h"
+
+#include <cstring>
 
 namespace {
 
@@ -36,18 +39,39 @@ constexpr const char *ANTENNAS[] = {"dipole", "patch"};
 constexpr char MAC_PATTERN[] = "^[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}$";
 constexpr char MAC_RULE[] = "a MAC address, aa:bb:cc:dd:ee:ff";
 
+constexpr size_t REPORT_HEX_MAX = 510; // an element's body has at most 255 bytes
+
+bool is_country(const char *text)
+{
+    return strlen(text) == sizeof(wifi_settings::reg_country) - 1;
+}
+
+/// Hostapd takes no address that is followed by anything.
+bool is_neighbor_bssid(const char *text)
+{
+    return str_is_mac_addr(text) && strlen(text) < sizeof("02:00:00:00:00:00");
+}
+
+bool is_report(const char *text)
+{
+    const size_t length = strlen(text);
+    return length > 0 && length % 2 == 0 && length <= REPORT_HEX_MAX &&
+           strspn(text, "0123456789abcdefABCDEF") == length;
+}
+
 constexpr settings_limits CHANNEL = {
     .numbers = CHANNELS,
     .rule = "1 to 14, even 36 to 64, even 100 to 144, odd 149 to 161, 165, 169 or 173"};
 constexpr settings_limits SLOT = {.min = 1, .max = WIFI_SSIDS};
 constexpr settings_limits MINUTES = {.min = INT32_MIN / 60, .max = INT32_MAX / 60};
-constexpr settings_limits COUNTRY = {.pattern = "^[ -~]{2}$", .rule = "exactly two characters"};
+constexpr settings_limits COUNTRY = {
+    .takes = is_country, .pattern = "^[ -~]{2}$", .rule = "exactly two characters"};
 constexpr settings_limits ANTENNA = {.words = ANTENNAS};
 constexpr settings_limits DFS_CHANNELS = {.items_max = WIFI_DFS_CHANNELS_MAX};
 constexpr settings_limits DNS_SERVERS = {
     .text_min = 1, .text_max = 127, .items_max = WIFI_DNS_SERVERS_MAX};
 constexpr settings_limits ACL = {
-    .pattern = MAC_PATTERN, .items_max = WIFI_ACL_MAX, .rule = MAC_RULE};
+    .takes = str_is_mac_addr, .pattern = MAC_PATTERN, .items_max = WIFI_ACL_MAX, .rule = MAC_RULE};
 constexpr settings_limits RADIO_IN_USE = {
     .choice = SETTINGS_RADIO_IN_USE,
     .rule = "the band of one of the platform's first three radios, or \"scanning\""};
@@ -60,8 +84,10 @@ constexpr settings_limits ANY_RADIO = {.choice = SETTINGS_ANY_RADIO,
 constexpr settings_limits ORPHAN_BSSID = {.text_max =
                                               sizeof(wifi_settings::orphan_connect_bssid) - 1};
 constexpr settings_limits NEIGHBORS = {.items_max = SETTINGS_NEIGHBORS_MAX};
-constexpr settings_limits NEIGHBOR_BSSID = {.pattern = MAC_PATTERN, .rule = MAC_RULE};
-constexpr settings_limits NEIGHBOR_REPORT = {.pattern = "^([0-9A-Fa-f]{2}){1,255}$",
+constexpr settings_limits NEIGHBOR_BSSID = {
+    .takes = is_neighbor_bssid, .pattern = MAC_PATTERN, .rule = MAC_RULE};
+constexpr settings_limits NEIGHBOR_REPORT = {.takes = is_report,
+                                             .pattern = "^([0-9A-Fa-f]{2}){1,255}$",
                                              .rule = "2 to 510 hex digits, an even number"};
 
 constexpr settings_field TOP_ROWS[] = {
@@ -340,8 +366,6 @@ constexpr auto NEIGHBOR_POLICY = settings_policy(NEIGHBOR_ROWS);
 constexpr char BROKEN[] = "Unable to parse arguments";
 
 } // namespace
-
-constinit const std::span<const uint8_t> SETTINGS_CHANNELS = CHANNELS;
 
 constinit const settings_level SETTINGS_TOP = {"params", BROKEN, TOP_ROWS, TOP_POLICY};
 constinit const settings_level SETTINGS_MESH = {"mesh", "Unable to parse mesh arguments", MESH_ROWS,

@@ -15,9 +15,5 @@ extern const settings_level SETTINGS_DHCP;
 extern const settings_level SETTINGS_ORPHAN_CONNECT;
 extern const settings_level SETTINGS_NEIGHBOR;
 
-/// Every channel number a radio may be set to.
-extern const std::span<const uint8_t> SETTINGS_CHANNELS;
 /// Most entries of a neighbour list that are kept.
 constexpr uint32_t SETTINGS_NEIGHBORS_MAX = 512;
-/// Most hex digits of a neighbour report: an element's body has at most 255 bytes.
-constexpr uint32_t SETTINGS_REPORT_HEX_MAX = 510;

@@ -79,7 +79,7 @@ bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
     settings_store(values, settings);
     if (blob_attr *attr = values.get("country")) {
         const char *country = blobmsg_get_string(attr);
-        if (strlen(country) != sizeof(settings->reg_country) - 1) {
+        if (!values.fits("country")) {
             log_error("Got incorrect length for country '%s'", country);
             return false;
         }
@@ -185,11 +185,10 @@ void take_antenna_type(blob_attr *attr, wifi_settings *settings)
 {
     if (!attr)
         return;
-    const char *type = blobmsg_get_string(attr);
-    if (strcmp(type, "dipole") == 0)
-        settings->antenna_type = 1;
-    else if (strcmp(type, "patch") == 0)
-        settings->antenna_type = 2;
+    const auto words = settings_row(SETTINGS_TOP, "antenna_type").limits->words;
+    for (size_t i = 0; i < words.size(); i++)
+        if (strcmp(blobmsg_get_string(attr), words[i]) == 0)
+            settings->antenna_type = static_cast<int32_t>(i + 1);
 }
 
 void take_scanning_period(blob_attr *attr, wifi_settings *settings)
@@ -204,7 +203,8 @@ void take_scanning_period(blob_attr *attr, wifi_settings *settings)
 
 bool wifi_channel_is_valid(uint32_t channel)
 {
-    return std::ranges::find(SETTINGS_CHANNELS, channel) != SETTINGS_CHANNELS.end();
+    return settings_number_fault(*settings_row(SETTINGS_RADIO, "channel").limits,
+                                 static_cast<int32_t>(channel)) == SETTINGS_FITS;
 }
 
 int wifid_find_radio(int band)

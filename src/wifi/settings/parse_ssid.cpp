@@ -44,39 +44,35 @@ bool wifid_parse_bands(blob_attr *array, wifi_ssid_settings *ssid)
     return true;
 }
 
-// Copies the accepted STRING elements of an array into `slots` texts of `size` bytes, until full.
-void take_strings(blob_attr *array, char *texts, int slots, size_t size,
-                  bool (*accepted)(const char *))
+// An empty name server stays: it ends the list.
+bool is_kept(const settings_limits &limits, const char *text)
 {
-    memset(texts, 0, static_cast<size_t>(slots) * size);
-    int count = 0;
+    if (settings_text_fault(limits, text) != SETTINGS_MALFORMED)
+        return true;
+    log_notice("Got incorrect format for acl '%s'", text); // no other list asks for a form
+    return false;
+}
+
+// Copies the STRING elements that may be kept, until `slots` is full.
+template <size_t Slots, size_t Size>
+void take_strings(const settings_values &values, const char *key, char (&slots)[Slots][Size])
+{
+    blob_attr *array = values.get(key);
+    if (!array)
+        return;
+    const settings_limits &limits = *settings_row(*values.level, key).limits;
+    memset(slots, 0, sizeof(slots));
+    size_t count = 0;
     blob_attr *element;
     size_t rest;
     blobmsg_for_each_attr(element, array, rest)
     {
-        if (count == slots)
+        if (count == Slots)
             return;
-        if (blobmsg_type(element) != BLOBMSG_TYPE_STRING)
-            continue;
-        const char *text = blobmsg_get_string(element);
-        if (!accepted(text))
-            continue;
-        settings_store_text(texts + static_cast<size_t>(count) * size, size, text);
-        count++;
+        if (blobmsg_type(element) == BLOBMSG_TYPE_STRING &&
+            is_kept(limits, blobmsg_get_string(element)))
+            settings_store_text(slots[count++], Size, blobmsg_get_string(element));
     }
-}
-
-bool is_acl_entry(const char *text)
-{
-    if (str_is_mac_addr(text))
-        return true;
-    log_notice("Got incorrect format for acl '%s'", text);
-    return false;
-}
-
-bool is_any_text(const char *)
-{
-    return true;
 }
 
 bool wifid_parse_dhcp(blob_attr *table, wifi_dhcp_settings *dhcp)
@@ -104,11 +100,8 @@ bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *ssid, i
         log_error("Failed to parse band, ssid_idx = %d", slot);
         return false;
     }
-    if (blob_attr *acl = values.get("access_control_list"))
-        take_strings(acl, ssid->acl_list[0], WIFI_ACL_MAX, sizeof(ssid->acl_list[0]), is_acl_entry);
-    if (blob_attr *servers = values.get("dns_servers"))
-        take_strings(servers, ssid->dns_servers[0], WIFI_DNS_SERVERS_MAX,
-                     sizeof(ssid->dns_servers[0]), is_any_text);
+    take_strings(values, "access_control_list", ssid->acl_list);
+    take_strings(values, "dns_servers", ssid->dns_servers);
     blob_attr *dhcp = values.get("dhcp");
     if (dhcp && !wifid_parse_dhcp(dhcp, &ssid->dhcp)) {
         log_error("Failed to parse DHCP settings, ssid_idx = %d", slot);
@@ -131,7 +124,7 @@ bool wifid_parse_ssid(blob_attr *table, wifi_settings *settings)
     }
     // Told as the slot it would be, one less than the document says.
     const int slot = static_cast<int>(blobmsg_get_u32(index) - 1U);
-    if (slot < 0 || slot >= WIFI_SSIDS) {
+    if (!values.fits("index")) {
         log_error("Invalid ssid index: %d", slot);
         return false;
     }
