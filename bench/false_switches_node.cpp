@@ -5,9 +5,9 @@
 // luck, so several wires are tried. In a sandbox, for a node that leaves its wire runs commands.
 #include <libubox_host/clock.h>
 
-#include "core/state.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"

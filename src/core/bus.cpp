@@ -15,14 +15,14 @@
 #include <iterator>
 
 #include "core/bus_internal.h"
-#include "core/state.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/fw_core/jobs.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 #include "wired/wired.h"
 
 /// How often it is looked whether the library has its socket back, in ms.

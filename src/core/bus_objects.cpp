@@ -7,14 +7,14 @@
 #include <cstring>
 #include <iterator>
 
-#include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 
 constexpr int HAPD_UPDATE_MS = 1000;
 
@@ -81,7 +81,7 @@ static void add_lldp(const object_event &event)
 static void remove_mesh(const object_event &event)
 {
     log_info("Interface '%s' removed, deleting from mesh list", event.path);
-    iface_list_free_iface(&gTarn_net_state.mesh.list, event.path);
+    enumerate_meshes_remove(event.path);
 }
 
 static void remove_wired(const object_event &event)
@@ -169,7 +169,7 @@ void tarn_net_add_ubus_object(ubus_context *ctx, ubus_event_handler *, const cha
 /// A round of the internet test that uses the interface ends with what it has.
 static void finish_test_over(const char *path)
 {
-    inet_test_state &test = gTarn_net_state.inet_test;
+    const inet_test_state &test = node_state().inet_test;
     for (const auto &block : test.slots) {
         if (block[0].interface != nullptr && strcmp(block[0].interface, path) == 0) {
             inet_test_finish_if_complete(test.upstream_state);
@@ -202,8 +202,8 @@ void bus_announce_present_objects(ubus_context *ctx)
 
 void bus_forget_followed_objects(ubus_context *ctx)
 {
-    iface_list_free_all(&gTarn_net_state.bridges.list);
-    iface_list_free_all(&gTarn_net_state.mesh.list);
+    bridges_forget_all();
+    meshes_forget_all();
     iface_list_free_retired();
     wifi_bus_reset(ctx);
 }

@@ -12,7 +12,7 @@
 //     wired/upstream_switch: routing rules (netlink/), DHCP, firewall (wired/forwarding), captive
 //     portal (wired/portal), gateway mode, LED flags, bus events
 //
-// What feeds them: interfaces followed through netifd (wired/netifd_iface, wired/bridges,
+// What feeds them: interfaces followed through netifd (wired/netifd, wired/bridges,
 // mesh/mesh) and objects that come and go on the bus (core/bus, core/bus_objects).
 #include <libubus.h>
 #include <sys/stat.h>

@@ -6,14 +6,7 @@
 
 #include <string_view>
 
-/// The five facts; each text is owned, null when unknown. Plain, so that a zeroed record is empty.
-struct mesh_gateway_facts {
-    char *mac;     ///< token "gwm"
-    char *quality; ///< token "gwq": 0..255
-    char *route;   ///< token "tr": comma-separated MAC addresses of the hops
-    char *latency; ///< token "p": average round trip in ms
-    char *speed;   ///< token "tp": number, separator and unit, for example "156.84-MB/s"
-};
+#include "state/mesh_state.h"
 
 /// Frees and clears all five.
 void mesh_gateway_facts_clear(mesh_gateway_facts *facts);

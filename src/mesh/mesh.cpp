@@ -4,9 +4,11 @@
 
 #include <cstring>
 
-#include "core/state.h"
 #include "mesh/mesh_internal.h"
 #include "platform/zu/log.h"
+#include "state/owned.h"
+#include "wired/netifd/enumeration.h"
+#include "wired/netifd/iface.h"
 
 constexpr char MESH_RP_PATH[] = "network.interface.mesh_rp";
 constexpr char ORPHAN_PATH_PREFIX[] = "network.interface.orph_conn";
@@ -32,6 +34,7 @@ static constexpr iface_kind MESH = {
     .is_known = any_is_known,
     .ends_when_answered = false,
     .on_status = nullptr,
+    .on_change = nullptr,
     .noun = "Mesh",
     .add_failure = "Failed to allocate memory for a new mesh listing",
     .log_lookup_failure = log_lookup_failure,
@@ -40,6 +43,16 @@ static constexpr iface_kind MESH = {
 void enumerate_meshes_add_new(ubus_context *ctx, const char *path, uint32_t id)
 {
     iface_enumeration_add(&gTarn_net_state.mesh, &MESH, ctx, path, id);
+}
+
+void enumerate_meshes_remove(const char *path)
+{
+    iface_list_free_iface(&gTarn_net_state.mesh.list, path);
+}
+
+void meshes_forget_all()
+{
+    iface_list_free_all(&gTarn_net_state.mesh.list);
 }
 
 void init_mesh_info()

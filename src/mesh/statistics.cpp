@@ -6,14 +6,14 @@
 // forked child runs them one after the other. It leads a process group of its own: when its time is
 // over, the group is killed, batctl included.
 
-#include "core/state.h"
+#include "mesh/gateway_facts.h"
 #include "mesh/mesh.h"
 #include "mesh/mesh_internal.h"
 #include "platform/zu/file.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/shell.h"
-#include "wired/upstream.h"
+#include "state/owned.h"
 
 #include <array>
 #include <cerrno>

@@ -1,15 +1,14 @@
 // The wireless section of the check-in: what a cloud stores about the node. Made anew each time it
 // is asked for, of what is known at that moment; what is not known is absent.
-#include "core/state.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/checkin_internal.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/upstream.h"
 
 #include <algorithm>
 #include <cstring>
@@ -64,7 +63,7 @@ void checkin_put_text(blob_buf *buf, const checkin_row &row, const char *value)
 
 static void add_upstream(blob_buf *buf)
 {
-    const inet_test_state &test = gTarn_net_state.inet_test;
+    const inet_test_state &test = node_state().inet_test;
     checkin_put_text(buf, UPSTREAM_STATE, upstream_state_name(test.upstream_state));
     checkin_put_long(buf, UPSTREAM_SINCE, static_cast<uint64_t>(upstream_since()));
     if (test.uplink_iface[0] != '\0')
@@ -73,7 +72,7 @@ static void add_upstream(blob_buf *buf)
 
 static void add_mesh(blob_buf *buf)
 {
-    const mesh_gateway_facts &facts = gTarn_net_state.mesh.gateway;
+    const mesh_gateway_facts &facts = node_state().mesh.gateway;
     const struct {
         const checkin_row &row;
         const char *text;

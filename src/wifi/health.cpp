@@ -3,16 +3,14 @@
 // only once it has lasted longer than one.
 #include "wifi/health.h"
 
-#include "core/state.h"
 #include "netlink/rtnl.h"
 #include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/inet_probe.h"
-#include "wired/upstream.h"
 
 #include <algorithm>
 #include <net/if.h>
@@ -156,7 +154,7 @@ static void look_at_radios(found_problems *found)
 
 static void look_at_upstream(found_problems *found)
 {
-    const inet_test_state &test = gTarn_net_state.inet_test;
+    const inet_test_state &test = node_state().inet_test;
     if (test.upstream_state == TARN_NET_UPSTREAM_NONE ||
         test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE)
         note(found, NO_UPSTREAM, "upstream");
@@ -165,7 +163,8 @@ static void look_at_upstream(found_problems *found)
     if (!inet_test_is_configured())
         note(found, TEST_OFF, "tarn_net.inet_test_config");
     else if (inet_test_seconds_since_verdict() >
-             std::max(TEST_STALE_MIN_S, int64_t{TEST_INTERVALS} * gOnline_settings.test_interval))
+             std::max(TEST_STALE_MIN_S,
+                      int64_t{TEST_INTERVALS} * inet_test_settings().test_interval))
         note(found, TEST_STALE, "tarn_net.inet_test_config");
 }
 

@@ -1,14 +1,13 @@
 // The state half of the wireless dump, and the package's dump_state callback.
 
-#include "core/state.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/radio/radio.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/upstream.h"
 
 namespace {
 
@@ -35,7 +34,7 @@ void report(int result, const char *failed)
 void dump_gateway(blob_buf *buf)
 {
     for (const gateway_row &row : GATEWAY_ROWS)
-        if (const char *text = gTarn_net_state.mesh.gateway.*row.fact)
+        if (const char *text = node_state().mesh.gateway.*row.fact)
             report(blobmsg_add_string(buf, row.key, text), row.failed);
 }
 
@@ -59,10 +58,10 @@ void dump_dfs_usable(blob_buf *buf)
 void wifi_dump_wireless_state(blob_buf *buf)
 {
     report(blobmsg_add_u32(buf, "lonely_trigger_count",
-                           static_cast<uint32_t>(gTarn_net_state.mesh.lonely_trigger_count)),
+                           static_cast<uint32_t>(node_state().mesh.lonely_trigger_count)),
            "Unable to add lonely_trigger_count");
     report(blobmsg_add_string(buf, "upstream_state",
-                              upstream_state_name(gTarn_net_state.inet_test.upstream_state)),
+                              upstream_state_name(node_state().inet_test.upstream_state)),
            "Unable to add upstream_state");
     dump_gateway(buf);
     report(blobmsg_add_u8(buf, "dfs_event_detected", dfs_event_detected),

@@ -4,15 +4,22 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/state.h"
 #include "platform/zu/log.h"
-#include "wired/netifd_iface.h"
+#include "state/owned.h"
+#include "wired/netifd/enumeration.h"
+#include "wired/netifd/iface.h"
 
 constexpr char WIRED_PATH_PREFIX[] = "network.interface.wired";
 
 bool bridges_is_interface_path(const char *path)
 {
     return strncmp(path, WIRED_PATH_PREFIX, sizeof WIRED_PATH_PREFIX - 1) == 0;
+}
+
+void uplink_bridge_set(const char *device)
+{
+    auto &name = gTarn_net_state.upstream.wired_uplink_bridge;
+    snprintf(name, sizeof name, "%s", device);
 }
 
 iface_entry *find_bridge_uplink()
@@ -27,9 +34,8 @@ iface_entry *find_bridge_uplink()
                      bridge->device, bridge->has_default_route ? "TRUE" : "FALSE");
             continue;
         }
-        auto &name = gTarn_net_state.upstream.wired_uplink_bridge;
-        snprintf(name, sizeof name, "%s", bridge->device);
-        log_debug("Bridge '%s' set as wired upstream link", name);
+        uplink_bridge_set(bridge->device);
+        log_debug("Bridge '%s' set as wired upstream link", bridge->device);
         return bridge;
     }
     return nullptr;
@@ -45,6 +51,12 @@ static void bridge_status_cb(iface_entry *)
     iface_enumeration_weigh(&gTarn_net_state.bridges);
 }
 
+/// Another one may lead out now.
+static void bridge_change_cb(iface_entry *)
+{
+    (void)find_bridge_uplink();
+}
+
 static void log_lookup_failure(const char *path)
 {
     log_warning("Could not lookup package ID for interface %s", path);
@@ -55,6 +67,7 @@ static constexpr iface_kind WIRED = {
     .is_known = uplink_is_known,
     .ends_when_answered = true,
     .on_status = bridge_status_cb,
+    .on_change = bridge_change_cb,
     .noun = "Interface",
     .add_failure = "Unable to add wired bridge to list",
     .log_lookup_failure = log_lookup_failure,
@@ -69,6 +82,11 @@ void enumerate_bridges_remove(const char *path)
 {
     iface_list_free_iface(&gTarn_net_state.bridges.list, path);
     (void)find_bridge_uplink();
+}
+
+void bridges_forget_all()
+{
+    iface_list_free_all(&gTarn_net_state.bridges.list);
 }
 
 void init_bridge_info()

@@ -4,9 +4,9 @@
 
 #include <cstring>
 
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"

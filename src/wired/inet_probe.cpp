@@ -18,13 +18,14 @@
 #include <type_traits>
 #include <utility>
 
-#include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/owned.h"
 #include "wired/inet_probe_internal.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/enumeration.h"
+#include "wired/netifd/iface.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
 
@@ -37,19 +38,10 @@ constexpr char NO_TARGETS[] = "Failed to get inet_test_targets from uci, using o
 constexpr char NOT_STARTED[] = "The test target list is empty or the check interval is less than "
                                "0, will not start the inet test timer";
 
-online_settings gOnline_settings;
-inet_test_verdict gInet_test_last_verdict;
-static int64_t gTaken_at_s; ///< when the settings in force were
-
 /// As read; the one in force may have been raised since.
 static int32_t gRead_tolerance;
 
 static void inet_test_handler(uloop_timeout *timer);
-
-bool inet_test_is_configured()
-{
-    return gOnline_settings.target_count != 0 && gOnline_settings.test_interval > 0;
-}
 
 static void arm_interval_timer()
 {
@@ -74,6 +66,7 @@ void inet_test_reset()
     memset(&gTarn_net_state, 0, sizeof gTarn_net_state);
     INIT_LIST_HEAD(&gTarn_net_state.bridges.list);
     INIT_LIST_HEAD(&gTarn_net_state.mesh.list);
+    iface_enumeration_tell_end(inet_test_enumeration_ended);
     if (uloop_curl_init(&test.curl) != 0)
         log_error("Failed to set up transfers for the inet test");
 }
@@ -145,7 +138,7 @@ static void put_into_force(const online_settings &fresh)
     abort_inet_test();
     destroy_targets(gOnline_settings.targets);
     gOnline_settings = fresh;
-    gTaken_at_s = zu_monotonic_s();
+    gOnline_settings.taken_at_s = zu_monotonic_s();
     inet_test_forget_outcomes();
     gRead_tolerance = fresh.failure_tolerance;
     if (inet_test_is_configured()) {
@@ -204,11 +197,6 @@ int reload_inet_test_config()
 int inet_test_take_pushed_config()
 {
     return take_settings(false);
-}
-
-int64_t inet_test_seconds_since_verdict()
-{
-    return zu_monotonic_s() - std::max(gInet_test_last_verdict.at_s, gTaken_at_s);
 }
 
 static bool in_flight()
@@ -385,11 +373,21 @@ void abort_inet_test()
     test.test_run_count = 0;
 }
 
+void inet_test_count_passed()
+{
+    gTarn_net_state.inet_test.test_passed = 1;
+}
+
+void inet_test_raise_tolerance(int failed_cycles)
+{
+    gOnline_settings.failure_tolerance = failed_cycles;
+}
+
 void inet_test_finish_if_complete(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     if (!test.dispatch_complete)
         return;
-    gInet_test_last_verdict = {zu_monotonic_s(), test.test_passed != 0, result};
+    test.last_verdict = {zu_monotonic_s(), test.test_passed != 0, result};
     complete_inet_test(result);
 }

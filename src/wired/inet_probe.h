@@ -7,28 +7,10 @@
 struct blob_buf;
 struct list_head;
 
-/// Settings, from UCI package tarn_net.
-struct online_settings {
-    int32_t failure_tolerance; ///< failed cycles tolerated; 3 unless configured
-    int32_t test_interval;     ///< seconds; the test runs only when above 0
-    uint32_t target_count;
-    list_head *targets; ///< of tarn_host; null before the first load
-};
-extern online_settings gOnline_settings;
-
-/// What the last completed cycle came to, for the state dump.
-struct inet_test_verdict {
-    int64_t at_s; ///< zu_monotonic_s() of it; 0: no cycle has been completed
-    bool passed;
-    uint32_t result; ///< the upstream state it spoke for
-};
-extern inet_test_verdict gInet_test_last_verdict;
-
-/// True when there are targets and an interval.
-bool inet_test_is_configured();
-/// How long no cycle has been completed; the time before the settings in force were taken does not
-/// count.
-int64_t inet_test_seconds_since_verdict();
+/// The cycle that runs counts as passed from here on.
+void inet_test_count_passed();
+/// Tolerates that many failed cycles until the settings are loaded again.
+void inet_test_raise_tolerance(int failed_cycles);
 /// Adds how each target was tested last over each interface, as tables.
 void inet_test_dump_outcomes(blob_buf *buf);
 

@@ -1,8 +1,8 @@
 // How the last test of each target over each interface ended, for the state dump.
 #include <cstdio>
 
-#include "core/state.h"
 #include "platform/zu/clock.h"
+#include "state/state.h"
 #include "wired/inet_probe.h"
 #include "wired/inet_probe_internal.h"
 
@@ -44,12 +44,12 @@ static void add_outcome(blob_buf *buf, const test_outcome &outcome, const char *
 
 void inet_test_dump_outcomes(blob_buf *buf)
 {
-    if (!gOnline_settings.targets)
+    if (!inet_test_settings().targets)
         return;
     for (const auto &block : gOutcomes) {
         int index = 0;
         tarn_host *target;
-        list_for_each_entry(target, gOnline_settings.targets, list)
+        list_for_each_entry(target, inet_test_settings().targets, list)
         {
             if (index == INET_TEST_TARGETS)
                 break;

@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "core/state.h"
 #include "platform/zu/log.h"
+#include "state/owned.h"
 #include "wired/inet_probe.h"
 #include "wired/inet_probe_internal.h"
 #include "wired/upstream.h"
@@ -41,7 +41,7 @@ static uint32_t count_success(const inet_test_slot *slot)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     log_info("Connection to %s on %s successful", slot->target->url, slot->interface);
-    test.test_passed = 1;
+    inet_test_count_passed();
     snprintf(test.passed_iface, sizeof test.passed_iface, "%s", slot->interface);
     if (slot->interface_idx != 0) {
         test.test_run_count++;
@@ -104,7 +104,7 @@ static bool configure(inet_test_slot *slot)
     failed |= curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
     failed |= curl_easy_setopt(
         curl, CURLOPT_DNS_CACHE_TIMEOUT,
-        static_cast<long>(std::min(NAMES_REMEMBERED_S, gOnline_settings.test_interval)));
+        static_cast<long>(std::min(NAMES_REMEMBERED_S, inet_test_settings().test_interval)));
     if (slot->interface == nullptr || slot->interface[0] == '\0') {
         log_error("Requires an interface to test");
         return false;

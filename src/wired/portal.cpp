@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
 #include "wired/upstream.h"

@@ -26,15 +26,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/state.h"
 #include "mesh/mesh.h"
 #include "netlink/batman.h"
 #include "netlink/rtnl.h"
-#include "platform/zu/file.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/shell.h"
+#include "state/owned.h"
 #include "wifi/override.h"
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
@@ -44,9 +42,7 @@
 
 constexpr int MESH_READY_MS = 150000;
 constexpr int MESH_UP_MS = 600000;
-constexpr int LONELY_FIRST_TRIGGER_MS = 500000;
 constexpr int PRE_CONFIG_FAILURE_TOLERANCE = 30;
-constexpr char LONELY_PID_FILE[] = "/var/run/lonely.pid";
 
 bool inet_test_run_additional_mesh_tests()
 {
@@ -116,18 +112,12 @@ static bool mesh_cycle_passed()
     return inet_test_run_additional_mesh_tests();
 }
 
-bool lonely_is_running()
-{
-    int pid;
-    return file_read_int(LONELY_PID_FILE, &pid) == 0 && process_is_alive(pid);
-}
-
 /// What a cycle in the LONELY state, not over the wire, comes to.
 static uint32_t lonely_cycle_result(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     if (wifi_radio_override_active())
-        test.test_passed = 1;
+        inet_test_count_passed();
     if (lonely_is_running()) {
         // What it joins for its scan is not an upstream yet: nothing of the cycle moves the state.
         log_warning("Lonely is running, assume inet failure");
@@ -152,13 +142,13 @@ static void look_for_cable()
     count_link("eth0", &upstream.wc_eth0_up_count);
     count_link("eth1", &upstream.wc_eth1_up_count);
     const char *bridge = nullptr;
-    if (upstream.wc_eth0_up_count >= gOnline_settings.failure_tolerance)
+    if (upstream.wc_eth0_up_count >= inet_test_settings().failure_tolerance)
         bridge = "br-wired0";
-    else if (upstream.wc_eth1_up_count >= gOnline_settings.failure_tolerance)
+    else if (upstream.wc_eth1_up_count >= inet_test_settings().failure_tolerance)
         bridge = "br-wired1";
     if (bridge == nullptr)
         return;
-    snprintf(upstream.wired_uplink_bridge, sizeof upstream.wired_uplink_bridge, "%s", bridge);
+    uplink_bridge_set(bridge);
     upstream_set_state(TARN_NET_UPSTREAM_WAN_STATE);
 }
 
@@ -174,21 +164,6 @@ static void show_passed_cycle(uint32_t result)
     update_led_flag("gateway", result == TARN_NET_UPSTREAM_WAN_STATE);
     update_led_flag("repeater", false);
     update_led_flag("low_mesh_speed", false);
-}
-
-bool stop_lonely()
-{
-    uloop_timeout_cancel(&gTarn_net_state.mesh.lonely_timer);
-    const shell_result stopped = shell_run("/etc/init.d/lonely stop");
-    if (!stopped.ran)
-        log_warning("Unable to cancel lonely scan: %d (%s)", stopped.error,
-                    strerror(stopped.error));
-    else if (stopped.exit_status != 0)
-        log_warning("Lonely scan cancel exited with rc %d", stopped.exit_status);
-    const bool done = stopped.ran && stopped.exit_status == 0;
-    if (done)
-        wifi_restore_config_enabled_interfaces(true);
-    return done;
 }
 
 static void switch_upstream(uint32_t result, bool from_lonely)
@@ -272,7 +247,7 @@ static bool may_fall_back_to_mesh()
     if (!mesh.pre_configured)
         return mesh.available;
     log_notice("Before configuration, giving longer failure tolerance before swapping to mesh");
-    gOnline_settings.failure_tolerance = PRE_CONFIG_FAILURE_TOLERANCE; // until the next reload
+    inet_test_raise_tolerance(PRE_CONFIG_FAILURE_TOLERANCE);
     return gTarn_net_state.inet_test.test_failures >= PRE_CONFIG_FAILURE_TOLERANCE;
 }
 
@@ -281,9 +256,7 @@ static void enter_lonely()
     log_notice("Mesh state has failed falling back into lonely mode");
     upstream_send_inet_test(false);
     end_mesh_grace(false);
-    uloop_timeout *timer = &gTarn_net_state.mesh.lonely_timer;
-    timer->cb = lonely_periodic_trigger_cb;
-    uloop_timeout_set(timer, LONELY_FIRST_TRIGGER_MS);
+    lonely_start();
     wifi_radio_override_clear();
     (void)upstream_make(UPSTREAM_OVERRIDE, TARN_NET_LONELY_ORPHAN_STATE);
     upstream_forget(UPSTREAM_STOP_LONELY);
@@ -339,8 +312,8 @@ void complete_inet_test(uint32_t result)
         return;
     abort_inet_test();
     const bool passed_over_wire = test.test_passed != 0 && result == TARN_NET_UPSTREAM_WAN_STATE;
-    if (test.upstream_state == TARN_NET_UPSTREAM_MESH_STATE)
-        test.test_passed = mesh_cycle_passed();
+    if (test.upstream_state == TARN_NET_UPSTREAM_MESH_STATE && mesh_cycle_passed())
+        inet_test_count_passed();
     if (result != TARN_NET_UPSTREAM_WAN_STATE &&
         test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE)
         result = lonely_cycle_result(result);
@@ -351,8 +324,8 @@ void complete_inet_test(uint32_t result)
         test.test_failures++;
     }
     log_debug("gTarn_net_state.inet_test.test_failures: %d, gOnline_settings.failure_tolerance: %d",
-              test.test_failures, gOnline_settings.failure_tolerance);
-    if (test.test_failures >= gOnline_settings.failure_tolerance)
+              test.test_failures, inet_test_settings().failure_tolerance);
+    if (test.test_failures >= inet_test_settings().failure_tolerance)
         fall_back(result);
     wired_event_weigh_cycle(passed_over_wire);
 }

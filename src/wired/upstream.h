@@ -2,21 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
-
-/// gTarn_net_state.inet_test.upstream_state
-enum tarn_net_upstream : uint32_t {
-    TARN_NET_UPSTREAM_NONE,       ///< not decided yet
-    TARN_NET_UPSTREAM_WAN_STATE,  ///< over the wired uplink; the node is a mesh gateway
-    TARN_NET_UPSTREAM_MESH_STATE, ///< through the mesh; the node is a repeater
-    TARN_NET_LONELY_ORPHAN_STATE, ///< no upstream; the lonely service looks for one
-};
-
-const char *upstream_state_name(uint32_t state);
-/// When the present state was entered, in seconds since 1970.
-time_t upstream_since();
-/// True while a step of the last change could not be put into force; it is repeated.
-bool upstream_is_incomplete();
 
 /// Weighs a cycle's result (a state value) and moves the upstream state. Nothing while the cycle is
 /// not completely dispatched.

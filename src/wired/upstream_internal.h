@@ -25,8 +25,6 @@ void upstream_take_back(upstream_step step);
 /// The step is not wanted any more.
 void upstream_forget(upstream_step step);
 
-/// The one place that sets the upstream state; logs old and new.
-void upstream_set_state(uint32_t state);
 /// Lets DHCP and traffic shaper name the wired uplink bridge that a cycle has just passed over, if
 /// they name another port's. True when they had to change: "reload_config" has to follow.
 bool upstream_follow_bridge();
@@ -36,9 +34,3 @@ void upstream_send_gateway_mode(uint32_t next);
 void upstream_send_inet_test(bool success);
 /// Sets the forwarding rules of the present uplink anew.
 void upstream_reapply_forwarding();
-/// True while a wired uplink bridge is known.
-bool upstream_knows_wired_bridge();
-/// True while the lonely service runs.
-bool lonely_is_running();
-/// Ends the lonely service. False on failure (logged).
-bool stop_lonely();

@@ -8,12 +8,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/state.h"
+#include "mesh/mesh.h"
 #include "netlink/rtnl.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/shell.h"
+#include "state/owned.h"
 #include "wifi/override.h"
 #include "wifi/wifi.h"
 #include "wired/forwarding.h"
@@ -55,7 +56,10 @@ static bool run_command(const char *command)
 
 static bool make_stop_lonely(uint32_t)
 {
-    return stop_lonely();
+    if (!lonely_stop())
+        return false;
+    wifi_restore_config_enabled_interfaces(true);
+    return true;
 }
 
 static bool make_override(uint32_t)
@@ -289,9 +293,4 @@ static void make_up_cb(uloop_timeout *)
         arm(std::min(2 * upstream.make_up_delay_ms, LAST_REPETITION_MS));
     else
         log_notice("What failed of the upstream's switch has been made up for");
-}
-
-bool upstream_is_incomplete()
-{
-    return gTarn_net_state.upstream.unmade != 0;
 }

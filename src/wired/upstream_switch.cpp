@@ -2,55 +2,15 @@
 // been decided in upstream.cpp; what the single steps do is in upstream_steps.cpp.
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
-#include "core/state.h"
 #include "mesh/mesh.h"
 #include "platform/zu/blobmsg_util.h"
-#include "platform/zu/clock.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
-
-static const char *const gState_names[] = {
-    "TARN_NET_UPSTREAM_NONE",
-    "TARN_NET_UPSTREAM_WAN_STATE",
-    "TARN_NET_UPSTREAM_MESH_STATE",
-    "TARN_NET_LONELY_ORPHAN_STATE",
-};
-
-const char *upstream_state_name(uint32_t state)
-{
-    return state < std::size(gState_names) ? gState_names[state] : "State out of range";
-}
-
-/// zu_monotonic_s() of the last change of state, or of the first question about it.
-static int64_t gState_since_s;
-
-time_t upstream_since()
-{
-    if (gState_since_s == 0)
-        gState_since_s = zu_monotonic_s();
-    return zu_date_of(gState_since_s);
-}
-
-void upstream_set_state(uint32_t state)
-{
-    uint32_t &current = gTarn_net_state.inet_test.upstream_state;
-    if (current == state)
-        return;
-    log_debug("Update upstream state from %s to %s", upstream_state_name(current),
-              upstream_state_name(state));
-    current = state;
-    gState_since_s = zu_monotonic_s();
-}
-
-bool upstream_knows_wired_bridge()
-{
-    return gTarn_net_state.upstream.wired_uplink_bridge[0] != '\0';
-}
 
 void upstream_send_gateway_mode(uint32_t next)
 {

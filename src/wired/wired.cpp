@@ -5,7 +5,7 @@
 #include "wifi/wifi.h"
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired_internal.h"
 

@@ -1,12 +1,12 @@
 // The wired package's state document: settings, upstream, followed interfaces, internet test.
 #include <string>
 
-#include "core/state.h"
 #include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/state.h"
 #include "wired/inet_probe.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 #include "wired/upstream.h"
 #include "wired/wired.h"
 
@@ -28,15 +28,16 @@ static void add_inet_test_settings(blob_buf *buf)
 {
     void *table = blobmsg_open_table(buf, "inet_test");
     void *targets = blobmsg_open_array(buf, "targets");
-    if (gOnline_settings.targets != nullptr) {
+    if (inet_test_settings().targets != nullptr) {
         tarn_host *target;
-        list_for_each_entry(target, gOnline_settings.targets, list)
+        list_for_each_entry(target, inet_test_settings().targets, list)
             blobmsg_add_string(buf, nullptr, target->url);
     }
     blobmsg_close_array(buf, targets);
     blobmsg_add_u32(buf, "failure_tolerance",
-                    static_cast<uint32_t>(gOnline_settings.failure_tolerance));
-    blobmsg_add_u32(buf, "test_interval", static_cast<uint32_t>(gOnline_settings.test_interval));
+                    static_cast<uint32_t>(inet_test_settings().failure_tolerance));
+    blobmsg_add_u32(buf, "test_interval",
+                    static_cast<uint32_t>(inet_test_settings().test_interval));
     blobmsg_close_table(buf, table);
 }
 
@@ -68,7 +69,7 @@ static void add_interface(blob_buf *buf, const iface_entry *entry)
     blobmsg_close_table(buf, table);
 }
 
-static void add_interfaces(blob_buf *buf, const char *key, list_head *list)
+static void add_interfaces(blob_buf *buf, const char *key, const list_head *list)
 {
     void *array = blobmsg_open_array(buf, key);
     iface_entry *entry;
@@ -78,7 +79,7 @@ static void add_interfaces(blob_buf *buf, const char *key, list_head *list)
 
 static void add_cycle(blob_buf *buf)
 {
-    const inet_test_state &test = gTarn_net_state.inet_test;
+    const inet_test_state &test = node_state().inet_test;
     void *table = blobmsg_open_table(buf, "cycle");
     blobmsg_add_u32(buf, "interfaces", static_cast<uint32_t>(test.interfaces_to_test));
     blobmsg_add_u32(buf, "tests_to_run", test.tests_to_run);
@@ -88,19 +89,20 @@ static void add_cycle(blob_buf *buf)
 
 static void add_last_verdict(blob_buf *buf)
 {
-    if (gInet_test_last_verdict.at_s == 0)
+    const inet_test_verdict &last = node_state().inet_test.last_verdict;
+    if (last.at_s == 0)
         return;
     void *table = blobmsg_open_table(buf, "last_verdict");
-    blobmsg_add_u64(buf, "time", static_cast<uint64_t>(zu_date_of(gInet_test_last_verdict.at_s)));
-    blobmsg_add_u8(buf, "passed", gInet_test_last_verdict.passed);
-    blobmsg_add_string(buf, "result", upstream_state_name(gInet_test_last_verdict.result));
+    blobmsg_add_u64(buf, "time", static_cast<uint64_t>(zu_date_of(last.at_s)));
+    blobmsg_add_u8(buf, "passed", last.passed);
+    blobmsg_add_string(buf, "result", upstream_state_name(last.result));
     blobmsg_close_table(buf, table);
 }
 
 /// The timers that run, with the seconds that are left.
 static void add_timers(blob_buf *buf)
 {
-    const tarn_net_state &state = gTarn_net_state;
+    const tarn_net_state &state = node_state();
     const struct {
         const char *name;
         const uloop_timeout *timer;
@@ -132,14 +134,14 @@ static void add_tests(blob_buf *buf)
 
 static void add_state(blob_buf *buf)
 {
-    const inet_test_state &test = gTarn_net_state.inet_test;
+    const inet_test_state &test = node_state().inet_test;
     void *table = blobmsg_open_table(buf, "state");
     blobmsg_add_string(buf, "upstream_state", upstream_state_name(test.upstream_state));
     blobmsg_add_string(buf, "uplink_iface", test.uplink_iface);
-    blobmsg_add_string(buf, "wired_uplink_bridge", gTarn_net_state.upstream.wired_uplink_bridge);
+    blobmsg_add_string(buf, "wired_uplink_bridge", node_state().upstream.wired_uplink_bridge);
     blobmsg_add_u32(buf, "test_failures", static_cast<uint32_t>(test.test_failures));
-    add_interfaces(buf, "wired", &gTarn_net_state.bridges.list);
-    add_interfaces(buf, "mesh", &gTarn_net_state.mesh.list);
+    add_interfaces(buf, "wired", &node_state().bridges.list);
+    add_interfaces(buf, "mesh", &node_state().mesh.list);
     add_cycle(buf);
     add_last_verdict(buf);
     add_tests(buf);

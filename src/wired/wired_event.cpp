@@ -4,12 +4,13 @@
 #include <cstring>
 #include <string>
 
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
+#include "wired/bridges.h"
 #include "wired/forwarding.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
@@ -18,7 +19,7 @@
 #include "wired/wired_internal.h"
 
 constexpr int NETIFD_TIMEOUT_MS = 500;
-/// Bytes of the uplink bridge's name that uplink_set() fills, its end included.
+/// Bytes of the bridge's name that uplink_set() fills, its end included.
 constexpr size_t UPLINK_SET_SIZE = 12;
 
 int32_t gWired_taken_down = -1;
@@ -50,15 +51,15 @@ static void commit_or_repeat(const char *package, upstream_step step, const char
 
 void uplink_set(const char *name)
 {
-    auto &bridge = gTarn_net_state.upstream.wired_uplink_bridge;
     log_debug("setting uplink interface to %s", name != nullptr ? name : "none");
-    if (bridge[0] != '\0')
-        change_dns_interface(ng_uci_del_list, bridge);
-    bridge[0] = '\0';
+    if (upstream_knows_wired_bridge())
+        change_dns_interface(ng_uci_del_list, gTarn_net_state.upstream.wired_uplink_bridge);
+    char bridge[UPLINK_SET_SIZE] = "";
     if (name != nullptr) {
-        snprintf(bridge, UPLINK_SET_SIZE, "br-%s", name);
+        snprintf(bridge, sizeof bridge, "br-%s", name);
         change_dns_interface(ng_uci_add_list, bridge);
     }
+    uplink_bridge_set(bridge);
     // The shaper follows with the next passed cycle.
     gTarn_net_state.upstream.served_bridge[0] = '\0';
     wifid_apply_bridges();
@@ -126,7 +127,7 @@ void wired_event_weigh_cycle(bool passed_over_wire)
     if (!gYielded.waits)
         return;
     gYielded.failures = passed_over_wire ? 0 : gYielded.failures + 1;
-    if (gYielded.failures < gOnline_settings.failure_tolerance)
+    if (gYielded.failures < inet_test_settings().failure_tolerance)
         return;
     const std::string name = "wired" + std::to_string(gWired_taken_down);
     log_notice("The wire is not available, bringing %s up again", name.c_str());

@@ -1,7 +1,7 @@
 // Which bridge each SSID's mesh interface is put into, on the kernel this runs on. It may know no
 // VLANs: the interfaces are plain ones under the names that the VLANs of bat0 have.
-#include "core/state.h"
 #include "platform/zu/log.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/upstream.h"

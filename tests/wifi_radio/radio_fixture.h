@@ -3,11 +3,11 @@
 #pragma once
 
 #include "bss.h"
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "sim/programs.h"
+#include "state/owned.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/survey_internal.h"
 #include "wifi/settings/dump.h"

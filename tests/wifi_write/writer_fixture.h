@@ -4,12 +4,12 @@
 
 #include "support/temporary_directory.h"
 
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "sim/programs.h"
+#include "state/owned.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"

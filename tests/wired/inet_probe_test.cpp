@@ -4,7 +4,7 @@
 
 #include "mesh/mesh.h"
 #include "wired/bridges.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 #include "wired/wired.h"
 #include "zu/curl_fixture.h"
 

@@ -3,7 +3,7 @@
 #include "mesh/mesh.h"
 #include "support/fake_interface.h"
 #include "wired/bridges.h"
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 #include "wired/node_fixture.h"
 
 namespace {

@@ -1,10 +1,11 @@
 // What status answers of netifd make of an interface's facts, the malformed and hostile ones too.
-#include "core/state.h"
 #include "platform/zu/log.h"
+#include "state/owned.h"
 #include "support/bus_fixture.h"
+#include "wired/bridges.h"
 #include "wired/inet_probe.h"
-#include "wired/netifd_iface.h"
-#include "wired/netifd_iface_internal.h"
+#include "wired/netifd/iface.h"
+#include "wired/netifd/iface_internal.h"
 
 namespace {
 
@@ -97,6 +98,7 @@ TEST_F(NetifdStatus, WiredBridgeThatLeadsOutBecomesTheUplink)
     char second_path[] = "network.interface.wired1";
     iface_entry second = {};
     second.obj_path = second_path;
+    entry.on_change = second.on_change = [](iface_entry *) { (void)find_bridge_uplink(); };
     list_add_tail(&entry.link, &gTarn_net_state.bridges.list);
     list_add_tail(&second.link, &gTarn_net_state.bridges.list);
     entry.up = false;

@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <optional>
 
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "sim/programs.h"
+#include "state/owned.h"
 #include "support/bus_fixture.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"

@@ -1,5 +1,6 @@
 // What the node does when its upstream changes, as whole lists: commands with what stood committed
 // when they ran, events, UCI values, kernel rules, LED flags. And what it does when that fails.
+#include "mesh/gateway_facts.h"
 #include "platform/zu/led.h"
 #include "wifi/override.h"
 #include "wired/node_fixture.h"

@@ -2,7 +2,7 @@
 // through the end of cycles.
 #include "wired/node_fixture.h"
 
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include "document_file.h"
 #include "private_root.h"
 
-#include "core/state.h"
 #include "platform/zu/ng_uci.h"
+#include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"

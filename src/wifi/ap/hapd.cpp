@@ -3,11 +3,11 @@
 // when that has changed, when it appears anew, and, after an answer that did not come or was no,
 // half a minute later.
 
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ubus_call.h"
+#include "state/state.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 

@@ -3,12 +3,11 @@
 // Each SSID crosses the mesh on one VLAN of bat0: bat0.1s when its clients stay in the node's own
 // network, bat0.2s when it has a VLAN, bat0.3s when its clients are bridged to the wired LAN.
 
-#include "core/state.h"
 #include "netlink/rtnl.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/upstream.h"
 
 #include <array>
 #include <cstdio>
@@ -127,8 +126,8 @@ std::string wifi_ssid_mesh_iface(const wifi_ssid_settings &settings, int ssid)
 
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge)
 {
-    const char *uplink = gTarn_net_state.upstream.wired_uplink_bridge;
-    const bool wired = gTarn_net_state.inet_test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE;
+    const char *uplink = node_state().upstream.wired_uplink_bridge;
+    const bool wired = node_state().inet_test.upstream_state == TARN_NET_UPSTREAM_WAN_STATE;
     if (settings.bridge_to_lan && wired && uplink[0])
         snprintf(bridge, IFNAMSIZ, "%s", uplink);
     else if (wifi_vlan_tag_is_valid(settings.vlan_tag))

@@ -1,12 +1,12 @@
 // Radar and channel switches, as the kernel tells them: bus events for whoever follows the channel
 // availability check, and once radar was seen, a radio override and a check-in, so that the cloud
 // learns that a radio has left its channel.
-#include "core/state.h"
 #include "netlink/nl80211.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/override.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/radio/radio_internal.h"

@@ -1,5 +1,5 @@
 // What the check-in and the health check ask of scans and surveys.
-#include "core/state.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 #include "wifi/radio/survey_internal.h"

@@ -9,9 +9,9 @@
 //
 // The timer runs in every state but idle. u80211d may scan for reasons of its own, so a
 // notification is taken in any state. What cannot be asked now is asked again after a pause.
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 

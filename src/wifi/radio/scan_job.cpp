@@ -1,8 +1,8 @@
 // How a scan ends for those who asked for it: the job "ap_scan" is reported, the check-in
 // requested.
-#include "core/state.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 

@@ -7,9 +7,9 @@
 //            ├────────────────┤
 //            │                ▼ 6th, and no scan in flight
 //            └──────────── pause, u80211d restarted
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/survey_internal.h"
 

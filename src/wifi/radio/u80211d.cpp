@@ -1,7 +1,7 @@
 // The radio daemon u80211d on the bus: which object it is, and the subscription to what it tells.
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/shell.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 

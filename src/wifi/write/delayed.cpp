@@ -8,12 +8,12 @@
 // Neither a staged nor a pending file outlives the daemon: the cloud sees at the next check-in that
 // the settings are not in force, and pushes them again.
 
-#include "core/state.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
@@ -108,7 +108,7 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     (void)run_reload_config();
     shell_run_ignored("/etc/init.d/dnsmasq reload");
     update_led_flag("config", false);
-    gTarn_net_state.inet_test.test_passed = 1;
+    inet_test_count_passed();
     run_uplink_test();
 }
 

@@ -3,11 +3,11 @@
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "state/upstream_state.h"
 #include "wifi/wifi.h"
 #include "wifi/write/address_plan.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/writer_internal.h"
-#include "wired/upstream.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -5,10 +5,10 @@
 
 #include "wifi/write/writer.h"
 
-#include "core/state.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
+#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
@@ -85,7 +85,7 @@ static wifi_write begin(const wifi_settings &settings)
     w.lldp_complete = wifi_lldp_negotiation_complete();
     w.address_base =
         wifi_plan_base(settings.node_id, settings.node_id < 0 ? management_mac() : nullptr);
-    w.upstream_state = gTarn_net_state.inet_test.upstream_state;
+    w.upstream_state = node_state().inet_test.upstream_state;
     return w;
 }
 

@@ -1,4 +1,4 @@
-// The wired subsystem's share of the daemon's state record.
+// The internet test's share of the record, and its settings.
 #pragma once
 
 #include <libubus.h>
@@ -20,6 +20,13 @@ struct inet_test_slot {
     uloop_curl_easy easy;
 };
 
+/// How the last completed cycle ended.
+struct inet_test_verdict {
+    int64_t at_s; ///< zu_monotonic_s() of it; 0: no cycle has been completed
+    bool passed;
+    uint32_t result; ///< the upstream state it spoke for
+};
+
 /// The internet test; a cycle runs while test_run_count != tests_to_run or interfaces_to_test != 0.
 struct inet_test_state {
     uloop_curl_context curl;
@@ -39,21 +46,22 @@ struct inet_test_state {
     inet_test_slot slots[INET_TEST_INTERFACES][INET_TEST_TARGETS];
     /// Names under test, one a block: a followed interface may vanish or be renamed meanwhile.
     char interface_names[INET_TEST_INTERFACES][16];
+    inet_test_verdict last_verdict;
 };
 
-/// What the upstream decision keeps between cycles.
-struct upstream_record {
-    bool mesh_ready; ///< the mesh's grace period has ended
-    uloop_timeout mesh_ready_timer;
-    bool mesh_up; ///< the period in which a mesh neighbour is enough has ended
-    uloop_timeout mesh_up_timer;
-    int32_t wc_eth0_up_count; ///< consecutive passed mesh cycles with link on the port
-    int32_t wc_eth1_up_count;
-    uint32_t unmade; ///< steps (upstream_step) that could not be put into force
-    uloop_timeout make_up_timer;
-    int32_t make_up_delay_ms;
-    bool reload_hangs;            ///< the last "reload_config" had to be ended
-    char forwarding_to[16];       ///< where forwarding is to lead while that step is unmade
-    char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
-    char served_bridge[16]; ///< that DHCP and traffic shaper name while in WAN; empty: not the same
+/// Settings, from UCI package tarn_net.
+struct online_settings {
+    int32_t failure_tolerance; ///< failed cycles tolerated; 3 unless configured
+    int32_t test_interval;     ///< seconds; the test runs only when above 0
+    uint32_t target_count;
+    list_head *targets; ///< of tarn_host; null before the first load
+    int64_t taken_at_s; ///< zu_monotonic_s() of when they came into force
 };
+
+/// Those in force.
+const online_settings &inet_test_settings();
+/// True when there are targets and an interval.
+bool inet_test_is_configured();
+/// How long no cycle has been completed; the time before the settings in force were taken does not
+/// count.
+int64_t inet_test_seconds_since_verdict();

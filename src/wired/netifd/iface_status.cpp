@@ -7,12 +7,10 @@
 #include <cstring>
 #include <iterator>
 
-#include "core/state.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
-#include "wired/bridges.h"
-#include "wired/netifd_iface.h"
-#include "wired/netifd_iface_internal.h"
+#include "wired/netifd/iface.h"
+#include "wired/netifd/iface_internal.h"
 
 enum { STATUS_UP, STATUS_DEVICE, STATUS_ROUTE, STATUS_MEMBERS };
 static const blobmsg_policy gStatus_policy[STATUS_MEMBERS] = {
@@ -44,11 +42,10 @@ static void clear_route(iface_entry *entry)
     entry->address[0] = '\0';
 }
 
-/// After a change of a wired bridge: another one may lead out now.
-static void look_for_uplink(const iface_entry *entry)
+static void tell_change(iface_entry *entry)
 {
-    if (iface_list_find(&gTarn_net_state.bridges.list, entry->obj_path) == entry)
-        (void)find_bridge_uplink();
+    if (entry->on_change != nullptr)
+        entry->on_change(entry);
 }
 
 void iface_list_clear_facts(iface_entry *entry)
@@ -56,7 +53,7 @@ void iface_list_clear_facts(iface_entry *entry)
     entry->device[0] = '\0';
     entry->up = false;
     clear_route(entry);
-    look_for_uplink(entry);
+    tell_change(entry);
 }
 
 static bool is_device_name(const char *name)
@@ -185,6 +182,6 @@ bool iface_list_parse_status(iface_entry *entry, blob_attr *msg)
         return false;
     }
     const bool usable = take_status(entry, msg);
-    look_for_uplink(entry);
+    tell_change(entry);
     return usable;
 }

@@ -36,6 +36,7 @@ struct iface_entry {
     char *obj_path;
     ubus_subscriber subscriber;
     iface_status_cb on_status; ///< called after every completed status call; may be null
+    iface_status_cb on_change; ///< called when facts have been taken or lost; may be null
 
     ubus_context *ctx;
     uint32_t id;   ///< bus id subscribed to
@@ -47,7 +48,7 @@ struct iface_entry {
 };
 
 /// Subscribes to object `id` and asks for its status. The caller links the entry into its list and
-/// sets on_status. Null on failure (logged), with nothing left behind.
+/// sets the callbacks. Null on failure (logged), with nothing left behind.
 iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id);
 /// Asks for the status, for 6 s; a call still open is dropped for the new one. False on failure
 /// (logged). The status is asked for again each half minute, for good.
@@ -55,8 +56,8 @@ bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id);
 /// Repeats the question: drops a call that is open and makes a new one, which stays open until it
 /// is answered or, every 30 s, replaced. An answer that comes late is as good as any.
 void iface_list_ask_again(iface_entry *entry);
-/// Takes a status answer or a notification into the entry and looks which wired bridge leads out
-/// now. False when it does not say what is needed (logged).
+/// Takes a status answer or a notification into the entry and tells the list's owner. False when it
+/// does not say what is needed (logged).
 bool iface_list_parse_status(iface_entry *entry, blob_attr *msg);
 
 /// The entry whose object is `obj_path`, or null.

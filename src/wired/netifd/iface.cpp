@@ -1,5 +1,5 @@
 // Life of a followed interface: subscription, status call, notifications, removal. What a status
-// answer means is netifd_status.cpp's.
+// answer means is iface_status.cpp's.
 //
 // Notifications tell of changes at once; one that goes astray would leave an interface down, or up,
 // for good. So every interface is asked for its status again each half minute, whether the last
@@ -7,7 +7,7 @@
 //
 // The bus library keeps pointers to registered subscribers, also while the connection is down. An
 // entry that cannot be unregistered then waits in a list of its own until the bus is back.
-#include "wired/netifd_iface.h"
+#include "wired/netifd/iface.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +15,7 @@
 #include <optional>
 
 #include "platform/zu/log.h"
-#include "wired/netifd_iface_internal.h"
+#include "wired/netifd/iface_internal.h"
 
 /// Bounds a status call that no enumeration watches over; longer than an enumeration's own limit,
 /// which ends the calls it made and says so in its own words.
@@ -50,6 +50,7 @@ static void drop_call(iface_entry *entry)
 /// For an entry that is in no list any more.
 static void destroy(iface_entry *entry)
 {
+    entry->on_change = nullptr;
     drop_call(entry);
     if (unregister(entry))
         release(entry);

@@ -1,19 +1,26 @@
-#include "wired/netifd_enumeration.h"
+#include "wired/netifd/enumeration.h"
 
-#include "core/state.h"
 #include "platform/zu/log.h"
-#include "wired/inet_probe.h"
-#include "wired/netifd_iface.h"
+#include "state/state.h"
+#include "wired/netifd/iface.h"
 
 constexpr int ENUMERATE_MS = 5000;
 
+static void (*gEnded)();
+
 static void enumerate_timeout_cb(uloop_timeout *);
+
+void iface_enumeration_tell_end(void (*ended)())
+{
+    gEnded = ended;
+}
 
 static void end(iface_enumeration *enumeration)
 {
     uloop_timeout_cancel(&enumeration->enumerate_timer);
     enumeration->enumerate_timer.cb = nullptr;
-    inet_test_enumeration_ended();
+    if (gEnded != nullptr)
+        gEnded();
 }
 
 void iface_enumeration_weigh(iface_enumeration *enumeration)
@@ -121,6 +128,7 @@ void iface_enumeration_add(iface_enumeration *enumeration, const iface_kind *kin
         return;
     }
     entry->on_status = kind->on_status;
+    entry->on_change = kind->on_change;
     list_add_tail(&entry->link, list);
 }
 

@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+#include "state/followed.h"
+
 struct iface_entry;
 
 /// What differs between the two.
@@ -20,18 +22,14 @@ struct iface_kind {
     bool (*is_known)();
     bool ends_when_answered; ///< not before its limit otherwise
     void (*on_status)(iface_entry *entry);
+    void (*on_change)(iface_entry *entry);
     const char *noun; ///< as in "Mesh '...' failed to respond"
     const char *add_failure;
     void (*log_lookup_failure)(const char *path);
 };
 
-/// Part of the daemon's state record, zero at start-up.
-struct iface_enumeration {
-    list_head list;                ///< iface_entry, in the order they were found
-    uloop_timeout enumerate_timer; ///< pending: enumeration is in progress
-    const iface_kind *kind;        ///< once it has been started
-};
-
+/// Has `ended` called whenever an enumeration is over.
+void iface_enumeration_tell_end(void (*ended)());
 /// Starts an enumeration. False when one is in progress already.
 bool iface_enumeration_start(iface_enumeration *enumeration, const iface_kind *kind);
 /// Ends it when every interface has answered and is named.

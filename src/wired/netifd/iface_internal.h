@@ -1,4 +1,4 @@
-// Shared by netifd_iface.cpp and netifd_status.cpp.
+// Shared by iface.cpp and iface_status.cpp.
 #pragma once
 
 struct iface_entry;
