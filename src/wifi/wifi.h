@@ -22,6 +22,18 @@ int wifi_radio_count();
 /// Band type of a platform radio, or -1 when it has none of the known names (logged).
 int wifi_radio_band_type(int radio);
 
+/// What the wireless package asks of the rest of the node, which knows this package and is not
+/// known to it. Filled by core/requests.cpp.
+struct wifi_requests {
+    /// Services are to follow the committed configuration; repeated until they do.
+    bool (*reload_config)();
+    /// Those SSIDs, and no others, are to be forwarded to the present uplink; uncommitted.
+    bool (*forward_ssids)(uint32_t state, const wifi_settings *settings);
+    /// Delayed settings are in force: the cycle counts as passed, and the next one starts at once.
+    void (*test_uplink)();
+};
+extern const wifi_requests gWifi_requests;
+
 // Package callbacks and bus methods of "qnet.wifi"
 
 int wifi_parse_config(ubus_context *ctx, blob_attr *msg, blob_buf *reply);

@@ -72,6 +72,16 @@ void wifid_cancel_delayed_wireless();
 /// Bridge that an SSID (1..4) of those settings belongs to; `bridge` holds at least 16 bytes.
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge);
 
+/// An SSID crosses the mesh on one VLAN of bat0, by its class.
+enum wifi_mesh_class {
+    WIFI_MESH_PLAIN = 1, ///< bat0.1s: its clients stay in the node's own network
+    WIFI_MESH_VLAN = 2,  ///< bat0.2s: it has a VLAN
+    WIFI_MESH_LAN = 3,   ///< bat0.3s: its clients are bridged to the wired LAN
+};
+constexpr wifi_mesh_class WIFI_MESH_CLASSES[] = {WIFI_MESH_PLAIN, WIFI_MESH_VLAN, WIFI_MESH_LAN};
+/// Name of that interface of SSID `ssid` (1..4).
+std::string wifi_mesh_iface(wifi_mesh_class of, int ssid);
+
 // Neighbour lists (ap/neighbors.cpp)
 
 /// Checks the list of a settings document. 0, or -1 (logged) for an element that is not {"bssid",

@@ -1,5 +1,4 @@
-// Firewall forwarding from the SSIDs and the mesh to the wired uplink. The captive portal's part
-// is portal.cpp's.
+// Firewall forwarding from the SSIDs and the mesh to the wired uplink.
 #include "wired/forwarding.h"
 
 #include <cstring>
@@ -9,7 +8,6 @@
 #include "state/owned.h"
 #include "wifi/wifi.h"
 #include "wired/upstream.h"
-#include "wired/upstream_internal.h"
 
 bool firewall_set_forwarding_rule(const char *iface, const char *source, bool enable)
 {

@@ -1,5 +1,5 @@
-// Firewall forwarding and the captive portal's and traffic shaper's interfaces, as UCI options that
-// follow the upstream.
+// Firewall forwarding, as UCI options that follow the upstream. The captive portal's are
+// wifi/write/portal's.
 //
 // Forwarding sections ("firewall.ssid1wan_wired0") exist beforehand; only their `enabled` option is
 // written here.
@@ -28,8 +28,3 @@ bool firewall_revert_forwarding_rules();
 /// Lets the SSIDs of those settings, and no others, be forwarded to the present wired uplink;
 /// uncommitted. False when not all could be set.
 bool set_ssid_forwarding(uint32_t state, const wifi_settings *settings);
-/// Sets the captive portal's log-out rules; uncommitted. False when not all could be.
-bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings);
-/// Tells portal and shaper which interfaces carry clients and which one leads out. False when not
-/// all of it could be set, or committed.
-bool set_udsplash_ifaces(uint32_t state, bool with_commit, const wifi_settings *settings);

@@ -27,7 +27,6 @@
 #include "wired/netifd/enumeration.h"
 #include "wired/netifd/iface.h"
 #include "wired/upstream.h"
-#include "wired/upstream_internal.h"
 
 constexpr int DEFAULT_FAILURE_TOLERANCE = 3;
 constexpr int READ_AGAIN_MS = 1000;

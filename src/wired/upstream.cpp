@@ -38,7 +38,7 @@
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream_internal.h"
-#include "wired/wired_internal.h"
+#include "wired/wired_event.h"
 
 constexpr int MESH_READY_MS = 150000;
 constexpr int MESH_UP_MS = 600000;

@@ -12,6 +12,10 @@ void complete_inet_test(uint32_t result);
 bool update_uplink_interface(uint32_t state);
 /// Leaves NONE for WAN at once, on the first wired success. As update_uplink_interface().
 bool upstream_enter_wan_from_none();
+/// Makes "br-<name>" the wired uplink bridge, or none when null, and applies what follows from it.
+void uplink_set(const char *name);
+/// Sets the forwarding rules of the present uplink anew.
+void upstream_reapply_forwarding();
 /// Runs "reload_config", which makes services follow the committed configuration; one that fails is
 /// repeated until it succeeds. False when it failed.
 [[nodiscard]] bool run_reload_config();

@@ -1,4 +1,4 @@
-// Shared inside wired/: what moves with the upstream state.
+// Shared by the files of the upstream: what moves with its state.
 #pragma once
 
 #include <cstdint>
@@ -32,5 +32,3 @@ bool upstream_follow_bridge();
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".
 void upstream_send_inet_test(bool success);
-/// Sets the forwarding rules of the present uplink anew.
-void upstream_reapply_forwarding();

@@ -17,6 +17,8 @@
 #include "state/owned.h"
 #include "wifi/override.h"
 #include "wifi/wifi.h"
+#include "wifi/write/dns.h"
+#include "wifi/write/portal.h"
 #include "wired/forwarding.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
@@ -88,12 +90,6 @@ static bool make_routes(uint32_t state)
     if (state == TARN_NET_UPSTREAM_MESH_STATE)
         update_led_flag("repeater", true);
     return ng_rtnl_iface_rule_add("lo", 0, 0, 0, TABLE_MESH, RULE_PRIORITY) == 0;
-}
-
-static bool change_dns_interface(ng_uci_action action, const char *iface)
-{
-    return ng_uci_save_action_ctx(ng_uci_change_context(), action, iface,
-                                  "dhcp.lan_dns.interface") == 0;
 }
 
 static bool remove_dns_interfaces()

@@ -9,8 +9,14 @@
 #include "platform/zu/log.h"
 #include "state/owned.h"
 #include "wifi/wifi.h"
+#include "wifi/write/dns.h"
+#include "wired/bridges.h"
+#include "wired/forwarding.h"
 #include "wired/upstream.h"
 #include "wired/upstream_internal.h"
+
+/// Bytes of the bridge's name that uplink_set() fills, its end included.
+constexpr size_t UPLINK_SET_SIZE = 12;
 
 void upstream_send_gateway_mode(uint32_t next)
 {
@@ -116,4 +122,39 @@ bool update_uplink_interface(uint32_t state)
         log_error("Unable to reload DHCP servers");
     // False also when only the state changed: the callers then log a failure, and that is meant.
     return switched;
+}
+
+// ---- another wired uplink, told by netifd
+
+static void commit_or_repeat(const char *package, upstream_step step, const char *failure)
+{
+    if (ng_uci_commit(package) == 0)
+        return;
+    log_warning("%s", failure);
+    upstream_take_back(step);
+}
+
+void uplink_set(const char *name)
+{
+    log_debug("setting uplink interface to %s", name != nullptr ? name : "none");
+    if (upstream_knows_wired_bridge())
+        (void)change_dns_interface(ng_uci_del_list, gTarn_net_state.upstream.wired_uplink_bridge);
+    char bridge[UPLINK_SET_SIZE] = "";
+    if (name != nullptr) {
+        snprintf(bridge, sizeof bridge, "br-%s", name);
+        (void)change_dns_interface(ng_uci_add_list, bridge);
+    }
+    uplink_bridge_set(bridge);
+    // The shaper follows with the next passed cycle.
+    gTarn_net_state.upstream.served_bridge[0] = '\0';
+    wifid_apply_bridges();
+    const bool forwarding =
+        set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
+                                      gTarn_net_state.inet_test.upstream_state) == 0;
+    commit_or_repeat("dhcp", UPSTREAM_DHCP, "Unable to commit DHCP server rules");
+    commit_or_repeat("firewall", UPSTREAM_FORWARDING, "Failed to commit firewall config to UCI");
+    if (!forwarding)
+        upstream_take_back(UPSTREAM_FORWARDING);
+    if (!run_reload_config())
+        log_warning("Unable to reload DHCP servers and firewall rules");
 }

@@ -6,8 +6,8 @@
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"
 #include "wired/netifd/iface.h"
-#include "wired/upstream_internal.h"
-#include "wired/wired_internal.h"
+#include "wired/upstream.h"
+#include "wired/wired_event.h"
 
 int wired_reload_config(ubus_context *, blob_attr *, blob_buf *)
 {

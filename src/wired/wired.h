@@ -18,8 +18,6 @@ int wired_event(ubus_context *ctx, ubus_object *obj, ubus_request_data *req, con
 int debug_event(ubus_context *ctx, ubus_object *obj, ubus_request_data *req, const char *method,
                 blob_attr *msg);
 
-/// Makes "br-<name>" the wired uplink bridge, or none when null, and applies what follows from it.
-void uplink_set(const char *name);
 /// Has netifd take an interface down or, with `up`, bounce it: up to 0.5 s for each of the two
 /// calls. 0, or -1 when netifd is not on the bus.
 int netifd_event(ubus_context *ctx, const char *name, bool up);

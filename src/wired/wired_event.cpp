@@ -7,20 +7,13 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "state/owned.h"
-#include "wifi/wifi.h"
-#include "wired/bridges.h"
-#include "wired/forwarding.h"
+#include "state/state.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
-#include "wired/upstream_internal.h"
 #include "wired/wired.h"
-#include "wired/wired_internal.h"
+#include "wired/wired_event.h"
 
 constexpr int NETIFD_TIMEOUT_MS = 500;
-/// Bytes of the bridge's name that uplink_set() fills, its end included.
-constexpr size_t UPLINK_SET_SIZE = 12;
 
 int32_t gWired_taken_down = -1;
 /// While that interface is still down.
@@ -35,44 +28,6 @@ const blobmsg_policy gWired_event_policy[2] = {
     {"action", BLOBMSG_TYPE_STRING},
 };
 const blobmsg_policy gDebug_event_policy[1] = {{"enable", BLOBMSG_TYPE_INT32}};
-
-static void change_dns_interface(ng_uci_action action, const char *bridge)
-{
-    ng_uci_save_action_ctx(ng_uci_change_context(), action, bridge, "dhcp.lan_dns.interface");
-}
-
-static void commit_or_repeat(const char *package, upstream_step step, const char *failure)
-{
-    if (ng_uci_commit(package) == 0)
-        return;
-    log_warning("%s", failure);
-    upstream_take_back(step);
-}
-
-void uplink_set(const char *name)
-{
-    log_debug("setting uplink interface to %s", name != nullptr ? name : "none");
-    if (upstream_knows_wired_bridge())
-        change_dns_interface(ng_uci_del_list, gTarn_net_state.upstream.wired_uplink_bridge);
-    char bridge[UPLINK_SET_SIZE] = "";
-    if (name != nullptr) {
-        snprintf(bridge, sizeof bridge, "br-%s", name);
-        change_dns_interface(ng_uci_add_list, bridge);
-    }
-    uplink_bridge_set(bridge);
-    // The shaper follows with the next passed cycle.
-    gTarn_net_state.upstream.served_bridge[0] = '\0';
-    wifid_apply_bridges();
-    const bool forwarding =
-        set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,
-                                      gTarn_net_state.inet_test.upstream_state) == 0;
-    commit_or_repeat("dhcp", UPSTREAM_DHCP, "Unable to commit DHCP server rules");
-    commit_or_repeat("firewall", UPSTREAM_FORWARDING, "Failed to commit firewall config to UCI");
-    if (!forwarding)
-        upstream_take_back(UPSTREAM_FORWARDING);
-    if (!run_reload_config())
-        log_warning("Unable to reload DHCP servers and firewall rules");
-}
 
 /// Whether netifd has done it; `*present`, whether it is on the bus at all.
 static bool ask_netifd(ubus_context *ctx, const char *name, bool up, bool *present)

@@ -6,7 +6,7 @@
 #include "wired/node_fixture.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"
-#include "wired/wired_internal.h"
+#include "wired/wired_event.h"
 
 #include <algorithm>
 #include <climits>

@@ -1,7 +1,4 @@
 // Which bridge an SSID belongs to, and putting its mesh interface there.
-//
-// Each SSID crosses the mesh on one VLAN of bat0: bat0.1s when its clients stay in the node's own
-// network, bat0.2s when it has a VLAN, bat0.3s when its clients are bridged to the wired LAN.
 
 #include "netlink/rtnl.h"
 #include "platform/zu/log.h"
@@ -9,7 +6,6 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <array>
 #include <cstdio>
 #include <net/if.h>
 #include <unistd.h>
@@ -17,31 +13,17 @@
 namespace {
 
 constexpr const char *BATMAN_IFACE = "bat0";
-enum batman_class { CLASS_PLAIN = 1, CLASS_VLAN = 2, CLASS_LAN = 3 };
-constexpr std::array<batman_class, 3> CLASSES = {CLASS_PLAIN, CLASS_VLAN, CLASS_LAN};
 
-struct iface_name {
-    char text[IFNAMSIZ];
-};
-
-batman_class class_of(const wifi_ssid_settings &settings)
+wifi_mesh_class class_of(const wifi_ssid_settings &settings)
 {
     if (settings.bridge_to_lan)
-        return CLASS_LAN;
-    return wifi_vlan_tag_is_valid(settings.vlan_tag) ? CLASS_VLAN : CLASS_PLAIN;
+        return WIFI_MESH_LAN;
+    return wifi_vlan_tag_is_valid(settings.vlan_tag) ? WIFI_MESH_VLAN : WIFI_MESH_PLAIN;
 }
 
-int batman_vid(batman_class of, int ssid)
+int batman_vid(wifi_mesh_class of, int ssid)
 {
     return 10 * of + ssid;
-}
-
-iface_name batman_vlan_name(batman_class of, int ssid)
-{
-    iface_name name;
-    const auto vid = static_cast<uint8_t>(batman_vid(of, ssid)); // of two digits
-    snprintf(name.text, sizeof(name.text), "%s.%u", BATMAN_IFACE, vid);
-    return name;
 }
 
 // Looked up in sysfs: asked for the index of a name that it does not know, the kernel would start
@@ -76,28 +58,30 @@ bool bring_up_batman_vlan(const char *name, int vid)
     return ng_rtnl_iface_link_get_up(name, true) || ng_rtnl_iface_set_up(name, true) == 0;
 }
 
-void enslave_batman_vlan(int ssid, batman_class of, const char *bridge)
+void enslave_batman_vlan(int ssid, wifi_mesh_class of, const char *bridge)
 {
-    const iface_name port = batman_vlan_name(of, ssid);
+    const std::string name = wifi_mesh_iface(of, ssid);
+    const char *port = name.c_str();
     if (!iface_exists(BATMAN_IFACE) || !iface_exists(bridge)) {
-        log_debug("Skipping %s for bridge %s, an interface does not exist", port.text, bridge);
+        log_debug("Skipping %s for bridge %s, an interface does not exist", port, bridge);
         return;
     }
-    if (is_port_of(bridge, port.text) && ng_rtnl_iface_link_get_up(port.text, true))
+    if (is_port_of(bridge, port) && ng_rtnl_iface_link_get_up(port, true))
         return;
-    if (bring_up_batman_vlan(port.text, batman_vid(of, ssid)) && !is_port_of(bridge, port.text))
-        (void)ng_rtnl_bridge_enslave(bridge, port.text); // logged there
+    if (bring_up_batman_vlan(port, batman_vid(of, ssid)) && !is_port_of(bridge, port))
+        (void)ng_rtnl_bridge_enslave(bridge, port); // logged there
 }
 
-void release_batman_vlan(int ssid, batman_class of)
+void release_batman_vlan(int ssid, wifi_mesh_class of)
 {
-    const iface_name port = batman_vlan_name(of, ssid);
-    if (!iface_exists(port.text)) {
-        log_debug("Skipping %s, it does not exist", port.text);
+    const std::string name = wifi_mesh_iface(of, ssid);
+    const char *port = name.c_str();
+    if (!iface_exists(port)) {
+        log_debug("Skipping %s, it does not exist", port);
         return;
     }
-    if (is_port(port.text))
-        (void)ng_rtnl_bridge_release(port.text); // logged there
+    if (is_port(port))
+        (void)ng_rtnl_bridge_release(port); // logged there
 }
 
 void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
@@ -105,8 +89,8 @@ void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
     char bridge[IFNAMSIZ];
     if (determine_dest_ssid_bridge(ssid, bridge) != 0)
         return;
-    const batman_class wanted = class_of(settings);
-    for (const batman_class of : CLASSES)
+    const wifi_mesh_class wanted = class_of(settings);
+    for (const wifi_mesh_class of : WIFI_MESH_CLASSES)
         if (of != wanted)
             release_batman_vlan(ssid, of);
     enslave_batman_vlan(ssid, wanted, bridge);
@@ -119,9 +103,14 @@ bool wifi_vlan_tag_is_valid(int vlan_tag)
     return vlan_tag >= 1 && vlan_tag <= 4095;
 }
 
+std::string wifi_mesh_iface(wifi_mesh_class of, int ssid)
+{
+    return std::string(BATMAN_IFACE) + "." + std::to_string(batman_vid(of, ssid));
+}
+
 std::string wifi_ssid_mesh_iface(const wifi_ssid_settings &settings, int ssid)
 {
-    return batman_vlan_name(class_of(settings), ssid).text;
+    return wifi_mesh_iface(class_of(settings), ssid);
 }
 
 void wifi_dest_ssid_bridge(const wifi_ssid_settings &settings, int ssid, char *bridge)

@@ -1,6 +1,6 @@
 // Access lists of the SSIDs, on every radio whether the SSID is active there or not.
 #include "platform/zu/log.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 #include <unordered_set>
 

@@ -1,6 +1,6 @@
 // The access point manager's view of an SSID: what it steers and tells its clients by.
 #include "wifi/write/fields_uci.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 void wifi_write_ap_mgr_per_ssid_config(const wifi_write &w, int ssid)
 {

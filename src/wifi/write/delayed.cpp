@@ -13,14 +13,11 @@
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_batch.h"
 #include "platform/zu/shell.h"
-#include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write/commit.h"
 #include "wifi/write/fields_uci.h"
-#include "wired/inet_probe.h"
-#include "wired/upstream.h"
 
 #include "platform/fw_core/fw_core.h"
 
@@ -105,11 +102,10 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
         return;
     wifi_restore_config_enabled_interfaces(false);
     wifi_radio_list_ifaces();
-    (void)run_reload_config();
+    (void)gWifi_requests.reload_config();
     shell_run_ignored("/etc/init.d/dnsmasq reload");
     update_led_flag("config", false);
-    inet_test_count_passed();
-    run_uplink_test();
+    gWifi_requests.test_uplink();
 }
 
 void staged_becomes_pending()

@@ -1,10 +1,16 @@
 // DNS of an SSID: the node's common instance, or one of the SSID's own when its queries are
 // intercepted or it has name servers of its own.
-#include "platform/zu/ng_uci.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/dns.h"
 
-static const std::string LAN_INTERFACE = "dhcp.lan_dns.interface";
+#include "wifi/write/write_internal.h"
+
 static const std::string LAN_NOTINTERFACE = "dhcp.lan_dns.notinterface";
+
+bool change_dns_interface(ng_uci_action action, const char *iface)
+{
+    return ng_uci_save_action_ctx(ng_uci_change_context(), action, iface,
+                                  "dhcp.lan_dns.interface") == 0;
+}
 
 static std::string ssid_bridge(int ssid)
 {
@@ -27,10 +33,10 @@ static void use_common_instance(const wifi_ssid_settings &settings, int ssid)
 {
     uci_clear(numbered("dhcp.ssid", ssid, "_dns"));
     for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
-        uci_remove(LAN_INTERFACE, bridge);
+        (void)change_dns_interface(ng_uci_del_list, bridge.c_str());
         uci_remove(LAN_NOTINTERFACE, bridge);
         if (!settings.dhcp.relay[0])
-            uci_add(LAN_INTERFACE, bridge);
+            (void)change_dns_interface(ng_uci_add_list, bridge.c_str());
     }
     put_instance(settings, ssid, "lan_dns");
 }
@@ -112,7 +118,7 @@ void wifi_write_dns(const wifi_write &w, int ssid)
         return;
     }
     for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
-        uci_remove(LAN_INTERFACE, bridge);
+        (void)change_dns_interface(ng_uci_del_list, bridge.c_str());
         uci_add(LAN_NOTINTERFACE, bridge);
     }
     put_instance(settings, ssid, numbered("ssid", ssid, "_dns"));

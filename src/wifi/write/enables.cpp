@@ -14,7 +14,6 @@
 #include "wifi/radio/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wired/upstream.h"
 
 #include <optional>
 #include <string>
@@ -146,7 +145,7 @@ void restore(restoration kind, bool reload)
     failed.reset();
     uloop_timeout_cancel(&timer);
     if (reload || late)
-        (void)run_reload_config();
+        (void)gWifi_requests.reload_config();
 }
 
 void timer_cb(uloop_timeout *)

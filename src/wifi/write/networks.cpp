@@ -7,7 +7,7 @@
 #include "wifi/wifi.h"
 #include "wifi/write/address_plan.h"
 #include "wifi/write/fields_uci.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 #include <algorithm>
 #include <cerrno>

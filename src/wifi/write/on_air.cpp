@@ -1,6 +1,6 @@
 // What is to be on the air: the questions that decide several options.
 #include "platform/zu/platform_data.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 bool wifi_write_is_scanning(const wifi_write &w, int radio)
 {

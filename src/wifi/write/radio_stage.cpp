@@ -6,7 +6,7 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write/fields_uci.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 #include <cstdio>
 #include <cstring>

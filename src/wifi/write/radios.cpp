@@ -4,7 +4,7 @@
 #include "wifi/wifi_internal.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/orphan_key.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 #include <cstring>
 #include <initializer_list>

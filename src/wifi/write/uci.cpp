@@ -1,6 +1,6 @@
 // Single options, by name.
 #include "platform/zu/ng_uci.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 static void act(ng_uci_action action, const std::string &name, const char *value)
 {

@@ -15,9 +15,8 @@
 #include "wifi/write/address_plan.h"
 #include "wifi/write/commit.h"
 #include "wifi/write/fields_uci.h"
-#include "wifi/write/writer_internal.h"
-#include "wired/forwarding.h"
-#include "wired/upstream.h"
+#include "wifi/write/portal.h"
+#include "wifi/write/write_internal.h"
 
 // ---- the direct stage, beyond radios and networks
 
@@ -53,7 +52,7 @@ static void write_direct_stage(const wifi_write &w)
     write_local(*w.settings);
     // An SSID that leaves its VLAN is forwarded from now on, not only after the next change of
     // upstream.
-    (void)set_ssid_forwarding(w.upstream_state, w.settings);
+    (void)gWifi_requests.forward_ssids(w.upstream_state, w.settings);
     set_udsplash_logout_firewall(w.upstream_state, w.settings);
     (void)set_udsplash_ifaces(w.upstream_state, false, w.settings);
 }

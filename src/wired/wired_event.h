@@ -1,4 +1,4 @@
-// Shared by the files of the wired package.
+// What a wired port that got its link has moved.
 #pragma once
 
 #include <cstdint>

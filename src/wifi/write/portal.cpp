@@ -1,6 +1,8 @@
 // The captive portal ("udsplash") and the traffic shaper ("udshape"): which interfaces carry an
 // SSID's clients and which one leads out. With a gateway's upstream (NONE, WAN) the portal stands
 // on this node, else on the node that is the gateway.
+#include "wifi/write/portal.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -8,14 +10,9 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "state/owned.h"
+#include "state/state.h"
 #include "wifi/wifi.h"
-#include "wired/forwarding.h"
-#include "wired/upstream.h"
-#include "wired/upstream_internal.h"
-
-/// An SSID crosses the mesh on one of three interfaces, by its class: bat0.1s, bat0.2s, bat0.3s.
-constexpr int MESH_CLASSES = 3;
+#include "wifi/wifi_internal.h"
 
 static bool portal_is_here(uint32_t state)
 {
@@ -64,12 +61,10 @@ static bool set_access_iface(const char *iface, int ssid, bool carries_clients)
 
 static bool set_access_ifaces(bool here, int ssid)
 {
-    char iface[16];
     bool good = true;
-    for (int mesh_class = 1; mesh_class <= MESH_CLASSES; mesh_class++) {
-        snprintf(iface, sizeof iface, "bat0.%d%d", mesh_class, ssid);
-        good &= set_access_iface(iface, ssid, here);
-    }
+    for (const wifi_mesh_class of : WIFI_MESH_CLASSES)
+        good &= set_access_iface(wifi_mesh_iface(of, ssid).c_str(), ssid, here);
+    char iface[16];
     for (int radio = wifi_radio_count() - 1; radio >= 0; radio--) {
         snprintf(iface, sizeof iface, "ap%d_%d", radio, ssid);
         const char *band = platform_wireless_get_radio_band_name(radio);
@@ -83,7 +78,7 @@ static bool set_access_ifaces(bool here, int ssid)
 static std::string wired_gateway_iface()
 {
     int port;
-    if (sscanf(gTarn_net_state.upstream.wired_uplink_bridge, "br-wired%i", &port) != 1) {
+    if (sscanf(node_state().upstream.wired_uplink_bridge, "br-wired%i", &port) != 1) {
         log_debug("Couldn't figure out uplink, default to eth0 for udshape gatewayif");
         port = 0;
     }
