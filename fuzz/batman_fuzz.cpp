@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "netlink/batman_internal.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

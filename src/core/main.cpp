@@ -10,10 +10,11 @@
 //   Connectivity
 //     timer ─► internet test (wired/inet_probe) ─► upstream state (wired/upstream) ─►
 //     wired/upstream_switch: routing rules (netlink/), DHCP, firewall (wired/forwarding), captive
-//     portal (wired/portal), gateway mode, LED flags, bus events
+//     portal (wifi/write/portal), gateway mode, LED flags, bus events
 //
-// What feeds them: interfaces followed through netifd (wired/netifd, wired/bridges,
-// mesh/mesh) and objects that come and go on the bus (core/bus, core/bus_objects).
+// What feeds them: interfaces followed through netifd (wired/netifd; wired/bridges and
+// mesh/mesh own them) and objects that come and go on the bus (core/bus, core/bus_objects).
+// What all of them know of the node stands in one record (state/).
 #include <libubus.h>
 #include <sys/stat.h>
 
@@ -42,7 +43,7 @@ int main(int argc, char **argv)
     debug_init("/tmp/debug_tarn_net.log");
     system_log_open("/dev/log");
     if (ng_uci_recover())
-        shell_run_ignored("reload_config"); // others may have read half a change
+        shell_run_ignored(RELOAD_SERVICES); // others may have read half a change
     debug_load_level("tarn_net.debug.debug_level");
     platform_detect();
     uloop_init();

@@ -6,7 +6,7 @@
 #include <net/if.h>
 
 #include "netlink/batman_internal.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 #include "platform/zu/log.h"
 
 constexpr const char *FAMILY_NAME = "batadv";

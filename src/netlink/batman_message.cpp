@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "netlink/nl_attr_internal.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_attr.h"
+#include "netlink/nl_handle.h"
 #include "platform/zu/log.h"
 
 // Numbers of the batman-adv interface that are used here, under the kernel's names.

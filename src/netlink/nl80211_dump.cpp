@@ -7,7 +7,7 @@
 #include <linux/nl80211.h>
 
 #include "netlink/nl80211_internal.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 #include "platform/zu/log.h"
 
 /// How often a dump is repeated because the state changed while it was read.

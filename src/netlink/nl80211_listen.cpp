@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 
 #include "netlink/nl80211_internal.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 #include "platform/zu/log.h"
 
 /// The kernel allots as much of it as its own limit admits. Bursts of events wait here while the

@@ -6,7 +6,7 @@
 #include <net/if.h>
 
 #include "netlink/nl80211_internal.h"
-#include "netlink/nl_attr_internal.h"
+#include "netlink/nl_attr.h"
 
 constexpr uint32_t RATE_UNIT_KBPS = 100;
 constexpr uint16_t MAC_LENGTH = std::tuple_size_v<ng_mac_address>;

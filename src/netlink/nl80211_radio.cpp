@@ -5,7 +5,7 @@
 #include <linux/nl80211.h>
 
 #include "netlink/nl80211_internal.h"
-#include "netlink/nl_attr_internal.h"
+#include "netlink/nl_attr.h"
 
 static_assert(NG_NL80211_DFS_USABLE == (int)NL80211_DFS_USABLE);
 static_assert(NG_NL80211_DFS_UNAVAILABLE == (int)NL80211_DFS_UNAVAILABLE);

@@ -1,5 +1,5 @@
 // What every dump over libnl needs to know about its end.
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 
 #include <cstring>
 

@@ -25,7 +25,6 @@
 #include "wifi/write/commit.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/writer.h"
-#include "wired/upstream.h"
 
 #include <cstring>
 #include <memory>
@@ -140,7 +139,7 @@ int wifid_write_config(const wifi_settings *settings)
     wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (changed) {
-        (void)run_reload_config();
+        (void)gWifi_requests.reload_config();
         wifi_radio_list_ifaces();
     }
     wifid_apply_bridges();

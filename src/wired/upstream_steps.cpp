@@ -171,14 +171,13 @@ static bool make_forwarding(uint32_t state)
 
 static bool make_reload(uint32_t)
 {
-    constexpr char COMMAND[] = "reload_config";
     bool &hangs = gTarn_net_state.upstream.reload_hangs;
     // A switch asks several times; the loop is held up for one that hangs at its repetitions only.
     if (hangs)
         return false;
-    const shell_result result = shell_run(COMMAND);
+    const shell_result result = shell_run(RELOAD_SERVICES);
     hangs = !result.ran && result.error == ETIMEDOUT;
-    return succeeded(COMMAND, result);
+    return succeeded(RELOAD_SERVICES, result);
 }
 
 /// In the order in which they are repeated.

@@ -6,7 +6,7 @@
 #include "netlink/batman.h"
 #include "netlink/batman_internal.h"
 #include "netlink/netlink_fixture.h"
-#include "netlink/nl_handle_internal.h"
+#include "netlink/nl_handle.h"
 
 constexpr uint8_t GET_NEIGHBORS = 9;
 constexpr uint16_t NEIGH_ADDRESS = 24, HARD_IFNAME = 7, ACTIVE = 15, BLA_CRC = 34;

@@ -9,7 +9,7 @@
 #include "sim/programs.h"
 #include "state/owned.h"
 #include "wifi/radio/radio.h"
-#include "wifi/radio/survey_internal.h"
+#include "wifi/radio/radio_internal.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 

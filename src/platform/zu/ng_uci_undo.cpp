@@ -94,7 +94,7 @@ static void put_back_again_cb(uloop_timeout *)
 {
     const zu_log_repetition quiet;
     if (ng_uci_undo() == 0)
-        shell_run_ignored("reload_config"); // others may have read half a change
+        shell_run_ignored(RELOAD_SERVICES); // others may have read half a change
 }
 
 static int put_all_back(std::string_view paths)

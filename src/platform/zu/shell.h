@@ -14,5 +14,7 @@ struct shell_result {
 /// For a forked child that is ended with its process group when its time is over: runs `command` in
 /// that group, without a limit of its own. False when it could not run or died of a signal.
 [[nodiscard]] bool shell_run_in_group(const char *command);
+/// The command that makes services follow the committed configuration.
+constexpr char RELOAD_SERVICES[] = "reload_config";
 /// As shell_run() when the outcome does not matter.
 void shell_run_ignored(const char *command);

@@ -2,7 +2,6 @@
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
-#include "wifi/radio/survey_internal.h"
 
 #include <algorithm>
 

@@ -11,7 +11,7 @@
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
-#include "wifi/radio/survey_internal.h"
+#include "wifi/radio/radio_internal.h"
 
 #include <cstdio>
 #include <new>

@@ -1,7 +1,7 @@
 // The surveys in the state dump.
 #include "platform/zu/log.h"
 #include "wifi/radio/radio.h"
-#include "wifi/radio/survey_internal.h"
+#include "wifi/radio/radio_internal.h"
 
 static void report(int result, const char *member)
 {

@@ -13,7 +13,7 @@
 #include "platform/zu/ng_uci_batch.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-#include "wifi/write/writer_internal.h"
+#include "wifi/write/write_internal.h"
 
 #include <algorithm>
 #include <cstring>
