@@ -5,10 +5,12 @@
 #include <map>
 #include <set>
 
-#include "sim/programs.h"
 #include "support/bus_fixture.h"
 #include "support/fake_interface.h"
-#include "support/occurrences.h"
+#include "support/node.h"
+#include "support/program.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 
 struct daemon_fixture : bus_fixture {
     std::optional<program> tarn_net;
@@ -16,9 +18,8 @@ struct daemon_fixture : bus_fixture {
     daemon_fixture() { socket_path = "/var/run/ubus/ubus.sock"; }
     void SetUp() override
     {
-        run("mkdir -p /var/run/ubus; rm -rf /var/run/ubus/ubus.sock /tmp/.uci "
-            "/tmp/debug_tarn_net.log*; "
-            "[ -d /tmp/config ] || cp -R /etc/config /tmp/config; cp /tmp/config/* /etc/config/; "
+        begin_anew();
+        run("mkdir -p /var/run/ubus; rm -f /var/run/ubus/ubus.sock /tmp/debug_tarn_net.log*; "
             "uci set tarn_net.debug.debug_level=5; uci commit tarn_net");
         bus_fixture::SetUp();
         start_daemon();
@@ -55,7 +56,7 @@ struct daemon_fixture : bus_fixture {
         }
     }
 
-    static std::string log() { return read_text("/tmp/debug_tarn_net.log"); }
+    static std::string log() { return read_file("/tmp/debug_tarn_net.log"); }
     static int logged(const std::string &text) { return occurrences(log(), text); }
     std::string state() { return call("qnet.wired", "dump_state").document; }
     bool state_holds(const std::string &text) { return state().find(text) != std::string::npos; }

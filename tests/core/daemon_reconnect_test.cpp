@@ -1,6 +1,7 @@
 // The bus goes away and comes back, often and at awkward moments: everything of the daemon is on it
 // once again, exactly once, and nothing is left over.
 #include "core/daemon_fixture.h"
+#include "support/eventually.h"
 
 namespace {
 

@@ -16,10 +16,6 @@ struct Daemon : daemon_fixture {
                R"(","route":[{"target":"0.0.0.0","mask":0,"nexthop":"10.0.0.1","source":")" +
                address + R"(/24"}]})";
     }
-    static std::string uci(const char *option)
-    {
-        return run(std::string("uci -q get ") + option + " | tr -d '\\n'").output;
-    }
 };
 
 } // namespace
@@ -102,13 +98,13 @@ TEST_F(Daemon, WhatItOpensStaysItsOwnAndWhatItWritesIsNobodyElsesToChange)
     int closing = 0;
     for (const auto &open : std::filesystem::directory_iterator(process + "/fdinfo")) {
         const int fd = std::stoi(open.path().filename());
-        const std::string text = read_text(open.path());
+        const std::string text = read_file(open.path());
         const long flags = std::stol(text.substr(text.find("flags:") + 6), nullptr, 8);
         EXPECT_TRUE(fd <= 2 || (flags & O_CLOEXEC)) << fd;
         closing += fd > 2;
     }
     EXPECT_GE(closing, 5) << "lock, log, bus, loop and timer at least";
-    const std::string inherited = read_text("/tmp/inherited");
+    const std::string inherited = read_file("/tmp/inherited");
     EXPECT_NE(inherited.find(" 1 -> /tmp/inherited"), std::string::npos) << inherited;
     EXPECT_EQ(inherited.find("socket:"), std::string::npos) << inherited;
     char line[1024] = "";

@@ -2,11 +2,9 @@
 // said.
 
 #include "mesh/gateway_facts.h"
-#include "platform/zu/log.h"
+#include "support/own_log.h"
 
 #include <gtest/gtest.h>
-
-#include <string>
 
 namespace {
 
@@ -15,35 +13,16 @@ const char *text_or_none(const char *text)
     return text ? text : "none";
 }
 
-// The log is where a refusal shows; it goes to a memory stream for one test.
-class GatewayFacts : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        gDebug_file = open_memstream(&log_text, &log_size);
-        gDebug_log_level = ZU_LOG_DEBUG;
-    }
-    void TearDown() override
-    {
-        mesh_gateway_facts_clear(&facts);
-        fclose(gDebug_file);
-        gDebug_file = nullptr;
-        free(log_text);
-    }
+struct GatewayFacts : testing::Test, logging {
+    mesh_gateway_facts facts{};
+
+    void TearDown() override { mesh_gateway_facts_clear(&facts); }
     std::string all() const
     {
         return std::string(text_or_none(facts.mac)) + " " + text_or_none(facts.quality) + " " +
                text_or_none(facts.route) + " " + text_or_none(facts.latency) + " " +
                text_or_none(facts.speed);
     }
-    bool logged(const char *message)
-    {
-        return std::string(log_text).find(message) != std::string::npos;
-    }
-
-    mesh_gateway_facts facts{};
-    char *log_text = nullptr;
-    size_t log_size = 0;
 };
 
 TEST_F(GatewayFacts, AnAnswerTakesThePlaceOfWhatWasKnownBefore)
@@ -101,10 +80,10 @@ TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
         {"xx|1", unknown},
     };
     for (const auto &bad : cases) {
-        fseek(gDebug_file, 0, SEEK_SET);
+        log.clear();
         EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, bad.token)) << bad.token;
         EXPECT_EQ("none none none none none", all()) << bad.token;
-        EXPECT_TRUE(logged(bad.message)) << bad.token << "\n" << log_text;
+        EXPECT_TRUE(logged(bad.message)) << bad.token << "\n" << log.text();
     }
 }
 
@@ -124,13 +103,13 @@ TEST_F(GatewayFacts, JudgesTheSpeed)
         {"1e30-KB/s", false, nullptr},
     };
     for (const auto &c : cases) {
-        fseek(gDebug_file, 0, SEEK_SET);
+        log.clear();
         mesh_gateway_facts_parse(&facts, std::string("gwm|02:11:00:00:00:01 tp|") + c.speed);
         bool known = false;
         EXPECT_EQ(c.low, mesh_gateway_speed_is_low(&facts, &known)) << c.speed;
         EXPECT_TRUE(known);
         if (c.message) {
-            EXPECT_TRUE(logged(c.message)) << c.speed << log_text;
+            EXPECT_TRUE(logged(c.message)) << c.speed << log.text();
         }
     }
     mesh_gateway_facts_clear(&facts);

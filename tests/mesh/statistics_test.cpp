@@ -1,5 +1,6 @@
 // Collecting the gateway facts: the command lines, what the child may touch, what becomes of a
 // batctl that has no gateway, hangs or answers nonsense; and the lonely scan's trigger.
+#include "support/eventually.h"
 #include "wired/node_fixture.h"
 
 #include "mesh/mesh.h"
@@ -17,7 +18,7 @@ struct Statistics : node_fixture {
     void SetUp() override
     {
         node_fixture::SetUp();
-        run("rm -rf /var/sim/batctl /var/sim/delay/batctl /tmp/mesh.info /tmp/log.1; mkdir -p "
+        run("rm -rf /var/sim/batctl /var/sim/delay/batctl /tmp/mesh.info; mkdir -p "
             "/var/sim/batctl");
         answer_well();
     }
@@ -33,7 +34,7 @@ struct Statistics : node_fixture {
     }
     static void answer(const char *name, const std::string &text)
     {
-        write_text(std::string("/var/sim/batctl/") + name, text);
+        write_file(std::string("/var/sim/batctl/") + name, text);
     }
     static mesh_state &mesh() { return gTarn_net_state.mesh; }
     static bool collecting() { return mesh().stats_child.pid != 0; }
@@ -48,7 +49,7 @@ struct Statistics : node_fixture {
     /// Starts a collection whose first command does not come back.
     void collect_and_hang()
     {
-        write_text("/var/sim/delay/batctl", "1000\n");
+        write_file("/var/sim/delay/batctl", "1000\n");
         fork_and_execute_batctl_cmds(nullptr);
         ASSERT_TRUE(eventually([] { return run("pgrep -f '[s]leep 1000'").status == 0; }));
     }
@@ -101,7 +102,7 @@ TEST_F(Statistics, WhatBatctlAnswersWrongReachesNeitherFactsNorACommandLine)
         answer_well();
         collect();
         (void)commands();
-        write_text("/tmp/log", "");
+        log.clear();
         answer("gwl", c.gwl);
         if (!c.tr.empty())
             answer("tr", c.tr);
@@ -123,7 +124,7 @@ TEST_F(Statistics, HungBatctlIsKilledWithItsGroup)
 {
     collect();
     // What the chain has found before it hangs is still parsed.
-    write_text("/tmp/bin/batctl", "#!/bin/sh\n[ \"$1\" != tr ] || exec sleep 4242\n"
+    write_file("/tmp/bin/batctl", "#!/bin/sh\n[ \"$1\" != tr ] || exec sleep 4242\n"
                                   "exec /usr/bin/env PATH=\"${PATH#/tmp/bin:}\" batctl \"$@\"\n");
     run("chmod +x /tmp/bin/batctl");
     fork_and_execute_batctl_cmds(nullptr);
@@ -141,19 +142,20 @@ TEST_F(Statistics, HungBatctlIsKilledWithItsGroup)
 
 TEST_F(Statistics, ChildHoldsNothingOfTheDaemonsButItsLog)
 {
-    write_text("/tmp/log", std::string(LOG_FILE_LIMIT, 'x') + "\n");
+    write_file(log.path, std::string(LOG_FILE_LIMIT, 'x') + "\n");
     collect_and_hang();
     const std::string files = "/proc/" + std::to_string(mesh().stats_child.pid) + "/fd";
     EXPECT_EQ(run("for f in " + files + "/[3-9] " + files +
                   "/[1-9][0-9]; do [ ! -e $f ] || "
                   "readlink $f; done")
                   .output,
-              "/tmp/log\n");
+              log.path + "\n");
     run("rm /var/sim/delay/batctl; pkill -f '[s]leep 1000'");
-    ASSERT_TRUE(eventually([] { return logged("Calling batctl to collect gateway statistics"); }));
-    EXPECT_NE(access("/tmp/log.1", F_OK), 0) << "only the daemon starts its log anew";
+    ASSERT_TRUE(
+        eventually([this] { return logged("Calling batctl to collect gateway statistics"); }));
+    EXPECT_NE(access((log.path + ".1").c_str(), F_OK), 0) << "only the daemon starts its log anew";
     run_until([] { return !collecting(); });
-    EXPECT_EQ(access("/tmp/log.1", F_OK), 0);
+    EXPECT_EQ(access((log.path + ".1").c_str(), F_OK), 0);
     EXPECT_EQ(facts(), ALL_FACTS);
 }
 
@@ -195,7 +197,7 @@ TEST_F(Statistics, CollectionEndsWithTheDaemon)
 {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    write_text("/var/sim/delay/batctl", "1000\n");
+    write_file("/var/sim/delay/batctl", "1000\n");
     const pid_t other = fork();
     if (other == 0) {
         fork_and_execute_batctl_cmds(nullptr);

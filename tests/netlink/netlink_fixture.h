@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "netlink/log_capture.h"
 #include "netlink/scripted_kernel.h"
 #include "support/open_descriptors.h"
+#include "support/own_log.h"
 
 class netlink_fixture : public testing::Test {
 protected:
@@ -15,7 +15,7 @@ protected:
 
     using lines = std::vector<std::string>;
 
-    log_capture log;
+    own_log log;
     scripted_kernel kernel;
 
 private:

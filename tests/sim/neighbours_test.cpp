@@ -1,5 +1,8 @@
 // Each neighbour through the real broker: what it answers, announces, and the faults it plays.
-#include "programs.h"
+#include "support/eventually.h"
+#include "support/program.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 
 #include <libubus.h>
 
@@ -28,7 +31,7 @@ bool on_bus(const std::string &path)
 
 bool journal_holds(const std::string &text)
 {
-    return read_text(JOURNAL).find(text) != std::string::npos;
+    return read_file(JOURNAL).find(text) != std::string::npos;
 }
 
 bool holds(const std::string &text, const std::string &part)
@@ -94,7 +97,7 @@ protected:
 
     void SetUp() override
     {
-        write_text(JOURNAL, "");
+        write_file(JOURNAL, "");
         start_broker();
     }
 
@@ -158,7 +161,7 @@ TEST_F(Neighbour, NetifdFollowsTheCarrier)
         [] { return holds(call("network.interface.wired0", "status").output, "\"up\":true"); }));
     EXPECT_EQ(call("network.interface", "up", "{\"interface\":\"none\"}").status, 4);
 
-    write_text("/var/sim/lease/orph_conn0", "10.13.0.2/24 10.13.0.1\n");
+    write_file("/var/sim/lease/orph_conn0", "10.13.0.2/24 10.13.0.1\n");
     call("network", "reload");
     EXPECT_TRUE(on_bus("network.interface.orph_conn0"));
     unlink("/var/sim/lease/orph_conn0");

@@ -1,5 +1,8 @@
 // The sandbox itself, tried from inside one: what holds for a sandbox in a sandbox holds on a host.
-#include "programs.h"
+#include "support/eventually.h"
+#include "support/program.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -19,8 +22,8 @@ TEST(Sandbox, PassesStatusArgumentsAndInputThrough)
 
 TEST(Sandbox, StartsFromTheTemplateAndChangesStayInside)
 {
-    write_text("/tmp/outer", "outer");
-    write_text("/etc/config/tarn_net", "changed outside");
+    write_file("/tmp/outer", "outer");
+    write_file("/etc/config/tarn_net", "changed outside");
     const outcome inside =
         run(SANDBOX + "sh -c 'ls /tmp/outer; grep -cm1 inet_test_targets /etc/config/tarn_net;"
                       " cat /sys/class/gpio/dc_detect/value; ls /sys/class/net;"
@@ -31,15 +34,15 @@ TEST(Sandbox, StartsFromTheTemplateAndChangesStayInside)
     EXPECT_EQ(inside.status, 3);
     EXPECT_EQ(inside.output, "1\n1\nlo\n");
     for (const char *path : {"/etc/config/leak", "/tmp/leak", "/var/state/leak"})
-        EXPECT_EQ(read_text(path), "") << path;
-    EXPECT_EQ(read_text("/sys/class/gpio/dc_detect/value"), "1\n");
+        EXPECT_EQ(read_file(path), "") << path;
+    EXPECT_EQ(read_file("/sys/class/gpio/dc_detect/value"), "1\n");
     EXPECT_NE(run("ip link show outside").status, 0);
     EXPECT_EQ(run("ip rule show priority 500").output, "");
 }
 
 TEST(Sandbox, LeavesNothingBehind)
 {
-    std::string mounts = read_text("/proc/self/mountinfo");
+    std::string mounts = read_file("/proc/self/mountinfo");
     EXPECT_EQ(run(SANDBOX + "sh -c 'sleep 4242 & exit 3'").status, 3);
     EXPECT_EQ(run("pgrep -f 'sleep 424[2]'").output, "");
 
@@ -47,7 +50,7 @@ TEST(Sandbox, LeavesNothingBehind)
     ASSERT_TRUE(eventually([] { return run("pgrep -f '^sleep 434[3]'").status == 0; }));
     killed.end(SIGKILL);
     EXPECT_TRUE(eventually([] { return run("pgrep -f 'sleep 434[3]'").status == 1; }));
-    EXPECT_EQ(read_text("/proc/self/mountinfo"), mounts);
+    EXPECT_EQ(read_file("/proc/self/mountinfo"), mounts);
 }
 
 TEST(Sandbox, SaysSoWhereNamespacesAreForbidden)

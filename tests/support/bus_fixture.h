@@ -1,9 +1,9 @@
 // A broker of its own, and two connections to it on one loop: the daemon's and a stranger's.
 #pragma once
 
+#include "support/json_message.h"
 #include "support/temporary_directory.h"
 
-#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 
 #include <gtest/gtest.h>
@@ -15,20 +15,6 @@
 #include <optional>
 #include <sys/wait.h>
 #include <vector>
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-
-/// A message made from JSON text.
-struct json_message : blob_buffer {
-    explicit json_message(const std::string &json = "{}")
-    {
-        blob_buf_init(this, 0);
-        if (!blobmsg_add_json_from_string(this, json.c_str()))
-            ADD_FAILURE() << "not JSON: " << json.substr(0, 80);
-    }
-};
 
 /// What a call came back with; no document: "".
 struct answer {

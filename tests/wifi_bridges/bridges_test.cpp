@@ -2,6 +2,8 @@
 // VLANs: the interfaces are plain ones under the names that the VLANs of bat0 have.
 #include "platform/zu/log.h"
 #include "state/owned.h"
+#include "support/own_log.h"
+#include "support/run.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/upstream.h"
@@ -19,7 +21,7 @@ namespace {
 
 void ip(const std::string &arguments)
 {
-    EXPECT_EQ(0, system(("ip " + arguments).c_str())) << arguments;
+    EXPECT_EQ(run("ip " + arguments).status, 0) << arguments;
 }
 
 /// The bridge an interface is a port of, "" for none.
@@ -58,10 +60,8 @@ protected:
     }
     void TearDown() override
     {
-        for (const char *name : BRIDGES)
-            (void)!system((std::string("ip link del 2>/dev/null ") + name).c_str());
-        for (const char *name : PORTS)
-            (void)!system((std::string("ip link del 2>/dev/null ") + name).c_str());
+        run("for i in br-ssid2 br-ssid2_vlan br-wired0 bat0 bat0.12 bat0.22 bat0.32; do "
+            "ip link del $i; done");
     }
     static wifi_ssid_settings &ssid() { return gWifi_live_settings.ssids[1]; }
     static void wire(const char *bridge)
@@ -110,15 +110,9 @@ TEST_F(Bridges, RepeatingItChangesNothing)
     ASSERT_EQ(places(), "br-ssid2||");
     EXPECT_TRUE(is_up("bat0.12")) << "a port that is in place and down is none";
     // Each change of a link is announced in the log.
-    char *said = nullptr;
-    size_t size = 0;
-    gDebug_file = open_memstream(&said, &size);
-    gDebug_log_level = ZU_LOG_NOTICE;
+    const own_log log(ZU_LOG_NOTICE);
     EXPECT_EQ(places(), "br-ssid2||");
-    fclose(gDebug_file);
-    gDebug_file = nullptr;
-    EXPECT_STREQ(said, "");
-    free(said);
+    EXPECT_EQ(log.text(), "");
 }
 
 TEST_F(Bridges, WhatIsMissingIsPassedOver)

@@ -1,28 +1,21 @@
 // The list of neighbouring access points between the push that brings it, the verdict on that push,
 // and what an access point is told.
-#include "platform/zu/blobmsg_util.h"
+#include "support/json_message.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
 extern "C" {
-#include <libubox/blobmsg_json.h>
 #include <libubox/uloop.h>
 }
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
 
 namespace {
 
-struct list_message : blob_buffer {
+struct list_message : json_message {
     explicit list_message(const std::string &elements)
+        : json_message("{\"list\":[" + elements + "]}")
     {
-        blob_buf_init(this, 0);
-        EXPECT_TRUE(blobmsg_add_json_from_string(this, ("{\"list\":[" + elements + "]}").c_str()));
     }
     blob_attr *list() const { return static_cast<blob_attr *>(blob_data(head)); }
 };
@@ -56,8 +49,7 @@ protected:
         void *list = blobmsg_open_array(&message, "list");
         wifi_neighbors_add_to(&message, 1, bssid);
         blobmsg_close_array(&message, list);
-        const std::unique_ptr<char, free_deleter> text(blobmsg_format_json(message.head, true));
-        return text.get();
+        return zu_blobmsg_json(message.head, true).get();
     }
 };
 

@@ -67,8 +67,7 @@ TEST_F(radar, events_override_and_checkin)
     };
     std::string last;
     for (const auto &row : rows) {
-        write_text("/tmp/log", "");
-        debug_init("/tmp/log");
+        log.clear();
         hear(row.command, row.mhz, row.event, row.well_formed);
         const int line = static_cast<int>(&row - rows);
         EXPECT_EQ(sent("dfs.cac_result"), row.cac_result) << "row " << line;
@@ -95,7 +94,7 @@ TEST_F(radar, an_override_that_cannot_be_committed_is_tried_again)
     const int rival = open("/etc/config/tarn_net", O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(rival, LOCK_EX), 0);
     wifi_radio_override_record("dfs channel switch");
-    EXPECT_EQ(read_text("/etc/config/tarn_net").find("dfs channel"), std::string::npos);
+    EXPECT_EQ(read_file("/etc/config/tarn_net").find("dfs channel"), std::string::npos);
     close(rival);
     uloop_clock_virtual(true);
     uloop_clock_run_ms(31000);

@@ -6,8 +6,9 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "sim/programs.h"
 #include "state/owned.h"
+#include "support/bus_fixture.h"
+#include "support/node.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 #include "wifi/settings/dump.h"
@@ -87,17 +88,14 @@ private:
     }
 };
 
-struct radio_fixture : bus_fixture {
+struct radio_fixture : bus_fixture, logging {
     std::optional<fake_peer> u80211d, cloud;
     std::optional<event_log> events;
 
     void SetUp() override
     {
         bus_fixture::SetUp();
-        run("[ -d /tmp/config ] || cp -R /etc/config /tmp/config; rm -rf /tmp/.uci; "
-            "cp /tmp/config/* /etc/config/; : >/var/log/journal; : >/tmp/log");
-        debug_init("/tmp/log");
-        debug_set_level(ZU_LOG_DEBUG);
+        begin_anew();
         platform_detect();
         gUbus_ctx = daemon;
         (void)wifi_reload_config(true);
@@ -193,19 +191,6 @@ struct radio_fixture : bus_fixture {
     static bool dump_holds(const std::string &text)
     {
         return dumped(wifi_dump_scanning_state).find(text) != std::string::npos;
-    }
-    static int logged(const std::string &text)
-    {
-        int found = 0;
-        const std::string all = read_text("/tmp/log");
-        for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at++)
-            found++;
-        return found;
-    }
-    static std::string uci(const std::string &option)
-    {
-        const std::string value = run("uci -q get " + option).output;
-        return value.substr(0, value.find_last_not_of('\n') + 1);
     }
     /// Events of `type` since the last call, joined.
     std::string sent(const std::string &type)

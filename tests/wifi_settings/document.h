@@ -1,36 +1,27 @@
 // Settings documents in a test: made from JSON text, parsed into a record of the test's own.
 #pragma once
 
+#include "support/json_message.h"
 #include "support/temporary_directory.h"
 
-#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/settings/parse.h"
-
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-
 /// Two radios with settings and one that scans.
 constexpr char PLATFORM[] = R"({"wireless": {"num_radios": 3, "wifi_radios":
     [{"band": "2.4GHz"}, {"band": "5GHz"}, {"band": "scanning"}]}})";
 
 /// A message made from JSON text: a whole one, or its `params` alone.
-struct document : blob_buffer {
+struct document : json_message {
     explicit document(const std::string &json, bool whole = false)
+        : json_message(whole ? json : "{\"params\":" + json + "}")
     {
-        blobmsg_buf_init(this);
-        const std::string text = whole ? json : "{\"params\":" + json + "}";
-        if (!blobmsg_add_json_from_string(this, text.c_str()))
-            ADD_FAILURE() << "not JSON: " << text.substr(0, 80);
     }
     blob_attr *params() const
     {

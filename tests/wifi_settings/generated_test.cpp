@@ -3,7 +3,7 @@
 #include "document.h"
 
 #include "platform/zu/ng_uci.h"
-#include "sim/programs.h"
+#include "support/run.h"
 #include "wifi/settings/document.h"
 #include "wifi/wifi_internal.h"
 

@@ -1,6 +1,8 @@
 // The documents through the bus, into the running daemon.
-#include "sim/programs.h"
 #include "support/bus_fixture.h"
+#include "support/program.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 
 #include <fstream>
 

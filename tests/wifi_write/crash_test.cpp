@@ -3,7 +3,7 @@
 // or not at all.
 #include "support/temporary_directory.h"
 
-#include "sim/programs.h"
+#include "support/run.h"
 
 #include <gtest/gtest.h>
 

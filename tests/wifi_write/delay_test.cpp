@@ -80,7 +80,7 @@ TEST_P(delay_decision, OfOneChange)
     const std::string before = channel();
     ASSERT_EQ(0, push(GetParam().params));
     EXPECT_EQ(GetParam().waits, !batch_file().empty());
-    EXPECT_EQ("0", led()) << "only a confirmed push lights it";
+    EXPECT_EQ("0", led("config")) << "only a confirmed push lights it";
     if (GetParam().waits) {
         EXPECT_EQ(before, channel()) << "and nothing of it is applied";
     }
@@ -161,7 +161,7 @@ TEST_F(delay, ConfirmedPushIsAppliedSevenMinutesLater)
     EXPECT_EQ("36", channel()) << "without a confirmation it waits";
     EXPECT_EQ("staged 0", waiting());
     confirm(true);
-    EXPECT_EQ("1", led());
+    EXPECT_EQ("1", led("config"));
     EXPECT_EQ("pending 420", waiting());
     const int reloads = journal("reload_config");
     pass_ms(419000);
@@ -171,7 +171,7 @@ TEST_F(delay, ConfirmedPushIsAppliedSevenMinutesLater)
     pass_ms(2000);
     EXPECT_EQ("40", channel());
     EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led());
+    EXPECT_EQ("0", led("config"));
     EXPECT_EQ(reloads + 1, journal("reload_config"));
     EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
     EXPECT_EQ(40u, wifi_live_settings()->radios[1].channel);
@@ -204,7 +204,7 @@ TEST_F(delay, DifferentPushTakesTheFirstsPlaceAndItsWaitBeginsAnew)
     EXPECT_EQ(1, logged("Aborting delayed wifi settings"));
     pass_ms(300000);
     EXPECT_EQ("36", channel());
-    EXPECT_EQ("1", led());
+    EXPECT_EQ("1", led("config"));
     pass_ms(121000);
     EXPECT_EQ("40", channel()) << "nothing of the first is lost";
     EXPECT_EQ("1", uci("wireless.radio0.channel"));
@@ -249,7 +249,7 @@ TEST_F(delay, PushThatDoesNotWaitEndsThePendingAndTheStagedOne)
     ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"));
     EXPECT_EQ("48", channel());
     EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led());
+    EXPECT_EQ("0", led("config"));
     confirm(true);
     pass_ms(500000);
     EXPECT_EQ("48", channel());
@@ -259,7 +259,7 @@ TEST_F(delay, EndedByHandAndByTheMaintenanceWindow)
 {
     EXPECT_EQ(0, ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr));
     EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload")) << "also when nothing is pending";
-    const message begins(R"({"active":true})"), ends(R"({"active":false})");
+    const json_message begins(R"({"active":true})"), ends(R"({"active":false})");
     wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", begins.head);
     EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
     for (const int to : {40, 44}) {
@@ -304,7 +304,7 @@ TEST_F(delay, NoneSurvivesARestartButIsWantedStill)
         "'/tmp/wifi-delayed-2;x'");
     end_and_start();
     EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led());
+    EXPECT_EQ("0", led("config"));
     EXPECT_EQ(4, logged("NOTICE: Aborting delayed wifi settings from file /tmp/wifi-delayed-"));
     EXPECT_EQ("precious\n", read_file("/tmp/own"));
     confirm(true); // comes too late
@@ -379,7 +379,7 @@ TEST_F(delay, EventThatSaysNothingLeavesTheStagedFileAlone)
     const std::string staged = batch_file();
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", nullptr);
     EXPECT_EQ(1, logged("msg is NULL"));
-    const message empty("{}"), another(R"({"result":true})"), wrong(R"({"success":"true"})");
+    const json_message empty("{}"), another(R"({"result":true})"), wrong(R"({"success":"true"})");
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", empty.head);
     EXPECT_EQ(1, logged("Unable to parse parse_config status event"));
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", another.head);
@@ -508,7 +508,7 @@ TEST_F(delay, InterfacesThatNobodyKeepsOffComeOn)
         EXPECT_EQ(complete ? "11" : "00", enables());
         EXPECT_EQ(2, journal("reload_config"));
         if (complete)
-            run("sed -i '/trying again/d' /tmp/writer.log");
+            run("sed -i '/trying again/d' " + log.path);
     }
     pass_ms(5000);
     EXPECT_EQ("00", enables());

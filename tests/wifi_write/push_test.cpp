@@ -52,15 +52,16 @@ TEST_F(pushed, AgainWritesNothing)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
         g_file_calls = {};
-        ASSERT_EQ(0, push(message(example(name)).head)) << name;
+        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
         EXPECT_GT(g_file_calls.fsyncs, 0) << name;
         confirm(true);
         (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
-        ASSERT_EQ(0, push(message(example(name)).head)) << name; // after the uplink test's changes
+        ASSERT_EQ(0, push(json_message(example(name)).head))
+            << name; // after the uplink test's changes
         run("rm -f /var/log/journal");
         config_watch watch;
         g_file_calls = {};
-        ASSERT_EQ(0, push(message(example(name)).head)) << name;
+        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
         EXPECT_EQ("", watch.renamed()) << name;
         EXPECT_EQ(0, g_file_calls.renames) << name;
         EXPECT_EQ(0, g_file_calls.fsyncs) << name;
@@ -70,7 +71,7 @@ TEST_F(pushed, AgainWritesNothing)
 
 TEST_F(pushed, WritesOnlyPackagesThatChangeEachOnceAndReloadsOnce)
 {
-    ASSERT_EQ(0, push(message(example("home")).head));
+    ASSERT_EQ(0, push(json_message(example("home")).head));
     run("rm -f /var/log/journal");
     config_watch watch;
     ASSERT_EQ(0, push(R"({"scanning_period":77})"));
@@ -83,16 +84,16 @@ TEST_F(pushed, WritesOnlyPackagesThatChangeEachOnceAndReloadsOnce)
 
 TEST_F(pushed, WhileAnotherProcessHoldsALockIsRefusedAndChangesNothing)
 {
-    ASSERT_EQ(0, push(message(example("home")).head));
+    ASSERT_EQ(0, push(json_message(example("home")).head));
     const std::string before = everything(), configured = run("uci export").output;
     const int fd = open("/etc/config/tarn_net", O_RDWR);
     ASSERT_EQ(0, flock(fd, LOCK_EX));
-    EXPECT_EQ(2, push(message(example("office")).head));
+    EXPECT_EQ(2, push(json_message(example("office")).head));
     close(fd);
     EXPECT_EQ(1, logged("/etc/config/tarn_net is locked by another process"));
     EXPECT_EQ(before, everything());
     EXPECT_EQ(configured, run("uci export").output);
-    EXPECT_EQ(0, push(message(example("office")).head));
+    EXPECT_EQ(0, push(json_message(example("office")).head));
 }
 
 TEST_F(pushed, WhatTheDeviceDoesNotHaveIsPassedOver)
@@ -101,7 +102,7 @@ TEST_F(pushed, WhatTheDeviceDoesNotHaveIsPassedOver)
         "tarn_net");
     restart();
     for (int i = 0; i < 2; i++) {
-        ASSERT_EQ(0, push(message(example("home")).head));
+        ASSERT_EQ(0, push(json_message(example("home")).head));
         EXPECT_EQ(8, logged("NOTICE: There is no package")) << "each is said once";
     }
     EXPECT_EQ(0, logged("ERROR"));
@@ -356,7 +357,7 @@ TEST_F(pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.gateway);
-        run("rm -f /tmp/writer.log");
+        log.clear();
         ASSERT_EQ(0,
                   push(std::string(R"({"ssids":[{"index":4,"dhcp":{"enable":true,"gateway_ip":")") +
                        c.gateway + R"(","netmask":")" + c.netmask + "\"}}]}"));

@@ -139,7 +139,7 @@ using restarted = writer_fixture;
 TEST_F(restarted, KnowsEveryExample)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
-        ASSERT_EQ(0, push(message(example(name)).head)) << name;
+        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
         const std::string before = everything(), dump = shown();
         restart();
         EXPECT_EQ(dump, shown()) << name;
@@ -149,7 +149,7 @@ TEST_F(restarted, KnowsEveryExample)
 
 TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
 {
-    ASSERT_EQ(0, push(message(example("office")).head));
+    ASSERT_EQ(0, push(json_message(example("office")).head));
     const std::string before = everything();
     constexpr char OF_OFFICE[] = R"({"scanning_period":30})";
     uloop_clock_virtual(true);

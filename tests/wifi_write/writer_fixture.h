@@ -2,13 +2,13 @@
 // was made.
 #pragma once
 
-#include "support/temporary_directory.h"
+#include "support/json_message.h"
+#include "support/node.h"
 
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "sim/programs.h"
 #include "state/owned.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
@@ -18,35 +18,21 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <sstream>
 #include <string>
-#include <vector>
 
 extern "C" {
-#include <libubox/blobmsg_json.h>
 #include <libubox/uloop.h>
 }
 
-/// A message made from JSON text.
-struct message : blob_buffer {
-    explicit message(const std::string &json)
-    {
-        blob_buf_init(this, 0);
-        if (!blobmsg_add_json_from_string(this, json.c_str()))
-            ADD_FAILURE() << "not JSON: " << json.substr(0, 200);
-    }
-};
-
-struct writer_fixture : testing::Test {
+struct writer_fixture : testing::Test, logging {
+    writer_fixture() { debug_set_level(ZU_LOG_NOTICE); }
     void SetUp() override
     {
-        run("rm -rf /tmp/.uci/* /tmp/wifi-delayed-* /tmp/cp-hosts* /tmp/led_flags /var/log/journal "
-            "/var/state/*; rm -f /etc/config/*; cp $TARN_SOURCE/sim/root/etc/config/* "
-            "/etc/config/; "
-            "echo 1 >/sys/class/gpio/dc_detect/value; rm -f /tmp/writer.log; "
+        begin_anew();
+        run("echo 1 >/sys/class/gpio/dc_detect/value; "
             "uci set tarn_net.inet_test_config.test_interval=0; " // no internet test of its own
             "uci delete tarn_net.inet_test_config.inet_test_targets; uci commit tarn_net");
-        debug_init("/tmp/writer.log");
         platform_detect();
         uloop_init();
         inet_test_reset();
@@ -58,8 +44,6 @@ struct writer_fixture : testing::Test {
         wifi_delayed_drop();
         ng_uci_drop_changes();
         uloop_done();
-        fclose(gDebug_file);
-        gDebug_file = nullptr;
     }
 
     /// What a new process would know.
@@ -71,7 +55,7 @@ struct writer_fixture : testing::Test {
     }
     static int push(const std::string &params)
     {
-        return push(message("{\"params\":" + params + "}").head);
+        return push(json_message("{\"params\":" + params + "}").head);
     }
     static int push(blob_attr *whole)
     {
@@ -82,7 +66,7 @@ struct writer_fixture : testing::Test {
     /// The event that follows a push.
     static void confirm(bool success)
     {
-        const message event(success ? R"({"success":true})" : R"({"success":false})");
+        const json_message event(success ? R"({"success":true})" : R"({"success":false})");
         wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", event.head);
         (void)ng_uci_renew_change_context();
     }
@@ -122,29 +106,22 @@ struct writer_fixture : testing::Test {
         return json_text(blobmsg_format_json(buf.head, true)).get();
     }
 
-    /// The committed value; a list's items with blanks between; "" when there is none.
-    static std::string uci(const std::string &name)
-    {
-        std::string text = run("uci -q get " + name).output;
-        return text.empty() ? text : text.substr(0, text.size() - 1);
-    }
     static std::string batch_file()
     {
         std::string name = run("ls -d /tmp/wifi-delayed-* 2>/dev/null").output;
         return name.empty() ? name : name.substr(0, name.size() - 1);
     }
-    static std::string led() { return read_file("/tmp/led_flags/config").substr(0, 1); }
-    static int journal(const std::string &command)
-    {
-        return atoi(run("grep -c ' " + command + "' /var/log/journal 2>/dev/null").output.c_str());
-    }
     /// Not counting that there are no radios to listen to and no u80211d to ask.
-    static int logged(const std::string &text)
+    int logged(const std::string &text) const
     {
-        return atoi(
-            run("grep -v 'mlme\\|netlink callbacks\\|survey data' /tmp/writer.log | grep -cF \"" +
-                text + "\"")
-                .output.c_str());
+        int found = 0;
+        std::istringstream all(log.text());
+        for (std::string line; std::getline(all, line);)
+            found += line.find(text) != std::string::npos &&
+                     line.find("mlme") == std::string::npos &&
+                     line.find("netlink callbacks") == std::string::npos &&
+                     line.find("survey data") == std::string::npos;
+        return found;
     }
     static void all_packages_quiet()
     {

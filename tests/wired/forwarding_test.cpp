@@ -20,13 +20,13 @@ struct Forwarding : node_fixture {
 
 TEST_F(Forwarding, OnlyWiredUplinksHaveRules)
 {
-    const std::string before = read_text("/etc/config/firewall");
+    const std::string before = read_file("/etc/config/firewall");
     for (const char *iface : {"", "br-mesh_rp", "orph_conn0", "x"}) {
         EXPECT_TRUE(firewall_set_forwarding_rule(iface, "ssid1", true)) << iface;
         EXPECT_TRUE(firewall_set_ssid_forwarding_rule(iface, 4, true)) << iface;
     }
     (void)ng_uci_commit("firewall");
-    EXPECT_EQ(read_text("/etc/config/firewall"), before);
+    EXPECT_EQ(read_file("/etc/config/firewall"), before);
     EXPECT_FALSE(firewall_set_forwarding_rule(nullptr, "ssid1", true));
     EXPECT_FALSE(firewall_set_forwarding_rule("wired0", nullptr, true));
     EXPECT_FALSE(firewall_set_forwarding_rule("br-wired7", "ssid1", true)) << "no such section";
@@ -35,7 +35,7 @@ TEST_F(Forwarding, OnlyWiredUplinksHaveRules)
     EXPECT_FALSE(firewall_set_ssid_forwarding_rule("wired0", 5, true));
     EXPECT_TRUE(logged("ssid5 is out of range ssid1 thru ssid4"));
     (void)ng_uci_commit("firewall");
-    EXPECT_EQ(read_text("/etc/config/firewall"), before);
+    EXPECT_EQ(read_file("/etc/config/firewall"), before);
 }
 
 TEST_F(Forwarding, SsidsThatAreNotRoutedAreNeverEnabledButAlwaysDisabled)

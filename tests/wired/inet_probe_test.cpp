@@ -1,5 +1,7 @@
 // The internet test over real interfaces to a simulated internet in a namespace of its own: plain
 // and TLS targets, the ways they fail, several interfaces, aborts.
+#include "support/eventually.h"
+#include "support/program.h"
 #include "wired/node_fixture.h"
 
 #include "mesh/mesh.h"
@@ -72,7 +74,7 @@ struct InetTest : node_fixture {
                               std::to_string(interval) + "'\n";
         for (const std::string &url : urls)
             section += "\tlist inet_test_targets '" + url + "'\n";
-        write_text("/etc/config/tarn_net", section + "\nconfig local 'local'\n");
+        write_file("/etc/config/tarn_net", section + "\nconfig local 'local'\n");
         ASSERT_EQ(reload(), 0);
     }
     static int reload()
@@ -103,14 +105,6 @@ struct InetTest : node_fixture {
     /// Of a cycle that ends by its time limit; two seconds of waiting inside the loop are few
     /// turns.
     static constexpr int MANY_TURNS = 20;
-    static int count(const std::string &text)
-    {
-        int found = 0;
-        const std::string log = read_text("/tmp/log");
-        for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; at++)
-            found++;
-        return found;
-    }
 };
 
 } // namespace
@@ -161,22 +155,22 @@ TEST_F(InetTest, WordsForAFailureAreOursWhereLibcurlHasNone)
         return std::string(text.get());
     };
     EXPECT_NE(ask(false).find("\"Couldn't connect to server\""), std::string::npos);
-    EXPECT_EQ(count("Code 7 of libcurl"), 0);
+    EXPECT_EQ(logged("Code 7 of libcurl"), 0);
     const std::string dumped = ask(true);
-    EXPECT_EQ(count("NOTICE: Connection failed. Error:7."), 1);
-    EXPECT_EQ(count("NOTICE: Code 7 of libcurl: could not connect"), 1);
+    EXPECT_EQ(logged("NOTICE: Connection failed. Error:7."), 1);
+    EXPECT_EQ(logged("NOTICE: Code 7 of libcurl: could not connect"), 1);
     EXPECT_NE(dumped.find("\"the certificate is not trusted\""), std::string::npos) << dumped;
 }
 
 TEST_F(InetTest, SlowHandshakesAndNamesRunIntoTheLimit)
 {
-    write_text("/var/sim/internet", "slow 5000\n");
+    write_file("/var/sim/internet", "slow 5000\n");
     internet->end(SIGHUP);
     stand_in(WAN, "br-wired0", "br-wired0");
     targets({TLS, "https://203.0.113.43", "http://portal.internet.test"});
     EXPECT_GT(cycle(), MANY_TURNS);
     EXPECT_EQ(test().test_passed, 0u);
-    write_text("/var/sim/internet", "on\n");
+    write_file("/var/sim/internet", "on\n");
     internet->end(SIGHUP);
 }
 
@@ -187,8 +181,8 @@ TEST_F(InetTest, FirstWiredSuccessSwitchesAtOnce)
     cycle();
     EXPECT_EQ(test().upstream_state, WAN);
     EXPECT_STREQ(test().uplink_iface, "br-wired0");
-    EXPECT_EQ(count(" on br-wired0 aborted"), 2) << "the siblings complete nothing";
-    EXPECT_EQ(count("DEBUG: Test passed"), 1);
+    EXPECT_EQ(logged(" on br-wired0 aborted"), 2) << "the siblings complete nothing";
+    EXPECT_EQ(logged("DEBUG: Test passed"), 1);
     const auto ran = commands();
     EXPECT_EQ(std::count(ran.begin(), ran.end(), "batctl gw_mode server"), 1);
     const auto sent = sent_events();
@@ -210,10 +204,10 @@ TEST_F(InetTest, EightInterfacesAndThirtyTwoTargets)
         add_mesh("orph_conn" + std::to_string(i), ("mesh" + std::to_string(i)).c_str(), true);
     stand_in(MESH, "mesh0", "br-wired9"); // no such interface: the wire is out of the race
     cycle();
-    EXPECT_EQ(count("Testing connection to"), 256);
+    EXPECT_EQ(logged("Testing connection to"), 256);
     // A busy machine may keep some of them waiting for too long; each of them reports.
-    EXPECT_EQ(count("successful") + count("Connection failed"), 256);
-    EXPECT_EQ(count("on interface mesh7 ..."), 0) << "one more than a cycle takes";
+    EXPECT_EQ(logged("successful") + logged("Connection failed"), 256);
+    EXPECT_EQ(logged("on interface mesh7 ..."), 0) << "one more than a cycle takes";
     EXPECT_EQ(test().upstream_state, MESH);
     EXPECT_EQ(test().test_failures, 0);
 }
@@ -224,8 +218,8 @@ TEST_F(InetTest, OnlyTheWireIsTestedWhileTheNodeIsNoRepeater)
     add_mesh("mesh_rp", "mesh0", true);
     stand_in(WAN, "br-wired0", "");
     cycle();
-    EXPECT_EQ(count("Testing connection to"), 1);
-    EXPECT_EQ(count("Test wired uplink on br-wired0"), 1) << "also while no bridge is known";
+    EXPECT_EQ(logged("Testing connection to"), 1);
+    EXPECT_EQ(logged("Test wired uplink on br-wired0"), 1) << "also while no bridge is known";
 }
 
 TEST_F(InetTest, LivingMeshInterfaceCountsInsteadOfNeighbours)
@@ -280,7 +274,7 @@ TEST_F(InetTest, NoCycleStartsUnlessTheTestIsConfigured)
     const auto ask = [&] {
         run_uplink_test(); // as the end of a wait for wireless settings does
         EXPECT_TRUE(idle());
-        EXPECT_EQ(count("Test failed"), 0);
+        EXPECT_EQ(logged("Test failed"), 0);
         EXPECT_FALSE(test().timer.pending);
     };
     targets({PLAIN}, 0);
@@ -295,7 +289,7 @@ TEST_F(InetTest, NoCycleStartsUnlessTheTestIsConfigured)
 TEST_F(InetTest, SettingsThatCannotBeReadStayAndAreReadLater)
 {
     targets({PLAIN, TLS}, 7);
-    std::string text = read_text("/etc/config/tarn_net");
+    std::string text = read_file("/etc/config/tarn_net");
     const int rival = open("/etc/config/tarn_net", O_RDWR);
     ASSERT_EQ(flock(rival, LOCK_EX), 0);
     run_uplink_test();
@@ -312,16 +306,16 @@ TEST_F(InetTest, SettingsThatCannotBeReadStayAndAreReadLater)
     inet_test_init();
     EXPECT_FALSE(test().timer.pending);
     debug_set_level(ZU_LOG_INFO);
-    const int said = count("is locked by another process");
+    const int said = logged("is locked by another process");
     uloop_clock_virtual(true);
     uloop_clock_run_ms(5000);
     EXPECT_EQ(gOnline_settings.targets, nullptr);
-    EXPECT_EQ(count("is locked by another process"), said);
+    EXPECT_EQ(logged("is locked by another process"), said);
     close(rival);
-    write_text("/etc/config/tarn_net", text + "\toption torn 'x\n");
+    write_file("/etc/config/tarn_net", text + "\toption torn 'x\n");
     uloop_clock_run_ms(5000);
     EXPECT_EQ(gOnline_settings.targets, nullptr);
-    write_text("/etc/config/tarn_net", text);
+    write_file("/etc/config/tarn_net", text);
     uloop_clock_run_ms(1100);
     EXPECT_EQ(gOnline_settings.target_count, 2u);
     EXPECT_TRUE(test().timer.pending);
@@ -362,14 +356,14 @@ TEST_F(InetTest, TicksDuringACycleAndReloads)
     EXPECT_EQ(test().tests_to_run, 2u);
     run_uplink_test();
     EXPECT_EQ(test().tests_to_run, 2u);
-    EXPECT_EQ(count("Previous test still in progress, skipping this inet_check"), 1);
+    EXPECT_EQ(logged("Previous test still in progress, skipping this inet_check"), 1);
     uloop_run_timeout(20);
     targets({PLAIN}, 1);
     EXPECT_TRUE(idle());
-    EXPECT_EQ(count(" on br-wired0 aborted"), 2);
-    EXPECT_EQ(count("tests_to_run = 2"), 1);
+    EXPECT_EQ(logged(" on br-wired0 aborted"), 2);
+    EXPECT_EQ(logged("tests_to_run = 2"), 1);
     EXPECT_EQ(test().test_failures, 0) << "an aborted cycle has no verdict";
-    run_until([&] { return count("DEBUG: Test passed") == 1; });
+    run_until([&] { return logged("DEBUG: Test passed") == 1; });
     EXPECT_TRUE(test().timer.pending) << "the next tick is armed";
 }
 
@@ -385,10 +379,10 @@ TEST_F(InetTest, CycleThatAnEnumerationDelaysRunsWhenThatEnds)
     uloop_timeout_cancel(&test().timer); // no tick does it
     uloop_clock_run_ms(9950);
     EXPECT_FALSE(gTarn_net_state.bridges.enumerate_timer.pending);
-    EXPECT_EQ(count("Testing connection to"), 0) << "the other one still runs";
+    EXPECT_EQ(logged("Testing connection to"), 0) << "the other one still runs";
     uloop_clock_run_ms(100);
     uloop_clock_virtual(false);
-    EXPECT_EQ(count("Testing connection to"), 1);
+    EXPECT_EQ(logged("Testing connection to"), 1);
 
     // Once; and an enumeration that delayed nothing starts nothing.
     run_until([&] { return idle(); });
@@ -396,7 +390,7 @@ TEST_F(InetTest, CycleThatAnEnumerationDelaysRunsWhenThatEnds)
         start();
     uloop_clock_virtual(true);
     uloop_clock_run_ms(10000);
-    EXPECT_EQ(count("Testing connection to"), 1);
+    EXPECT_EQ(logged("Testing connection to"), 1);
 }
 
 TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
@@ -411,7 +405,7 @@ TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
     };
     begin();
     run_uplink_test();
-    EXPECT_EQ(count("Previous test still in progress"), 1);
+    EXPECT_EQ(logged("Previous test still in progress"), 1);
     ASSERT_EQ(reload(), 0);
     EXPECT_TRUE(idle()) << "a reload ends it without a verdict";
 
@@ -421,7 +415,7 @@ TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
     EXPECT_FALSE(idle());
     EXPECT_EQ(test().test_failures, 1);
     uloop_clock_run_ms(5000);
-    EXPECT_EQ(count("WARNING: The internet test cannot end (1 of 2 reported)"), 1);
+    EXPECT_EQ(logged("WARNING: The internet test cannot end (1 of 2 reported)"), 1);
     EXPECT_GE(test().test_failures, 2);
     uloop_clock_virtual(false);
     run_until([&] { return idle() && test().test_failures == 3; }); // the next one ran at once
@@ -435,36 +429,36 @@ TEST_F(InetTest, InterfacesThatCannotBeTestedAndNamesThatMove)
     add_mesh("mesh_rp", "", true);        // up, but not named yet
     stand_in(MESH, "mesh0", "localhost"); // a host's name, which libcurl would bind to as well
     cycle();
-    EXPECT_EQ(count("Testing connection to"), 1);
-    EXPECT_EQ(count("successful"), 0);
+    EXPECT_EQ(logged("Testing connection to"), 1);
+    EXPECT_EQ(logged("successful"), 0);
 
     targets({"http://moved.internet.test"}, 1);
     uloop_timeout_cancel(&test().timer);
     stand_in(WAN, "br-wired0", "br-wired0");
     cycle(); // runs into the time limit, longer than the interval
-    EXPECT_EQ(count("successful"), 0);
+    EXPECT_EQ(logged("successful"), 0);
     run("echo 203.0.113.80 moved.internet.test >/etc/hosts");
     cycle();
-    EXPECT_EQ(count("successful"), 1) << "names are looked up anew";
+    EXPECT_EQ(logged("successful"), 1) << "names are looked up anew";
 }
 
 TEST_F(InetTest, SettingsThatAreMissingOrBad)
 {
-    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+    write_file("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
                                        "\toption failure_tolerance 'many'\n"
                                        "\toption test_interval '-5'\n"
                                        "\tlist inet_test_targets 'http://203.0.113.80'\n");
     EXPECT_EQ(reload(), 0);
     EXPECT_EQ(gOnline_settings.failure_tolerance, 3);
     EXPECT_FALSE(test().timer.pending);
-    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+    write_file("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
                                        "\toption failure_tolerance '7'\n"
                                        "\toption test_interval '2147483647'\n"
                                        "\tlist inet_test_targets 'http://203.0.113.80'\n");
     EXPECT_EQ(reload(), 0);
     EXPECT_EQ(gOnline_settings.failure_tolerance, 7);
     EXPECT_GT(uloop_timeout_remaining64(&test().timer), 2147480000) << "no overflow";
-    write_text("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+    write_file("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
                                        "\toption test_interval '5'\n");
     EXPECT_EQ(reload(), 0);
     EXPECT_EQ(gOnline_settings.target_count, 0u) << "the old list is not kept";

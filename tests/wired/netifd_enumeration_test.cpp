@@ -93,7 +93,7 @@ TEST_F(Enumeration, EndsWhenEveryBridgeHasAnsweredAndAsksEachAgain)
             for (int i = 0; i < 6; i++)
                 pass(10000);
             EXPECT_EQ(netifd.asked, c.asked_a_minute_later);
-            EXPECT_EQ(logged(c.log), !mesh || c.log[0] != 's');
+            EXPECT_EQ(logged(c.log) > 0, !mesh || c.log[0] != 's');
 
             // What answers at last is taken, though nothing was notified.
             netifd.answers = true;

@@ -2,6 +2,7 @@
 #include "platform/zu/log.h"
 #include "state/owned.h"
 #include "support/bus_fixture.h"
+#include "support/own_log.h"
 #include "wired/bridges.h"
 #include "wired/inet_probe.h"
 #include "wired/netifd/iface.h"
@@ -123,14 +124,11 @@ TEST_F(NetifdStatus, WiredBridgeThatLeadsOutBecomesTheUplink)
 
 TEST_F(NetifdStatus, HostileTextStaysOnOneLogLine)
 {
-    temporary_directory directory;
-    debug_init((directory / "log").c_str());
-    debug_set_level(ZU_LOG_DEBUG);
+    const own_log own;
     take(R"({"up":true,"device":"x\nMon: ERROR: forged"})");
     take(R"({"up":true,"device":"br-x","route":[{"target":"0.0.0.0","mask":0,)"
          R"("nexthop":"1\n2\r3","source":"\u001b[2J"}]})");
-    debug_set_level(0);
-    const std::string log = read_file(directory / "log");
+    const std::string log = own.text();
     EXPECT_NE(log.find("forged"), std::string::npos);
     size_t lines = 0;
     for (size_t at = 0; (at = log.find('\n', at)) != std::string::npos; at++) {

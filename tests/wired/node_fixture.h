@@ -11,9 +11,11 @@
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
-#include "sim/programs.h"
 #include "state/owned.h"
 #include "support/bus_fixture.h"
+#include "support/node.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/inet_probe.h"
@@ -28,17 +30,16 @@ echo "reload_config [$rules] dns [$dns] forward [$forwards]" >>/var/log/journal
 exit "$(cat /var/sim/exit/reload_config 2>/dev/null || echo 0)"
 )sh";
 
-struct node_fixture : bus_fixture {
+struct node_fixture : bus_fixture, logging {
     std::optional<event_log> events;
 
     void SetUp() override
     {
         bus_fixture::SetUp();
-        run("[ -d /tmp/config ] || cp -R /etc/config /tmp/config; rm -rf /tmp/.uci /tmp/led_flags "
-            "/var/sim/exit; cp /tmp/config/* /etc/config/; : >/var/log/journal; "
-            ": >/tmp/log; while ip rule del priority 500; do :; done");
+        begin_anew();
+        run("while ip rule del priority 500; do :; done");
         install_commands();
-        debug_init("/tmp/log");
+        log.clear();
         debug_set_level(ZU_LOG_DEBUG);
         platform_detect();
         inet_test_reset();
@@ -56,7 +57,7 @@ struct node_fixture : bus_fixture {
     static void install_commands()
     {
         run("mkdir -p /tmp/bin");
-        write_text("/tmp/bin/reload_config", RELOAD_CONFIG);
+        write_file("/tmp/bin/reload_config", RELOAD_CONFIG);
         run("chmod +x /tmp/bin/reload_config");
         static bool prepended;
         if (!prepended)
@@ -90,39 +91,11 @@ struct node_fixture : bus_fixture {
             end_cycle(test().upstream_state, nullptr);
     }
 
-    static std::string uci(const std::string &option)
-    {
-        std::string value = run("uci -q get " + option).output;
-        return value.substr(0, value.find_last_not_of('\n') + 1);
-    }
-    static std::string led(const std::string &flag)
-    {
-        return read_text("/tmp/led_flags/" + flag).substr(0, 1);
-    }
-    static bool logged(const std::string &text)
-    {
-        return read_text("/tmp/log").find(text) != std::string::npos;
-    }
     /// Descriptors of this process.
     static auto open_files()
     {
         using entries = std::filesystem::directory_iterator;
         return std::distance(entries("/proc/self/fd"), entries());
-    }
-    /// Commands run since the last call, without their times.
-    static std::vector<std::string> commands()
-    {
-        std::vector<std::string> lines;
-        const std::string journal = read_text("/var/log/journal");
-        for (size_t at = 0, end; (end = journal.find('\n', at)) != std::string::npos;
-             at = end + 1) {
-            std::string line = journal.substr(at, end - at);
-            if (isdigit(static_cast<unsigned char>(line[0])) != 0)
-                line.erase(0, line.find(' ') + 1);
-            lines.push_back(line);
-        }
-        write_text("/var/log/journal", "");
-        return lines;
     }
     /// Events sent by the daemon since the last call, as "type {json}".
     std::vector<std::string> sent_events()

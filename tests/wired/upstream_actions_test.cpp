@@ -249,14 +249,7 @@ TEST_F(UpstreamActions, WhatFailsOfASwitchIsSaidOnceAndItAloneIsRepeated)
             line.erase(std::min(line.find(" ["), line.size()));
         return all;
     };
-    const auto faults_said = [] {
-        const std::string log = read_text("/tmp/log");
-        int said = 0;
-        for (const char *level : {" ERROR: ", " WARNING: "})
-            for (size_t at = 0; (at = log.find(level, at)) != std::string::npos; at++)
-                said++;
-        return said;
-    };
+    const auto faults_said = [this] { return logged(" ERROR: ") + logged(" WARNING: "); };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
         TearDown();
@@ -367,8 +360,8 @@ TEST_F(UpstreamActions, FlappingLeavesNothingBehind)
         }
     };
     flap(3);
-    const std::string dhcp = read_text("/etc/config/dhcp");
-    const std::string portal = read_text("/etc/config/udsplash") + read_text("/etc/config/udshape");
+    const std::string dhcp = read_file("/etc/config/dhcp");
+    const std::string portal = read_file("/etc/config/udsplash") + read_file("/etc/config/udshape");
     const auto files = open_files();
     flap(1);
     // The allocator keeps some of what was freed; a leak costs memory every time.
@@ -380,8 +373,8 @@ TEST_F(UpstreamActions, FlappingLeavesNothingBehind)
     }
     EXPECT_LE(growth, 0);
     EXPECT_EQ(run("ip rule show priority 500").output, "500:\tfrom all iif lo lookup 20\n");
-    EXPECT_EQ(read_text("/etc/config/dhcp"), dhcp);
-    EXPECT_EQ(read_text("/etc/config/udsplash") + read_text("/etc/config/udshape"), portal);
+    EXPECT_EQ(read_file("/etc/config/dhcp"), dhcp);
+    EXPECT_EQ(read_file("/etc/config/udsplash") + read_file("/etc/config/udshape"), portal);
     EXPECT_EQ(open_files(), files);
     EXPECT_EQ(run("uci changes; ls -A /tmp/.uci | while read f; do cat /tmp/.uci/$f; done").output,
               "");

@@ -52,11 +52,11 @@ void lonely_runs_overridden(Upstream &test)
 }
 void lonely_died(Upstream &)
 {
-    write_text("/var/run/lonely.pid", "4194303\n");
+    write_file("/var/run/lonely.pid", "4194303\n");
 }
 void pid_file_is_garbage(Upstream &)
 {
-    write_text("/var/run/lonely.pid", "what?\n");
+    write_file("/var/run/lonely.pid", "what?\n");
 }
 
 struct transition {
@@ -200,9 +200,9 @@ TEST_F(Upstream, MeshFailuresDoNotCountWhilePowerIsNegotiatedOrSettingsWait)
 {
     stand_in(MESH, RP, WIRE);
     mesh_is_old();
-    write_text("/sys/class/gpio/dc_detect/value", "0\n");
-    write_text("/sys/class/gpio/poe_at_detect/value", "0\n");
-    write_text("/var/state/wireless", "wireless._lldp='lldp'\n"
+    write_file("/sys/class/gpio/dc_detect/value", "0\n");
+    write_file("/sys/class/gpio/poe_at_detect/value", "0\n");
+    write_file("/var/state/wireless", "wireless._lldp='lldp'\n"
                                       "wireless._lldp.negotiation_complete='0'\n");
     fail_cycles(5);
     EXPECT_EQ(test().test_failures, 0);
@@ -210,7 +210,7 @@ TEST_F(Upstream, MeshFailuresDoNotCountWhilePowerIsNegotiatedOrSettingsWait)
     fail_cycles(1);
     EXPECT_EQ(test().test_failures, 1);
 
-    write_text("/tmp/wifi-delayed-7", "set wireless.radio0.channel='1'\n");
+    write_file("/tmp/wifi-delayed-7", "set wireless.radio0.channel='1'\n");
     wifi_delayed_stage("/tmp/wifi-delayed-7");
     wifid_parse_config_event_handler(daemon, nullptr, "", json_message(R"({"success":true})").head);
     fail_cycles(5);

@@ -1,25 +1,11 @@
 // Blobmsg helpers against whole, malformed and deeply nested messages.
-#include "platform/zu/blobmsg_util.h"
-
-#include <gtest/gtest.h>
+#include "support/json_message.h"
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-
 namespace {
-
-struct message : blob_buffer {
-    explicit message(const std::string &json)
-    {
-        blob_buf_init(this, 0);
-        blobmsg_add_json_from_string(this, json.c_str());
-    }
-};
 
 /// A message of `depth` tables, or arrays, in one another.
 struct nested_message : blob_buffer {
@@ -37,7 +23,7 @@ struct nested_message : blob_buffer {
 TEST(blobmsg_util, text_of_messages_and_attributes)
 {
     const std::string json = R"({"a":1,"s":"x\"y","t":{"l":[true,null,"z"]},"e":{}})";
-    message m(json);
+    json_message m(json);
     EXPECT_EQ(std::string(zu_blobmsg_json(m.head, true).get()), json);
     blob_attr *first = static_cast<blob_attr *>(blobmsg_data(m.head));
     EXPECT_EQ(std::string(zu_blobmsg_json(first, false).get()), "\"a\":1");
@@ -59,7 +45,7 @@ TEST(blobmsg_util, nesting_is_limited)
 
 TEST(blobmsg_util, a_damaged_member_is_found_at_any_level)
 {
-    message whole(R"({"a":"text","t":{"n":5,"l":["x","y"]}})");
+    json_message whole(R"({"a":"text","t":{"n":5,"l":["x","y"]}})");
     const std::size_t size = blob_pad_len(whole.head);
     // Any byte damaged in any bit: the answer may be either, but must not read outside, and what is
     // called valid must come out as text.
@@ -87,13 +73,13 @@ TEST(blobmsg_util, a_damaged_member_is_found_at_any_level)
 
 TEST(blobmsg_util, copying_adds_every_member)
 {
-    message source(R"({"b":2,"t":{"x":[1]}})");
-    message target(R"({"a":1})");
+    json_message source(R"({"b":2,"t":{"x":[1]}})");
+    json_message target(R"({"a":1})");
     EXPECT_EQ(zu_blobmsg_copy(&target, source.head), 0);
     EXPECT_EQ(std::string(zu_blobmsg_json(target.head, true).get()),
               R"({"a":1,"b":2,"t":{"x":[1]}})");
     // 64 times 512 KiB do not fit into one message.
-    message large("{\"s\":\"" + std::string(512 * 1024, 'x') + "\"}");
+    json_message large("{\"s\":\"" + std::string(512 * 1024, 'x') + "\"}");
     int result = 0;
     for (int i = 0; i < 64 && result == 0; i++)
         result = zu_blobmsg_copy(&target, large.head);

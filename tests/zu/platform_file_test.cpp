@@ -1,6 +1,7 @@
 // The platform file at its fixed path, read at start.
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
+#include "support/own_log.h"
 #include "support/temporary_directory.h"
 
 #include <gtest/gtest.h>
@@ -31,15 +32,13 @@ TEST(platform_file, is_read_whole_or_not_at_all)
         remove("/etc/tarn/platform.json");
         if (content)
             write_file("/etc/tarn/platform.json", content);
-        remove("/tmp/platform.log");
-        debug_init("/tmp/platform.log");
+        const own_log log;
         platform_detect();
         for (int i = 0; i < 3; i++) {
             EXPECT_EQ(platform_wireless_get_num_radios(), -1);
             EXPECT_EQ(platform_wireless_get_radio_band_name(i), nullptr);
         }
-        const std::string log = read_file("/tmp/platform.log");
-        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), count) << log;
+        EXPECT_EQ(log.count("\n"), count) << log.text();
     }
     EXPECT_EQ(platform_get_model(), nullptr);
 }

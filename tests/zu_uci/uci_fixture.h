@@ -1,11 +1,8 @@
 // Package "zt" in the sandbox's configuration, and the errors and warnings that were logged.
 #pragma once
 
-#include "support/occurrences.h"
-#include "support/run.h"
-#include "support/temporary_directory.h"
+#include "support/node.h"
 
-#include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 
 #include <gtest/gtest.h>
@@ -13,23 +10,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr const char *CONFIG = "/etc/config/zt", *DELTA = "/tmp/.uci/zt", *LOG = "/tmp/zu_uci.log";
+constexpr const char *CONFIG = "/etc/config/zt", *DELTA = "/tmp/.uci/zt";
 constexpr const char *BASE = "\nconfig part 'a'\n\toption one '1'\n\toption single 'x'\n"
                              "\tlist items 'p'\n\tlist items 'q'\n\tlist items 'r'\n\n"
                              "config part 'b'\n\toption one '1'\n\n";
 
-struct uci_fixture : testing::Test {
+struct uci_fixture : testing::Test, logging {
     void SetUp() override
     {
+        debug_set_level(ZU_LOG_NOTICE);
         reset();
-        unlink(LOG);
-        debug_init(LOG);
-    }
-
-    void TearDown() override
-    {
-        fclose(gDebug_file);
-        gDebug_file = nullptr;
+        log.clear();
     }
 
     /// The package as it began, with no changes.
@@ -48,9 +39,6 @@ struct uci_fixture : testing::Test {
 
     std::string config() { return read_file(CONFIG); }
     std::string delta() { return read_file(DELTA); }
-
-    /// How often the text was logged.
-    int logged(const std::string &text) { return occurrences(read_file(LOG), text); }
 
     /// Runs the uci tool (or any command line); its output.
     static std::string shell(const std::string &command) { return run(command).output; }
