@@ -1,10 +1,9 @@
 // libraries: host_blobmsg_json
 // A settings document of about 100 KB: text to message, message to text, and taking it apart.
-#include <libubox/blobmsg_json.h>
-
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <cstring>
+#include <libubox/blobmsg_json.h>
 #include <string>
 
 /// 400 tables of mixed members, as a list of networks would be.

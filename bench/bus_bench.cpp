@@ -1,13 +1,12 @@
 // libraries: host_ubusd_core
 // What the bus costs: broker, owner and caller are processes of their own.
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <benchmark/benchmark.h>
 #include <csignal>
 #include <cstdlib>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "broker.h"
 

@@ -2,14 +2,13 @@
 // gen_checkin of a loaded daemon, timed inside its node: next to a ready-made answer of the same
 // size, and while every hostapd instance hangs. Started by checkin.whole.
 
-#include <libubus.h>
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <libubus.h>
 #include <unistd.h>
 #include <vector>
 

@@ -2,12 +2,11 @@
 // Calls of the running daemon, timed inside its node: what a dump_state costs next to a method that
 // does nothing. Started by daemon.whole.
 
-#include <libubus.h>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <libubus.h>
 #include <vector>
 
 namespace {

@@ -3,7 +3,11 @@
 // its own, and everything for 2 s now and then: how often it leaves the wire, next to how often as
 // many cycles in a row as are tolerated failed. One such row in 100 000 cycles is rare enough to be
 // luck, so several wires are tried. In a sandbox, for a node that leaves its wire runs commands.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <libubox_host/clock.h>
+#include <random>
 
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
@@ -11,11 +15,6 @@
 #include "wifi/wifi.h"
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <random>
 
 namespace {
 

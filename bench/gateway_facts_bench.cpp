@@ -1,11 +1,10 @@
 // libraries: tarn_daemon
 // Parsing the gateway facts, as every 150 s, next to cutting the same text at its blanks only.
-#include "mesh/gateway_facts.h"
-
 #include <benchmark/benchmark.h>
-
 #include <string>
 #include <string_view>
+
+#include "mesh/gateway_facts.h"
 
 namespace {
 

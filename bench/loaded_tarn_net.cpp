@@ -1,8 +1,8 @@
 // The daemon with radios that no kernel has: FAKE_STATIONS stations (200) on two of three. Linked
 // with its main().
-#include "support/fake_radios.h"
-
 #include <cstdlib>
+
+#include "support/fake_radios.h"
 
 namespace {
 

@@ -1,12 +1,11 @@
 // libraries: tarn_zu
 // What a log call costs when its level is off, and when its line is written.
-#include "platform/zu/log.h"
-
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <string>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
 
 namespace {
 

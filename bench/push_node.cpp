@@ -3,7 +3,6 @@
 // alone making the same changes in one process, and what `uci batch` is fed to make them.
 //   push_node DOCUMENT [--write BATCH]
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -12,6 +11,11 @@
 #include <string>
 #include <vector>
 
+extern "C" {
+#include <libubox/blobmsg_json.h>
+#include <libubox/uloop.h>
+}
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
@@ -19,11 +23,6 @@
 #include "support/file_calls.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-#include <libubox/uloop.h>
-}
 
 namespace fs = std::filesystem;
 using file_texts = std::map<std::string, std::string>;

@@ -4,19 +4,17 @@
 // Only reading counts. Runs in a network namespace that it makes for itself, in which this program
 // plays the kernel.
 #include <benchmark/benchmark.h>
-
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <sched.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <linux/genetlink.h>
 #include <linux/nl80211.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/netlink.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "netlink/nl80211.h"
 #include "platform/zu/log.h"

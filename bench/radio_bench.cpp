@@ -1,9 +1,8 @@
 // libraries: tarn_daemon
 // The answer to a scan that found 1000 access points: what the callback makes of it, next to taking
 // the same entries apart and no more.
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
+#include <benchmark/benchmark.h>
 #include <cstring>
 #include <ctime>
 #include <fstream>

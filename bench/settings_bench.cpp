@@ -2,27 +2,25 @@
 // The largest settings document: parsing it next to the least that must be done, a walk over its
 // bytes with policies that ask for nothing; and showing it over the bus next to a reply of the same
 // size that is ready made. Run in the project's folder.
-#include <sys/prctl.h>
-#include <unistd.h>
-
 #include <benchmark/benchmark.h>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
 
 #include "broker.h"
-
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/settings/parse.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
 
 static std::string socket_path;
 static blob_buf document;

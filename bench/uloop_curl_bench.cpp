@@ -1,8 +1,6 @@
 // libraries: tarn_zu
 // The CPU time of one internet-test cycle's transfers, 256 connections to loopback listeners,
 // through libcurl on the event loop; and as a ratio to 256 bare non-blocking connects.
-#include "platform/zu/uloop_curl.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
@@ -15,6 +13,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
+
+#include "platform/zu/uloop_curl.h"
 
 namespace {
 

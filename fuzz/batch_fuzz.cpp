@@ -1,10 +1,10 @@
 // libraries: tarn_zu
 // A batch file's text through the parser. What it takes apart must be writable again, and what is
 // written must come apart into the same commands.
-#include "platform/zu/ng_uci_batch_internal.h"
-
 #include <cstdint>
 #include <cstdlib>
+
+#include "platform/zu/ng_uci_batch_internal.h"
 
 static bool same(const ng_uci_batch_command &a, const ng_uci_batch_command &b)
 {

@@ -1,14 +1,14 @@
 // libraries: tarn_fw_core
 // Messages from strangers on the bus: whatever the bytes, the whole-message check answers, and what
 // it lets through can be shown, copied and parsed.
-#include "platform/fw_core/fw_core.h"
-#include "platform/zu/blobmsg_util.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -1,10 +1,10 @@
 // libraries: tarn_daemon
 // The text that batctl leaves behind, as hostile as it gets.
 
-#include "mesh/gateway_facts.h"
-
 #include <cstddef>
 #include <cstdint>
+
+#include "mesh/gateway_facts.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 

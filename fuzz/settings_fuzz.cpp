@@ -3,13 +3,6 @@
 // JSON text. What the bus methods let through is parsed into a copy of the settings with every line
 // logged, and the outcome is shown.
 
-#include "platform/zu/blobmsg_util.h"
-#include "platform/zu/log.h"
-#include "platform/zu/platform_data.h"
-#include "wifi/settings/dump.h"
-#include "wifi/settings/parse.h"
-#include "wired/wired_settings.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -17,6 +10,13 @@
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
+
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
+#include "platform/zu/platform_data.h"
+#include "wifi/settings/dump.h"
+#include "wifi/settings/parse.h"
+#include "wired/wired_settings.h"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);

@@ -3,13 +3,12 @@
 // What loads must commit; and what a config file alone exports must load as the same text again (a
 // delta may rename two sections to one name), unless a section's type holds what a reader takes for
 // more than a letter: types are written bare, on a router too.
-#include <uci.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <sys/stat.h>
+#include <uci.h>
 
 #include "../tests/support/temporary_directory.h"
 

@@ -1,20 +1,19 @@
 // ubus: looks at the bus and talks to it from a shell.
 // Scripts depend on its output and its exit codes: a status is the exit code, except that a failed
 // `call` without a terminal to complain to ends with 256 minus the status.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
-
-#include "libubus.h"
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
+
+#include "libubus.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
 // The `uci` tool: its options, the table of commands, and batch input. What the commands do is in
 // uci_commands.cpp.
-#include "uci_tool.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -9,6 +7,8 @@
 #include <strings.h>
 #include <unistd.h>
 #include <vector>
+
+#include "uci_tool.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The commands of the `uci` tool that change something; those that print are in uci_print.cpp.
-#include "uci_tool_internal.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "uci_tool_internal.h"
 
 int uci_tool_failed(uci_tool &tool)
 {

@@ -1,10 +1,10 @@
 // The commands of the `uci` tool that print: get, show, export, changes.
-#include "uci_tool_internal.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+
+#include "uci_tool_internal.h"
 
 int uci_tool_each(uci_tool &tool, char **arguments, int count, int (*act)(uci_tool &, char *name))
 {

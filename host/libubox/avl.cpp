@@ -1,10 +1,9 @@
 // AVL trees. The tree finds the place, the list threaded through it gives the order: neighbours,
 // first and last need no walk. Of nodes with one key only the leader hangs in the tree.
+#include <cstring>
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
 #include <libubox/blob.h>
-
-#include <cstring>
 
 int avl_strcmp(const void *k1, const void *k2, void *)
 {

@@ -1,10 +1,10 @@
 // Plain attributes: building them in a growing buffer, and sorting received ones by id. Names and
 // types are blobmsg.cpp's.
-#include "blob_internal.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+
+#include "blob_internal.h"
 
 constexpr int GROW_STEP = 256;
 

@@ -1,12 +1,12 @@
 // blobmsg: named, typed attributes. Checking and taking apart received ones, building new ones;
 // the bytes and the buffer are blob.cpp's, JSON is blobmsg_json.cpp's.
-#include "blob_internal.h"
-#include <libubox/blobmsg.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <libubox/blobmsg.h>
+
+#include "blob_internal.h"
 
 constexpr size_t NAME_MAX_STORED = 0xffff; ///< the header's 16 bits
 constexpr size_t NAME_MAX_MATCHED = 255;   ///< a policy never finds a longer name

@@ -1,12 +1,11 @@
 // JSON to blobmsg by way of json-c, and blobmsg to JSON text by hand: its layout is what scripts
 // on the bus see, so every comma and tab is fixed.
-#include <libubox/blobmsg_json.h>
-
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <json-c/json.h>
+#include <libubox/blobmsg_json.h>
 
 constexpr int INDENT_MAX = 16;     ///< tabs at the start of a line
 constexpr int DEPTH_MAX = 1024;    ///< containers nested deeper are printed empty

@@ -1,10 +1,10 @@
 // The loop's clock: CLOCK_MONOTONIC, or a virtual one that jumps where the loop would wait.
-#include "uloop_internal.h"
-#include <libubox_host/clock.h>
-
 #include <algorithm>
 #include <ctime>
+#include <libubox_host/clock.h>
 #include <sys/epoll.h>
+
+#include "uloop_internal.h"
 
 /// A timer re-armed with 0 runs again in the same pass, in real time for about a millisecond. Since
 /// a virtual clock stands still meanwhile, it moves on a millisecond after this many timers.

@@ -1,10 +1,10 @@
 // Descriptors on epoll. The kernel's events are fetched several at a time but handed out one a
 // round, so that timers get their turn in between.
-#include "uloop_internal.h"
-
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <unistd.h>
+
+#include "uloop_internal.h"
 
 constexpr int EVENTS_PER_WAIT = 10;
 

@@ -2,10 +2,9 @@
 // uloop_process.cpp and uloop_signal.cpp each own one kind of record, uloop_clock.cpp the time.
 #pragma once
 
-#include <libubox/uloop.h>
-
 #include <csignal>
 #include <cstdint>
+#include <libubox/uloop.h>
 
 struct epoll_event;
 

@@ -1,9 +1,9 @@
 // Child processes. A SIGCHLD reaps every child there is, registered or not: one signal may stand
 // for several children.
-#include "uloop_internal.h"
-
 #include <cerrno>
 #include <sys/wait.h>
+
+#include "uloop_internal.h"
 
 bool uloop_handle_sigchld = true;
 

@@ -1,10 +1,10 @@
 // Signals. Handlers only take a note and write to a pipe that the loop watches, which ends its wait
 // whether the signal came before or during it. SIGTERM and SIGINT end the loop.
-#include "uloop_internal.h"
-
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "uloop_internal.h"
 
 static list_head signals = LIST_HEAD_INIT(signals);
 static volatile sig_atomic_t caught[NSIG];

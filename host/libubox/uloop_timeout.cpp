@@ -1,9 +1,9 @@
 // Timers, in one list sorted by expiry. Times are compared in whole milliseconds: what is less than
 // one apart counts as equal and keeps its order of insertion, and a timer may fire that much early.
-#include "uloop_internal.h"
-
 #include <algorithm>
 #include <climits>
+
+#include "uloop_internal.h"
 
 constexpr int64_t US_PER_S = 1000000;
 constexpr int64_t US_PER_MS = 1000;

@@ -1,8 +1,7 @@
 // The one helper of libubox that is not inline: several zeroed parts in one block.
-#include <libubox/utils.h>
-
 #include <cstdarg>
 #include <cstdlib>
+#include <libubox/utils.h>
 
 static size_t part_size(size_t len)
 {

@@ -1,14 +1,13 @@
 // Life of a connection: connecting, the receive loop and its order, the loss. Messages for
 // the context's objects that come in during a synchronous wait or a running handler are held back;
 // replies are not, so that the wait can end.
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "libubus_internal.h"
 

@@ -1,10 +1,9 @@
 // Whole messages over the context's socket, and the buffer they are received into.
+#include <cerrno>
+#include <cstdlib>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 
 #include "libubus_internal.h"
 

@@ -4,13 +4,12 @@
 //   start ──► [complete_async: in ctx->requests] ──STATUS, loss, time-out──► finished: complete_cb
 //                     │ DATA: data_cb                ▲
 //                     └──── abort: forgotten         └ while a data_cb runs: after it
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <poll.h>
+#include <sys/socket.h>
 
 #include "libubus_internal.h"
 

@@ -1,13 +1,12 @@
 // Frames of the bus: how they are read, written and taken apart.
 #include "wire.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 
 static blob_attr_info attr_of(unsigned type)
 {

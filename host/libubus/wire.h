@@ -2,13 +2,12 @@
 // attributes, and descriptors that travel with them. Private to host/.
 #pragma once
 
-#include <sys/types.h>
-#include <sys/un.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <sys/types.h>
+#include <sys/un.h>
 
 #include "libubus.h"
 

@@ -1,9 +1,9 @@
 // Changes of a package in memory. The same code makes a caller's changes, which become deltas, and
 // applies the lines of delta files, which do not.
-#include "uci_internal.h"
-
 #include <cstdlib>
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

@@ -1,8 +1,8 @@
 // The context: its directories, its flags and the text of its last error.
-#include "uci_internal.h"
-
 #include <cstdlib>
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

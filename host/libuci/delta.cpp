@@ -1,12 +1,12 @@
 // Delta files: one line a change, appended by save, applied by load and commit, thinned by revert.
-#include "uci_internal.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

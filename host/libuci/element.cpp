@@ -1,8 +1,8 @@
 // Elements in memory: packages, sections, options, list items, and the names of nameless sections.
-#include "uci_internal.h"
-
 #include <cstdlib>
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

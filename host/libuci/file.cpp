@@ -2,8 +2,6 @@
 //
 // Locks (flock): shared to read; exclusive to append to a delta file, and on the config file for
 // the whole of a commit. A commit takes the config file's lock first, then the delta file's.
-#include "uci_internal.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -15,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

@@ -1,8 +1,8 @@
 // Looking things up: by name in a list, and by a tuple "package.section.option=value".
-#include "uci_internal.h"
-
 #include <cstdlib>
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

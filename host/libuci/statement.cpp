@@ -1,7 +1,7 @@
 // Config files: package, config, option and list statements, read into a package.
-#include "uci_internal.h"
-
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

@@ -3,10 +3,9 @@
 // Memory: elements come from new, their strings from strdup; running out of it ends the process.
 #pragma once
 
-#include <uci.h>
-
 #include <memory>
 #include <string>
+#include <uci.h>
 
 /// One input stream, read a line at a time; also where the last parse error is remembered.
 struct uci_parse_context {

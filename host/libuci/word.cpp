@@ -5,11 +5,11 @@
 //   'text'                taken as it is               ;   ends the statement; glued to an unquoted
 //   "text" and unquoted   \ takes the next character       word it also drops the rest of the line
 //   \ + end of line       joins the next line          (outside single quotes)
-#include "uci_internal.h"
-
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+
+#include "uci_internal.h"
 
 using namespace libuci;
 

@@ -5,17 +5,15 @@
 //   {"user" | "group": NAME, "access": {PATH: {"methods": [...]}}, "publish": [...], "subscribe":
 //   [...], "listen": [...],
 //    "send": [...]}
-#include <dirent.h>
-#include <grp.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-
+#include <dirent.h>
+#include <grp.h>
 #include <libubox/blobmsg_json.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "broker.h"
 

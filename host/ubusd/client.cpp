@@ -1,12 +1,11 @@
 // Clients: their sockets, the message that is coming in, and the queue of those going out.
 // A client is only removed from its own socket's callback, so that whoever sends to others while
 // handling a message may keep pointers to them.
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <unordered_map>
 
 #include "broker.h"

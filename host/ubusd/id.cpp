@@ -1,8 +1,7 @@
 // Random numbers for clients, objects and types, so that nobody relies on their order or size.
-#include <sys/random.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <sys/random.h>
 
 #include "broker.h"
 

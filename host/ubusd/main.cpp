@@ -1,8 +1,7 @@
 // ubusd: the message bus broker of a development machine.
+#include <cstdio>
 #include <sys/resource.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 #include "broker.h"
 

@@ -1,11 +1,10 @@
 // The broker's listening socket: who connects becomes a client under the name of its user.
+#include <cstdio>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstdio>
 
 #include "broker.h"
 

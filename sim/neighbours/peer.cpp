@@ -1,19 +1,19 @@
 // Connection, objects and small helpers of the simulated neighbours; faults are in peer_fault.cpp.
 #include "peer.h"
 
-#include "peer_fault.h"
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-#include <uci.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <uci.h>
 #include <unistd.h>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
+
+#include "peer_fault.h"
 
 namespace {
 

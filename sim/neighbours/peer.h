@@ -13,7 +13,6 @@
 #pragma once
 
 #include <libubus.h>
-
 #include <map>
 #include <span>
 #include <string>

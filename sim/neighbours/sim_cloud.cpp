@@ -3,13 +3,13 @@
 // package's parse_config and announces the outcome with the event parse_config_status, unless
 // "status" is false. The document may be the settings alone or, as the files of examples/ are, the
 // whole message with the settings in "params".
-#include "peer.h"
+#include <fstream>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include <fstream>
+#include "peer.h"
 
 namespace {
 

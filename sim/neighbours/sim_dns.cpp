@@ -1,16 +1,16 @@
 // Questions in, answers out; one datagram each.
 #include "sim_dns.h"
 
-extern "C" {
-#include <libubox/uloop.h>
-}
-
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
 #include <netinet/in.h>
 #include <string>
 #include <strings.h>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
 
 namespace {
 

@@ -1,12 +1,12 @@
 // hostapd's instances: one object hostapd.apR_S for each access point that the committed wireless
 // configuration enables; "hostapd" takes "reload" and follows the configuration. A link of type
 // dummy stands for each access point's interface and for each enabled mesh interface.
-#include "peer.h"
-
 #include <cstdio>
 #include <cstring>
 #include <net/if.h>
 #include <set>
+
+#include "peer.h"
 
 namespace {
 

@@ -4,24 +4,23 @@
 // The file /var/sim/internet holds the mode, read at start and on SIGHUP: "on"; "refuse", nobody
 // listens but the name server; "slow MS", every handshake and every name takes that long.
 // Silence is not made here: whoever wants it takes the addresses away.
-#include "sim_dns.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
-
-#include <openssl/ssl.h>
-
 #include <arpa/inet.h>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <openssl/ssl.h>
 #include <string>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <vector>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+#include "sim_dns.h"
 
 namespace {
 

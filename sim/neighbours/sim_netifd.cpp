@@ -3,10 +3,6 @@
 // An interface is up while it is wanted up, has a lease, and its bridge has a carrier; its address
 // and routes are put into the kernel then and taken out after. Every change is notified. What it
 // says has the members of the real one, in its order.
-#include "peer.h"
-
-#include <linux/rtnetlink.h>
-
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
@@ -14,10 +10,13 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <set>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "peer.h"
 
 namespace {
 

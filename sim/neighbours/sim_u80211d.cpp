@@ -1,12 +1,12 @@
 // The wireless daemon's object "wifi": a scan takes a moment and ends with the notification
 // "wifi.scan.done"; its dump is the neighbourhood as its file has it now, the survey tells of
 // radios under a load that comes and goes.
-#include "neighbourhood.h"
-#include "peer.h"
-
 #include <cmath>
 #include <ctime>
 #include <memory>
+
+#include "neighbourhood.h"
+#include "peer.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 // sim_chaos SEED: writes a scenario of random faults, the same one for the same seed. Rounds of
 // faults that overlap are each followed by ten quiet minutes, after which the node must be what the
 // cables and the pushes say. A scenario that fails is kept, cut down to what makes it fail.
-#include "push_markers.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +8,8 @@
 #include <span>
 #include <string>
 #include <vector>
+
+#include "push_markers.h"
 
 namespace {
 

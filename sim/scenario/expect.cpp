@@ -1,17 +1,17 @@
 // Expectations; see expect.h.
 #include "expect.h"
 
-#include "script.h"
-#include "settled.h"
-#include "stage.h"
-#include "timeline.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <glob.h>
 #include <utility>
+
+#include "script.h"
+#include "settled.h"
+#include "stage.h"
+#include "timeline.h"
 
 namespace {
 

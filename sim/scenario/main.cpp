@@ -4,18 +4,17 @@
 // A statement is "start", "advance", "within", "repeat", "mark", "remember", "break", "mend",
 // "run", "tell", "try", "uci", "kernel", "expect", or else something around the node that
 // sim/node.d/surroundings changes.
-#include "expect.h"
-#include "script.h"
-#include "stage.h"
-#include "timeline.h"
-
-#include <libubus.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <libubus.h>
+
+#include "expect.h"
+#include "script.h"
+#include "stage.h"
+#include "timeline.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Numbered pushes; see push_markers.h.
 #include "push_markers.h"
 
-#include "expect.h"
-#include "timeline.h"
-
 #include <cstdlib>
 #include <fstream>
 #include <set>
 #include <vector>
+
+#include "expect.h"
+#include "timeline.h"
 
 namespace {
 

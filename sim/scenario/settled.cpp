@@ -1,11 +1,6 @@
 // What a node at rest must look like; see settled.h.
 #include "settled.h"
 
-#include "expect.h"
-#include "push_markers.h"
-#include "stage.h"
-#include "timeline.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -15,6 +10,11 @@
 #include <fstream>
 #include <map>
 #include <vector>
+
+#include "expect.h"
+#include "push_markers.h"
+#include "stage.h"
+#include "timeline.h"
 
 namespace fs = std::filesystem;
 

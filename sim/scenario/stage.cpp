@@ -1,12 +1,6 @@
 // Acting on the node and looking at it; see stage.h.
 #include "stage.h"
 
-#include <libubus.h>
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +11,7 @@ extern "C" {
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <libubus.h>
 #include <sstream>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -24,6 +19,10 @@ extern "C" {
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
 
 namespace fs = std::filesystem;
 
@@ -93,7 +92,7 @@ struct answer {
 void answer_cb(ubus_request *request, int, blob_attr *msg)
 {
     char *text = blobmsg_format_json(msg, true);
-    reinterpret_cast<answer *>(request)->json = text != nullptr ? text : "";
+    reinterpret_cast<answer *>(request)->json = text ? text : "";
     free(text);
 }
 
@@ -176,7 +175,7 @@ void stage_advance_ms(long ms)
 int stage_run(const std::string &command, std::string *output)
 {
     const int status = run_words({"/bin/sh", "-c", command});
-    if (output != nullptr)
+    if (output)
         *output += read_all(OUTPUT);
     return status;
 }
@@ -194,7 +193,7 @@ std::string stage_ask(const std::string &object, const std::string &method)
 {
     answer got;
     ubus_context *bus = ubus_connect(nullptr);
-    if (bus == nullptr)
+    if (!bus)
         return "";
     ubus_add_uloop(bus);
     uint32_t id = 0;
@@ -218,7 +217,7 @@ bool stage_bound_tmp()
     std::vector<std::pair<std::string, int>> hidden;
     for (const char *name : {"TARN_SOURCE", "TARN_BUILD"}) {
         const char *path = getenv(name);
-        if (path != nullptr && std::string(path).starts_with("/tmp/"))
+        if (path && std::string(path).starts_with("/tmp/"))
             hidden.emplace_back(path, open(path, O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
     if (mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID, TMP_SIZE) != 0)

@@ -1,15 +1,6 @@
 // The sources of the time line; see timeline.h. Narrates on standard output as it goes.
 #include "timeline.h"
 
-#include <libubus.h>
-
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
-
-#include <linux/fib_rules.h>
-#include <linux/rtnetlink.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,10 +8,17 @@ extern "C" {
 #include <ctime>
 #include <fcntl.h>
 #include <fstream>
+#include <libubus.h>
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
 #include <sched.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+extern "C" {
+#include <libubox/blobmsg_json.h>
+}
 
 namespace {
 
@@ -264,7 +262,7 @@ void event_cb(ubus_context *, ubus_event_handler *, const char *type, blob_attr 
     if (name.starts_with("ubus.") || name == "network.interface")
         return;
     char *json = blobmsg_format_json(msg, true);
-    add(kind::event, name + " " + (json != nullptr ? json : ""));
+    add(kind::event, name + " " + (json ? json : ""));
     free(json);
 }
 
@@ -277,10 +275,10 @@ void lost_cb(ubus_context *)
 
 void try_bus(uloop_timeout *)
 {
-    if (bus != nullptr)
+    if (bus)
         ubus_free(bus);
     bus = ubus_connect(nullptr);
-    if (bus == nullptr) {
+    if (!bus) {
         uloop_timeout_set(&bus_timer, RECONNECT_MS);
         return;
     }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-
 #include <linux/netlink.h>
 
 struct nl_msg;

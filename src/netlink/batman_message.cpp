@@ -1,9 +1,8 @@
 // The neighbour request of batman-adv and its answers: one message a neighbour, then the end of the
 // dump with an error code.
-#include "netlink/batman_internal.h"
-
 #include <cstring>
 
+#include "netlink/batman_internal.h"
 #include "netlink/nl_attr.h"
 #include "netlink/nl_handle.h"
 #include "platform/zu/log.h"

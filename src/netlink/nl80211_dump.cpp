@@ -2,9 +2,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
-
 #include <linux/nl80211.h>
+#include <utility>
 
 #include "netlink/nl80211_internal.h"
 #include "netlink/nl_handle.h"

@@ -3,9 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
-
 #include <linux/netlink.h>
+#include <vector>
 
 #include "netlink/nl80211.h"
 

@@ -1,7 +1,6 @@
 // The events of an nl80211 multicast group: a non-blocking socket that the main loop watches.
 #include <algorithm>
 #include <array>
-
 #include <linux/netlink.h>
 #include <linux/nl80211.h>
 #include <sys/socket.h>

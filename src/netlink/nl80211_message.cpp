@@ -1,7 +1,6 @@
 // nl80211 messages as records: interfaces, stations, surveys (one message each) and events. The
 // description of a radio, which comes in pieces, is put together in nl80211_radio.cpp.
 #include <cstring>
-
 #include <linux/nl80211.h>
 #include <net/if.h>
 

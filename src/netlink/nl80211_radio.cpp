@@ -1,7 +1,6 @@
 // The description of a radio, put together from the many messages the kernel splits it into.
 #include <algorithm>
 #include <cstring>
-
 #include <linux/nl80211.h>
 
 #include "netlink/nl80211_internal.h"

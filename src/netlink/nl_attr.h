@@ -3,12 +3,11 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
-#include <string>
-
 #include <netlink/attr.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>
+#include <optional>
+#include <string>
 
 /// One row per attribute type from 0 to MAX; rows left out are not checked.
 template <size_t MAX>

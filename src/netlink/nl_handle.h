@@ -3,7 +3,6 @@
 #pragma once
 
 #include <memory>
-
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/msg.h>

@@ -1,11 +1,10 @@
 // Reads one datagram from a route netlink socket: which of its messages answers our request, and
 // what the answer is. Pure but for the log and errno.
-#include "netlink/rtnl_internal.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 
 static nlmsghdr header_at(std::span<const uint8_t> bytes)

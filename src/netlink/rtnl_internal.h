@@ -5,12 +5,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <span>
-
 #include <linux/fib_rules.h>
 #include <linux/if_link.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <span>
 
 constexpr size_t RTNL_ATTRIBUTES_SIZE = 256;
 constexpr size_t RTNL_RECEIVE_SIZE = 16384;

@@ -1,12 +1,11 @@
 // Links: created, destroyed, made bridge ports, set up and down, asked for their state.
-#include "netlink/rtnl.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <net/if.h>
 #include <unistd.h>
 
+#include "netlink/rtnl.h"
 #include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 

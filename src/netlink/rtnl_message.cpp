@@ -1,12 +1,11 @@
 // Route netlink requests as bytes: the order of attributes and every length is fixed here. Nothing
 // is sent from here.
-#include "netlink/rtnl_internal.h"
-
 #include <arpa/inet.h>
 #include <cstring>
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 
 constexpr uint32_t DEFAULT_PRIORITY = 500;

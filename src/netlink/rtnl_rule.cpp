@@ -1,8 +1,7 @@
 // IPv4 policy rules: which routing table a packet is looked up in.
-#include "netlink/rtnl.h"
-
 #include <cerrno>
 
+#include "netlink/rtnl.h"
 #include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 

@@ -1,13 +1,12 @@
 // The route netlink socket: opened for one request, closed after its answer. The bytes are the
 // business of rtnl_message.cpp and rtnl_datagram.cpp.
-#include "netlink/rtnl_internal.h"
-
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 
 constexpr int SEND_BUFFER_SIZE = 17408;

@@ -1,11 +1,10 @@
 // Check-in requests to the cloud-communication daemon, there, missing, silent or gone; reboots.
-#include "platform/fw_core/fw_core.h"
-
-#include "platform/zu/log.h"
-#include "support/bus_fixture.h"
-
 #include <libubox_host/clock.h>
 #include <sys/stat.h>
+
+#include "platform/fw_core/fw_core.h"
+#include "platform/zu/log.h"
+#include "support/bus_fixture.h"
 
 namespace {
 

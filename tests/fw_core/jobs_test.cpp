@@ -1,6 +1,5 @@
 // Jobs over the bus: requests come as events, reports go out as events.
 #include "platform/fw_core/jobs.h"
-
 #include "support/bus_fixture.h"
 
 namespace {

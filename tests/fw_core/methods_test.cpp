@@ -1,6 +1,5 @@
 // The generic methods over the bus: replies, statuses, and input from people who mean no good.
 #include "platform/fw_core/fw_core.h"
-
 #include "platform/zu/log.h"
 #include "support/bus_fixture.h"
 

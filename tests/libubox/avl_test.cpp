@@ -1,8 +1,7 @@
 // AVL trees against std::multimap.
+#include <gtest/gtest.h>
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
-
-#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <string>

@@ -1,8 +1,7 @@
 // Messages at their limits: of size when they are built, of depth when they are shown.
-#include <libubox/blobmsg_json.h>
-
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <libubox/blobmsg_json.h>
 #include <string>
 
 namespace {

@@ -1,9 +1,8 @@
 // Bytes in, bytes and text out: what a router's library makes of each case in blobmsg.json.
-#include <libubox/blobmsg_json.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <libubox/blobmsg_json.h>
 #include <string>
 #include <vector>
 

@@ -2,13 +2,12 @@
 // and a log of what ran.
 #pragma once
 
-#include <libubox/uloop.h>
-#include <libubox_host/clock.h>
-
 #include <csignal>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <libubox/uloop.h>
+#include <libubox_host/clock.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>

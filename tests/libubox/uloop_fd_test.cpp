@@ -1,8 +1,8 @@
 // Descriptors: what callbacks are told, when they run, and what may happen inside them.
-#include "libubox/loop_fixture.h"
-
 #include <memory>
 #include <vector>
+
+#include "libubox/loop_fixture.h"
 
 TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
 {

@@ -1,8 +1,8 @@
 // Signals and child processes.
-#include "libubox/loop_fixture.h"
-
 #include <cerrno>
 #include <sys/wait.h>
+
+#include "libubox/loop_fixture.h"
 
 static void ignore_it(int) {}
 

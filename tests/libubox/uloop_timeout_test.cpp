@@ -1,7 +1,7 @@
 // Timers, rounds and the virtual clock.
-#include "libubox/loop_fixture.h"
-
 #include <thread>
+
+#include "libubox/loop_fixture.h"
 
 TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
 {

@@ -1,11 +1,10 @@
 // Replays the clients' side of every recorded conversation against the broker: apart from the ids
 // it draws, it must answer byte for byte.
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstring>
 #include <map>
+#include <unistd.h>
 
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"

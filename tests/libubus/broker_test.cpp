@@ -1,12 +1,11 @@
 // The broker's duties towards clients that misbehave, wait or die, its refusals, and frames at the
 // limits and beyond.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <set>
+#include <unistd.h>
 
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"

@@ -1,6 +1,8 @@
 // What tests of the bus share.
 #include "bus_testing.h"
 
+#include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -8,9 +10,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
-#include <cstring>
 
 #include "../../host/libubus/wire.h"
 

@@ -2,11 +2,10 @@
 // frames, and a way to run programs.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "libubus.h"

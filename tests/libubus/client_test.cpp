@@ -1,7 +1,6 @@
 // The client library against the real broker: what runs when, and what becomes of calls whose other
 // side is late, silent, large or dead. The other side is a raw client.
 #include <gtest/gtest.h>
-
 #include <thread>
 
 #include "../../host/libubus/wire.h"

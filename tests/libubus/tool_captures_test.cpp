@@ -2,11 +2,10 @@
 // sent, byte for byte, and print the same.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <sstream>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 #include "../../host/libubus/wire.h"
 #include "bus_testing.h"

@@ -1,7 +1,6 @@
 // The tool as scripts use it: exit codes, what it prints and where, when it ends.
-#include <gtest/gtest.h>
-
 #include <csignal>
+#include <gtest/gtest.h>
 #include <thread>
 
 #include "bus_testing.h"

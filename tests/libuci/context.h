@@ -1,11 +1,10 @@
 // The library on a private set of directories.
 #pragma once
 
-#include "tool_run.h"
-
+#include <memory>
 #include <uci.h>
 
-#include <memory>
+#include "tool_run.h"
 
 struct context_deleter {
     void operator()(uci_context *ctx) const { uci_free_context(ctx); }

@@ -1,21 +1,19 @@
 // What happens to the files: locks between processes, full disks, links, other people's changes.
-#include "context.h"
-
-#include "support/eventually.h"
-
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "context.h"
+#include "support/eventually.h"
 
 namespace {
 

@@ -1,10 +1,9 @@
 // What look-ups answer and loading refuses, and how the tool answers wrong calls.
-#include "context.h"
-
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
+#include <gtest/gtest.h>
+
+#include "context.h"
 
 namespace {
 

@@ -1,13 +1,11 @@
 // Recorded behaviour, a file a case: config files that load and what they show and export, files
 // that are refused and how, and sequences of commands with every file they leave.
-#include "tool_run.h"
-
-#include "support/json_rows.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
+
+#include "support/json_rows.h"
+#include "tool_run.h"
 
 namespace {
 

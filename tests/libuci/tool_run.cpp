@@ -1,8 +1,8 @@
 #include "tool_run.h"
 
-#include "support/run.h"
-
 #include <filesystem>
+
+#include "support/run.h"
 
 uci_directories::uci_directories()
 {

@@ -1,6 +1,5 @@
 // The neighbour query of batman-adv: captured dumps, answers that break off, and the socket's life.
 #include <cstring>
-
 #include <netlink/msg.h>
 
 #include "netlink/batman.h"

@@ -3,11 +3,10 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <string>
-#include <vector>
-
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
+#include <string>
+#include <vector>
 
 #include "support/hex.h"
 

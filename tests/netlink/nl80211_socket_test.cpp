@@ -1,6 +1,5 @@
 // nl80211 queries and the event listener against a kernel that answers what it likes.
 #include <cstring>
-
 #include <linux/nl80211.h>
 #include <netlink/errno.h>
 

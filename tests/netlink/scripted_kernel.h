@@ -7,9 +7,8 @@
 #include <deque>
 #include <map>
 #include <string>
-#include <vector>
-
 #include <sys/socket.h>
+#include <vector>
 
 #include "netlink/bytes.h"
 

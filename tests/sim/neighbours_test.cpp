@@ -1,18 +1,16 @@
 // Each neighbour through the real broker: what it answers, announces, and the faults it plays.
-#include "support/eventually.h"
-#include "support/program.h"
-#include "support/run.h"
-#include "support/temporary_directory.h"
-
+#include <csignal>
+#include <gtest/gtest.h>
 #include <libubus.h>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-#include <gtest/gtest.h>
-
-#include <csignal>
+#include "support/eventually.h"
+#include "support/program.h"
+#include "support/run.h"
+#include "support/temporary_directory.h"
 
 namespace {
 

@@ -1,13 +1,12 @@
 // The sandbox itself, tried from inside one: what holds for a sandbox in a sandbox holds on a host.
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
 #include "support/eventually.h"
 #include "support/program.h"
 #include "support/run.h"
 #include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <cstdlib>
 
 static const std::string SANDBOX = std::string(getenv("TARN_SOURCE")) + "/sim/sandbox/run ";
 

@@ -1,9 +1,9 @@
 // Blobmsg helpers against whole, malformed and deeply nested messages.
-#include "support/json_message.h"
-
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include "support/json_message.h"
 
 namespace {
 

@@ -1,18 +1,17 @@
 // A curl context on the loop, transfers that remember what they reported, and loopback listeners.
 #pragma once
 
-#include "platform/zu/uloop_curl.h"
-#include "support/eventually.h"
-#include "support/open_descriptors.h"
-
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
+
+#include "platform/zu/uloop_curl.h"
+#include "support/eventually.h"
+#include "support/open_descriptors.h"
 
 /// A TCP socket on 127.0.0.1; connections complete without being accepted.
 struct listener {

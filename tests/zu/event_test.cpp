@@ -1,6 +1,5 @@
 // Events over the bus, and what happens without one.
 #include "platform/zu/event.h"
-
 #include "support/bus_fixture.h"
 
 namespace {

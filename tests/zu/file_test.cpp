@@ -1,13 +1,11 @@
 // Small files: what readers accept, what writers refuse.
-#include "platform/zu/file.h"
-
-#include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
 #include <cerrno>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+
+#include "platform/zu/file.h"
+#include "support/temporary_directory.h"
 
 namespace {
 

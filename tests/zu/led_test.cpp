@@ -1,15 +1,13 @@
 // LED flags: content, writing on change only, planted links. Runs in the sandbox: the path is
 // fixed.
-#include "platform/zu/led.h"
-
-#include "platform/zu/log.h"
-#include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include "platform/zu/led.h"
+#include "platform/zu/log.h"
+#include "support/temporary_directory.h"
 
 namespace fs = std::filesystem;
 

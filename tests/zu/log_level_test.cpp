@@ -1,9 +1,9 @@
 // The log level of the configuration, whatever stands there.
+#include <gtest/gtest.h>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,10 +1,4 @@
 // The log's line format, levels, file rules and rotation.
-#include "platform/zu/log.h"
-#include "platform/zu/system_log.h"
-#include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -13,12 +7,17 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <gtest/gtest.h>
 #include <regex>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <vector>
+
+#include "platform/zu/log.h"
+#include "platform/zu/system_log.h"
+#include "support/temporary_directory.h"
 
 // Stands in for the C library's, to let it fail.
 static bool g_ctime_fails;

@@ -1,11 +1,9 @@
 // Platform data: what each question answers for whole, partial and broken documents.
-#include "platform/zu/platform_data.h"
+#include <gtest/gtest.h>
+#include <vector>
 
 #include "platform/zu/log.h"
-
-#include <gtest/gtest.h>
-
-#include <vector>
+#include "platform/zu/platform_data.h"
 
 namespace {
 

@@ -1,13 +1,12 @@
 // The platform file at its fixed path, read at start.
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "support/own_log.h"
 #include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <sys/stat.h>
 
 namespace {
 

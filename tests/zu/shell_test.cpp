@@ -1,16 +1,14 @@
 // Shell commands beside the event loop: outcomes, child reaping, signals, inherited descriptors.
-#include "platform/zu/shell.h"
-
-#include "support/temporary_directory.h"
-
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <libubus.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include "platform/zu/shell.h"
+#include "support/temporary_directory.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Transfers on the event loop: outcomes, many at once, and everything a callback may do.
-#include "zu/curl_fixture.h"
-
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+
+#include "zu/curl_fixture.h"
 
 /// The kernel has no room for another watched descriptor.
 static bool no_room_to_watch;

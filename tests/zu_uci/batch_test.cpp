@@ -1,9 +1,8 @@
 // Batch files: written whole or not at all, applied by us as by the uci tool, refused when broken.
-#include "uci_fixture.h"
+#include <sys/mount.h>
 
 #include "platform/zu/ng_uci_batch.h"
-
-#include <sys/mount.h>
+#include "uci_fixture.h"
 
 using Batch = uci_fixture;
 

@@ -1,11 +1,11 @@
 // Save actions: what each makes of a package, what is refused, and when it reaches the delta file.
-#include "uci_fixture.h"
-
 #include <sys/inotify.h>
 
 extern "C" {
 #include <libubox/uloop.h>
 }
+
+#include "uci_fixture.h"
 
 using Change = uci_fixture;
 

@@ -1,18 +1,17 @@
 // Commits, and changes saved without one: what other processes changed is kept, no full disk ever
 // costs what was there, and nobody's lock holds us up.
-#include "uci_fixture.h"
-
-#include "platform/zu/ng_uci_internal.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+#include "platform/zu/ng_uci_internal.h"
+#include "uci_fixture.h"
 
 namespace {
 

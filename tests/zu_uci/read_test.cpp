@@ -1,10 +1,9 @@
 // Reading: options, run-time state, host lists.
-#include "uci_fixture.h"
-
-#include "platform/zu/host_list.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
+
+#include "platform/zu/host_list.h"
+#include "uci_fixture.h"
 
 using Read = uci_fixture;
 

@@ -1,14 +1,12 @@
 // Package "zt" in the sandbox's configuration, and the errors and warnings that were logged.
 #pragma once
 
-#include "support/node.h"
-
-#include "platform/zu/ng_uci.h"
-
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/zu/ng_uci.h"
+#include "support/node.h"
 
 constexpr const char *CONFIG = "/etc/config/zt", *DELTA = "/tmp/.uci/zt";
 constexpr const char *BASE = "\nconfig part 'a'\n\toption one '1'\n\toption single 'x'\n"

@@ -1,17 +1,16 @@
 // The daemon's parser gives the verdict and the words; the walk over the rows says where.
 #include "check.h"
 
-#include "document_file.h"
-#include "findings.h"
-#include "json_text.h"
-#include "lint.h"
-
-#include "platform/zu/log.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+
+#include "document_file.h"
+#include "findings.h"
+#include "json_text.h"
+#include "lint.h"
+#include "platform/zu/log.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Judging a document with the daemon's own parser.
 #pragma once
 
-#include "settings_kinds.h"
-
 #include <functional>
 #include <string>
+
+#include "settings_kinds.h"
 
 /// How a document comes out; the program's exit status.
 enum verdict {

@@ -1,10 +1,10 @@
 #include "checkin_document.h"
 
-#include "wifi/checkin_rows.h"
-
 #include <cstdio>
 #include <json-c/json.h>
 #include <string>
+
+#include "wifi/checkin_rows.h"
 
 namespace {
 

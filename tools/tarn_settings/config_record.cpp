@@ -2,14 +2,13 @@
 // list's items is.
 #include "config_record.h"
 
-#include "wifi/write/commit.h"
-
-#include <uci.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <set>
+#include <uci.h>
+
+#include "wifi/write/commit.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 // Files and JSON texts: read whole, refused when they are not what the bus could carry.
 #include "document_file.h"
 
-#include "json_text.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +10,8 @@
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
+
+#include "json_text.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // A settings document from a file: the JSON text of a parse_config message.
 #pragma once
 
-#include "platform/zu/blobmsg_util.h"
-
 #include <string>
+
+#include "platform/zu/blobmsg_util.h"
 
 /// Reads a whole file, or standard input for "-". False with the reason in `error`.
 bool read_whole(const std::string &path, std::string &text, std::string &error);

@@ -2,11 +2,11 @@
 // key that is not read, a value outside the row's limits, or a required key that is missing.
 #include "findings.h"
 
-#include "wifi/settings/document.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <regex.h>
+
+#include "wifi/settings/document.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What only a document's text shows: where a fault is, and which keys stand twice.
 #pragma once
 
-#include "findings.h"
-
 #include <string_view>
+
+#include "findings.h"
 
 /// "line 3, column 7" of a byte of the text; both count from 1, columns in bytes.
 std::string json_place(std::string_view text, size_t byte);

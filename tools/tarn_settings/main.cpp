@@ -1,18 +1,17 @@
 // tarn-settings: looks at settings documents with the daemon's own parser and writer.
-#include "check.h"
-#include "checkin_document.h"
-#include "document_file.h"
-#include "json_schema.h"
-#include "manual.h"
-#include "preview.h"
-
-#include "platform/zu/platform_data.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
+
+#include "check.h"
+#include "checkin_document.h"
+#include "document_file.h"
+#include "json_schema.h"
+#include "manual.h"
+#include "platform/zu/platform_data.h"
+#include "preview.h"
 
 namespace {
 

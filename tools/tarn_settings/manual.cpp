@@ -1,9 +1,9 @@
 // Rows to tables for people.
 #include "manual.h"
 
-#include "settings_kinds.h"
-
 #include <cstdio>
+
+#include "settings_kinds.h"
 
 namespace {
 

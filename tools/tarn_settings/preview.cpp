@@ -2,15 +2,6 @@
 // the push waits, its confirmation and the end of the wait. In between the configuration is read.
 #include "preview.h"
 
-#include "document_file.h"
-#include "private_root.h"
-
-#include "platform/zu/ng_uci.h"
-#include "state/owned.h"
-#include "wifi/wifi.h"
-#include "wired/inet_probe.h"
-#include "wired/upstream.h"
-
 #include <csignal>
 #include <cstdio>
 #include <unistd.h>
@@ -18,6 +9,14 @@
 extern "C" {
 #include <libubox/uloop.h>
 }
+
+#include "document_file.h"
+#include "platform/zu/ng_uci.h"
+#include "private_root.h"
+#include "state/owned.h"
+#include "wifi/wifi.h"
+#include "wired/inet_probe.h"
+#include "wired/upstream.h"
 
 namespace {
 

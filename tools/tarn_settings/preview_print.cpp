@@ -1,10 +1,10 @@
 // A preview for people, and the same as one JSON object.
-#include "preview.h"
-
 #include <cstdio>
 #include <cstring>
 #include <json-c/json.h>
 #include <memory>
+
+#include "preview.h"
 
 namespace {
 

@@ -3,8 +3,6 @@
 // runs them and goes on.
 #include "private_root.h"
 
-#include "wifi/write/commit.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +13,8 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "wifi/write/commit.h"
 
 namespace {
 

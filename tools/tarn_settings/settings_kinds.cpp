@@ -1,6 +1,8 @@
 // The kinds of documents with their parsers, and what the platform allows in them.
 #include "settings_kinds.h"
 
+#include <memory>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
@@ -12,8 +14,6 @@
 #include "wifi/write/writer.h"
 #include "wired/wired.h"
 #include "wired/wired_settings.h"
-
-#include <memory>
 
 namespace {
 

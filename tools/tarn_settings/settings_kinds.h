@@ -1,10 +1,10 @@
 // The kinds of settings documents there are, and what their rows say about a value.
 #pragma once
 
-#include "platform/fw_core/settings_rows.h"
-
 #include <string>
 #include <vector>
+
+#include "platform/fw_core/settings_rows.h"
 
 /// A kind of document: the message of one package's parse_config.
 struct document_kind {

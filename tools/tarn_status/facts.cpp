@@ -1,12 +1,11 @@
 #include "facts.h"
 
+#include <cstdlib>
 #include <libubus.h>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
-
-#include <cstdlib>
 
 namespace {
 

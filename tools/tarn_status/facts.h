@@ -1,9 +1,8 @@
 // What the daemon says of itself, over the bus alone.
 #pragma once
 
-#include <json-c/json.h>
-
 #include <initializer_list>
+#include <json-c/json.h>
 #include <memory>
 #include <string>
 

@@ -1,10 +1,10 @@
 // tarn-status: how the node stands, on one screen, asked of the daemon over the bus.
-#include "screen.h"
-
 #include <cstdio>
 #include <cstring>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include "screen.h"
 
 static constexpr char USAGE[] =
     "Usage: tarn-status [--watch | --json]\n"

@@ -1,12 +1,11 @@
 // Requests to the rest of the device: a check-in with the cloud, a reboot.
-#include "platform/fw_core/fw_core.h"
+#include <cstring>
 
+#include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/shell.h"
 #include "platform/zu/ubus_call.h"
-
-#include <cstring>
 
 namespace {
 

@@ -7,10 +7,9 @@
 // the reply fits on the bus (UBUS_STATUS_UNKNOWN_ERROR, logged).
 #pragma once
 
-#include <libubus.h>
-
 #include <cstddef>
 #include <cstdint>
+#include <libubus.h>
 
 /// A package callback: gets the whole message of the call and adds to `reply`; gives the bus status
 /// of the call. A status other than 0 drops the reply (parse_config's excepted).

@@ -1,12 +1,12 @@
 // The job framework: finds the job of an event, keeps its one running instance, reports its end.
 #include "platform/fw_core/jobs.h"
 
+#include <cstdlib>
+#include <cstring>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
 #include "platform/zu/log.h"
-
-#include <cstdlib>
-#include <cstring>
 
 const package_job_event *gPackage_jobs_events;
 

@@ -1,13 +1,12 @@
 // The generic bus methods: what is checked for every package, and the form of each reply.
-#include "platform/fw_core/fw_core.h"
-
-#include "platform/zu/blobmsg_util.h"
-#include "platform/zu/log.h"
-
 #include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
 
 package_handler gPackage_method_handlers[PACKAGE_HANDLERS_MAX];
 int32_t gPackage_method_handlers_index;

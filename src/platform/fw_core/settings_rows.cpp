@@ -1,13 +1,13 @@
 // The walks over a level's rows: taking a table apart, storing its values into the record.
 #include "platform/fw_core/settings_rows.h"
 
-#include "platform/fw_core/fw_core.h"
-#include "platform/zu/log.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include "platform/fw_core/fw_core.h"
+#include "platform/zu/log.h"
 
 const settings_field *settings_find_row(const settings_level &level, const char *key)
 {

@@ -3,14 +3,14 @@
 // documentation walk the same rows, so adding a field is adding a row.
 #pragma once
 
-extern "C" {
-#include <libubox/blobmsg.h>
-}
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
+extern "C" {
+#include <libubox/blobmsg.h>
+}
 
 enum settings_kind : uint8_t {
     SETTINGS_BOOL,     ///< INT8 into a bool, non-zero is true

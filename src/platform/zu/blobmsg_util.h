@@ -1,12 +1,12 @@
 // Blobmsg helpers shared by all subsystems.
 #pragma once
 
+#include <cstdlib>
+#include <memory>
+
 extern "C" {
 #include <libubox/blobmsg.h>
 }
-
-#include <cstdlib>
-#include <memory>
 
 struct free_deleter {
     void operator()(void *p) const { free(p); }

@@ -1,10 +1,10 @@
 // Bus events: one connection, set by whoever makes it.
 #include "platform/zu/event.h"
 
+#include <libubus.h>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
-
-#include <libubus.h>
 
 static ubus_context *g_context;
 

@@ -2,13 +2,13 @@
 // removed is put right by the next update.
 #include "platform/zu/led.h"
 
-#include "platform/zu/log.h"
-
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
 
 namespace {
 

@@ -56,8 +56,8 @@ extern zu_log_error_listener gDebug_error_listener;
 /// True when a message of `level` goes anywhere: to the file, or to an ERROR listener.
 inline bool zu_log_wanted(int level)
 {
-    return (gDebug_log_level >= level && gDebug_file != nullptr) ||
-           (level == ZU_LOG_ERROR && gDebug_error_listener != nullptr);
+    return (gDebug_log_level >= level && gDebug_file) ||
+           (level == ZU_LOG_ERROR && gDebug_error_listener);
 }
 
 /// While one lives, only DEBUG logs have what is logged: for trying again what failed and was said.

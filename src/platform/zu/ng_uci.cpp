@@ -2,17 +2,18 @@
 // thrown away when the callback ends. What a change is lies in ng_uci_change.cpp, what makes a
 // commit safe in ng_uci_commit.cpp.
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci_internal.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
 
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 #include <vector>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci_internal.h"
 
 static constinit uci_context_handle g_context;
 static constinit std::vector<ng_uci_changes> g_changes; // that are in memory only

@@ -6,11 +6,10 @@
 // that come to nothing (a list emptied and filled with the same items) write nothing.
 #pragma once
 
-#include <uci.h>
-
 #include <cstddef>
 #include <span>
 #include <string>
+#include <uci.h>
 #include <vector>
 
 /// What a save action does to an option. A value that holds a control character is refused.

@@ -1,9 +1,6 @@
 // Batch files: writing one so that it counts only when it is whole, and applying one through the
 // change context. Their text is the business of ng_uci_batch_text.cpp.
 #include "platform/zu/ng_uci_batch.h"
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci_batch_internal.h"
-#include "platform/zu/ng_uci_internal.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -14,6 +11,10 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci_batch_internal.h"
+#include "platform/zu/ng_uci_internal.h"
 
 struct ng_uci_batch {
     FILE *file;

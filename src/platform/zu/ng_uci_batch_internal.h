@@ -1,11 +1,11 @@
 // The text of batch files: one command a line, as `uci batch` reads it.
 #pragma once
 
-#include "platform/zu/ng_uci.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/zu/ng_uci.h"
 
 /// One command: set, add_list, del_list (each with a value) or delete (without).
 struct ng_uci_batch_command {

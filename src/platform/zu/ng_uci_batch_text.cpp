@@ -1,9 +1,9 @@
 // The text of batch files, both ways. Only the form that is written is read: a command, a name and
 // a value in single quotes, in which ' is written '\''.
+#include <utility>
+
 #include "platform/zu/ng_uci_batch_internal.h"
 #include "platform/zu/ng_uci_internal.h"
-
-#include <utility>
 
 struct verb {
     std::string_view word;

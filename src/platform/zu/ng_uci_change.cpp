@@ -3,14 +3,14 @@
 // libuci removes a list item by walking the whole list, and reads such a removal back from the
 // delta file in the same way. So that thousands of additions do not become millions of steps, the
 // items of the lists being added to are known here, and only what is in a list is removed from it.
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <algorithm>
 #include <cstring>
 #include <unordered_map>
 #include <unordered_set>
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 using item_set = std::unordered_set<std::string>;
 

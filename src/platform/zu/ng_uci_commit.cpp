@@ -4,10 +4,6 @@
 //
 // libuci's own commit goes by way of the delta file and checks neither of the two: on a full disk
 // it replaces the configuration by what happened to fit. It is locked out here by the same locks.
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -17,6 +13,10 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 constexpr int ATTEMPTS = 5; // against another process that commits at the same time
 

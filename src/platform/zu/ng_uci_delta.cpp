@@ -1,14 +1,14 @@
 // The delta file of a package: changes that are saved and not committed. Lines are added to it all
 // or none; libuci's own saving leaves a torn line on a full disk and calls it a success.
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci_internal.h"
 
 static std::string delta_path(const char *package)
 {

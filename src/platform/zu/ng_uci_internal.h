@@ -1,15 +1,13 @@
 // What the ng_uci files share.
 #pragma once
 
-#include <uci.h>
-
-#include <unistd.h>
-
 #include <cstdarg>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <uci.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 

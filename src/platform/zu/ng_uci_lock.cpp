@@ -2,16 +2,16 @@
 // stand still for a moment only: a lock is tried for that moment, and held while libuci takes its
 // own. Shared locks do not exclude each other, so libuci's, which are for reading, come at once.
 // What it writes is written without it.
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 constexpr int STEP_MS = 5;
 

@@ -1,12 +1,12 @@
 // Names and values: forming them, checking them, looking them up.
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <sys/stat.h>
+
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 std::string ng_uci_format(const char *format, va_list args)
 {

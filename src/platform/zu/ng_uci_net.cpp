@@ -1,10 +1,10 @@
 // What a callback's changes come to: the touched options and sections are compared with what is
 // configured now, and only differences are carried over. So a list that was emptied and filled
 // again with the same items, or a section that was made anew as it was, is no change.
-#include "platform/zu/ng_uci_internal.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "platform/zu/ng_uci_internal.h"
 
 void ng_uci_changes::touch(const char *section, const char *option)
 {

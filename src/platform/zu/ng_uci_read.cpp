@@ -1,9 +1,9 @@
 // Reading options through the change context, so that a callback reads what it has changed.
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <charconv>
 #include <vector>
+
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 /// Looks `name` up in the change context; false when not all of it is there.
 static bool find(const char *name, std::string &text, uci_ptr *ptr)

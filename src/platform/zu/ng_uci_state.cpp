@@ -1,9 +1,9 @@
 // Run-time state: uncommitted changes in a save directory of their own, over the configuration.
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
+
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
 
 static uci_context_handle state_context(const char *state_dir)
 {

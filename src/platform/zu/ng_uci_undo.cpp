@@ -5,15 +5,6 @@
 //
 // The journal is a symbolic link whose text is the paths: it is there whole or not at all. All this
 // happens to names only, which file systems keep in order, so that nothing is to be synced for it.
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
-#include "platform/zu/shell.h"
-
-extern "C" {
-#include <libubox/uloop.h>
-}
-
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -22,6 +13,15 @@ extern "C" {
 #include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/shell.h"
 
 static constexpr char JOURNAL[] = UCI_CONFDIR "/.commit";
 static constexpr char OLD[] = ".undo";

@@ -2,9 +2,6 @@
 // what absence means is told by each question.
 #include "platform/zu/platform_data.h"
 
-#include "platform/zu/file.h"
-#include "platform/zu/log.h"
-
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -12,6 +9,9 @@
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include "platform/zu/file.h"
+#include "platform/zu/log.h"
 
 namespace {
 

@@ -2,8 +2,6 @@
 // that it has started.
 #include "platform/zu/shell.h"
 
-#include "platform/zu/log.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -16,6 +14,8 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/zu/log.h"
 
 namespace {
 

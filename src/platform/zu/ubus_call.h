@@ -2,9 +2,8 @@
 // says nothing to whoever called it.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 /// How a call ended: the peer's status, or UBUS_STATUS_TIMEOUT when no answer came in time or the
 /// connection was lost. Called once, from the loop.

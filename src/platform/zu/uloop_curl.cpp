@@ -6,13 +6,13 @@
 // nothing but the context is trusted to exist.
 #include "platform/zu/uloop_curl.h"
 
-#include "platform/zu/log.h"
-
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <new>
 #include <sys/socket.h>
+
+#include "platform/zu/log.h"
 
 namespace {
 
