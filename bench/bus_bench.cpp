@@ -13,7 +13,7 @@
 static std::string folder;
 static std::string socket_path;
 
-// A process that runs `work` and dies with this one.
+/// A process that runs `work` and dies with this one.
 static pid_t start_process(void (*work)())
 {
     const pid_t pid = fork();

@@ -12,8 +12,6 @@
 #include <unistd.h>
 #include <vector>
 
-namespace {
-
 constexpr int CALLS = 100;
 constexpr int LIMIT_MS = 5000;
 constexpr int HANG_S = 30;
@@ -24,13 +22,13 @@ struct call {
     const char *object, *method;
 };
 
-double us_since(instant start)
+static double us_since(instant start)
 {
     return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
         .count();
 }
 
-void keep_cb(ubus_request *request, int, blob_attr *msg)
+static void keep_cb(ubus_request *request, int, blob_attr *msg)
 {
     auto *kept = static_cast<std::vector<char> *>(request->priv);
     const char *start = reinterpret_cast<const char *>(msg);
@@ -38,8 +36,8 @@ void keep_cb(ubus_request *request, int, blob_attr *msg)
 }
 
 /// One round trip in microseconds; `answer` may be null.
-double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer,
-                 blob_attr *message = nullptr)
+static double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer,
+                        blob_attr *message = nullptr)
 {
     uint32_t id = 0;
     blob_buf arguments{};
@@ -58,14 +56,14 @@ double time_call(ubus_context *ctx, const call &asked, std::vector<char> *answer
     return us;
 }
 
-double median_of(std::vector<double> times)
+static double median_of(std::vector<double> times)
 {
     std::nth_element(times.begin(), times.begin() + static_cast<long>(times.size() / 2),
                      times.end());
     return times[times.size() / 2];
 }
 
-double time_calls(ubus_context *ctx, const call &asked)
+static double time_calls(ubus_context *ctx, const call &asked)
 {
     std::vector<double> times;
     for (int i = 0; i < CALLS; i++)
@@ -75,13 +73,13 @@ double time_calls(ubus_context *ctx, const call &asked)
 
 // ---- the echo, in a process of its own
 
-int echo_message(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *,
-                 blob_attr *msg)
+static int echo_message(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *,
+                        blob_attr *msg)
 {
     return ubus_send_reply(ctx, request, msg);
 }
 
-pid_t start_echo()
+static pid_t start_echo()
 {
     const pid_t pid = fork();
     if (pid != 0)
@@ -106,7 +104,7 @@ pid_t start_echo()
 
 constexpr call CHECKIN = {"qnet.wifi", "gen_checkin"};
 
-void compare_with_echo(ubus_context *ctx)
+static void compare_with_echo(ubus_context *ctx)
 {
     std::vector<char> section;
     time_call(ctx, CHECKIN, &section);
@@ -126,7 +124,7 @@ void compare_with_echo(ubus_context *ctx)
            section.size(), median_of(made), median_of(sent), median_of(made) / median_of(sent));
 }
 
-void compare_with_hanging_hostapd(ubus_context *ctx)
+static void compare_with_hanging_hostapd(ubus_context *ctx)
 {
     const double before = time_calls(ctx, CHECKIN);
     if (system("\"$TARN_SOURCE/bench/checkin_hang\"") != 0) {
@@ -144,8 +142,6 @@ void compare_with_hanging_hostapd(ubus_context *ctx)
            HANG_S, median_of(times), *std::max_element(times.begin(), times.end()), before,
            median_of(times) / before);
 }
-
-} // namespace
 
 int main()
 {

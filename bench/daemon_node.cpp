@@ -9,8 +9,6 @@
 #include <libubus.h>
 #include <vector>
 
-namespace {
-
 constexpr int CALLS = 300;
 constexpr int LIMIT_MS = 5000;
 
@@ -26,8 +24,8 @@ constexpr std::array<bus_method, 3> METHODS = {{
     {"qnet.wifi", "dump_state", nullptr},
 }};
 
-// Median round trip in microseconds, or a negative bus status.
-double time_method(ubus_context *ctx, const bus_method &method)
+/// Median round trip in microseconds, or a negative bus status.
+static double time_method(ubus_context *ctx, const bus_method &method)
 {
     uint32_t id = 0;
     if (const int status = ubus_lookup_id(ctx, method.object, &id); status != 0)
@@ -50,8 +48,6 @@ double time_method(ubus_context *ctx, const bus_method &method)
     std::nth_element(times.begin(), times.begin() + CALLS / 2, times.end());
     return times[CALLS / 2];
 }
-
-} // namespace
 
 int main()
 {

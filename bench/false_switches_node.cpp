@@ -16,8 +16,6 @@
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
-namespace {
-
 constexpr int CYCLES = 100000;
 constexpr unsigned WIRES = 10;
 constexpr int TOLERANCE = 3;
@@ -43,7 +41,7 @@ struct bursts {
     }
 };
 
-bool cycle_passes(bursts *wire, double at, int targets)
+static bool cycle_passes(bursts *wire, double at, int targets)
 {
     if (wire->cover(at) && wire->cover(at + RETRY_S))
         return false;
@@ -54,7 +52,7 @@ bool cycle_passes(bursts *wire, double at, int targets)
     return passes;
 }
 
-void on_the_wire()
+static void on_the_wire()
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
@@ -67,7 +65,7 @@ struct outcome {
     int failed = 0, rows = 0, switches = 0, most_switches = 0;
 };
 
-void run(int targets, unsigned seed, outcome *sum)
+static void run(int targets, unsigned seed, outcome *sum)
 {
     outcome seen;
     int row = 0;
@@ -96,8 +94,6 @@ void run(int targets, unsigned seed, outcome *sum)
     sum->switches += seen.switches;
     sum->most_switches = std::max(sum->most_switches, seen.switches);
 }
-
-} // namespace
 
 int main()
 {

@@ -6,9 +6,7 @@
 
 #include "mesh/gateway_facts.h"
 
-namespace {
-
-std::string text_of(int hops)
+static std::string text_of(int hops)
 {
     std::string text = "gwm|02:11:00:00:00:01 gwq|251 tr|02:11:00:00:00:02";
     for (int i = 1; i < hops; i++)
@@ -16,7 +14,7 @@ std::string text_of(int hops)
     return text + " p|1.511 tp|156.84-MB/s";
 }
 
-void cut(benchmark::State &state)
+static void cut(benchmark::State &state)
 {
     const std::string text = text_of(static_cast<int>(state.range(0)));
     for (auto _ : state) {
@@ -30,7 +28,7 @@ void cut(benchmark::State &state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
-void parse(benchmark::State &state)
+static void parse(benchmark::State &state)
 {
     const std::string text = text_of(static_cast<int>(state.range(0)));
     mesh_gateway_facts facts{};
@@ -42,7 +40,5 @@ void parse(benchmark::State &state)
 
 BENCHMARK(cut)->Arg(1)->Arg(10);
 BENCHMARK(parse)->Arg(1)->Arg(10);
-
-} // namespace
 
 BENCHMARK_MAIN();

@@ -4,12 +4,8 @@
 
 #include "support/fake_radios.h"
 
-namespace {
-
 struct load {
     const char *wanted = getenv("FAKE_STATIONS");
     fake_radios node = fake_loaded_node(wanted ? static_cast<unsigned>(atoi(wanted)) : 200);
     load() { gFake_radios = &node; }
 } loaded;
-
-} // namespace

@@ -7,9 +7,7 @@
 
 #include "platform/zu/log.h"
 
-namespace {
-
-void open_log(int level)
+static void open_log(int level)
 {
     static std::string path;
     if (path.empty()) {
@@ -25,7 +23,7 @@ void open_log(int level)
 }
 
 /// The least a check can be: one load and one comparison.
-void one_comparison(benchmark::State &state)
+static void one_comparison(benchmark::State &state)
 {
     open_log(ZU_LOG_NOTICE);
     int i = 0;
@@ -38,7 +36,7 @@ void one_comparison(benchmark::State &state)
 }
 BENCHMARK(one_comparison);
 
-void log_disabled(benchmark::State &state)
+static void log_disabled(benchmark::State &state)
 {
     open_log(ZU_LOG_NOTICE);
     int i = 0;
@@ -50,7 +48,7 @@ void log_disabled(benchmark::State &state)
 }
 BENCHMARK(log_disabled);
 
-void log_enabled(benchmark::State &state)
+static void log_enabled(benchmark::State &state)
 {
     open_log(ZU_LOG_DEBUG);
     int i = 0;
@@ -60,7 +58,5 @@ void log_enabled(benchmark::State &state)
     }
 }
 BENCHMARK(log_enabled);
-
-} // namespace
 
 BENCHMARK_MAIN();

@@ -27,7 +27,7 @@ extern "C" {
 namespace fs = std::filesystem;
 using file_texts = std::map<std::string, std::string>;
 
-static constexpr char CONFIG[] = "/etc/config/";
+constexpr char CONFIG[] = "/etc/config/";
 
 struct change {
     bool list;
@@ -202,10 +202,10 @@ static long reloads()
 static void counted_push(const char *what)
 {
     const long reloads_before = reloads();
-    g_file_calls = {};
+    gFile_calls = {};
     push();
-    printf("%s: %d renames, %d fsyncs, %ld reloads\n", what, g_file_calls.renames,
-           g_file_calls.fsyncs, reloads() - reloads_before);
+    printf("%s: %d renames, %d fsyncs, %ld reloads\n", what, gFile_calls.renames,
+           gFile_calls.fsyncs, reloads() - reloads_before);
 }
 
 static void prepare(const char *path)

@@ -16,8 +16,6 @@
 
 #include "platform/zu/uloop_curl.h"
 
-namespace {
-
 constexpr int CONNECTIONS = 256;
 constexpr int LISTENERS = 32;
 constexpr int ROUNDS = 31;
@@ -28,9 +26,9 @@ struct listener {
     std::string url;
 };
 
-std::vector<listener> g_listeners;
+static std::vector<listener> gListeners;
 
-void listeners_open()
+static void listeners_open()
 {
     for (int i = 0; i < LISTENERS; i++) {
         listener l = {socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), {}, ""};
@@ -42,43 +40,43 @@ void listeners_open()
             abort();
         getsockname(l.fd, reinterpret_cast<sockaddr *>(&l.address), &size);
         l.url = "http://127.0.0.1:" + std::to_string(ntohs(l.address.sin_port));
-        g_listeners.push_back(l);
+        gListeners.push_back(l);
     }
 }
 
-void listeners_drain()
+static void listeners_drain()
 {
-    for (const listener &l : g_listeners)
+    for (const listener &l : gListeners)
         for (int fd = accept(l.fd, nullptr, nullptr); fd >= 0; fd = accept(l.fd, nullptr, nullptr))
             close(fd);
 }
 
-double cpu_ms()
+static double cpu_ms()
 {
     timespec now;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-int g_reported;
+static int gReported;
 
-void glue_cycle(uloop_curl_context *context)
+static void glue_cycle(uloop_curl_context *context)
 {
     static uloop_curl_easy easies[CONNECTIONS];
-    g_reported = 0;
+    gReported = 0;
     for (int i = 0; i < CONNECTIONS; i++) {
         uloop_curl_easy *easy = &easies[i];
         easy->cb = [](uloop_curl_easy *done) {
             if (done->result != CURLE_OK)
                 abort();
             uloop_curl_easy_destroy(done);
-            if (++g_reported == CONNECTIONS)
+            if (++gReported == CONNECTIONS)
                 uloop_end();
         };
         if (uloop_curl_easy_create(context, easy) != 0)
             abort();
         curl_easy_setopt(easy->easy, CURLOPT_CONNECTTIMEOUT_MS, 1500L);
-        curl_easy_setopt(easy->easy, CURLOPT_URL, g_listeners[i % LISTENERS].url.c_str());
+        curl_easy_setopt(easy->easy, CURLOPT_URL, gListeners[i % LISTENERS].url.c_str());
         curl_easy_setopt(easy->easy, CURLOPT_CONNECT_ONLY, 1L);
         if (uloop_curl_easy_start(easy) != 0)
             abort();
@@ -86,12 +84,12 @@ void glue_cycle(uloop_curl_context *context)
     uloop_run();
 }
 
-void bare_cycle()
+static void bare_cycle()
 {
     const int poller = epoll_create1(EPOLL_CLOEXEC);
     std::vector<int> fds;
     for (int i = 0; i < CONNECTIONS; i++) {
-        const sockaddr_in &address = g_listeners[i % LISTENERS].address;
+        const sockaddr_in &address = gListeners[i % LISTENERS].address;
         const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         (void)connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
         epoll_event event = {EPOLLOUT, {.fd = fd}};
@@ -117,7 +115,7 @@ void bare_cycle()
 }
 
 template <typename Cycle>
-double median_cpu_ms(Cycle cycle)
+static double median_cpu_ms(Cycle cycle)
 {
     std::vector<double> times;
     for (int i = 0; i < ROUNDS; i++) {
@@ -129,8 +127,6 @@ double median_cpu_ms(Cycle cycle)
     std::nth_element(times.begin(), times.begin() + ROUNDS / 2, times.end());
     return times[ROUNDS / 2];
 }
-
-} // namespace
 
 int main()
 {

@@ -12,10 +12,8 @@
 
 #include "../tests/support/temporary_directory.h"
 
-namespace {
-
-// Lives as long as the program: its folders are removed at the end.
-const std::string &directory(const std::string &part)
+/// Lives as long as the program: its folders are removed at the end.
+static const std::string &directory(const std::string &part)
 {
     static const temporary_directory root;
     static const std::string conf = root / "config", save = root / "save";
@@ -25,7 +23,7 @@ const std::string &directory(const std::string &part)
     return part == "config" ? conf : save;
 }
 
-uci_context *open_context(bool strict)
+static uci_context *open_context(bool strict)
 {
     uci_context *ctx = uci_alloc_context();
     uci_set_confdir(ctx, directory("config").c_str());
@@ -36,7 +34,7 @@ uci_context *open_context(bool strict)
     return ctx;
 }
 
-std::string exported(uci_context *ctx, uci_package *p)
+static std::string exported(uci_context *ctx, uci_package *p)
 {
     char *text = nullptr;
     size_t size = 0;
@@ -48,7 +46,7 @@ std::string exported(uci_context *ctx, uci_package *p)
     return result;
 }
 
-bool types_are_plain(uci_package *p)
+static bool types_are_plain(uci_package *p)
 {
     uci_element *e;
     uci_foreach_element(&p->sections, e)
@@ -59,7 +57,7 @@ bool types_are_plain(uci_package *p)
     return true;
 }
 
-void check_round_trip(const std::string &text)
+static void check_round_trip(const std::string &text)
 {
     uci_context *ctx = uci_alloc_context();
     uci_package *p = nullptr;
@@ -69,8 +67,6 @@ void check_round_trip(const std::string &text)
     fclose(stream);
     uci_free_context(ctx);
 }
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

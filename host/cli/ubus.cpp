@@ -15,8 +15,6 @@ extern "C" {
 
 #include "libubus.h"
 
-namespace {
-
 constexpr int EXIT_FAILED = 255;
 constexpr int EXIT_USAGE = 254;
 
@@ -46,9 +44,7 @@ struct message {
 
 using arguments = std::vector<const char *>;
 
-options opt;
-
-} // namespace
+static options opt;
 
 static void usage()
 {
@@ -248,13 +244,11 @@ static int subscribe_command(ubus_context *ctx, const arguments &args)
 
 // wait_for
 
-namespace {
 struct waiter {
     ubus_event_handler added{};
     const arguments *paths = nullptr;
     bool complete = false;
 };
-} // namespace
 
 static bool all_present(ubus_context *ctx, const arguments &paths)
 {
@@ -297,15 +291,13 @@ static const char *const MESSAGE_NAMES[__UBUS_MSG_LAST] = {
     "add_object", "remove_object", "subscribe", "unsubscribe", "notify", "monitor",
 };
 
-namespace {
 struct attribute_name {
     const char *name;
     int type;
 };
-} // namespace
 
 // How each attribute of a message is shown.
-static constexpr attribute_name ATTRIBUTES[UBUS_ATTR_MAX] = {
+constexpr attribute_name ATTRIBUTES[UBUS_ATTR_MAX] = {
     {nullptr, BLOBMSG_TYPE_UNSPEC},      // UBUS_ATTR_UNSPEC
     {"status", BLOBMSG_TYPE_INT32},      // UBUS_ATTR_STATUS
     {"objpath", BLOBMSG_TYPE_STRING},    // UBUS_ATTR_OBJPATH
@@ -392,13 +384,15 @@ static int monitor_command(ubus_context *ctx, const arguments &args)
 // The program.
 
 namespace {
+
 struct command {
     const char *name;
     int (*run)(ubus_context *, const arguments &);
 };
+
 } // namespace
 
-static constexpr command COMMANDS[] = {
+constexpr command COMMANDS[] = {
     {"list", list_command},       {"call", call_command},           {"send", send_command},
     {"listen", listen_command},   {"subscribe", subscribe_command}, {"wait_for", wait_for_command},
     {"monitor", monitor_command},

@@ -10,11 +10,11 @@
 
 #include "uci_tool.h"
 
-namespace {
-
 constexpr int EXIT_USAGE = 255;
 /// Words of a batch line: the command and at most two arguments.
 constexpr size_t BATCH_WORDS = 3;
+
+namespace {
 
 struct command {
     const char *name;
@@ -22,7 +22,9 @@ struct command {
     int (*run)(uci_tool &tool, char **arguments, int count);
 };
 
-int run_batch(uci_tool &tool, char **arguments, int count);
+} // namespace
+
+static int run_batch(uci_tool &tool, char **arguments, int count);
 
 constexpr command COMMANDS[] = {
     {"get", 1, 1, uci_tool_get},
@@ -44,7 +46,7 @@ constexpr command COMMANDS[] = {
     {"batch", 0, 0, run_batch},
 };
 
-void usage(const char *program)
+static void usage(const char *program)
 {
     fprintf(stderr,
             "Usage: %s [options] <command> [arguments]\n\n"
@@ -75,7 +77,7 @@ void usage(const char *program)
             program);
 }
 
-const command *find_command(const char *name)
+static const command *find_command(const char *name)
 {
     for (const command &entry : COMMANDS)
         if (!strcasecmp(entry.name, name))
@@ -83,13 +85,13 @@ const command *find_command(const char *name)
     return nullptr;
 }
 
-bool takes(const command *entry, int count)
+static bool takes(const command *entry, int count)
 {
     return entry && count >= entry->least && count <= entry->most;
 }
 
 /// One line of batch input. False when it asks for the end.
-bool batch_line(uci_tool &tool, std::vector<char *> &words)
+static bool batch_line(uci_tool &tool, std::vector<char *> &words)
 {
     if (words.size() > BATCH_WORDS) {
         fprintf(stderr, "Too many arguments\n");
@@ -111,7 +113,7 @@ struct word_deleter {
     void operator()(char *text) const { free(text); }
 };
 
-int run_batch(uci_tool &tool, char **, int)
+static int run_batch(uci_tool &tool, char **, int)
 {
     for (bool more = true; more;) {
         char *line = nullptr, *text = nullptr;
@@ -131,7 +133,7 @@ int run_batch(uci_tool &tool, char **, int)
 }
 
 /// One option that stands for a setting of the context. False for an unknown one.
-bool take_option(uci_tool &tool, int option, const char *value)
+static bool take_option(uci_tool &tool, int option, const char *value)
 {
     const auto set_flags = [&tool](unsigned set, unsigned clear) {
         tool.ctx->flags = static_cast<uci_flags>((tool.ctx->flags | set) & ~clear);
@@ -180,7 +182,7 @@ bool take_option(uci_tool &tool, int option, const char *value)
 }
 
 /// Takes the options, then runs the command.
-int run(uci_tool &tool, int argc, char **argv)
+static int run(uci_tool &tool, int argc, char **argv)
 {
     int option;
     while ((option = getopt(argc, argv, "+c:C:d:f:mnNp:P:qsSt:X")) != -1)
@@ -200,8 +202,6 @@ int run(uci_tool &tool, int argc, char **argv)
     usage(tool.name);
     return EXIT_USAGE;
 }
-
-} // namespace
 
 int main(int argc, char **argv)
 {

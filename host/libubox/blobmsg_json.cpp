@@ -14,7 +14,6 @@ constexpr size_t NUMBER_MAX = 400; ///< a double has up to 309 digits before its
 
 // --- blobmsg to text ---------------------------------------------------------------------------
 
-namespace {
 struct json_writer {
     blobmsg_json_format_t cb;
     void *priv;
@@ -25,7 +24,6 @@ struct json_writer {
     size_t size = 0;
     bool failed = false; ///< out of memory
 };
-} // namespace
 
 static void write_element(json_writer *w, blob_attr *attr, bool named);
 

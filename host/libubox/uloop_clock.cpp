@@ -60,12 +60,10 @@ int uloop_clock_wait(int poll_fd, epoll_event *events, int max, int timeout_ms)
     return count;
 }
 
-namespace {
 struct run_limit {
     uloop_timeout timer;
     bool reached;
 };
-} // namespace
 
 static void on_limit_cb(uloop_timeout *timer)
 {

@@ -8,7 +8,6 @@
 
 constexpr int EVENTS_PER_WAIT = 10;
 
-namespace {
 /// A callback that is running, linked to the one it interrupted.
 struct running_cb {
     running_cb *outer;
@@ -16,7 +15,6 @@ struct running_cb {
     bool again;      ///< an edge came meanwhile
     unsigned events; ///< of those edges
 };
-} // namespace
 
 uloop_fd_handler uloop_fd_set_cb = nullptr;
 

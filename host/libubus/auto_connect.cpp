@@ -5,7 +5,7 @@
 
 #include "libubus_internal.h"
 
-static constexpr int RETRY_MS = 1000;
+constexpr int RETRY_MS = 1000;
 
 static void reconnect_timer_cb(uloop_timeout *timer)
 {

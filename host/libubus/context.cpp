@@ -11,14 +11,12 @@
 
 #include "libubus_internal.h"
 
-namespace {
 // A message held back; its blob follows.
 struct held_message {
     list_head list;
     ubus_msghdr hdr;
     blob_attr *blob() { return (blob_attr *)(this + 1); }
 };
-} // namespace
 
 const char *ubus_strerror(int error)
 {

@@ -8,7 +8,7 @@
 #include "libubus_internal.h"
 
 // Smaller messages that must follow a large one before its buffer is given back.
-static constexpr int REDUCE_AFTER = 16;
+constexpr int REDUCE_AFTER = 16;
 
 static void wait_ready(int fd, short events)
 {

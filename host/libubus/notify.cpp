@@ -4,7 +4,7 @@
 
 // Bit 0 of `pending`: the list of subscribers has not come yet; bit n: subscriber n has not
 // answered.
-static constexpr uint32_t AWAITS_LIST = 1;
+constexpr uint32_t AWAITS_LIST = 1;
 
 bool ubus_notify_expects(const ubus_notify_request *req, uint32_t peer)
 {

@@ -6,12 +6,10 @@
 
 // Publishing.
 
-namespace {
 struct published {
     uint32_t id;
     uint32_t type_id;
 };
-} // namespace
 
 static void published_cb(ubus_request *req, int, blob_attr *msg)
 {

@@ -13,14 +13,12 @@
 
 #include "libubus_internal.h"
 
-namespace {
 // Data that came while the request's data callback was running; its blob follows.
 struct queued_data {
     list_head list;
     int type;
     blob_attr *blob() { return (blob_attr *)(this + 1); }
 };
-} // namespace
 
 int ubus_request_start(ubus_context *ctx, ubus_request *req, uint8_t type, uint32_t peer,
                        blob_attr *msg, int fd)
@@ -289,12 +287,10 @@ int ubus_invoke(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *
 
 // Look-ups.
 
-namespace {
 struct lookup {
     ubus_lookup_handler_t cb;
     void *priv;
 };
-} // namespace
 
 static void lookup_data_cb(ubus_request *req, int, blob_attr *msg)
 {

@@ -58,12 +58,10 @@ static void object_added_cb(ubus_context *ctx, ubus_event_handler *, const char 
     }
 }
 
-namespace {
 struct wanted_objects {
     ubus_subscriber *sub;
     std::vector<uint32_t> ids;
 };
-} // namespace
 
 static void present_object_cb(ubus_context *ctx, ubus_object_data *obj, void *priv)
 {

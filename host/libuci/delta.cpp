@@ -11,7 +11,7 @@
 using namespace libuci;
 
 /// What a line begins with; a plain set begins with nothing.
-static constexpr char COMMANDS[] = "+- @^|~";
+constexpr char COMMANDS[] = "+- @^|~";
 
 static void delta_free(uci_delta *d)
 {
@@ -52,8 +52,6 @@ std::string libuci::delta_file(const char *dir, const uci_package *p)
 
 // ---- reading
 
-namespace {
-
 /// One line: the words of a change of package `p`, not yet looked up.
 struct delta_line {
     uci_command command;
@@ -61,7 +59,7 @@ struct delta_line {
     uci_ptr ptr;
 };
 
-bool well_formed(const delta_line &line, const uci_package *p)
+static bool well_formed(const delta_line &line, const uci_package *p)
 {
     const uci_ptr &ptr = line.ptr;
     if (strcmp(ptr.package, p->e.name) != 0 || !ptr.section ||
@@ -84,7 +82,7 @@ bool well_formed(const delta_line &line, const uci_package *p)
     return false;
 }
 
-bool parse_line(uci_parse_context &parser, uci_package *p, delta_line &line)
+static bool parse_line(uci_parse_context &parser, uci_package *p, delta_line &line)
 {
     std::string extra;
     if (next_word(parser, line.text) != word::found || next_word(parser, extra) != word::none)
@@ -99,7 +97,7 @@ bool parse_line(uci_parse_context &parser, uci_package *p, delta_line &line)
 }
 
 /// True when the line could be applied.
-bool apply_line(uci_package *p, delta_line &line)
+static bool apply_line(uci_package *p, delta_line &line)
 {
     uci_ptr &ptr = line.ptr;
     ptr.p = p;
@@ -107,8 +105,6 @@ bool apply_line(uci_package *p, delta_line &line)
         return false;
     return change(line.command, ptr, false) == UCI_OK;
 }
-
-} // namespace
 
 int libuci::delta_apply_stream(uci_package *p, FILE *stream)
 {

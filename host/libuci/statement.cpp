@@ -5,8 +5,6 @@
 
 using namespace libuci;
 
-namespace {
-
 struct reader {
     uci_context *ctx;
     uci_parse_context &parser;
@@ -17,13 +15,13 @@ struct reader {
     uci_package **last; ///< where a package line puts the package it starts
 };
 
-bool strict(const reader &r)
+static bool strict(const reader &r)
 {
     return r.ctx->flags & UCI_FLAG_STRICT;
 }
 
 /// What may still stand in a statement whose words have all been read: nothing, if strict.
-int statement_end(reader &r)
+static int statement_end(reader &r)
 {
     std::string extra;
     for (;;) {
@@ -37,19 +35,19 @@ int statement_end(reader &r)
     }
 }
 
-int required_word(reader &r, std::string &text)
+static int required_word(reader &r, std::string &text)
 {
     if (next_word(r.parser, text) == word::unterminated)
         return UCI_ERR_PARSE;
     return text.empty() ? parse_error(r.parser, "insufficient arguments") : UCI_OK;
 }
 
-int optional_word(reader &r, std::string &text)
+static int optional_word(reader &r, std::string &text)
 {
     return next_word(r.parser, text) == word::unterminated ? UCI_ERR_PARSE : UCI_OK;
 }
 
-int package_statement(reader &r)
+static int package_statement(reader &r)
 {
     std::string name;
     int err = required_word(r, name);
@@ -68,7 +66,7 @@ int package_statement(reader &r)
     return UCI_OK;
 }
 
-int enter_section(reader &r, const char *type, const char *name)
+static int enter_section(reader &r, const char *type, const char *name)
 {
     uci_section *s = *name ? uci_lookup_section(r.ctx, r.package, name) : nullptr;
     if (!s) {
@@ -85,7 +83,7 @@ int enter_section(reader &r, const char *type, const char *name)
     return UCI_OK;
 }
 
-int config_statement(reader &r)
+static int config_statement(reader &r)
 {
     if (!r.package)
         return parse_error(r.parser, "attempting to import a file without a package name");
@@ -104,7 +102,7 @@ int config_statement(reader &r)
     return enter_section(r, type.c_str(), name.c_str());
 }
 
-void put_value(uci_section *s, const char *name, const char *value, bool list)
+static void put_value(uci_section *s, const char *name, const char *value, bool list)
 {
     uci_option *o = uci_lookup_option(s->package->ctx, s, name);
     if (list) {
@@ -120,7 +118,7 @@ void put_value(uci_section *s, const char *name, const char *value, bool list)
     }
 }
 
-int value_statement(reader &r, bool list)
+static int value_statement(reader &r, bool list)
 {
     if (!r.section)
         return parse_error(r.parser, "option/list command found before the first section");
@@ -136,13 +134,13 @@ int value_statement(reader &r, bool list)
     return UCI_OK;
 }
 
-bool is_keyword(const std::string &text, const char *keyword)
+static bool is_keyword(const std::string &text, const char *keyword)
 {
     return text == keyword || (text.size() == 1 && text[0] == keyword[0]);
 }
 
 /// One statement with pos on its keyword, which a blank or tab must follow.
-int statement(reader &r)
+static int statement(reader &r)
 {
     uci_parse_context &parser = r.parser;
     const size_t end = parser.buffer.find_first_of(" \t", parser.pos);
@@ -164,7 +162,7 @@ int statement(reader &r)
                                    : "invalid command");
 }
 
-int line(reader &r)
+static int line(reader &r)
 {
     for (;;) {
         skip_blanks(r.parser);
@@ -179,7 +177,7 @@ int line(reader &r)
     }
 }
 
-int read_lines(reader &r)
+static int read_lines(reader &r)
 {
     r.ctx->pctx->reason = nullptr;
     while (next_line(r.parser)) {
@@ -195,8 +193,6 @@ int read_lines(reader &r)
         return result(r.ctx, UCI_ERR_IO);
     return result(r.ctx, UCI_OK);
 }
-
-} // namespace
 
 int libuci::read_statements(uci_context *ctx, FILE *stream, uci_package *p)
 {

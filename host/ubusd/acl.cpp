@@ -17,8 +17,6 @@
 
 #include "broker.h"
 
-namespace {
-
 using patterns = std::vector<std::string>;
 
 struct access_rule {
@@ -32,23 +30,23 @@ struct access_list {
     patterns allowed[BROKER_ACL_KINDS];
 };
 
-std::string folder;
-std::vector<access_list> lists;
+static std::string folder;
+static std::vector<access_list> lists;
 
-bool matches(const std::string &pattern, const std::string &text)
+static bool matches(const std::string &pattern, const std::string &text)
 {
     if (pattern.ends_with('*'))
         return text.starts_with(pattern.substr(0, pattern.size() - 1));
     return text == pattern;
 }
 
-bool any_matches(const patterns &all, const std::string &text)
+static bool any_matches(const patterns &all, const std::string &text)
 {
     return std::any_of(all.begin(), all.end(),
                        [&text](const std::string &pattern) { return matches(pattern, text); });
 }
 
-bool concerns(const access_list &list, const broker_client *client)
+static bool concerns(const access_list &list, const broker_client *client)
 {
     if (!list.user.empty())
         return list.user == client->user;
@@ -56,7 +54,7 @@ bool concerns(const access_list &list, const broker_client *client)
            client->groups.end();
 }
 
-patterns read_patterns(blob_attr *array)
+static patterns read_patterns(blob_attr *array)
 {
     patterns out;
     blob_attr *element;
@@ -69,7 +67,7 @@ patterns read_patterns(blob_attr *array)
     return out;
 }
 
-std::vector<access_rule> read_access(blob_attr *table)
+static std::vector<access_rule> read_access(blob_attr *table)
 {
     static const blobmsg_policy POLICY = {"methods", BLOBMSG_TYPE_ARRAY};
     std::vector<access_rule> out;
@@ -87,7 +85,7 @@ std::vector<access_rule> read_access(blob_attr *table)
     return out;
 }
 
-void read_list(blob_attr *root)
+static void read_list(blob_attr *root)
 {
     enum { USER, GROUP, ACCESS, FIRST_KIND, COUNT = FIRST_KIND + BROKER_ACL_KINDS };
     static const blobmsg_policy POLICY[COUNT] = {
@@ -112,13 +110,13 @@ void read_list(blob_attr *root)
 }
 
 /// A list that others than its owner could have written would let them give themselves anything.
-bool is_trustworthy(const struct stat &info)
+static bool is_trustworthy(const struct stat &info)
 {
     return S_ISREG(info.st_mode) && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
            (info.st_uid == 0 || info.st_uid == geteuid());
 }
 
-void read_file(const std::string &path)
+static void read_file(const std::string &path)
 {
     struct stat info;
     wire_buf list;
@@ -130,8 +128,6 @@ void read_file(const std::string &path)
     else
         read_list(list.msg());
 }
-
-} // namespace
 
 void acl_load(const char *dir)
 {

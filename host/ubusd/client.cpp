@@ -11,9 +11,9 @@
 #include "broker.h"
 
 // What may wait for a client beyond its socket's buffer. More is dropped.
-static constexpr size_t MAX_QUEUED = 1048576;
+constexpr size_t MAX_QUEUED = 1048576;
 // Messages of one client that are handled before others get their turn.
-static constexpr int MESSAGES_PER_TURN = 64;
+constexpr int MESSAGES_PER_TURN = 64;
 
 static std::unordered_map<uint32_t, std::unique_ptr<broker_client>> clients;
 

@@ -3,13 +3,11 @@
 
 #include "broker.h"
 
-namespace {
 struct listener {
     broker_object *obj;
     std::string pattern;
     bool prefix; // the pattern ended with `*`
 };
-} // namespace
 
 static std::list<listener> listeners; // newest first
 

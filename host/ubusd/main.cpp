@@ -5,7 +5,7 @@
 
 #include "broker.h"
 
-static constexpr char DEFAULT_ACCESS_LISTS[] = "/usr/share/acl.d";
+constexpr char DEFAULT_ACCESS_LISTS[] = "/usr/share/acl.d";
 
 static int usage(const char *program)
 {

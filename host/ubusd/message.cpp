@@ -92,7 +92,7 @@ static int handle_invoke(broker_client *client, broker_request &req)
 
 using message_handler = int (*)(broker_client *, broker_request &);
 
-static constexpr message_handler HANDLERS[__UBUS_MSG_LAST] = {
+constexpr message_handler HANDLERS[__UBUS_MSG_LAST] = {
     handle_unknown,      // UBUS_MSG_HELLO
     handle_reply,        // UBUS_MSG_STATUS
     handle_reply,        // UBUS_MSG_DATA

@@ -4,10 +4,8 @@
 #include <fstream>
 #include <sstream>
 
-namespace {
-
 /// `\xNN` becomes the byte NN.
-std::string unescaped(const std::string &text)
+static std::string unescaped(const std::string &text)
 {
     std::string bytes;
     for (size_t i = 0; i < text.size(); i++) {
@@ -22,7 +20,7 @@ std::string unescaped(const std::string &text)
     return bytes;
 }
 
-bool read_line(const std::string &line, neighbour_ap *ap)
+static bool read_line(const std::string &line, neighbour_ap *ap)
 {
     std::istringstream words(line);
     if (!(words >> ap->bssid >> ap->band >> ap->channel >> ap->dbm >> ap->security >> ap->mode >>
@@ -34,7 +32,7 @@ bool read_line(const std::string &line, neighbour_ap *ap)
 }
 
 /// The lowest channel of the block of `count` channels that the channel is in.
-int block_start(const neighbour_ap &ap, int count)
+static int block_start(const neighbour_ap &ap, int count)
 {
     int first = 1; // 6 GHz
     if (ap.band == "5GHz")
@@ -42,8 +40,6 @@ int block_start(const neighbour_ap &ap, int count)
     const int span = 4 * count;
     return first + (ap.channel - first) / span * span;
 }
-
-} // namespace
 
 std::vector<neighbour_ap> neighbourhood_read(const char *path)
 {

@@ -15,26 +15,25 @@ extern "C" {
 
 #include "peer_fault.h"
 
-namespace {
-
 constexpr int RETRY_MS = 1000;
 
-ubus_auto_conn connection;
-std::vector<std::unique_ptr<peer_object>> objects;
-std::string peer_name;
+static ubus_auto_conn connection;
+static std::vector<std::unique_ptr<peer_object>> objects;
+static std::string peer_name;
 
-void settle_objects(uloop_timeout *timer);
-uloop_timeout settle_timer = {.list = {}, .pending = false, .cb = settle_objects, .time = {}};
+static void settle_objects(uloop_timeout *timer);
+static uloop_timeout settle_timer = {
+    .list = {}, .pending = false, .cb = settle_objects, .time = {}};
 
-bool settle_object(peer_object &object)
+static bool settle_object(peer_object &object)
 {
     if (object.withdrawn)
         return object.object.id == 0 || ubus_remove_object(&connection.ctx, &object.object) == 0;
     return object.object.id != 0 || ubus_add_object(&connection.ctx, &object.object) == 0;
 }
 
-// Brings the bus in line with the list; what fails because the broker is away is tried again.
-void settle_objects(uloop_timeout *)
+/// Brings the bus in line with the list; what fails because the broker is away is tried again.
+static void settle_objects(uloop_timeout *)
 {
     if (connection.ctx.sock.fd <= 0)
         return;
@@ -46,13 +45,13 @@ void settle_objects(uloop_timeout *)
         uloop_timeout_set(&settle_timer, RETRY_MS);
 }
 
-void connected(ubus_context *)
+static void connected(ubus_context *)
 {
     settle_objects(nullptr);
 }
 
-int dispatch(ubus_context *, ubus_object *target, ubus_request_data *request, const char *method,
-             blob_attr *msg)
+static int dispatch(ubus_context *, ubus_object *target, ubus_request_data *request,
+                    const char *method, blob_attr *msg)
 {
     peer_object *object = peer_find(target->name);
     if (!object)
@@ -62,7 +61,7 @@ int dispatch(ubus_context *, ubus_object *target, ubus_request_data *request, co
     return peer_fault_answer(*object, request, method, msg);
 }
 
-void write_pid_file()
+static void write_pid_file()
 {
     std::string path = "/var/run/" + peer_name + ".pid";
     if (FILE *file = fopen(path.c_str(), "we")) {
@@ -70,8 +69,6 @@ void write_pid_file()
         fclose(file);
     }
 }
-
-} // namespace
 
 int peer_run(const char *name, void (*start)())
 {

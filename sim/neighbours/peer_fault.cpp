@@ -6,8 +6,6 @@
 #include <memory>
 #include <unistd.h>
 
-namespace {
-
 enum fault_kind { NONE, HANG, DIE, LATE, TWICE, WRONG, EMPTY, FAIL };
 constexpr std::array<const char *, 8> KIND_NAMES = {"none",  "hang",  "die",   "late",
                                                     "twice", "wrong", "empty", "fail"};
@@ -21,7 +19,7 @@ struct {
     int count;
 } fault;
 
-const blobmsg_policy SIM_ARGUMENTS[] = {
+static const blobmsg_policy SIM_ARGUMENTS[] = {
     {.name = "fault", .type = BLOBMSG_TYPE_STRING},
     {.name = "delay_ms", .type = BLOBMSG_TYPE_INT32},
     {.name = "method", .type = BLOBMSG_TYPE_STRING},
@@ -43,7 +41,8 @@ struct late_message {
     int status;
 };
 
-fault_kind take_fault(const peer_object &object, const std::string &method, bool notification)
+static fault_kind take_fault(const peer_object &object, const std::string &method,
+                             bool notification)
 {
     bool concerned = fault.method.empty() ? !notification : fault.method == method;
     concerned = concerned && (fault.object.empty() || fault.object == object.path);
@@ -55,13 +54,13 @@ fault_kind take_fault(const peer_object &object, const std::string &method, bool
     return kind;
 }
 
-bool has_members(blob_attr *data)
+static bool has_members(blob_attr *data)
 {
     return blob_len(data) > 0;
 }
 
-// The same names with other types, for a caller that trusts what it gets.
-void mangle(blob_attr *good, blob_buf *wrong)
+/// The same names with other types, for a caller that trusts what it gets.
+static void mangle(blob_attr *good, blob_buf *wrong)
 {
     blob_attr *attr;
     size_t rem;
@@ -74,7 +73,7 @@ void mangle(blob_attr *good, blob_buf *wrong)
     }
 }
 
-void send_late(uloop_timeout *timer)
+static void send_late(uloop_timeout *timer)
 {
     std::unique_ptr<late_message> late(reinterpret_cast<late_message *>(timer));
     if (!late->path.empty()) {
@@ -87,7 +86,7 @@ void send_late(uloop_timeout *timer)
     ubus_complete_deferred_request(peer_bus(), &late->request, late->status);
 }
 
-late_message *schedule(blob_attr *data)
+static late_message *schedule(blob_attr *data)
 {
     auto *late = new late_message();
     static_assert(offsetof(late_message, timer) == 0);
@@ -97,7 +96,7 @@ late_message *schedule(blob_attr *data)
     return late;
 }
 
-int answer_late(ubus_request_data *request, blob_attr *data, int status)
+static int answer_late(ubus_request_data *request, blob_attr *data, int status)
 {
     late_message *late = schedule(data);
     late->status = status;
@@ -105,20 +104,20 @@ int answer_late(ubus_request_data *request, blob_attr *data, int status)
     return 0;
 }
 
-int answer_never(ubus_request_data *request)
+static int answer_never(ubus_request_data *request)
 {
     ubus_request_data forgotten;
     ubus_defer_request(peer_bus(), request, &forgotten);
     return 0;
 }
 
-void send_data(ubus_request_data *request, blob_attr *data, int times)
+static void send_data(ubus_request_data *request, blob_attr *data, int times)
 {
     for (int i = 0; i < times && has_members(data); i++)
         ubus_send_reply(peer_bus(), request, data);
 }
 
-int answer(fault_kind kind, ubus_request_data *request, blob_buf *reply, int status)
+static int answer(fault_kind kind, ubus_request_data *request, blob_buf *reply, int status)
 {
     switch (kind) {
     case HANG:
@@ -146,8 +145,6 @@ int answer(fault_kind kind, ubus_request_data *request, blob_buf *reply, int sta
     send_data(request, reply->head, kind == TWICE ? 2 : 1);
     return status;
 }
-
-} // namespace
 
 ubus_method peer_fault_method(ubus_handler_t handler)
 {

@@ -11,26 +11,26 @@ extern "C" {
 
 #include "peer.h"
 
-namespace {
-
-const blobmsg_policy CHECKIN_ARGUMENTS[] = {{.name = "checkin_type", .type = BLOBMSG_TYPE_STRING},
-                                            {.name = "delayed", .type = BLOBMSG_TYPE_BOOL}};
-const blobmsg_policy PUSH_ARGUMENTS[] = {{.name = "object", .type = BLOBMSG_TYPE_STRING},
-                                         {.name = "document", .type = BLOBMSG_TYPE_TABLE},
-                                         {.name = "status", .type = BLOBMSG_TYPE_BOOL}};
-const peer_method METHODS[] = {{"checkin", CHECKIN_ARGUMENTS}, {"push", PUSH_ARGUMENTS}};
+static const blobmsg_policy CHECKIN_ARGUMENTS[] = {
+    {.name = "checkin_type", .type = BLOBMSG_TYPE_STRING},
+    {.name = "delayed", .type = BLOBMSG_TYPE_BOOL}};
+static const blobmsg_policy PUSH_ARGUMENTS[] = {{.name = "object", .type = BLOBMSG_TYPE_STRING},
+                                                {.name = "document", .type = BLOBMSG_TYPE_TABLE},
+                                                {.name = "status", .type = BLOBMSG_TYPE_BOOL}};
+static const peer_method METHODS[] = {{"checkin", CHECKIN_ARGUMENTS}, {"push", PUSH_ARGUMENTS}};
 constexpr const char *PACKAGES[] = {"qnet.wired", "qnet.wifi"};
 constexpr int CALL_LIMIT_MS = 10000;
 
-void collect_sections(uloop_timeout *);
-uloop_timeout collect_timer = {.list = {}, .pending = false, .cb = collect_sections, .time = {}};
+static void collect_sections(uloop_timeout *);
+static uloop_timeout collect_timer = {
+    .list = {}, .pending = false, .cb = collect_sections, .time = {}};
 
-void keep_section(ubus_request *request, int, blob_attr *msg)
+static void keep_section(ubus_request *request, int, blob_attr *msg)
 {
     *static_cast<std::string *>(request->priv) = peer_json(msg);
 }
 
-std::string section_of(const char *package)
+static std::string section_of(const char *package)
 {
     std::string section = "null"; // no such package, no answer, or one without data
     uint32_t id = 0;
@@ -39,8 +39,8 @@ std::string section_of(const char *package)
     return section;
 }
 
-// After the caller got its answer: the sections come from the daemon that asked for the check-in.
-void collect_sections(uloop_timeout *)
+/// After the caller got its answer: the sections come from the daemon that asked for the check-in.
+static void collect_sections(uloop_timeout *)
 {
     std::string sections;
     for (const char *package : PACKAGES)
@@ -50,7 +50,7 @@ void collect_sections(uloop_timeout *)
     peer_journal("checkin collected");
 }
 
-void announce(bool success)
+static void announce(bool success)
 {
     blob_buf event = {};
     blob_buf_init(&event, 0);
@@ -59,7 +59,7 @@ void announce(bool success)
     blob_buf_free(&event);
 }
 
-void copy_reply(ubus_request *request, int, blob_attr *msg)
+static void copy_reply(ubus_request *request, int, blob_attr *msg)
 {
     auto *reply = static_cast<blob_buf *>(request->priv);
     void *table = blobmsg_open_table(reply, "reply");
@@ -69,8 +69,8 @@ void copy_reply(ubus_request *request, int, blob_attr *msg)
     blobmsg_close_table(reply, table);
 }
 
-// The settings in a document: its member "params" or, without one, all of it.
-blob_attr *settings_of(blob_attr *document)
+/// The settings in a document: its member "params" or, without one, all of it.
+static blob_attr *settings_of(blob_attr *document)
 {
     const blobmsg_policy params = {.name = "params", .type = BLOBMSG_TYPE_TABLE};
     blob_attr *settings = nullptr;
@@ -79,7 +79,7 @@ blob_attr *settings_of(blob_attr *document)
     return settings ? settings : document;
 }
 
-int parse_config(const std::string &object, blob_attr *document, blob_buf *reply)
+static int parse_config(const std::string &object, blob_attr *document, blob_buf *reply)
 {
     uint32_t id = 0;
     int status = ubus_lookup_id(peer_bus(), object.c_str(), &id);
@@ -97,7 +97,7 @@ int parse_config(const std::string &object, blob_attr *document, blob_buf *reply
     return status;
 }
 
-int push(blob_attr *msg, blob_buf *reply)
+static int push(blob_attr *msg, blob_buf *reply)
 {
     blob_attr *arguments[std::size(PUSH_ARGUMENTS)];
     blobmsg_parse(PUSH_ARGUMENTS, static_cast<int>(std::size(PUSH_ARGUMENTS)), arguments,
@@ -114,7 +114,8 @@ int push(blob_attr *msg, blob_buf *reply)
     return UBUS_STATUS_OK;
 }
 
-int cloud_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *reply)
+static int cloud_call(const peer_object &, const std::string &method, blob_attr *msg,
+                      blob_buf *reply)
 {
     if (method == "push")
         return push(msg, reply);
@@ -123,12 +124,10 @@ int cloud_call(const peer_object &, const std::string &method, blob_attr *msg, b
     return UBUS_STATUS_OK;
 }
 
-void start()
+static void start()
 {
     peer_publish("qnet.cloud_comm", METHODS, cloud_call);
 }
-
-} // namespace
 
 int main()
 {

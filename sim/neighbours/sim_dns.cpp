@@ -12,8 +12,6 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-namespace {
-
 constexpr size_t HEADER_SIZE = 12;
 constexpr uint16_t TYPE_A = 1;
 constexpr uint8_t NO_SUCH_NAME = 3;
@@ -25,12 +23,12 @@ struct pending_answer {
     uint8_t packet[512];
 };
 
-std::span<const sim_dns_host> known_hosts;
-int answer_delay_ms;
-uloop_fd server;
+static std::span<const sim_dns_host> known_hosts;
+static int answer_delay_ms;
+static uloop_fd server;
 
-// The question's name in dotted form; `end` is moved behind its type and class. "" when malformed.
-std::string question_name(std::span<const uint8_t> packet, size_t &end)
+/// The question's name in dotted form; `end` is moved behind its type and class. "" when malformed.
+static std::string question_name(std::span<const uint8_t> packet, size_t &end)
 {
     std::string name;
     size_t at = HEADER_SIZE;
@@ -46,7 +44,7 @@ std::string question_name(std::span<const uint8_t> packet, size_t &end)
     return end <= packet.size() ? name : "";
 }
 
-const sim_dns_host *find_host(const std::string &name)
+static const sim_dns_host *find_host(const std::string &name)
 {
     for (auto &host : known_hosts)
         if (strcasecmp(host.name, name.c_str()) == 0)
@@ -54,8 +52,8 @@ const sim_dns_host *find_host(const std::string &name)
     return nullptr;
 }
 
-// One address record that points back at the question's name.
-size_t append_address(uint8_t *at, const char *address)
+/// One address record that points back at the question's name.
+static size_t append_address(uint8_t *at, const char *address)
 {
     const uint8_t fixed[] = {0xc0, HEADER_SIZE, 0, TYPE_A, 0, 1, 0, 0, 0, 5, 0, 4};
     memcpy(at, fixed, sizeof(fixed));
@@ -63,8 +61,8 @@ size_t append_address(uint8_t *at, const char *address)
     return sizeof(fixed) + 4;
 }
 
-// Turns the question in `packet` into its answer; returns the answer's size, 0 for no answer.
-size_t build_answer(uint8_t *packet, size_t size)
+/// Turns the question in `packet` into its answer; returns the answer's size, 0 for no answer.
+static size_t build_answer(uint8_t *packet, size_t size)
 {
     size_t end = 0;
     std::string name = size > HEADER_SIZE ? question_name({packet, size}, end) : "";
@@ -80,7 +78,7 @@ size_t build_answer(uint8_t *packet, size_t size)
     return end + (answers ? append_address(packet + end, host->address) : 0);
 }
 
-void send_answer(uloop_timeout *timer)
+static void send_answer(uloop_timeout *timer)
 {
     auto *answer = reinterpret_cast<pending_answer *>(timer);
     sendto(server.fd, answer->packet, answer->size, 0,
@@ -88,7 +86,7 @@ void send_answer(uloop_timeout *timer)
     delete answer;
 }
 
-void question_arrived(uloop_fd *fd, unsigned)
+static void question_arrived(uloop_fd *fd, unsigned)
 {
     auto *answer = new pending_answer();
     socklen_t length = sizeof(answer->client);
@@ -102,8 +100,6 @@ void question_arrived(uloop_fd *fd, unsigned)
     answer->timer.cb = send_answer;
     uloop_timeout_set(&answer->timer, answer_delay_ms);
 }
-
-} // namespace
 
 int sim_dns_start(const char *address, std::span<const sim_dns_host> hosts)
 {

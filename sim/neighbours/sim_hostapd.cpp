@@ -8,21 +8,19 @@
 
 #include "peer.h"
 
-namespace {
-
-const blobmsg_policy NEIGHBOR_ARGUMENTS[] = {{.name = "list", .type = BLOBMSG_TYPE_ARRAY}};
-const blobmsg_policy BRIDGE_ARGUMENTS[] = {{.name = "bridge", .type = BLOBMSG_TYPE_STRING}};
-const peer_method INSTANCE_METHODS[] = {
+static const blobmsg_policy NEIGHBOR_ARGUMENTS[] = {{.name = "list", .type = BLOBMSG_TYPE_ARRAY}};
+static const blobmsg_policy BRIDGE_ARGUMENTS[] = {{.name = "bridge", .type = BLOBMSG_TYPE_STRING}};
+static const peer_method INSTANCE_METHODS[] = {
     {"rrm_nr_set", NEIGHBOR_ARGUMENTS},
     {"update_ft_auth_bridge", BRIDGE_ARGUMENTS},
     {"get_status", {}},
 };
-const peer_method DAEMON_METHODS[] = {{"reload", {}}};
+static const peer_method DAEMON_METHODS[] = {{"reload", {}}};
 
-std::map<std::string, peer_object *> instances;
+static std::map<std::string, peer_object *> instances;
 
-int instance_call(const peer_object &object, const std::string &method, blob_attr *msg,
-                  blob_buf *reply)
+static int instance_call(const peer_object &object, const std::string &method, blob_attr *msg,
+                         blob_buf *reply)
 {
     if (method == "get_status") {
         blobmsg_add_string(reply, "status", "ENABLED");
@@ -37,7 +35,7 @@ int instance_call(const peer_object &object, const std::string &method, blob_att
 }
 
 /// Names of the interfaces of that mode ("ap", "mesh") that are to be on the air.
-std::set<std::string> enabled_interfaces(const std::string &mode)
+static std::set<std::string> enabled_interfaces(const std::string &mode)
 {
     auto sections = peer_uci_sections("wireless");
     std::set<std::string> radios, names;
@@ -52,7 +50,7 @@ std::set<std::string> enabled_interfaces(const std::string &mode)
 }
 
 /// The links that stand for interfaces, also those that an earlier life of this program made.
-std::set<std::string> links_of_ours()
+static std::set<std::string> links_of_ours()
 {
     std::set<std::string> names;
     FILE *listed = popen("ip -o link show type bridge", "r");
@@ -68,7 +66,7 @@ std::set<std::string> links_of_ours()
 
 /// "ap1_3" has the address 02:1a:c0:00:01:03. An interface that is there already, as the scenarios'
 /// mesh is, stays what it is.
-void follow_links(std::set<std::string> wanted)
+static void follow_links(std::set<std::string> wanted)
 {
     const std::set<std::string> present = links_of_ours();
     std::string changes;
@@ -90,7 +88,7 @@ void follow_links(std::set<std::string> wanted)
         peer_shell("ip -batch - <<'END'\n" + changes + "END\n");
 }
 
-void follow_configuration()
+static void follow_configuration()
 {
     std::set<std::string> wanted = enabled_interfaces("ap"), links = enabled_interfaces("mesh");
     links.insert(wanted.begin(), wanted.end());
@@ -108,19 +106,17 @@ void follow_configuration()
             instances[name] = peer_publish("hostapd." + name, INSTANCE_METHODS, instance_call);
 }
 
-int daemon_call(const peer_object &, const std::string &, blob_attr *, blob_buf *)
+static int daemon_call(const peer_object &, const std::string &, blob_attr *, blob_buf *)
 {
     follow_configuration();
     return UBUS_STATUS_OK;
 }
 
-void start()
+static void start()
 {
     peer_publish("hostapd", DAEMON_METHODS, daemon_call);
     follow_configuration();
 }
-
-} // namespace
 
 int main()
 {

@@ -22,8 +22,6 @@ extern "C" {
 
 #include "sim_dns.h"
 
-namespace {
-
 constexpr const char *MODE_FILE = "/var/sim/internet";
 constexpr const char *ANSWER = "HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n";
 
@@ -60,9 +58,9 @@ struct listener {
     uint16_t port = 0;
     SSL_CTX *tls = nullptr; // null: plain
 };
-std::vector<std::unique_ptr<listener>> listeners;
+static std::vector<std::unique_ptr<listener>> listeners;
 
-void answer(connection *peer)
+static void answer(connection *peer)
 {
     if (peer->tls)
         SSL_write(peer->tls, ANSWER, static_cast<int>(strlen(ANSWER)));
@@ -71,7 +69,7 @@ void answer(connection *peer)
     delete peer;
 }
 
-void plain_readable(uloop_fd *fd, unsigned)
+static void plain_readable(uloop_fd *fd, unsigned)
 {
     auto *peer = reinterpret_cast<connection *>(fd);
     char request[4096];
@@ -81,7 +79,7 @@ void plain_readable(uloop_fd *fd, unsigned)
         delete peer;
 }
 
-void tls_ready(uloop_fd *fd, unsigned)
+static void tls_ready(uloop_fd *fd, unsigned)
 {
     auto *peer = reinterpret_cast<connection *>(fd);
     char request[4096];
@@ -98,13 +96,13 @@ void tls_ready(uloop_fd *fd, unsigned)
         delete peer;
 }
 
-void start_talking(uloop_timeout *timer)
+static void start_talking(uloop_timeout *timer)
 {
     auto *peer = container_of(timer, connection, start);
     uloop_fd_add(&peer->fd, ULOOP_READ);
 }
 
-void accept_connection(uloop_fd *fd, unsigned)
+static void accept_connection(uloop_fd *fd, unsigned)
 {
     auto *from = reinterpret_cast<listener *>(fd);
     int accepted = accept4(fd->fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -122,7 +120,7 @@ void accept_connection(uloop_fd *fd, unsigned)
     uloop_timeout_set(&peer->start, mode.delay_ms);
 }
 
-void open_listener(listener &wanted)
+static void open_listener(listener &wanted)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -142,14 +140,14 @@ void open_listener(listener &wanted)
     uloop_fd_add(&wanted.fd, ULOOP_READ);
 }
 
-void close_listener(listener &open)
+static void close_listener(listener &open)
 {
     uloop_fd_delete(&open.fd);
     close(open.fd.fd);
     open.fd.fd = -1;
 }
 
-void apply_mode()
+static void apply_mode()
 {
     std::string word;
     std::ifstream file(MODE_FILE);
@@ -167,14 +165,14 @@ void apply_mode()
     }
 }
 
-void hangup_seen(uloop_fd *fd, unsigned)
+static void hangup_seen(uloop_fd *fd, unsigned)
 {
     signalfd_siginfo info;
     while (read(fd->fd, &info, sizeof(info)) > 0)
         apply_mode();
 }
 
-void watch_hangups()
+static void watch_hangups()
 {
     static uloop_fd hangups;
     sigset_t set;
@@ -186,7 +184,7 @@ void watch_hangups()
     uloop_fd_add(&hangups, ULOOP_READ);
 }
 
-SSL_CTX *load_certificate(const std::string &folder, const char *name)
+static SSL_CTX *load_certificate(const std::string &folder, const char *name)
 {
     SSL_CTX *ctx = SSL_CTX_new(TLS_server_method());
     std::string base = folder + "/" + name;
@@ -198,7 +196,7 @@ SSL_CTX *load_certificate(const std::string &folder, const char *name)
     return ctx;
 }
 
-void add_listener(const char *address, uint16_t port, SSL_CTX *tls)
+static void add_listener(const char *address, uint16_t port, SSL_CTX *tls)
 {
     listeners.push_back(std::make_unique<listener>());
     listener &added = *listeners.back();
@@ -207,8 +205,6 @@ void add_listener(const char *address, uint16_t port, SSL_CTX *tls)
     added.port = port;
     added.tls = tls;
 }
-
-} // namespace
 
 int main(int argc, char **argv)
 {

@@ -2,22 +2,21 @@
 // wireless._lldp.negotiation_complete and, when complete, tells the subscribers.
 #include "peer.h"
 
-namespace {
+static const blobmsg_policy ARGUMENTS[] = {{.name = "complete", .type = BLOBMSG_TYPE_BOOL}};
+static const peer_method METHODS[] = {{"negotiate", ARGUMENTS}, {"status", {}}};
 
-const blobmsg_policy ARGUMENTS[] = {{.name = "complete", .type = BLOBMSG_TYPE_BOOL}};
-const peer_method METHODS[] = {{"negotiate", ARGUMENTS}, {"status", {}}};
+static peer_object *lldp;
+static bool complete = true;
 
-peer_object *lldp;
-bool complete = true;
-
-void write_state()
+static void write_state()
 {
     peer_shell(std::string("uci -P /var/state set wireless._lldp=lldp && "
                            "uci -P /var/state set wireless._lldp.negotiation_complete=") +
                (complete ? "1" : "0"));
 }
 
-int lldp_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *reply)
+static int lldp_call(const peer_object &, const std::string &method, blob_attr *msg,
+                     blob_buf *reply)
 {
     if (method == "status") {
         blobmsg_add_u8(reply, "negotiation_complete", complete);
@@ -35,12 +34,10 @@ int lldp_call(const peer_object &, const std::string &method, blob_attr *msg, bl
     return UBUS_STATUS_OK;
 }
 
-void start()
+static void start()
 {
     lldp = peer_publish("qnet.lldp", METHODS, lldp_call);
 }
-
-} // namespace
 
 int main()
 {

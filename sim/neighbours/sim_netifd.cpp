@@ -18,8 +18,6 @@
 
 #include "peer.h"
 
-namespace {
-
 constexpr const char *LEASES = "/var/sim/lease";
 constexpr const char *PATH_PREFIX = "network.interface.";
 constexpr const char *DNS_SERVER = "203.0.113.53";
@@ -45,14 +43,14 @@ struct interface {
     peer_object *object = nullptr;
 };
 
-std::map<std::string, interface> interfaces;
+static std::map<std::string, interface> interfaces;
 
-const blobmsg_policy NAME_ARGUMENTS[] = {{.name = "interface", .type = BLOBMSG_TYPE_STRING}};
-const peer_method INTERFACE_METHODS[] = {{"status", {}}, {"up", {}}, {"down", {}}};
-const peer_method MANAGER_METHODS[] = {{"up", NAME_ARGUMENTS}, {"down", NAME_ARGUMENTS}};
-const peer_method NETWORK_METHODS[] = {{"reload", {}}};
+static const blobmsg_policy NAME_ARGUMENTS[] = {{.name = "interface", .type = BLOBMSG_TYPE_STRING}};
+static const peer_method INTERFACE_METHODS[] = {{"status", {}}, {"up", {}}, {"down", {}}};
+static const peer_method MANAGER_METHODS[] = {{"up", NAME_ARGUMENTS}, {"down", NAME_ARGUMENTS}};
+static const peer_method NETWORK_METHODS[] = {{"reload", {}}};
 
-lease read_lease(const std::string &name)
+static lease read_lease(const std::string &name)
 {
     lease found;
     std::string address;
@@ -65,14 +63,14 @@ lease read_lease(const std::string &name)
     return found;
 }
 
-bool has_carrier(const std::string &device)
+static bool has_carrier(const std::string &device)
 {
     int carrier = 0;
     std::ifstream("/sys/class/net/" + device + "/carrier") >> carrier;
     return carrier == 1;
 }
 
-std::string network_address(const lease &held)
+static std::string network_address(const lease &held)
 {
     in_addr address = {};
     inet_pton(AF_INET, held.address.c_str(), &address);
@@ -83,13 +81,13 @@ std::string network_address(const lease &held)
     return text;
 }
 
-void add_empty(blob_buf *reply, std::initializer_list<const char *> arrays)
+static void add_empty(blob_buf *reply, std::initializer_list<const char *> arrays)
 {
     for (const char *name : arrays)
         blobmsg_close_array(reply, blobmsg_open_array(reply, name));
 }
 
-void add_texts(blob_buf *reply, const char *name, std::initializer_list<const char *> texts)
+static void add_texts(blob_buf *reply, const char *name, std::initializer_list<const char *> texts)
 {
     void *array = blobmsg_open_array(reply, name);
     for (const char *text : texts)
@@ -97,7 +95,7 @@ void add_texts(blob_buf *reply, const char *name, std::initializer_list<const ch
     blobmsg_close_array(reply, array);
 }
 
-void add_address(blob_buf *reply, const lease &held)
+static void add_address(blob_buf *reply, const lease &held)
 {
     void *array = blobmsg_open_array(reply, "ipv4-address");
     void *table = blobmsg_open_table(reply, nullptr);
@@ -107,8 +105,8 @@ void add_address(blob_buf *reply, const lease &held)
     blobmsg_close_array(reply, array);
 }
 
-// The default route alone; link routes are not listed.
-void add_route(blob_buf *reply, const interface &iface)
+/// The default route alone; link routes are not listed.
+static void add_route(blob_buf *reply, const interface &iface)
 {
     const bool is_static = iface.proto == "static";
     void *array = blobmsg_open_array(reply, "route");
@@ -122,7 +120,7 @@ void add_route(blob_buf *reply, const interface &iface)
     blobmsg_close_array(reply, array);
 }
 
-void add_facts_when_up(const interface &iface, blob_buf *reply)
+static void add_facts_when_up(const interface &iface, blob_buf *reply)
 {
     add_texts(reply, "updated", {"addresses", "routes", "data"});
     blobmsg_add_u32(reply, "metric", static_cast<uint32_t>(iface.metric));
@@ -139,7 +137,7 @@ void add_facts_when_up(const interface &iface, blob_buf *reply)
     blobmsg_close_table(reply, table);
 }
 
-void add_no_device(blob_buf *reply)
+static void add_no_device(blob_buf *reply)
 {
     void *array = blobmsg_open_array(reply, "errors");
     void *table = blobmsg_open_table(reply, nullptr);
@@ -149,7 +147,7 @@ void add_no_device(blob_buf *reply)
     blobmsg_close_array(reply, array);
 }
 
-void add_data(const interface &iface, blob_buf *reply)
+static void add_data(const interface &iface, blob_buf *reply)
 {
     void *table = blobmsg_open_table(reply, "data");
     if (iface.proto == "dhcp" && iface.up_since != 0)
@@ -157,7 +155,7 @@ void add_data(const interface &iface, blob_buf *reply)
     blobmsg_close_table(reply, table);
 }
 
-void add_status(const interface &iface, blob_buf *reply)
+static void add_status(const interface &iface, blob_buf *reply)
 {
     const bool available = if_nametoindex(iface.device.c_str()) != 0;
     blobmsg_add_u8(reply, "up", iface.up);
@@ -179,8 +177,8 @@ void add_status(const interface &iface, blob_buf *reply)
         add_no_device(reply);
 }
 
-// netifd's event on the bus and the notification to the interface's subscribers.
-void announce(const std::string &name, const interface &iface)
+/// netifd's event on the bus and the notification to the interface's subscribers.
+static void announce(const std::string &name, const interface &iface)
 {
     blob_buf msg = {};
     blob_buf_init(&msg, 0);
@@ -194,9 +192,9 @@ void announce(const std::string &name, const interface &iface)
     blob_buf_free(&msg);
 }
 
-// What has an own table is found by rules: by its addresses at once, and by the node's own traffic
-// where the main table knows no way.
-std::vector<std::string> rules_of(const interface &iface)
+/// What has an own table is found by rules: by its addresses at once, and by the node's own traffic
+/// where the main table knows no way.
+static std::vector<std::string> rules_of(const interface &iface)
 {
     if (iface.table.empty())
         return {};
@@ -209,7 +207,7 @@ std::vector<std::string> rules_of(const interface &iface)
             "iif lo" + lookup + std::to_string(OWN_RULE + index)};
 }
 
-void configure_kernel(const interface &iface)
+static void configure_kernel(const interface &iface)
 {
     const std::string dev = " dev " + iface.device;
     const std::string table = iface.table.empty() ? "" : " table " + iface.table;
@@ -223,7 +221,7 @@ void configure_kernel(const interface &iface)
     peer_shell(command);
 }
 
-void clear_kernel(const interface &iface)
+static void clear_kernel(const interface &iface)
 {
     const std::string dev = " dev " + iface.device;
     std::string command = "ip route flush" + dev + "; ip -4 address flush" + dev;
@@ -234,7 +232,7 @@ void clear_kernel(const interface &iface)
     peer_shell(command);
 }
 
-void follow(const std::string &name, interface &iface)
+static void follow(const std::string &name, interface &iface)
 {
     lease wanted = iface.wanted && has_carrier(iface.device) ? read_lease(name) : lease();
     if (wanted == iface.held)
@@ -251,13 +249,13 @@ void follow(const std::string &name, interface &iface)
     announce(name, iface);
 }
 
-void follow_all()
+static void follow_all()
 {
     for (auto &[name, iface] : interfaces)
         follow(name, iface);
 }
 
-void set_wanted(const std::string &name, interface &iface, bool wanted)
+static void set_wanted(const std::string &name, interface &iface, bool wanted)
 {
     peer_journal(name + (wanted ? " asked up" : " asked down"));
     const bool loses = iface.up && !wanted;
@@ -268,8 +266,8 @@ void set_wanted(const std::string &name, interface &iface, bool wanted)
         announce(name, iface);
 }
 
-int interface_call(const peer_object &object, const std::string &method, blob_attr *,
-                   blob_buf *reply)
+static int interface_call(const peer_object &object, const std::string &method, blob_attr *,
+                          blob_buf *reply)
 {
     std::string name = object.path.substr(strlen(PATH_PREFIX));
     interface &iface = interfaces[name];
@@ -280,7 +278,7 @@ int interface_call(const peer_object &object, const std::string &method, blob_at
     return UBUS_STATUS_OK;
 }
 
-int manager_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *)
+static int manager_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *)
 {
     auto found = interfaces.find(peer_string(msg, "interface"));
     if (found == interfaces.end())
@@ -289,7 +287,7 @@ int manager_call(const peer_object &, const std::string &method, blob_attr *msg,
     return UBUS_STATUS_OK;
 }
 
-std::set<std::string> leased_names()
+static std::set<std::string> leased_names()
 {
     std::set<std::string> names;
     std::error_code ignored;
@@ -298,7 +296,7 @@ std::set<std::string> leased_names()
     return names;
 }
 
-void add_interface(const std::string &name, const std::vector<peer_section> &configuration)
+static void add_interface(const std::string &name, const std::vector<peer_section> &configuration)
 {
     interface &iface = interfaces[name];
     iface.device = name.starts_with("orph_conn") ? name : "br-" + name;
@@ -315,7 +313,7 @@ void add_interface(const std::string &name, const std::vector<peer_section> &con
     iface.object = peer_publish(PATH_PREFIX + name, INTERFACE_METHODS, interface_call);
 }
 
-void follow_configuration()
+static void follow_configuration()
 {
     auto configuration = peer_uci_sections("network");
     std::set<std::string> names = leased_names();
@@ -335,13 +333,13 @@ void follow_configuration()
     follow_all();
 }
 
-int network_call(const peer_object &, const std::string &, blob_attr *, blob_buf *)
+static int network_call(const peer_object &, const std::string &, blob_attr *, blob_buf *)
 {
     follow_configuration();
     return UBUS_STATUS_OK;
 }
 
-void link_changed(uloop_fd *fd, unsigned)
+static void link_changed(uloop_fd *fd, unsigned)
 {
     char buffer[16384];
     while (recv(fd->fd, buffer, sizeof(buffer), MSG_DONTWAIT) > 0)
@@ -349,7 +347,7 @@ void link_changed(uloop_fd *fd, unsigned)
     follow_all();
 }
 
-void watch_links()
+static void watch_links()
 {
     static uloop_fd links;
     sockaddr_nl address = {};
@@ -362,15 +360,13 @@ void watch_links()
     uloop_fd_add(&links, ULOOP_READ);
 }
 
-void start()
+static void start()
 {
     peer_publish("network", NETWORK_METHODS, network_call);
     peer_publish("network.interface", MANAGER_METHODS, manager_call);
     watch_links();
     follow_configuration();
 }
-
-} // namespace
 
 int main()
 {

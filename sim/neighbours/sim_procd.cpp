@@ -2,20 +2,18 @@
 // daemons that follow the configuration, as procd's reload triggers do.
 #include "peer.h"
 
-namespace {
-
-const blobmsg_policy EVENT_ARGUMENTS[] = {{.name = "type", .type = BLOBMSG_TYPE_STRING},
-                                          {.name = "data", .type = BLOBMSG_TYPE_TABLE}};
-const blobmsg_policy NAME_ARGUMENTS[] = {{.name = "name", .type = BLOBMSG_TYPE_STRING}};
-const peer_method METHODS[] = {
+static const blobmsg_policy EVENT_ARGUMENTS[] = {{.name = "type", .type = BLOBMSG_TYPE_STRING},
+                                                 {.name = "data", .type = BLOBMSG_TYPE_TABLE}};
+static const blobmsg_policy NAME_ARGUMENTS[] = {{.name = "name", .type = BLOBMSG_TYPE_STRING}};
+static const peer_method METHODS[] = {
     {"event", EVENT_ARGUMENTS}, {"list", NAME_ARGUMENTS},   {"set", NAME_ARGUMENTS},
     {"add", NAME_ARGUMENTS},    {"delete", NAME_ARGUMENTS}, {"signal", NAME_ARGUMENTS},
     {"state", NAME_ARGUMENTS},
 };
 constexpr const char *FOLLOWERS[] = {"network", "hostapd"};
 
-// The answers are of no interest, and the follower may have work with the daemon that asked.
-void reload(const char *path)
+/// The answers are of no interest, and the follower may have work with the daemon that asked.
+static void reload(const char *path)
 {
     uint32_t id = 0;
     if (ubus_lookup_id(peer_bus(), path, &id) != 0)
@@ -25,7 +23,7 @@ void reload(const char *path)
         ubus_abort_request(peer_bus(), &request);
 }
 
-int service_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *)
+static int service_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *)
 {
     if (method != "list")
         peer_journal("service " + method + " " + peer_json(msg));
@@ -35,12 +33,10 @@ int service_call(const peer_object &, const std::string &method, blob_attr *msg,
     return UBUS_STATUS_OK;
 }
 
-void start()
+static void start()
 {
     peer_publish("service", METHODS, service_call);
 }
-
-} // namespace
 
 int main()
 {

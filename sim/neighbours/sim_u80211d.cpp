@@ -8,16 +8,14 @@
 #include "neighbourhood.h"
 #include "peer.h"
 
-namespace {
-
 constexpr int SCAN_MS = 300;
 
-const blobmsg_policy SCAN_ARGUMENTS[] = {{.name = "dump", .type = BLOBMSG_TYPE_BOOL},
-                                         {.name = "ifname", .type = BLOBMSG_TYPE_STRING},
-                                         {.name = "on_channel", .type = BLOBMSG_TYPE_BOOL},
-                                         {.name = "ap_force", .type = BLOBMSG_TYPE_BOOL}};
-const blobmsg_policy SURVEY_ARGUMENTS[] = {{.name = "ifname", .type = BLOBMSG_TYPE_STRING}};
-const peer_method METHODS[] = {{"scan", SCAN_ARGUMENTS}, {"survey", SURVEY_ARGUMENTS}};
+static const blobmsg_policy SCAN_ARGUMENTS[] = {{.name = "dump", .type = BLOBMSG_TYPE_BOOL},
+                                                {.name = "ifname", .type = BLOBMSG_TYPE_STRING},
+                                                {.name = "on_channel", .type = BLOBMSG_TYPE_BOOL},
+                                                {.name = "ap_force", .type = BLOBMSG_TYPE_BOOL}};
+static const blobmsg_policy SURVEY_ARGUMENTS[] = {{.name = "ifname", .type = BLOBMSG_TYPE_STRING}};
+static const peer_method METHODS[] = {{"scan", SCAN_ARGUMENTS}, {"survey", SURVEY_ARGUMENTS}};
 
 constexpr char NEIGHBOURHOOD[] = "/var/sim/neighbourhood";
 
@@ -36,14 +34,14 @@ constexpr survey_channel SURVEY[] = {
 /// The load swells to twice its mean and dies down once in this time.
 constexpr double LOAD_PERIOD_MS = 900e3;
 
-peer_object *wifi;
+static peer_object *wifi;
 
 struct running_scan {
     uloop_timeout timer;
     std::string ifname;
 };
 
-void scan_done(uloop_timeout *timer)
+static void scan_done(uloop_timeout *timer)
 {
     std::unique_ptr<running_scan> scan(reinterpret_cast<running_scan *>(timer));
     blob_buf msg = {};
@@ -53,7 +51,7 @@ void scan_done(uloop_timeout *timer)
     blob_buf_free(&msg);
 }
 
-void start_scan(const std::string &ifname)
+static void start_scan(const std::string &ifname)
 {
     auto *scan = new running_scan();
     scan->ifname = ifname;
@@ -62,7 +60,8 @@ void start_scan(const std::string &ifname)
 }
 
 /// A mode with its width and channels, unless the access point does not speak it.
-void add_mode(blob_buf *reply, const char *name, const std::string &width, const neighbour_ap &ap)
+static void add_mode(blob_buf *reply, const char *name, const std::string &width,
+                     const neighbour_ap &ap)
 {
     blobmsg_add_string(reply, name, width.c_str());
     void *array = blobmsg_open_array(reply, (std::string(name) + "_channels").c_str());
@@ -72,7 +71,7 @@ void add_mode(blob_buf *reply, const char *name, const std::string &width, const
 }
 
 /// Newer modes are told besides the older ones, which are not as wide.
-void add_modes(blob_buf *reply, const neighbour_ap &ap)
+static void add_modes(blob_buf *reply, const neighbour_ap &ap)
 {
     const bool he = ap.mode == "he", vht = he || ap.mode == "vht", ht = vht || ap.mode == "ht";
     const std::string narrow = ap.width == "20" ? "20" : "40";
@@ -84,7 +83,7 @@ void add_modes(blob_buf *reply, const neighbour_ap &ap)
         add_mode(reply, "he", ap.width, ap);
 }
 
-void add_security(blob_buf *reply, const neighbour_ap &ap)
+static void add_security(blob_buf *reply, const neighbour_ap &ap)
 {
     blobmsg_add_u16(reply, "crypto", ap.security != "open");
     if (!ap.security.starts_with("wpa"))
@@ -95,7 +94,7 @@ void add_security(blob_buf *reply, const neighbour_ap &ap)
     blobmsg_add_string(reply, "cipher", digit == '1' ? "TKIP" : "CCMP");
 }
 
-std::string modes_of(const neighbour_ap &ap)
+static std::string modes_of(const neighbour_ap &ap)
 {
     std::string modes = ap.band == "2.4GHz" ? "b/g" : ap.band == "5GHz" ? "a" : "";
     if (ap.mode != "legacy" && ap.band != "6GHz")
@@ -107,7 +106,7 @@ std::string modes_of(const neighbour_ap &ap)
     return modes;
 }
 
-void add_bss(blob_buf *reply, const neighbour_ap &ap)
+static void add_bss(blob_buf *reply, const neighbour_ap &ap)
 {
     void *table = blobmsg_open_table(reply, nullptr);
     blobmsg_add_string(reply, "band", ap.band.c_str());
@@ -122,7 +121,7 @@ void add_bss(blob_buf *reply, const neighbour_ap &ap)
     blobmsg_close_table(reply, table);
 }
 
-void dump_scan(const std::string &ifname, blob_buf *reply)
+static void dump_scan(const std::string &ifname, blob_buf *reply)
 {
     void *array = blobmsg_open_array(reply, ifname.c_str());
     for (const neighbour_ap &ap : neighbourhood_read(NEIGHBOURHOOD))
@@ -130,16 +129,16 @@ void dump_scan(const std::string &ifname, blob_buf *reply)
     blobmsg_close_array(reply, array);
 }
 
-double milliseconds()
+static double milliseconds()
 {
     timespec now = {};
     clock_gettime(CLOCK_BOOTTIME, &now);
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-// The counters run from this process's start, in ms, as a driver's run from the interface's: each
-// is the load up to now, added up, so they never go back.
-void survey(const std::string &ifname, blob_buf *reply)
+/// The counters run from this process's start, in ms, as a driver's run from the interface's: each
+/// is the load up to now, added up, so they never go back.
+static void survey(const std::string &ifname, blob_buf *reply)
 {
     static const double started = milliseconds() - 1000;
     const double active = milliseconds() - started;
@@ -159,7 +158,8 @@ void survey(const std::string &ifname, blob_buf *reply)
     }
 }
 
-int wifi_call(const peer_object &, const std::string &method, blob_attr *msg, blob_buf *reply)
+static int wifi_call(const peer_object &, const std::string &method, blob_attr *msg,
+                     blob_buf *reply)
 {
     std::string ifname = peer_string(msg, "ifname");
     peer_journal(method + " " + peer_json(msg));
@@ -174,12 +174,10 @@ int wifi_call(const peer_object &, const std::string &method, blob_attr *msg, bl
     return UBUS_STATUS_OK;
 }
 
-void start()
+static void start()
 {
     wifi = peer_publish("wifi", METHODS, wifi_call);
 }
-
-} // namespace
 
 int main()
 {

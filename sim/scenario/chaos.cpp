@@ -11,29 +11,27 @@
 
 #include "push_markers.h"
 
-namespace {
-
 constexpr int ROUNDS_LEAST = 1, ROUNDS_MOST = 2;
 constexpr int EVENTS_LEAST = 6, EVENTS_MOST = 14;
 constexpr int PAUSE_MOST_DS = 150; ///< between two events, in tenths of a second
 constexpr int QUIET_S = 600, REST_S = 60;
 
-std::mt19937 generator;
+static std::mt19937 generator;
 
-int random(int least, int most)
+static int random(int least, int most)
 {
     return least + static_cast<int>(generator() % static_cast<unsigned>(most - least + 1));
 }
 
 template <typename T>
-const T &any(std::span<const T> of)
+static const T &any(std::span<const T> of)
 {
     return of[static_cast<size_t>(random(0, static_cast<int>(of.size()) - 1))];
 }
 
 using text = const char *;
 
-void say(const std::string &line)
+static void say(const std::string &line)
 {
     puts(line.c_str());
 }
@@ -65,9 +63,9 @@ struct fault {
     bool over_bus = false;
     bool operator==(const fault &) const = default;
 };
-std::vector<fault> active;
+static std::vector<fault> active;
 
-void begin(const fault &one)
+static void begin(const fault &one)
 {
     const auto same_end = [&](const fault &other) { return other.end == one.end; };
     if (std::any_of(active.begin(), active.end(), same_end))
@@ -76,7 +74,7 @@ void begin(const fault &one)
     active.push_back(one);
 }
 
-void end_one()
+static void end_one()
 {
     if (active.empty())
         return;
@@ -86,26 +84,26 @@ void end_one()
         active.erase(which);
 }
 
-void break_package()
+static void break_package()
 {
     const std::string what =
         std::string(random(0, 2) == 0 ? "file " : "lock ") + any<text>(PACKAGES);
     begin({"break " + what, "mend " + what});
 }
 
-void fill_disk()
+static void fill_disk()
 {
     begin({"break disk", "mend disk"});
 }
 
-void break_shell()
+static void break_shell()
 {
     say("break shell");
     say("advance " + std::to_string(random(1, 8)) + "s");
     say("mend shell");
 }
 
-void break_command()
+static void break_command()
 {
     const std::string name = any<text>(COMMANDS);
     if (random(0, 1) == 0)
@@ -114,13 +112,13 @@ void break_command()
         begin({"delay " + name + " " + std::to_string(random(2, 100)), "delay " + name + " none"});
 }
 
-void break_peer()
+static void break_peer()
 {
     const std::string peer = any<text>(PEERS);
     begin({"try peer " + peer + " " + any<text>(PEER_FAULTS), "peer " + peer + " none", true});
 }
 
-void break_provider()
+static void break_provider()
 {
     if (random(0, 1) == 0) {
         static constexpr text HOW[] = {"off", "refuse", "slow 3000"};
@@ -133,19 +131,19 @@ void break_provider()
 }
 
 /// Power that lasts for little, until it has been negotiated.
-void negotiate()
+static void negotiate()
 {
     begin({"try run echo 0 >/sys/class/gpio/dc_detect/value; "
            "ubus call qnet.lldp negotiate '{\"complete\":false}'",
            "run ubus call qnet.lldp negotiate '{\"complete\":true}'", true});
 }
 
-void plug()
+static void plug()
 {
     say(std::string(any<text>(CABLES)) + (random(0, 1) == 0 ? " up" : " down"));
 }
 
-void restart()
+static void restart()
 {
     switch (random(0, 3)) {
     case 0:
@@ -160,7 +158,7 @@ void restart()
 }
 
 /// What the daemon is asked to do over the bus, by the operator, the cloud and scripts of netifd.
-void ask()
+static void ask()
 {
     static constexpr text CALLS[] = {
         "qnet.wired wired_event '{\"interface\":\"wired0\",\"action\":\"ifup\"}'",
@@ -173,9 +171,9 @@ void ask()
     say(std::string("try run ubus call ") + any<text>(CALLS));
 }
 
-int pushes;
+static int pushes;
 
-void push()
+static void push()
 {
     pushes++;
     switch (random(0, 5)) {
@@ -192,7 +190,7 @@ void push()
     }
 }
 
-void push_wired()
+static void push_wired()
 {
     const std::string tolerance = std::to_string(random(2, 4)),
                       proxy = std::to_string(random(0, 1));
@@ -210,7 +208,7 @@ constexpr void (*EVENTS[])() = {
     ask,           push,          push,          push_wired, end_one,        end_one};
 
 /// First what holds up everybody, then, when all programs are back, what is ended over the bus.
-void end_all()
+static void end_all()
 {
     for (const fault &one : active) {
         if (!one.over_bus)
@@ -227,7 +225,7 @@ void end_all()
 }
 
 /// Plugs cables at random; the state that the node should come to.
-std::string last_plugging()
+static std::string last_plugging()
 {
     const int up = random(0, 9); // each state now and then, WAN in half of the cases
     const bool wire0 = up < 5 && up != 1, wire1 = up < 3, mesh = up < 8;
@@ -237,7 +235,7 @@ std::string last_plugging()
     return wire0 || wire1 ? "WAN" : mesh ? "MESH" : "LONELY";
 }
 
-void round(int number)
+static void round(int number)
 {
     say("\n# Round " + std::to_string(number) + ".");
     for (int events = random(EVENTS_LEAST, EVENTS_MOST); events > 0; events--) {
@@ -255,8 +253,6 @@ void round(int number)
     say("advance " + std::to_string(REST_S) + "s");
     say("expect settled " + state);
 }
-
-} // namespace
 
 int main(int argc, char **argv)
 {

@@ -13,29 +13,27 @@
 #include "stage.h"
 #include "timeline.h"
 
-namespace {
-
 /// Memory comes and goes by pages of the allocator's choice.
 constexpr long MEMORY_TOLERANCE_KIB = 64;
 
-size_t mark;
-std::map<std::string, long> remembered;
-std::map<std::string, std::string> configured; ///< when it was remembered
+static size_t mark;
+static std::map<std::string, long> remembered;
+static std::map<std::string, std::string> configured; ///< when it was remembered
 
-const std::map<std::string, std::string> STATES = {
+static const std::map<std::string, std::string> STATES = {
     {"NONE", "TARN_NET_UPSTREAM_NONE"},
     {"WAN", "TARN_NET_UPSTREAM_WAN_STATE"},
     {"MESH", "TARN_NET_UPSTREAM_MESH_STATE"},
     {"LONELY", "TARN_NET_LONELY_ORPHAN_STATE"},
 };
 
-bool same(const std::string &found, const std::string &wanted, std::string *why)
+static bool same(const std::string &found, const std::string &wanted, std::string *why)
 {
     *why = "found '" + found + "'";
     return found == wanted;
 }
 
-std::string output_of(const std::string &command)
+static std::string output_of(const std::string &command)
 {
     std::string output;
     stage_run(command, &output);
@@ -44,45 +42,45 @@ std::string output_of(const std::string &command)
     return output;
 }
 
-bool wired_member(const std::string &name, const std::string &wanted, std::string *why)
+static bool wired_member(const std::string &name, const std::string &wanted, std::string *why)
 {
     return same(json_member(stage_ask("qnet.wired", "dump_state"), name), wanted, why);
 }
 
-bool state_is(const std::string &wanted, std::string *why)
+static bool state_is(const std::string &wanted, std::string *why)
 {
     const auto name = STATES.find(wanted);
     return name != STATES.end() && wired_member("upstream_state", name->second, why);
 }
 
-bool verdict_is(const std::string &wanted, std::string *why)
+static bool verdict_is(const std::string &wanted, std::string *why)
 {
     const auto name = STATES.find(wanted);
     return name != STATES.end() && wired_member("result", name->second, why);
 }
 
-bool uplink_is(const std::string &wanted, std::string *why)
+static bool uplink_is(const std::string &wanted, std::string *why)
 {
     return wired_member("uplink_iface", wanted, why);
 }
 
-bool bridge_is(const std::string &wanted, std::string *why)
+static bool bridge_is(const std::string &wanted, std::string *why)
 {
     return wired_member("wired_uplink_bridge", wanted == "none" ? "" : wanted, why);
 }
 
-bool failures_are(const std::string &wanted, std::string *why)
+static bool failures_are(const std::string &wanted, std::string *why)
 {
     return wired_member("test_failures", wanted, why);
 }
 
-bool tolerance_is(const std::string &wanted, std::string *why)
+static bool tolerance_is(const std::string &wanted, std::string *why)
 {
     return wired_member("failure_tolerance", wanted, why);
 }
 
 /// "PACKAGE.SECTION.OPTION VALUE", a list's values with blanks; without a VALUE it must be missing.
-bool uci_is(const std::string &text, std::string *why)
+static bool uci_is(const std::string &text, std::string *why)
 {
     std::string wanted = text;
     const std::string option = take_word(&wanted);
@@ -90,7 +88,7 @@ bool uci_is(const std::string &text, std::string *why)
 }
 
 /// The rules at the upstream's priority: "from all lookup 10", several joined by "; ".
-bool rules_are(const std::string &wanted, std::string *why)
+static bool rules_are(const std::string &wanted, std::string *why)
 {
     return same(output_of("ip rule show priority 500 | sed 's/^500:[[:space:]]*//; s/ *$//' | "
                           "paste -sd ';' | sed 's/;/; /g'"),
@@ -98,7 +96,7 @@ bool rules_are(const std::string &wanted, std::string *why)
 }
 
 /// The names of the flags that are on, in alphabetical order.
-bool leds_are(const std::string &wanted, std::string *why)
+static bool leds_are(const std::string &wanted, std::string *why)
 {
     std::vector<std::string> on;
     for (const auto &file : std::filesystem::directory_iterator("/tmp/led_flags")) {
@@ -114,7 +112,7 @@ bool leds_are(const std::string &wanted, std::string *why)
     return same(names, wanted, why);
 }
 
-long count_since_mark(kind what, const std::string &text)
+static long count_since_mark(kind what, const std::string &text)
 {
     const auto &all = timeline_entries();
     return std::count_if(all.begin() + static_cast<long>(mark), all.end(), [&](const entry &one) {
@@ -123,20 +121,20 @@ long count_since_mark(kind what, const std::string &text)
 }
 
 /// "log TEXT", "command TEXT", ...: an entry since the mark holds the text.
-bool entry_holds(kind what, const std::string &text, std::string *why)
+static bool entry_holds(kind what, const std::string &text, std::string *why)
 {
     *why = std::string("no such ") + kind_name(what) + " since the mark";
     return count_since_mark(what, text) > 0;
 }
 
-const std::map<std::string, kind> KINDS = {
+static const std::map<std::string, kind> KINDS = {
     {"log", kind::log},          {"command", kind::command}, {"event", kind::event},
     {"commit", kind::commit},    {"rule", kind::rule},       {"led", kind::led},
     {"stats", kind::statistics}, {"ended", kind::ended},     {"peer", kind::peer},
 };
 
 /// "count N KIND TEXT": that many entries since the mark.
-bool count_is(const std::string &text, std::string *why)
+static bool count_is(const std::string &text, std::string *why)
 {
     std::string rest = text;
     const std::string wanted = take_word(&rest);
@@ -146,7 +144,7 @@ bool count_is(const std::string &text, std::string *why)
 }
 
 /// "answer OBJECT METHOD TEXT": the call's answer holds the text.
-bool answer_holds(const std::string &text, std::string *why)
+static bool answer_holds(const std::string &text, std::string *why)
 {
     std::string rest = text;
     const std::string object = take_word(&rest), method = take_word(&rest);
@@ -154,13 +152,13 @@ bool answer_holds(const std::string &text, std::string *why)
     return why->find(rest) != std::string::npos;
 }
 
-bool run_succeeds(const std::string &command, std::string *why)
+static bool run_succeeds(const std::string &command, std::string *why)
 {
     *why = "";
     return stage_run(command, why) == 0;
 }
 
-bool file_exists(const std::string &pattern, std::string *why)
+static bool file_exists(const std::string &pattern, std::string *why)
 {
     glob_t found;
     const bool exists = glob(pattern.c_str(), 0, nullptr, &found) == 0;
@@ -169,7 +167,7 @@ bool file_exists(const std::string &pattern, std::string *why)
     return exists;
 }
 
-bool growth(const std::string &, std::string *why)
+static bool growth(const std::string &, std::string *why)
 {
     *why = "";
     for (const auto &[name, amount] : stage_amounts()) {
@@ -182,7 +180,7 @@ bool growth(const std::string &, std::string *why)
 }
 
 /// "loop under 200ms": the daemon's longest callback since the scenario's start.
-bool loop_is(const std::string &text, std::string *why)
+static bool loop_is(const std::string &text, std::string *why)
 {
     double end_s;
     const double longest = stage_longest_callback_ms(&end_s);
@@ -190,7 +188,7 @@ bool loop_is(const std::string &text, std::string *why)
     return text.starts_with("under ") && longest < strtod(text.c_str() + 6, nullptr);
 }
 
-const std::map<std::string, bool (*)(const std::string &, std::string *)> EXPECTATIONS = {
+static const std::map<std::string, bool (*)(const std::string &, std::string *)> EXPECTATIONS = {
     {"state", state_is},   {"verdict", verdict_is},    {"uplink", uplink_is},
     {"bridge", bridge_is}, {"failures", failures_are}, {"tolerance", tolerance_is},
     {"uci", uci_is},       {"rules", rules_are},       {"leds", leds_are},
@@ -199,13 +197,13 @@ const std::map<std::string, bool (*)(const std::string &, std::string *)> EXPECT
     {"settled", settled},
 };
 
-bool is_compared(const entry &one)
+static bool is_compared(const entry &one)
 {
     return one.what == kind::command || one.what == kind::event || one.what == kind::commit ||
            one.what == kind::rule || one.what == kind::led;
 }
 
-std::string listed(const std::vector<std::string> &lines, size_t different)
+static std::string listed(const std::vector<std::string> &lines, size_t different)
 {
     std::string text;
     for (size_t i = 0; i < lines.size(); i++)
@@ -213,8 +211,8 @@ std::string listed(const std::vector<std::string> &lines, size_t different)
     return text;
 }
 
-bool same_lines(const std::vector<std::string> &found, const std::vector<std::string> &wanted,
-                std::string *why)
+static bool same_lines(const std::vector<std::string> &found,
+                       const std::vector<std::string> &wanted, std::string *why)
 {
     const auto shorter = std::min(found.size(), wanted.size());
     size_t different = 0;
@@ -225,13 +223,11 @@ bool same_lines(const std::vector<std::string> &found, const std::vector<std::st
 }
 
 /// Is the first word one that may be expected?
-bool is_known(std::string text)
+static bool is_known(std::string text)
 {
     const std::string word = take_word(&text);
     return EXPECTATIONS.contains(word) || KINDS.contains(word);
 }
-
-} // namespace
 
 std::string json_member(const std::string &json, const std::string &name)
 {

@@ -11,18 +11,16 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
-namespace {
-
 using wait_function = int (*)(int, epoll_event *, int, int);
 
-wait_function real_wait;
-int result_fd = -1;
-long longest_us;
-timespec returned;
-bool running;
+static wait_function real_wait;
+static int result_fd = -1;
+static long longest_us;
+static timespec returned;
+static bool running;
 
 /// Commands that the daemon runs are not watched.
-__attribute__((constructor)) void prepare()
+static __attribute__((constructor)) void prepare()
 {
     real_wait = reinterpret_cast<wait_function>(dlsym(RTLD_NEXT, "epoll_wait"));
     if (const char *path = getenv("LOOP_WATCH"))
@@ -30,7 +28,7 @@ __attribute__((constructor)) void prepare()
     unsetenv("LD_PRELOAD");
 }
 
-void record(const timespec &now)
+static void record(const timespec &now)
 {
     const long us =
         (now.tv_sec - returned.tv_sec) * 1000000 + (now.tv_nsec - returned.tv_nsec) / 1000;
@@ -43,8 +41,6 @@ void record(const timespec &now)
     if (result_fd >= 0 && pwrite(result_fd, text, static_cast<size_t>(length), 0) < 0)
         result_fd = -1;
 }
-
-} // namespace
 
 extern "C" int epoll_wait(int fd, epoll_event *events, int max, int timeout)
 {

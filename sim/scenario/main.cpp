@@ -16,17 +16,15 @@
 #include "stage.h"
 #include "timeline.h"
 
-namespace {
-
 constexpr long LOOKS = 120; ///< of "within", between the two bounds
 constexpr long LOOK_AGAIN_LEAST_MS = 500, LOOK_AGAIN_MOST_MS = 2000;
 constexpr size_t SHOWN_AFTER_FAILURE = 60;
 
-int expectations;
-bool endings_are_meant; ///< a program of the node was ended on purpose
-bool failing_is_fine;   ///< the statement is one of "try"
+static int expectations;
+static bool endings_are_meant; ///< a program of the node was ended on purpose
+static bool failing_is_fine;   ///< the statement is one of "try"
 
-bool fail(const statement &said, const std::string &why)
+static bool fail(const statement &said, const std::string &why)
 {
     if (failing_is_fine)
         return false;
@@ -35,19 +33,19 @@ bool fail(const statement &said, const std::string &why)
     return false;
 }
 
-std::string node_script(const char *name)
+static std::string node_script(const char *name)
 {
     return std::string(getenv("TARN_SOURCE")) + "/sim/node.d/" + name;
 }
 
-bool run(const statement &said, const std::string &command)
+static bool run(const statement &said, const std::string &command)
 {
     std::string output;
     return stage_run(command, &output) == 0 || fail(said, output);
 }
 
 /// What the command prints becomes part of the story.
-bool tell(const statement &said)
+static bool tell(const statement &said)
 {
     std::string output;
     const bool ran = stage_run(said.rest, &output) == 0;
@@ -55,7 +53,7 @@ bool tell(const statement &said)
     return ran || fail(said, output);
 }
 
-bool start(const statement &said)
+static bool start(const statement &said)
 {
     if (!run(said, node_script("programs")))
         return false;
@@ -63,7 +61,7 @@ bool start(const statement &said)
     return true;
 }
 
-bool advance(const statement &said)
+static bool advance(const statement &said)
 {
     const long ms = parse_duration_ms(said.rest);
     if (ms < 0)
@@ -72,7 +70,7 @@ bool advance(const statement &said)
     return true;
 }
 
-bool within(const statement &said)
+static bool within(const statement &said)
 {
     std::string wanted = said.rest, why;
     const long limit_ms = parse_duration_ms(take_word(&wanted));
@@ -86,7 +84,7 @@ bool within(const statement &said)
     return fail(said, why);
 }
 
-bool expect(const statement &said)
+static bool expect(const statement &said)
 {
     std::string why;
     expectations++;
@@ -97,7 +95,7 @@ bool expect(const statement &said)
 }
 
 /// "uci set X=Y", committed at once.
-bool change_uci(const statement &said)
+static bool change_uci(const statement &said)
 {
     std::string words = said.rest;
     take_word(&words);
@@ -105,9 +103,9 @@ bool change_uci(const statement &said)
     return run(said, "uci " + said.rest + " && uci commit " + package);
 }
 
-bool play(const std::vector<statement> &script);
+static bool play(const std::vector<statement> &script);
 
-bool repeat(const statement &said)
+static bool repeat(const statement &said)
 {
     const int times = atoi(said.rest.c_str());
     if (times < 1)
@@ -120,7 +118,7 @@ bool repeat(const statement &said)
 }
 
 /// "try STATEMENT": what it asks for may be unable to hear just now.
-bool try_one(const statement &said)
+static bool try_one(const statement &said)
 {
     statement tried = said;
     tried.word = take_word(&tried.rest);
@@ -131,7 +129,7 @@ bool try_one(const statement &said)
     return true;
 }
 
-bool change_surroundings(const statement &said)
+static bool change_surroundings(const statement &said)
 {
     const auto has = [&](const char *ending) { return said.rest.find(ending) != said.rest.npos; };
     if (has("restart") || has("die") || has("kill"))
@@ -139,7 +137,7 @@ bool change_surroundings(const statement &said)
     return run(said, node_script("surroundings") + " " + said.word + " " + said.rest);
 }
 
-bool play_one(const statement &said)
+static bool play_one(const statement &said)
 {
     const std::string &word = said.word;
     if (word == "title")
@@ -178,7 +176,7 @@ bool play_one(const statement &said)
     return true;
 }
 
-bool play(const std::vector<statement> &script)
+static bool play(const std::vector<statement> &script)
 {
     for (const statement &said : script) {
         if (!play_one(said))
@@ -187,7 +185,7 @@ bool play(const std::vector<statement> &script)
     return true;
 }
 
-bool nothing_ended()
+static bool nothing_ended()
 {
     if (endings_are_meant)
         return true;
@@ -200,7 +198,7 @@ bool nothing_ended()
     return true;
 }
 
-void show_end_of_timeline()
+static void show_end_of_timeline()
 {
     const auto &all = timeline_entries();
     const size_t from = all.size() > SHOWN_AFTER_FAILURE ? all.size() - SHOWN_AFTER_FAILURE : 0;
@@ -209,14 +207,12 @@ void show_end_of_timeline()
         printf("%9.2f  %-8s %s\n", all[i].at, kind_name(all[i].what), all[i].text.c_str());
 }
 
-void show_longest_callback()
+static void show_longest_callback()
 {
     double end_s;
     const double ms = stage_longest_callback_ms(&end_s);
     printf("longest loop callback: %.1f ms, until %.2f\n", ms, timeline_at(end_s));
 }
-
-} // namespace
 
 int main(int argc, char **argv)
 {

@@ -9,8 +9,6 @@
 #include "expect.h"
 #include "timeline.h"
 
-namespace {
-
 constexpr char NUMBER[] = "\"node_id\":";
 constexpr char DELAYED[] = "\"delayed_settings\":true";
 
@@ -23,13 +21,13 @@ struct history {
 };
 
 /// The number after the text's first `before`, 0 when it has none.
-int number_after(const std::string &text, const std::string &before)
+static int number_after(const std::string &text, const std::string &before)
 {
     const size_t at = text.find(before);
     return at == std::string::npos ? 0 : atoi(text.c_str() + at + before.size());
 }
 
-void note_sent(const std::string &text, history *known)
+static void note_sent(const std::string &text, history *known)
 {
     const int number = number_after(text, NUMBER);
     if (number == 0)
@@ -42,7 +40,7 @@ void note_sent(const std::string &text, history *known)
 }
 
 /// "push to qnet.wifi: Success (node 7)"; of a push without an answer nobody knows.
-void note_answered(const std::string &text, history *known)
+static void note_answered(const std::string &text, history *known)
 {
     const int number = number_after(text, "(node ");
     if (number == 0)
@@ -54,7 +52,7 @@ void note_answered(const std::string &text, history *known)
         known->refused.insert(number);
 }
 
-history read_history()
+static history read_history()
 {
     history known;
     for (const entry &one : timeline_since(0)) {
@@ -69,7 +67,7 @@ history read_history()
 }
 
 /// Those that may be in force.
-std::set<int> candidates(const history &known)
+static std::set<int> candidates(const history &known)
 {
     std::set<int> may;
     for (const int number : known.sent) {
@@ -84,13 +82,13 @@ std::set<int> candidates(const history &known)
 }
 
 /// "10.X.Y.1": the network that lies so many steps below the node's own.
-std::string address(int number, int below)
+static std::string address(int number, int below)
 {
     const int value = (((number * -20) & 0xFFFC) - 4 - 4 * below) & 0xFFFF;
     return "10." + std::to_string(value >> 8) + "." + std::to_string(value & 0xFF) + ".1";
 }
 
-std::map<std::string, std::string> options_of(int number)
+static std::map<std::string, std::string> options_of(int number)
 {
     const std::string n = std::to_string(number);
     const std::string pool = "172.16." + n + ".1/24";
@@ -113,15 +111,15 @@ std::map<std::string, std::string> options_of(int number)
 }
 
 /// The radios' part, which delayed settings put into force later.
-std::map<std::string, std::string> radio_options_of(int number)
+static std::map<std::string, std::string> radio_options_of(int number)
 {
     return {{"wireless.radio0.channel", "'" + std::to_string(push_channel(number)) + "'"},
             {"wireless.radio1.channel", number % 3 == 0 ? "'52'" : "'36'"},
             {"wireless.ap0_2.config_enable", number % 2 == 0 ? "'1'" : "'0'"}};
 }
 
-void compare(const std::map<std::string, std::string> &wanted,
-             const std::map<std::string, std::string> &uci, std::string *why)
+static void compare(const std::map<std::string, std::string> &wanted,
+                    const std::map<std::string, std::string> &uci, std::string *why)
 {
     for (const auto &[option, value] : wanted) {
         const auto found = uci.find(option);
@@ -131,15 +129,13 @@ void compare(const std::map<std::string, std::string> &wanted,
     }
 }
 
-std::string listed(const std::set<int> &numbers)
+static std::string listed(const std::set<int> &numbers)
 {
     std::string text;
     for (const int number : numbers)
         text += " " + std::to_string(number);
     return text;
 }
-
-} // namespace
 
 void push_markers_check(const std::map<std::string, std::string> &uci, const std::string &wifi,
                         std::string *why)

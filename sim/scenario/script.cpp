@@ -4,11 +4,9 @@
 #include <cstdlib>
 #include <fstream>
 
-namespace {
-
 constexpr char BLANKS[] = " \t\r";
 
-std::string trim(const std::string &text)
+static std::string trim(const std::string &text)
 {
     const size_t begin = text.find_first_not_of(BLANKS);
     if (begin == std::string::npos)
@@ -40,7 +38,7 @@ struct reader {
     }
 };
 
-bool read_block(reader *in, std::vector<std::string> *block)
+static bool read_block(reader *in, std::vector<std::string> *block)
 {
     std::string text;
     while (in->next(&text)) {
@@ -51,7 +49,7 @@ bool read_block(reader *in, std::vector<std::string> *block)
     return in->fail("'end' is missing");
 }
 
-bool read_statements(reader *in, std::vector<statement> *out, bool nested)
+static bool read_statements(reader *in, std::vector<statement> *out, bool nested)
 {
     std::string text;
     while (in->next(&text)) {
@@ -70,8 +68,6 @@ bool read_statements(reader *in, std::vector<statement> *out, bool nested)
     }
     return !nested || in->fail("'end' is missing");
 }
-
-} // namespace
 
 std::string take_word(std::string *text)
 {

@@ -18,8 +18,6 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
 constexpr int SSIDS = 4, RADIOS = 2, PORTS = 2;
 constexpr int LOOKS = 8; ///< for what only a running cycle or collection holds
 constexpr long LOOK_AGAIN_MS = 700;
@@ -73,23 +71,23 @@ std::string node::value(const std::string &option) const
     return joined;
 }
 
-bool holds(const list &values, const std::string &one)
+static bool holds(const list &values, const std::string &one)
 {
     return std::find(values.begin(), values.end(), one) != values.end();
 }
 
-std::string numbered(const char *before, int number, const std::string &after)
+static std::string numbered(const char *before, int number, const std::string &after)
 {
     return before + std::to_string(number) + after;
 }
 
 /// Number K of "br-wiredK", -1 when it is another name.
-int port_of(const std::string &bridge)
+static int port_of(const std::string &bridge)
 {
     return bridge.starts_with("br-wired") ? atoi(bridge.c_str() + 8) : -1;
 }
 
-bool expected(const node &now, const std::string &text)
+static bool expected(const node &now, const std::string &text)
 {
     std::string why;
     const bool is = expect_holds(text, &why);
@@ -97,7 +95,7 @@ bool expected(const node &now, const std::string &text)
     return is;
 }
 
-bool check_upstream(const node &now)
+static bool check_upstream(const node &now)
 {
     if (!expected(now, "state " + now.state))
         return false;
@@ -116,7 +114,7 @@ bool check_upstream(const node &now)
     return true;
 }
 
-void check_test(const node &now)
+static void check_test(const node &now)
 {
     const long interval = atol(json_member(now.wired, "test_interval").c_str());
     const long age = time(nullptr) - atol(json_member(now.wired, "time").c_str());
@@ -128,19 +126,19 @@ void check_test(const node &now)
                      json_member(now.wired, name));
 }
 
-bool bridged(const node &now, int ssid)
+static bool bridged(const node &now, int ssid)
 {
     return now.value(numbered("network.ssid", ssid, ".bridge_to_lan")) == "1";
 }
 
-bool has_vlan(const node &now, int ssid)
+static bool has_vlan(const node &now, int ssid)
 {
     const int id = atoi(now.value(numbered("network.ssid", ssid, "_vlan.vid")).c_str());
     return id >= 1 && id <= 4095;
 }
 
 /// A lonely node may go on forwarding to the uplink that it had, or not.
-void check_firewall(const node &now)
+static void check_firewall(const node &now)
 {
     for (int port = 0; port < PORTS && now.state != "LONELY"; port++) {
         const bool used = port_of(now.uplink) == port;
@@ -161,7 +159,7 @@ void check_firewall(const node &now)
     }
 }
 
-void check_dhcp(const node &now)
+static void check_dhcp(const node &now)
 {
     now.uci_must("dhcp.mesh_gw.ignore", now.wan() ? "0" : "1");
     for (int ssid = 1; ssid <= SSIDS; ssid++)
@@ -176,7 +174,7 @@ void check_dhcp(const node &now)
                  "dhcp.lan_dns.interface has " + one);
 }
 
-void check_portal(const node &now)
+static void check_portal(const node &now)
 {
     for (int ssid = 1; ssid <= SSIDS; ssid++) {
         const std::string name = std::to_string(ssid);
@@ -194,14 +192,14 @@ void check_portal(const node &now)
 }
 
 /// Must the radio leave its channel for a radar?
-bool on_radar_channel(const node &now, const std::string &radio)
+static bool on_radar_channel(const node &now, const std::string &radio)
 {
     const int channel = atoi(now.value("wireless." + radio + ".channel").c_str());
     return (channel >= 52 && channel <= 64) || (channel >= 100 && channel <= 144) ||
            now.value("wireless." + radio + ".htmode").find("160") != std::string::npos;
 }
 
-void check_radios(const node &now)
+static void check_radios(const node &now)
 {
     std::string published;
     stage_run("ubus list 'hostapd.ap*'", &published);
@@ -224,7 +222,7 @@ void check_radios(const node &now)
     }
 }
 
-void check_leds(const node &now)
+static void check_leds(const node &now)
 {
     if (now.state == "LONELY")
         expected(now, "run grep -q 1 /tmp/led_flags/network_fail");
@@ -232,14 +230,14 @@ void check_leds(const node &now)
         expected(now, now.wan() ? "leds gateway" : "leds repeater");
 }
 
-bool is_alive(const char *pidfile)
+static bool is_alive(const char *pidfile)
 {
     std::string pid;
     std::ifstream(pidfile) >> pid;
     return !pid.empty() && fs::exists("/proc/" + pid);
 }
 
-void check_leftovers(const node &now)
+static void check_leftovers(const node &now)
 {
     expected(now, "no file /tmp/wifi-delayed-*");
     now.must(now.state == "LONELY" || !is_alive("/var/run/lonely.pid"), "the lonely service runs");
@@ -256,7 +254,7 @@ void check_leftovers(const node &now)
 
 /// Processes, children of the daemon, and its descriptors: the least of several looks, as a running
 /// cycle or collection has more.
-void check_processes(const node &now)
+static void check_processes(const node &now)
 {
     std::map<std::string, long> least;
     for (int look = 0; look < LOOKS; look++) {
@@ -308,14 +306,14 @@ constexpr const char *DECIDED[] = {
     "wireless.radio?.channel",
 };
 
-bool is_decided(const std::string &option)
+static bool is_decided(const std::string &option)
 {
     return std::any_of(std::begin(DECIDED), std::end(DECIDED), [&](const char *pattern) {
         return fnmatch(pattern, option.c_str(), 0) == 0;
     });
 }
 
-void check_untouched(const node &now)
+static void check_untouched(const node &now)
 {
     const auto &before = expect_remembered();
     if (before.empty())
@@ -332,7 +330,7 @@ void check_untouched(const node &now)
 }
 
 /// Nothing goes on any more since the mark; what the lonely node does every minute is no unrest.
-void check_rest(const node &now)
+static void check_rest(const node &now)
 {
     for (const entry &one : timeline_since(expect_marked())) {
         const bool acts = one.what == kind::rule || one.what == kind::commit ||
@@ -342,8 +340,6 @@ void check_rest(const node &now)
             now.complain("no rest: " + std::string(kind_name(one.what)) + " " + one.text);
     }
 }
-
-} // namespace
 
 bool settled(const std::string &state, std::string *why)
 {

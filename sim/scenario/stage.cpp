@@ -26,19 +26,17 @@ extern "C" {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 constexpr int ANSWER_LIMIT_MS = 3000;
 constexpr char TMP_SIZE[] = "size=4m";
 constexpr char FILL[] = "/tmp/fill";
 constexpr char GARBLED[] = "/run/garbled_";
 
-void end_cb(uloop_timeout *)
+static void end_cb(uloop_timeout *)
 {
     uloop_end();
 }
 
-std::string read_all(const std::string &path)
+static std::string read_all(const std::string &path)
 {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -49,7 +47,7 @@ struct child {
     int status = -1;
 };
 
-void child_cb(uloop_process *process, int status)
+static void child_cb(uloop_process *process, int status)
 {
     reinterpret_cast<child *>(process)->status = status;
     uloop_end();
@@ -57,7 +55,7 @@ void child_cb(uloop_process *process, int status)
 
 constexpr char OUTPUT[] = "/run/scenario.output";
 
-[[noreturn]] void become(const std::vector<std::string> &words)
+[[noreturn]] static void become(const std::vector<std::string> &words)
 {
     const int fd = open(OUTPUT, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     dup2(fd, STDOUT_FILENO);
@@ -71,7 +69,7 @@ constexpr char OUTPUT[] = "/run/scenario.output";
 }
 
 /// Its exit status once it has ended.
-int run_words(const std::vector<std::string> &words)
+static int run_words(const std::vector<std::string> &words)
 {
     child run;
     run.process.pid = fork();
@@ -89,20 +87,20 @@ struct answer {
     std::string json;
 };
 
-void answer_cb(ubus_request *request, int, blob_attr *msg)
+static void answer_cb(ubus_request *request, int, blob_attr *msg)
 {
     char *text = blobmsg_format_json(msg, true);
     reinterpret_cast<answer *>(request)->json = text ? text : "";
     free(text);
 }
 
-void answered_cb(ubus_request *, int)
+static void answered_cb(ubus_request *, int)
 {
     uloop_end();
 }
 
 /// Fills /tmp to the last byte.
-bool fill_tmp()
+static bool fill_tmp()
 {
     const int fd = open(FILL, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     static const char block[4096]{};
@@ -112,25 +110,25 @@ bool fill_tmp()
     return fd >= 0;
 }
 
-std::string shell_path()
+static std::string shell_path()
 {
     return fs::canonical("/bin/sh").string();
 }
 
-std::string package_file(const std::string &what)
+static std::string package_file(const std::string &what)
 {
     return "/etc/config/" + what.substr(what.find(' ') + 1);
 }
 
 /// A file that is a mount point cannot be replaced.
-bool mount_over(const std::string &source, const std::string &target)
+static bool mount_over(const std::string &source, const std::string &target)
 {
     return mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
 }
 
-std::map<std::string, int> locks; ///< descriptors, by what is broken
+static std::map<std::string, int> locks; ///< descriptors, by what is broken
 
-bool lock_package(const std::string &what)
+static bool lock_package(const std::string &what)
 {
     const int fd = open(package_file(what).c_str(), O_RDWR | O_CLOEXEC);
     locks[what] = fd;
@@ -139,14 +137,14 @@ bool lock_package(const std::string &what)
 
 /// The file that stands in for a package and ends in the middle of a word; each package has its
 /// own, as a lock on one is none on another.
-bool garble_package(const std::string &what)
+static bool garble_package(const std::string &what)
 {
     const std::string stand_in = GARBLED + fs::path(package_file(what)).filename().string();
     std::ofstream(stand_in) << "config half 'a\n";
     return mount_over(stand_in, package_file(what));
 }
 
-long bytes_below(const std::string &folder)
+static long bytes_below(const std::string &folder)
 {
     long sum = 0;
     for (const auto &file : fs::directory_iterator(folder))
@@ -154,15 +152,14 @@ long bytes_below(const std::string &folder)
     return sum;
 }
 
-long entries_of(const std::string &folder, const std::function<bool(const std::string &)> &counts)
+static long entries_of(const std::string &folder,
+                       const std::function<bool(const std::string &)> &counts)
 {
     long count = 0;
     for (const auto &file : fs::directory_iterator(folder))
         count += counts(file.path().filename().string()) ? 1 : 0;
     return count;
 }
-
-} // namespace
 
 void stage_advance_ms(long ms)
 {

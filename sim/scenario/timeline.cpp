@@ -20,18 +20,16 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-namespace {
-
 constexpr char JOURNAL[] = "/var/log/journal";
 constexpr char LOG[] = "/tmp/debug_tarn_net.log";
 constexpr char LED_FLAGS[] = "/tmp/led_flags";
 constexpr unsigned RULE_PRIORITY = 500; // the upstream's rules; others are the system's own
 constexpr int RECONNECT_MS = 50;
 
-std::vector<entry> entries;
-timespec started;
+static std::vector<entry> entries;
+static timespec started;
 
-double seconds(const timespec &time)
+static double seconds(const timespec &time)
 {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
@@ -44,7 +42,7 @@ struct followed_file {
     std::string rest; ///< a line without its end yet
 };
 
-bool is_narrated(const entry &added)
+static bool is_narrated(const entry &added)
 {
     if (added.what == kind::statistics || added.what == kind::peer)
         return false;
@@ -52,7 +50,7 @@ bool is_narrated(const entry &added)
            !(added.text.starts_with("DEBUG") || added.text.starts_with("INFO"));
 }
 
-void add(kind what, const std::string &text)
+static void add(kind what, const std::string &text)
 {
     entries.push_back({timeline_now(), what, text});
     const entry &added = entries.back();
@@ -63,7 +61,7 @@ void add(kind what, const std::string &text)
 }
 
 /// "<seconds since boot> <name> <arguments>"
-void take_journal_line(const std::string &line)
+static void take_journal_line(const std::string &line)
 {
     const std::string words = line.substr(line.find(' ') + 1);
     static const char *const statistics[] = {"batctl gwl", "batctl tr", "batctl p ", "batctl tp"};
@@ -81,7 +79,7 @@ void take_journal_line(const std::string &line)
 }
 
 /// "<time> [<process>] <function>:<line>: <LEVEL>: <message>" becomes "<LEVEL> <message>".
-void take_log_line(const std::string &line)
+static void take_log_line(const std::string &line)
 {
     const size_t process = line.find("] ");
     const size_t level = line.find(": ", process == std::string::npos ? 0 : process);
@@ -92,10 +90,10 @@ void take_log_line(const std::string &line)
         add(kind::log, line.substr(level + 2, message - level - 2) + line.substr(message + 1));
 }
 
-followed_file journal{JOURNAL, take_journal_line, 0, {}};
-followed_file daemon_log{LOG, take_log_line, 0, {}};
+static followed_file journal{JOURNAL, take_journal_line, 0, {}};
+static followed_file daemon_log{LOG, take_log_line, 0, {}};
 
-void read_on(followed_file *file)
+static void read_on(followed_file *file)
 {
     std::ifstream in(file->path);
     in.seekg(0, std::ios::end);
@@ -114,7 +112,7 @@ void read_on(followed_file *file)
     }
 }
 
-std::string first_word_of(const std::string &path)
+static std::string first_word_of(const std::string &path)
 {
     std::string word;
     std::ifstream(path) >> word;
@@ -123,20 +121,20 @@ std::string first_word_of(const std::string &path)
 
 // Files.
 
-int watches;
-int etc_config_watch, tmp_watch, flags_watch, var_log_watch;
+static int watches;
+static int etc_config_watch, tmp_watch, flags_watch, var_log_watch;
 
-void watch_led_flags()
+static void watch_led_flags()
 {
     flags_watch = inotify_add_watch(watches, LED_FLAGS, IN_CLOSE_WRITE);
 }
 
-void take_led(const std::string &name)
+static void take_led(const std::string &name)
 {
     add(kind::led, name + " " + first_word_of(std::string(LED_FLAGS) + "/" + name));
 }
 
-void take_tmp(const inotify_event *seen)
+static void take_tmp(const inotify_event *seen)
 {
     const std::string name = seen->name;
     if (name == "debug_tarn_net.log") {
@@ -148,7 +146,7 @@ void take_tmp(const inotify_event *seen)
     }
 }
 
-void take_watch(const inotify_event *seen)
+static void take_watch(const inotify_event *seen)
 {
     if (seen->len == 0)
         return;
@@ -162,7 +160,7 @@ void take_watch(const inotify_event *seen)
         add(kind::commit, seen->name);
 }
 
-void watches_cb(uloop_fd *fd, unsigned)
+static void watches_cb(uloop_fd *fd, unsigned)
 {
     alignas(inotify_event) char buffer[8192];
     for (ssize_t length; (length = read(fd->fd, buffer, sizeof buffer)) > 0;) {
@@ -174,7 +172,7 @@ void watches_cb(uloop_fd *fd, unsigned)
     }
 }
 
-bool follow_files()
+static bool follow_files()
 {
     watches = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     etc_config_watch = inotify_add_watch(watches, "/etc/config", IN_MOVED_TO);
@@ -195,7 +193,7 @@ struct rule_facts {
     std::string iif;
 };
 
-rule_facts read_rule(const nlmsghdr *message)
+static rule_facts read_rule(const nlmsghdr *message)
 {
     const auto *header = static_cast<const fib_rule_hdr *>(NLMSG_DATA(message));
     rule_facts facts;
@@ -213,7 +211,7 @@ rule_facts read_rule(const nlmsghdr *message)
     return facts;
 }
 
-void take_rule(const nlmsghdr *message)
+static void take_rule(const nlmsghdr *message)
 {
     if (message->nlmsg_type != RTM_NEWRULE && message->nlmsg_type != RTM_DELRULE)
         return;
@@ -225,7 +223,7 @@ void take_rule(const nlmsghdr *message)
                         std::to_string(facts.table));
 }
 
-void rules_cb(uloop_fd *fd, unsigned)
+static void rules_cb(uloop_fd *fd, unsigned)
 {
     alignas(nlmsghdr) char buffer[16384];
     for (ssize_t length; (length = recv(fd->fd, buffer, sizeof buffer, MSG_DONTWAIT)) > 0;) {
@@ -236,7 +234,7 @@ void rules_cb(uloop_fd *fd, unsigned)
     }
 }
 
-bool follow_rules()
+static bool follow_rules()
 {
     static uloop_fd fd{};
     sockaddr_nl address{};
@@ -250,12 +248,12 @@ bool follow_rules()
 
 // The bus.
 
-ubus_context *bus;
+static ubus_context *bus;
 
-void try_bus(uloop_timeout *timer);
-uloop_timeout bus_timer{.list = {}, .pending = false, .cb = try_bus, .time = {}};
+static void try_bus(uloop_timeout *timer);
+static uloop_timeout bus_timer{.list = {}, .pending = false, .cb = try_bus, .time = {}};
 
-void event_cb(ubus_context *, ubus_event_handler *, const char *type, blob_attr *msg)
+static void event_cb(ubus_context *, ubus_event_handler *, const char *type, blob_attr *msg)
 {
     const std::string name = type;
     // What the broker and netifd say of themselves is not the daemon's doing.
@@ -266,14 +264,14 @@ void event_cb(ubus_context *, ubus_event_handler *, const char *type, blob_attr 
     free(json);
 }
 
-ubus_event_handler event_handler{.obj = {}, .cb = event_cb};
+static ubus_event_handler event_handler{.obj = {}, .cb = event_cb};
 
-void lost_cb(ubus_context *)
+static void lost_cb(ubus_context *)
 {
     uloop_timeout_set(&bus_timer, RECONNECT_MS);
 }
 
-void try_bus(uloop_timeout *)
+static void try_bus(uloop_timeout *)
 {
     if (bus)
         ubus_free(bus);
@@ -287,8 +285,6 @@ void try_bus(uloop_timeout *)
     ubus_register_event_handler(bus, &event_handler, "*");
     ubus_add_uloop(bus);
 }
-
-} // namespace
 
 const std::vector<entry> &timeline_entries()
 {

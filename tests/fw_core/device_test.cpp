@@ -8,16 +8,16 @@
 
 namespace {
 
-std::vector<std::string> g_received;
-std::vector<ubus_request_data> g_deferred;
-bool g_silent;
+std::vector<std::string> gReceived;
+std::vector<ubus_request_data> gDeferred;
+bool gSilent;
 
 int checkin_received(ubus_context *ctx, ubus_object *, ubus_request_data *request, const char *,
                      blob_attr *msg)
 {
-    g_received.push_back(zu_blobmsg_json(msg, true).get());
-    if (g_silent)
-        ubus_defer_request(ctx, request, &g_deferred.emplace_back());
+    gReceived.push_back(zu_blobmsg_json(msg, true).get());
+    if (gSilent)
+        ubus_defer_request(ctx, request, &gDeferred.emplace_back());
     return UBUS_STATUS_OK;
 }
 
@@ -30,9 +30,9 @@ struct checkin : bus_fixture {
     void SetUp() override
     {
         bus_fixture::SetUp();
-        g_received.clear();
-        g_deferred.clear();
-        g_silent = false;
+        gReceived.clear();
+        gDeferred.clear();
+        gSilent = false;
         cloud.name = "qnet.cloud_comm";
         cloud.type = &type;
         cloud.methods = METHODS;
@@ -41,23 +41,23 @@ struct checkin : bus_fixture {
     }
     void answer_all()
     {
-        for (ubus_request_data &request : g_deferred)
+        for (ubus_request_data &request : gDeferred)
             ubus_complete_deferred_request(stranger, &request, 0);
-        g_deferred.clear();
+        gDeferred.clear();
         settle();
     }
 };
 
 TEST_F(checkin, a_silent_peer_gathers_a_few_requests_and_is_given_up)
 {
-    g_silent = true;
+    gSilent = true;
     for (int i = 0; i < CLOUD_CHECKINS_MAX + 3; i++)
         cloud_checkin(daemon, i == 0 ? "full" : "normal", i == 0);
-    run_until([] { return g_received.size() == CLOUD_CHECKINS_MAX; });
+    run_until([] { return gReceived.size() == CLOUD_CHECKINS_MAX; });
     settle();
-    EXPECT_EQ(g_received.size(), static_cast<std::size_t>(CLOUD_CHECKINS_MAX));
-    EXPECT_EQ(g_received[0], R"({"checkin_type":"full","delayed":true})");
-    EXPECT_EQ(g_received[1], R"({"checkin_type":"normal"})");
+    EXPECT_EQ(gReceived.size(), static_cast<std::size_t>(CLOUD_CHECKINS_MAX));
+    EXPECT_EQ(gReceived[0], R"({"checkin_type":"full","delayed":true})");
+    EXPECT_EQ(gReceived[1], R"({"checkin_type":"normal"})");
     EXPECT_FALSE(list_empty(&daemon->requests));
     uloop_clock_virtual(true);
     uloop_clock_run_ms(CLOUD_CHECKIN_TIMEOUT_MS + 100);
@@ -65,26 +65,26 @@ TEST_F(checkin, a_silent_peer_gathers_a_few_requests_and_is_given_up)
     EXPECT_TRUE(list_empty(&daemon->requests));
     answer_all(); // too late: nobody listens any more
     cloud_checkin(daemon, "normal", false);
-    run_until([] { return g_received.size() == CLOUD_CHECKINS_MAX + 1; });
+    run_until([] { return gReceived.size() == CLOUD_CHECKINS_MAX + 1; });
     answer_all();
     cloud_checkin(daemon, "normal", false);
-    run_until([] { return g_received.size() == CLOUD_CHECKINS_MAX + 2; });
+    run_until([] { return gReceived.size() == CLOUD_CHECKINS_MAX + 2; });
     answer_all();
 }
 
 TEST_F(checkin, a_missing_peer_or_bus_is_only_logged)
 {
-    g_silent = true;
+    gSilent = true;
     cloud_checkin(nullptr, "normal", false);
     cloud_checkin(daemon, "normal", false);
-    run_until([] { return g_received.size() == 1; });
+    run_until([] { return gReceived.size() == 1; });
     answer_all();
     ASSERT_EQ(ubus_remove_object(stranger, &cloud), 0);
     cloud_checkin(daemon, "normal", false);
     broker_stop();
     cloud_checkin(daemon, "normal", false);
     settle();
-    EXPECT_EQ(g_received.size(), 1u);
+    EXPECT_EQ(gReceived.size(), 1u);
 }
 
 TEST(reboot, runs_the_systems_command_and_tells_when_it_cannot)

@@ -6,13 +6,13 @@
 namespace {
 
 /// What the package's callbacks do; each test sets its own.
-std::function<int(blob_attr *, blob_buf *)> g_behaviour;
-int g_calls;
+std::function<int(blob_attr *, blob_buf *)> gBehaviour;
+int gCalls;
 
 int behave(ubus_context *, blob_attr *msg, blob_buf *reply)
 {
-    g_calls++;
-    return g_behaviour ? g_behaviour(msg, reply) : 0;
+    gCalls++;
+    return gBehaviour ? gBehaviour(msg, reply) : 0;
 }
 
 constexpr package_callbacks WHOLE = {behave, behave, behave, behave, behave};
@@ -37,8 +37,8 @@ struct methods : bus_fixture {
     void SetUp() override
     {
         bus_fixture::SetUp();
-        g_behaviour = nullptr;
-        g_calls = 0;
+        gBehaviour = nullptr;
+        gCalls = 0;
         debug_set_level(ZU_LOG_NOTICE);
         gPackage_method_handlers[0] = {"test.whole", &WHOLE};
         gPackage_method_handlers[1] = {"test.bare", &BARE};
@@ -65,7 +65,7 @@ TEST_F(methods, a_package_is_found_by_its_object)
         EXPECT_EQ(call("test.bare", method).status, UBUS_STATUS_NOT_SUPPORTED) << method;
         EXPECT_EQ(call("test.unknown", method).status, UBUS_STATUS_NOT_FOUND) << method;
     }
-    EXPECT_EQ(g_calls, 5);
+    EXPECT_EQ(gCalls, 5);
 }
 
 TEST_F(methods, parse_config_tells_the_errors_it_met)
@@ -74,7 +74,7 @@ TEST_F(methods, parse_config_tells_the_errors_it_met)
     EXPECT_EQ(call("test.whole", "parse_config", R"({"params":{"a":1}})").document,
               R"({"success":true,"messages":[]})");
 
-    g_behaviour = [](blob_attr *, blob_buf *) {
+    gBehaviour = [](blob_attr *, blob_buf *) {
         log_error("invalid radio index: %d", 7);
         log_warning("not told");
         log_error("bad name 'a\nb'");
@@ -90,7 +90,7 @@ TEST_F(methods, parse_config_tells_the_errors_it_met)
 
 TEST_F(methods, parse_config_keeps_its_reply_small)
 {
-    g_behaviour = [](blob_attr *, blob_buf *) {
+    gBehaviour = [](blob_attr *, blob_buf *) {
         for (int i = 0; i < 12000; i++)
             log_error("a%s", std::string(5000, i % 2 ? 'x' : 'y').append("\xc3\xa9").c_str());
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -101,7 +101,7 @@ TEST_F(methods, parse_config_keeps_its_reply_small)
     EXPECT_NE(refused.document.find(R"(xxx","and 11900 more"]})"), std::string::npos);
 
     // A long line is cut between characters: here the limit falls within one.
-    g_behaviour = [](blob_attr *, blob_buf *) {
+    gBehaviour = [](blob_attr *, blob_buf *) {
         std::string text = "x";
         while (text.size() < 3000)
             text += "\xc3\xa9";
@@ -115,11 +115,11 @@ TEST_F(methods, parse_config_keeps_its_reply_small)
 TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
 {
     for (const char *method : {"gen_checkin", "dump_state"}) {
-        g_behaviour = [](blob_attr *, blob_buf *reply) {
+        gBehaviour = [](blob_attr *, blob_buf *reply) {
             return blobmsg_add_string(reply, "maint_ip", "10.1.2.3");
         };
         EXPECT_EQ(call("test.whole", method).document, R"({"maint_ip":"10.1.2.3"})");
-        g_behaviour = [](blob_attr *, blob_buf *reply) {
+        gBehaviour = [](blob_attr *, blob_buf *reply) {
             blobmsg_add_string(reply, "half", "done");
             return UBUS_STATUS_UNKNOWN_ERROR;
         };
@@ -129,7 +129,7 @@ TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
     }
     for (const std::size_t size :
          {std::size_t{990000}, std::size_t{1000000}, std::size_t{5000000}}) {
-        g_behaviour = [size](blob_attr *, blob_buf *reply) {
+        gBehaviour = [size](blob_attr *, blob_buf *reply) {
             return blobmsg_add_string(reply, "s", std::string(size, 'x').c_str());
         };
         const answer large = call("test.whole", "dump_state");
@@ -137,27 +137,27 @@ TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
         EXPECT_EQ(large.status, fits ? UBUS_STATUS_OK : UBUS_STATUS_UNKNOWN_ERROR) << size;
         EXPECT_EQ(large.document.size() > size, fits);
     }
-    g_behaviour = nullptr;
+    gBehaviour = nullptr;
     EXPECT_EQ(call("test.whole", "dump_state").status, UBUS_STATUS_OK); // still connected
 }
 
 TEST_F(methods, health_is_the_absence_of_problems)
 {
     EXPECT_EQ(call("test.whole", "health_check").document, R"({"healthy":true,"problems":[]})");
-    g_behaviour = [](blob_attr *, blob_buf *problems) {
+    gBehaviour = [](blob_attr *, blob_buf *problems) {
         blobmsg_add_string(problems, nullptr, "ap0_1 is down");
         blobmsg_add_string(problems, nullptr, "bat0 is missing");
         return 0;
     };
     EXPECT_EQ(call("test.whole", "health_check").document,
               R"({"healthy":false,"problems":["ap0_1 is down","bat0 is missing"]})");
-    g_behaviour = [](blob_attr *, blob_buf *) { return UBUS_STATUS_UNKNOWN_ERROR; };
+    gBehaviour = [](blob_attr *, blob_buf *) { return UBUS_STATUS_UNKNOWN_ERROR; };
     EXPECT_EQ(call("test.whole", "health_check").status, UBUS_STATUS_UNKNOWN_ERROR);
 }
 
 TEST_F(methods, reload_replies_with_the_status_alone)
 {
-    g_behaviour = [](blob_attr *, blob_buf *reply) {
+    gBehaviour = [](blob_attr *, blob_buf *reply) {
         blobmsg_add_string(reply, "not", "sent");
         return UBUS_STATUS_UNKNOWN_ERROR;
     };
@@ -196,7 +196,7 @@ TEST_F(methods, members_of_the_wrong_type_or_size_are_refused_before_the_package
         {"parse_config", R"({"params":"text"})", 0},
     };
     bool secrets = false;
-    g_behaviour = [&](blob_attr *msg, blob_buf *) {
+    gBehaviour = [&](blob_attr *msg, blob_buf *) {
         secrets = package_include_secrets(msg);
         return 0;
     };
@@ -210,7 +210,7 @@ TEST_F(methods, members_of_the_wrong_type_or_size_are_refused_before_the_package
         EXPECT_EQ(gDebug_log_level, c.level);
         taken += c.status == 0 && strcmp(c.method, "set_debug_level") != 0;
     }
-    EXPECT_EQ(g_calls, taken);
+    EXPECT_EQ(gCalls, taken);
     EXPECT_FALSE(package_include_secrets(nullptr));
 }
 

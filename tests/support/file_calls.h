@@ -10,16 +10,16 @@
 struct file_calls {
     int fsyncs, renames;
 };
-static file_calls g_file_calls;
+static file_calls gFile_calls;
 
 extern "C" int fsync(int fd)
 {
-    g_file_calls.fsyncs++;
+    gFile_calls.fsyncs++;
     return static_cast<int>(syscall(SYS_fsync, fd));
 }
 
 extern "C" int rename(const char *from, const char *to) noexcept
 {
-    g_file_calls.renames++;
+    gFile_calls.renames++;
     return renameat(AT_FDCWD, from, AT_FDCWD, to);
 }

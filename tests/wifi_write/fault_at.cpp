@@ -11,29 +11,29 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-static long g_calls, g_fault_at;
-static bool g_full;
+static long gCalls, gFault_at;
+static bool gFull;
 
 __attribute__((constructor)) static void begin()
 {
     const char *at = getenv("FAULT_AT");
-    g_fault_at = at ? atol(at) : 0;
-    g_full = getenv("FAULT_FULL") != nullptr;
+    gFault_at = at ? atol(at) : 0;
+    gFull = getenv("FAULT_FULL") != nullptr;
     unsetenv("LD_PRELOAD"); // its commands are not counted
 }
 
 __attribute__((destructor)) static void end()
 {
-    dprintf(9, "%ld\n", g_calls);
+    dprintf(9, "%ld\n", gCalls);
 }
 
 /// True when the disk is full for this call.
 static bool fault()
 {
-    g_calls++;
-    if (g_fault_at == 0 || g_calls < g_fault_at)
+    gCalls++;
+    if (gFault_at == 0 || gCalls < gFault_at)
         return false;
-    if (!g_full)
+    if (!gFull)
         kill(getpid(), SIGKILL);
     errno = ENOSPC;
     return true;

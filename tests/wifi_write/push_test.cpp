@@ -51,20 +51,20 @@ using pushed = writer_fixture;
 TEST_F(pushed, AgainWritesNothing)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
-        g_file_calls = {};
+        gFile_calls = {};
         ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
-        EXPECT_GT(g_file_calls.fsyncs, 0) << name;
+        EXPECT_GT(gFile_calls.fsyncs, 0) << name;
         confirm(true);
         (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
         ASSERT_EQ(0, push(json_message(example(name)).head))
             << name; // after the uplink test's changes
         run("rm -f /var/log/journal");
         config_watch watch;
-        g_file_calls = {};
+        gFile_calls = {};
         ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
         EXPECT_EQ("", watch.renamed()) << name;
-        EXPECT_EQ(0, g_file_calls.renames) << name;
-        EXPECT_EQ(0, g_file_calls.fsyncs) << name;
+        EXPECT_EQ(0, gFile_calls.renames) << name;
+        EXPECT_EQ(0, gFile_calls.fsyncs) << name;
         EXPECT_EQ(0, journal("reload_config")) << name;
     }
 }

@@ -20,11 +20,11 @@
 #include "support/temporary_directory.h"
 
 // Stands in for the C library's, to let it fail.
-static bool g_ctime_fails;
+static bool gCtime_fails;
 extern "C" char *ctime_r(const time_t *when, char *buffer) noexcept
 {
     tm broken_down;
-    if (g_ctime_fails || !localtime_r(when, &broken_down))
+    if (gCtime_fails || !localtime_r(when, &broken_down))
         return nullptr;
     return asctime_r(&broken_down, buffer);
 }
@@ -44,7 +44,7 @@ struct log_test : testing::Test {
     {
         zu_log_set_error_listener(nullptr, nullptr);
         close_log();
-        g_ctime_fails = false;
+        gCtime_fails = false;
     }
     static void close_log()
     {
@@ -92,7 +92,7 @@ TEST_F(log_test, a_line_names_time_process_function_line_and_level)
     EXPECT_EQ(match[3], std::to_string(line));
 
     // A failed time stamp leaves the field empty.
-    g_ctime_fails = true;
+    gCtime_fails = true;
     log_error("x");
     EXPECT_TRUE(lines().back().starts_with(" [")) << lines().back();
     char stamp[LOG_TIMESTAMP_SIZE];

@@ -6,7 +6,7 @@
 
 using Batch = uci_fixture;
 
-static constexpr const char *PATH = "/tmp/zu-batch";
+constexpr const char *PATH = "/tmp/zu-batch";
 
 /// A batch of all commands with values that a shell or a parser could stumble over.
 static int write_hostile(const char *path)

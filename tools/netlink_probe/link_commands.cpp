@@ -156,7 +156,7 @@ static int run_compare(arguments args)
     return netlink.neighbors == batctl.neighbors ? 0 : 1;
 }
 
-static constexpr probe_command COMMANDS[] = {
+constexpr probe_command COMMANDS[] = {
     {"up", "NAME", "set a link up", run_up},
     {"running", "NAME", "set it up and running", run_running},
     {"down", "NAME", "set it down", run_down},

@@ -164,7 +164,7 @@ static int run_frequency(arguments args)
     return frequency ? 0 : 1;
 }
 
-static constexpr probe_command COMMANDS[] = {
+constexpr probe_command COMMANDS[] = {
     {"ifaces", "", "wireless interfaces; power in mBm", run_ifaces},
     {"stations", "NAME|INDEX", "of an interface; bytes as the interface counts", run_stations},
     {"survey", "NAME|INDEX", "its radio's channels; times in ms", run_survey},

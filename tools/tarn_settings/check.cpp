@@ -12,15 +12,13 @@
 #include "lint.h"
 #include "platform/zu/log.h"
 
-namespace {
-
 /// The ERROR lines of one take, each once: what a platform lacks is said for each element.
 struct take_outcome {
     int status;
     std::vector<std::string> errors;
 };
 
-take_outcome outcome_of(const document_taker &take, blob_attr *params)
+static take_outcome outcome_of(const document_taker &take, blob_attr *params)
 {
     take_outcome outcome{};
     zu_log_set_error_listener(
@@ -35,14 +33,15 @@ take_outcome outcome_of(const document_taker &take, blob_attr *params)
     return outcome;
 }
 
-void say(judgement &judged, const char *severity, const std::string &where, const std::string &what)
+static void say(judgement &judged, const char *severity, const std::string &where,
+                const std::string &what)
 {
     judged.lines.push_back(std::string(severity) + ": " + on_one_line(where) +
                            (where.empty() ? "" : ": ") + on_one_line(what));
 }
 
 /// The members of the message beside `params`, which nobody reads.
-void say_strangers(judgement &judged, blob_buf *message)
+static void say_strangers(judgement &judged, blob_buf *message)
 {
     blob_attr *member;
     size_t rest;
@@ -56,7 +55,8 @@ void say_strangers(judgement &judged, blob_buf *message)
 
 /// The daemon's lines, the first ones where the fault is, the following ones each at the row around
 /// it that it speaks for.
-void say_errors(judgement &judged, const std::vector<std::string> &errors, const finding *cause)
+static void say_errors(judgement &judged, const std::vector<std::string> &errors,
+                       const finding *cause)
 {
     for (size_t i = 0; i < errors.size(); i++) {
         const size_t from_end = errors.size() - 1 - i; // 0: the outermost row's line
@@ -68,7 +68,7 @@ void say_errors(judgement &judged, const std::vector<std::string> &errors, const
 }
 
 /// True when a daemon's line was made from one of these formats, as far as their first value.
-bool was_said_with(const std::string &line, std::string_view formats)
+static bool was_said_with(const std::string &line, std::string_view formats)
 {
     while (!formats.empty()) {
         const size_t end = formats.find("; ");
@@ -82,8 +82,8 @@ bool was_said_with(const std::string &line, std::string_view formats)
 
 /// The finding that the daemon's first line is about; it may be of another mind about what comes
 /// first.
-const finding *cause_of(const std::vector<std::string> &errors,
-                        const std::vector<finding> &findings)
+static const finding *cause_of(const std::vector<std::string> &errors,
+                               const std::vector<finding> &findings)
 {
     const finding *first = nullptr;
     for (const finding &each : findings) {
@@ -96,8 +96,8 @@ const finding *cause_of(const std::vector<std::string> &errors,
     return first;
 }
 
-void judge_params(judgement &judged, const document_kind &kind, blob_attr *params,
-                  const document_taker &take)
+static void judge_params(judgement &judged, const document_kind &kind, blob_attr *params,
+                         const document_taker &take)
 {
     const take_outcome outcome = outcome_of(take, params);
     const std::vector<finding> findings = findings_of(*kind.level, params);
@@ -115,8 +115,6 @@ void judge_params(judgement &judged, const document_kind &kind, blob_attr *param
         if (&each != cause)
             say(judged, "warning", each.path, each.what);
 }
-
-} // namespace
 
 std::string on_one_line(const std::string &text)
 {

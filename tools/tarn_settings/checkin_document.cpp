@@ -6,8 +6,6 @@
 
 #include "wifi/checkin_rows.h"
 
-namespace {
-
 constexpr char INTRODUCTION[] = R"(# The wireless section of the check-in
 
 Written by `tarn-settings checkin-manual`; a test fails when it is out of date.
@@ -33,7 +31,7 @@ struct kind_words {
     const char *shown; ///< for people
 };
 
-kind_words words_of(checkin_kind kind)
+static kind_words words_of(checkin_kind kind)
 {
     switch (kind) {
     case CHECKIN_BOOL:
@@ -58,13 +56,13 @@ kind_words words_of(checkin_kind kind)
     return {"null", nullptr, ""};
 }
 
-void add_text(json_object *object, const char *key, const char *text)
+static void add_text(json_object *object, const char *key, const char *text)
 {
     json_object_object_add(object, key, json_object_new_string(text));
 }
 
 /// Adds the members of a table to its schema.
-void describe_table(json_object *schema, const checkin_level &level)
+static void describe_table(json_object *schema, const checkin_level &level)
 {
     json_object *properties = json_object_new_object();
     json_object *required = json_object_new_array();
@@ -90,7 +88,7 @@ void describe_table(json_object *schema, const checkin_level &level)
     json_object_object_add(schema, "required", required);
 }
 
-void print_level(const checkin_level &level, const std::string &path)
+static void print_level(const checkin_level &level, const std::string &path)
 {
     printf("\n## %s\n\n| member | type | present | meaning | from |\n|---|---|---|---|---|\n",
            path.empty() ? "The section" : ("`" + path + "`").c_str());
@@ -102,8 +100,6 @@ void print_level(const checkin_level &level, const std::string &path)
             print_level(*row->level, path + (path.empty() ? "" : ".") + row->key +
                                          (row->kind == CHECKIN_TABLES ? "[]" : ""));
 }
-
-} // namespace
 
 void print_checkin_schema()
 {

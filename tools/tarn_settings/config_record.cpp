@@ -8,24 +8,22 @@
 #include <set>
 #include <uci.h>
 
+#include "platform/zu/handle.h"
 #include "wifi/write/commit.h"
-
-namespace {
 
 struct uci_closer {
     void operator()(uci_context *ctx) const { uci_free_context(ctx); }
-    void operator()(char *text) const { free(text); }
 };
 
-std::string uci_failure(uci_context *ctx)
+static std::string uci_failure(uci_context *ctx)
 {
     char *text = nullptr;
     uci_get_errorstr(ctx, &text, nullptr);
-    const std::unique_ptr<char, uci_closer> owned(text);
+    const zu_text owned(text);
     return text ? text : "no memory";
 }
 
-config_option option_of(const uci_option *option)
+static config_option option_of(const uci_option *option)
 {
     if (option->type == UCI_TYPE_STRING)
         return {false, {option->v.string}};
@@ -35,7 +33,7 @@ config_option option_of(const uci_option *option)
     return list;
 }
 
-config_section section_of(uci_section *section)
+static config_section section_of(uci_section *section)
 {
     config_section record = {section->type, {}};
     uci_element *element;
@@ -44,7 +42,7 @@ config_section section_of(uci_section *section)
     return record;
 }
 
-config_package package_of(uci_package *package)
+static config_package package_of(uci_package *package)
 {
     config_package record;
     std::map<std::string, int> nameless;
@@ -60,8 +58,8 @@ config_package package_of(uci_package *package)
 }
 
 /// The items that the other list lacks.
-std::vector<std::string> lacking(const std::vector<std::string> &items,
-                                 const std::vector<std::string> &other)
+static std::vector<std::string> lacking(const std::vector<std::string> &items,
+                                        const std::vector<std::string> &other)
 {
     const std::set<std::string> there(other.begin(), other.end());
     std::vector<std::string> result;
@@ -72,8 +70,8 @@ std::vector<std::string> lacking(const std::vector<std::string> &items,
 
 /// What goes and what comes; all of both unless taking the one out and adding the other at the end
 /// is the whole change.
-config_change change_of(const std::string &section, const std::string &option,
-                        const config_option &from, const config_option &to)
+static config_change change_of(const std::string &section, const std::string &option,
+                               const config_option &from, const config_option &to)
 {
     const std::vector<std::string> removed = lacking(from.items, to.items);
     const std::vector<std::string> added = lacking(to.items, from.items);
@@ -85,9 +83,9 @@ config_change change_of(const std::string &section, const std::string &option,
 }
 
 /// Compares one option; null is one that is not there.
-void compare_option(const std::string &section, const std::string &name,
-                    const config_option *before, const config_option *after,
-                    std::vector<config_change> &changes)
+static void compare_option(const std::string &section, const std::string &name,
+                           const config_option *before, const config_option *after,
+                           std::vector<config_change> &changes)
 {
     static const config_option NONE = {};
     const config_option &from = before ? *before : NONE, &to = after ? *after : NONE;
@@ -96,7 +94,7 @@ void compare_option(const std::string &section, const std::string &name,
 }
 
 template <typename Map>
-const typename Map::mapped_type *find(const Map &map, const std::string &name)
+static const typename Map::mapped_type *find(const Map &map, const std::string &name)
 {
     const auto place = map.find(name);
     return place != map.end() ? &place->second : nullptr;
@@ -104,7 +102,7 @@ const typename Map::mapped_type *find(const Map &map, const std::string &name)
 
 /// The names in either map.
 template <typename Map>
-std::set<std::string> names_of(const Map &a, const Map &b)
+static std::set<std::string> names_of(const Map &a, const Map &b)
 {
     std::set<std::string> names;
     for (const Map *map : {&a, &b})
@@ -113,8 +111,8 @@ std::set<std::string> names_of(const Map &a, const Map &b)
     return names;
 }
 
-void compare_section(const std::string &name, const config_section *before,
-                     const config_section *after, std::vector<config_change> &changes)
+static void compare_section(const std::string &name, const config_section *before,
+                            const config_section *after, std::vector<config_change> &changes)
 {
     static const config_section NONE = {};
     const config_section &from = before ? *before : NONE, &to = after ? *after : NONE;
@@ -123,8 +121,6 @@ void compare_section(const std::string &name, const config_section *before,
     for (const std::string &option : names_of(from.options, to.options))
         compare_option(name, option, find(from.options, option), find(to.options, option), changes);
 }
-
-} // namespace
 
 bool read_config(config_record &record, std::string &error)
 {

@@ -13,11 +13,11 @@ extern "C" {
 
 #include "json_text.h"
 
-namespace {
-
 constexpr size_t FILE_MAX = 16 * 1024 * 1024;
 /// ubus cuts a caller off that sends more than 1 MiB; the call around the document is in it, too.
 constexpr size_t MESSAGE_MAX = 1024 * 1024 - 512;
+
+namespace {
 
 struct closer {
     void operator()(FILE *file) const
@@ -29,8 +29,10 @@ struct closer {
     void operator()(json_tokener *tokener) const { json_tokener_free(tokener); }
 };
 
+} // namespace
+
 /// True when a text of the document, or of a key, holds a NUL: the bus would end it there.
-bool holds_nul(json_object *value)
+static bool holds_nul(json_object *value)
 {
     if (json_object_is_type(value, json_type_string))
         return strlen(json_object_get_string(value)) !=
@@ -49,8 +51,6 @@ bool holds_nul(json_object *value)
     }
     return false;
 }
-
-} // namespace
 
 bool message_of_json(const std::string &text, blob_buf *message, std::string &error)
 {

@@ -20,10 +20,12 @@ struct walk {
     }
 };
 
-void walk_level(walk &state, const settings_level &level, blob_attr *table,
-                const std::string &path);
+} // namespace
 
-const char *type_name(int type)
+static void walk_level(walk &state, const settings_level &level, blob_attr *table,
+                       const std::string &path);
+
+static const char *type_name(int type)
 {
     switch (type) {
     case BLOBMSG_TYPE_ARRAY:
@@ -45,13 +47,13 @@ const char *type_name(int type)
     }
 }
 
-std::string not_of_type(int wanted, int given)
+static std::string not_of_type(int wanted, int given)
 {
     return std::string("must be ") + type_name(wanted) + ", not " + type_name(given) +
            ": passed over";
 }
 
-bool matches(const char *pattern, const char *text)
+static bool matches(const char *pattern, const char *text)
 {
     regex_t expression;
     if (regcomp(&expression, pattern, REG_EXTENDED | REG_NOSUB) != 0)
@@ -62,7 +64,7 @@ bool matches(const char *pattern, const char *text)
 }
 
 template <typename List, typename Value>
-bool contains(const List &list, const Value &value)
+static bool contains(const List &list, const Value &value)
 {
     for (const auto &element : list)
         if (element == value)
@@ -70,7 +72,7 @@ bool contains(const List &list, const Value &value)
     return false;
 }
 
-std::string quoted_list(const std::vector<std::string> &words)
+static std::string quoted_list(const std::vector<std::string> &words)
 {
     std::string text;
     for (const std::string &word : words)
@@ -78,7 +80,7 @@ std::string quoted_list(const std::vector<std::string> &words)
     return text;
 }
 
-std::string integer_fault(const settings_limits &limits, int32_t number)
+static std::string integer_fault(const settings_limits &limits, int32_t number)
 {
     if (settings_number_fault(limits, number) == SETTINGS_FITS)
         return {};
@@ -87,7 +89,7 @@ std::string integer_fault(const settings_limits &limits, int32_t number)
            std::to_string(number);
 }
 
-std::string choice_fault(const settings_limits &limits, const std::string &text)
+static std::string choice_fault(const settings_limits &limits, const std::string &text)
 {
     std::vector<std::string> choices = settings_choices(limits.choice);
     choices.insert(choices.end(), limits.words.begin(), limits.words.end());
@@ -99,7 +101,7 @@ std::string choice_fault(const settings_limits &limits, const std::string &text)
            ", not \"" + text + "\"";
 }
 
-std::string text_fault(const settings_limits &limits, const std::string &text)
+static std::string text_fault(const settings_limits &limits, const std::string &text)
 {
     const settings_fault fault = settings_text_fault(limits, text.c_str());
     if (fault == SETTINGS_MALFORMED || (limits.pattern && !matches(limits.pattern, text.c_str())))
@@ -109,7 +111,7 @@ std::string text_fault(const settings_limits &limits, const std::string &text)
     return choice_fault(limits, text);
 }
 
-bool has_control_character(const char *text)
+static bool has_control_character(const char *text)
 {
     for (; *text; text++)
         if (static_cast<unsigned char>(*text) < 0x20 || *text == 0x7f)
@@ -117,8 +119,8 @@ bool has_control_character(const char *text)
     return false;
 }
 
-void walk_text(walk &state, const settings_field &field, const char *text, const std::string &path,
-               const char *refusal)
+static void walk_text(walk &state, const settings_field &field, const char *text,
+                      const std::string &path, const char *refusal)
 {
     const std::string fault = text_fault(*field.limits, text);
     if (!fault.empty())
@@ -130,8 +132,8 @@ void walk_text(walk &state, const settings_field &field, const char *text, const
 }
 
 /// One element of an array of plain values.
-void walk_element(walk &state, const settings_field &field, blob_attr *element,
-                  const std::string &path)
+static void walk_element(walk &state, const settings_field &field, blob_attr *element,
+                         const std::string &path)
 {
     const int wanted = field.kind == SETTINGS_INTS ? BLOBMSG_TYPE_INT32 : BLOBMSG_TYPE_STRING;
     if (blobmsg_type(element) != wanted) {
@@ -145,7 +147,8 @@ void walk_element(walk &state, const settings_field &field, blob_attr *element,
     }
 }
 
-void walk_array(walk &state, const settings_field &field, blob_attr *array, const std::string &path)
+static void walk_array(walk &state, const settings_field &field, blob_attr *array,
+                       const std::string &path)
 {
     blob_attr *element;
     size_t rest;
@@ -165,7 +168,8 @@ void walk_array(walk &state, const settings_field &field, blob_attr *array, cons
                   field.kind != SETTINGS_TABLES ? field.error : nullptr);
 }
 
-void walk_value(walk &state, const settings_field &field, blob_attr *value, const std::string &path)
+static void walk_value(walk &state, const settings_field &field, blob_attr *value,
+                       const std::string &path)
 {
     switch (field.kind) {
     case SETTINGS_BOOL:
@@ -193,7 +197,8 @@ void walk_value(walk &state, const settings_field &field, blob_attr *value, cons
 }
 
 /// Walks one row; keeps track of the rows around it whose line would follow a refusal.
-void walk_row(walk &state, const settings_field &field, blob_attr *value, const std::string &path)
+static void walk_row(walk &state, const settings_field &field, blob_attr *value,
+                     const std::string &path)
 {
     if (field.never_read) {
         state.add(path, "is never read");
@@ -208,7 +213,7 @@ void walk_row(walk &state, const settings_field &field, blob_attr *value, const 
 }
 
 /// Why a required member does not count: it is not there, or of another type.
-std::string why_missing(const settings_field &field, blob_attr *table)
+static std::string why_missing(const settings_field &field, blob_attr *table)
 {
     blob_attr *member;
     size_t rest;
@@ -221,8 +226,8 @@ std::string why_missing(const settings_field &field, blob_attr *table)
 }
 
 /// The members that no row takes.
-void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
-                    const std::string &path)
+static void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
+                           const std::string &path)
 {
     blob_attr *member;
     size_t rest;
@@ -238,7 +243,7 @@ void walk_strangers(walk &state, const settings_level &level, blob_attr *table,
 }
 
 /// True when a value switches its own table off, so that `key` is not looked at.
-bool is_dormant(const settings_values &values, const char *key)
+static bool is_dormant(const settings_values &values, const char *key)
 {
     if (values.level == &SETTINGS_TOP)
         return strcmp(key, "orphan_connect") == 0 && values.get("lonely_friend");
@@ -253,7 +258,8 @@ bool is_dormant(const settings_values &values, const char *key)
     return false;
 }
 
-void walk_level(walk &state, const settings_level &level, blob_attr *table, const std::string &path)
+static void walk_level(walk &state, const settings_level &level, blob_attr *table,
+                       const std::string &path)
 {
     settings_values values;
     if (!settings_parse_level(level, table, &values)) {
@@ -275,8 +281,6 @@ void walk_level(walk &state, const settings_level &level, blob_attr *table, cons
         }
     }
 }
-
-} // namespace
 
 std::vector<finding> findings_of(const settings_level &level, blob_attr *params)
 {

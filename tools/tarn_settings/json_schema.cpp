@@ -6,37 +6,35 @@
 #include <json-c/json.h>
 #include <memory>
 
-namespace {
-
 struct putter {
     void operator()(json_object *object) const { json_object_put(object); }
 };
 
-json_object *level_schema(const settings_level &level);
+static json_object *level_schema(const settings_level &level);
 
-void add(json_object *object, const char *key, json_object *value)
+static void add(json_object *object, const char *key, json_object *value)
 {
     json_object_object_add(object, key, value);
 }
 
-void add_text(json_object *object, const char *key, const std::string &text)
+static void add_text(json_object *object, const char *key, const std::string &text)
 {
     add(object, key, json_object_new_string(text.c_str()));
 }
 
-void add_count(json_object *object, const char *key, int64_t count)
+static void add_count(json_object *object, const char *key, int64_t count)
 {
     add(object, key, json_object_new_int64(count));
 }
 
-json_object *typed(const char *type)
+static json_object *typed(const char *type)
 {
     json_object *schema = json_object_new_object();
     add_text(schema, "type", type);
     return schema;
 }
 
-json_object *integer_schema(const settings_limits &limits)
+static json_object *integer_schema(const settings_limits &limits)
 {
     json_object *schema = typed("integer");
     if (limits.numbers.empty()) {
@@ -51,7 +49,7 @@ json_object *integer_schema(const settings_limits &limits)
     return schema;
 }
 
-void add_words(json_object *schema, const settings_limits &limits)
+static void add_words(json_object *schema, const settings_limits &limits)
 {
     if (limits.choice == SETTINGS_ANY_TEXT && limits.words.empty())
         return;
@@ -63,7 +61,7 @@ void add_words(json_object *schema, const settings_limits &limits)
     add(schema, "enum", words);
 }
 
-json_object *text_schema(const settings_field &field)
+static json_object *text_schema(const settings_field &field)
 {
     const settings_limits &limits = *field.limits;
     json_object *schema = typed("string");
@@ -80,7 +78,7 @@ json_object *text_schema(const settings_field &field)
     return schema;
 }
 
-json_object *array_schema(const settings_field &field, json_object *items)
+static json_object *array_schema(const settings_field &field, json_object *items)
 {
     json_object *schema = typed("array");
     if (items)
@@ -90,7 +88,7 @@ json_object *array_schema(const settings_field &field, json_object *items)
     return schema;
 }
 
-json_object *value_schema(const settings_field &field)
+static json_object *value_schema(const settings_field &field)
 {
     switch (field.kind) {
     case SETTINGS_BOOL:
@@ -114,7 +112,7 @@ json_object *value_schema(const settings_field &field)
     return json_object_new_object();
 }
 
-json_object *level_schema(const settings_level &level)
+static json_object *level_schema(const settings_level &level)
 {
     json_object *properties = json_object_new_object();
     json_object *required = json_object_new_array();
@@ -136,7 +134,7 @@ json_object *level_schema(const settings_level &level)
     return schema;
 }
 
-json_object *document_schema(const document_kind &kind)
+static json_object *document_schema(const document_kind &kind)
 {
     json_object *properties = json_object_new_object();
     add(properties, "params", level_schema(*kind.level));
@@ -152,8 +150,6 @@ json_object *document_schema(const document_kind &kind)
     add(schema, "additionalProperties", json_object_new_boolean(false));
     return schema;
 }
-
-} // namespace
 
 void print_json_schema(const document_kind &kind)
 {

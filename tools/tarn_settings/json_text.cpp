@@ -5,8 +5,6 @@
 #include <cstring>
 #include <set>
 
-namespace {
-
 class key_walk {
 public:
     explicit key_walk(std::string_view text) : text_(text) {}
@@ -90,8 +88,6 @@ private:
         }
     }
 };
-
-} // namespace
 
 std::string json_place(std::string_view text, size_t byte)
 {

@@ -6,24 +6,22 @@
 #include <cstring>
 #include <map>
 
-namespace {
-
 /// What is doubtful about a value in its table; empty: nothing.
 using doubt = std::string (*)(const settings_values &table, blob_attr *value);
 
-std::string quoted(const char *text)
+static std::string quoted(const char *text)
 {
     std::string quoted = "\"";
     return quoted.append(text).append("\"");
 }
 
-const char *text_of(const settings_values &table, const char *key)
+static const char *text_of(const settings_values &table, const char *key)
 {
     blob_attr *value = table.get(key);
     return value ? blobmsg_get_string(value) : "";
 }
 
-bool is_one_of(std::string_view words, std::string_view word)
+static bool is_one_of(std::string_view words, std::string_view word)
 {
     while (!words.empty()) {
         const size_t end = words.find(' ');
@@ -34,7 +32,7 @@ bool is_one_of(std::string_view words, std::string_view word)
     return false;
 }
 
-std::string outside(blob_attr *value, int32_t min, int32_t max, const char *what)
+static std::string outside(blob_attr *value, int32_t min, int32_t max, const char *what)
 {
     const auto number = static_cast<int32_t>(blobmsg_get_u32(value));
     if (number >= min && number <= max)
@@ -42,7 +40,7 @@ std::string outside(blob_attr *value, int32_t min, int32_t max, const char *what
     return std::to_string(number) + " is no " + what;
 }
 
-std::string channel_doubt(const settings_values &radio, blob_attr *value)
+static std::string channel_doubt(const settings_values &radio, blob_attr *value)
 {
     const std::string band = text_of(radio, "band");
     const auto channel = static_cast<int32_t>(blobmsg_get_u32(value));
@@ -52,7 +50,7 @@ std::string channel_doubt(const settings_values &radio, blob_attr *value)
     return std::to_string(channel) + " is no channel of the " + band + " band";
 }
 
-std::string mode_doubt(const settings_values &, blob_attr *value)
+static std::string mode_doubt(const settings_values &, blob_attr *value)
 {
     constexpr std::string_view MODES =
         "NOHT HT20 HT40 HT40+ HT40- VHT20 VHT40 VHT80 VHT160 VHT80+80 "
@@ -61,12 +59,12 @@ std::string mode_doubt(const settings_values &, blob_attr *value)
     return is_one_of(MODES, mode) ? "" : quoted(mode) + " is no HT mode";
 }
 
-std::string power_doubt(const settings_values &, blob_attr *value)
+static std::string power_doubt(const settings_values &, blob_attr *value)
 {
     return outside(value, 0, 40, "transmit power in dBm");
 }
 
-std::string encryption_doubt(const settings_values &, blob_attr *value)
+static std::string encryption_doubt(const settings_values &, blob_attr *value)
 {
     constexpr std::string_view WORDS =
         "none open wep wep-open wep-shared psk psk2 psk3 psk-mixed psk3-mixed sae sae-mixed owe "
@@ -78,7 +76,7 @@ std::string encryption_doubt(const settings_values &, blob_attr *value)
     return quoted(enc.c_str()) + " is no encryption that access points know";
 }
 
-bool is_hex(const std::string &text)
+static bool is_hex(const std::string &text)
 {
     for (const char c : text)
         if (!isxdigit(static_cast<unsigned char>(c)))
@@ -86,7 +84,7 @@ bool is_hex(const std::string &text)
     return true;
 }
 
-std::string key_doubt(const settings_values &ssid, blob_attr *value)
+static std::string key_doubt(const settings_values &ssid, blob_attr *value)
 {
     const std::string enc = text_of(ssid, "enc"), key = blobmsg_get_string(value);
     const bool is_passphrase =
@@ -98,17 +96,17 @@ std::string key_doubt(const settings_values &ssid, blob_attr *value)
            std::to_string(key.size());
 }
 
-std::string vlan_doubt(const settings_values &, blob_attr *value)
+static std::string vlan_doubt(const settings_values &, blob_attr *value)
 {
     return outside(value, -1, 4095, "VLAN id"); // -1: none
 }
 
-std::string port_doubt(const settings_values &, blob_attr *value)
+static std::string port_doubt(const settings_values &, blob_attr *value)
 {
     return outside(value, 0, 65535, "port"); // 0: the usual one
 }
 
-std::string address_doubt(const settings_values &, blob_attr *value)
+static std::string address_doubt(const settings_values &, blob_attr *value)
 {
     const char *text = blobmsg_get_string(value);
     in_addr address;
@@ -118,7 +116,7 @@ std::string address_doubt(const settings_values &, blob_attr *value)
 }
 
 /// ISO 3166-1, and the world's own.
-std::string country_doubt(const settings_values &, blob_attr *value)
+static std::string country_doubt(const settings_values &, blob_attr *value)
 {
     constexpr std::string_view COUNTRIES = "00 AD AE AF AG AI AL AM AO AQ AR AS AT AU AW AX AZ BA "
                                            "BB BD BE BF BG BH BI BJ BL BM BN BO BQ BR BS BT BV BW "
@@ -140,7 +138,7 @@ std::string country_doubt(const settings_values &, blob_attr *value)
     return quoted(country) + " is no country";
 }
 
-std::string emptiness_doubt(const settings_values &, blob_attr *value)
+static std::string emptiness_doubt(const settings_values &, blob_attr *value)
 {
     return blobmsg_len(value) == 0 ? "is empty: nothing is left to be tested" : "";
 }
@@ -173,6 +171,8 @@ constexpr struct {
 } IDENTITIES[] = {
     {"radios element", "band"}, {"ssids element", "index"}, {"bands element", "band"}};
 
+namespace {
+
 struct walk {
     std::vector<finding> findings;
 
@@ -184,8 +184,10 @@ struct walk {
     void elements(const settings_level &level, blob_attr *array, const std::string &path);
 };
 
+} // namespace
+
 /// The value that tells this element from its neighbours, as bytes; empty where nothing does.
-std::string identity_of(const settings_level &level, blob_attr *element)
+static std::string identity_of(const settings_level &level, blob_attr *element)
 {
     settings_values values;
     for (const auto &identity : IDENTITIES) {
@@ -238,8 +240,6 @@ void walk::level(const settings_level &level_of, blob_attr *table, const std::st
             elements(*field.level, value, at);
     }
 }
-
-} // namespace
 
 std::vector<finding> lint_of(const settings_level &level, blob_attr *params)
 {

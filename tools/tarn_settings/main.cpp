@@ -13,8 +13,6 @@
 #include "platform/zu/platform_data.h"
 #include "preview.h"
 
-namespace {
-
 constexpr int USAGE = 2;
 constexpr char DEFAULT_PLATFORM[] = "/etc/tarn/platform.json";
 
@@ -26,7 +24,7 @@ struct request {
     bool as_json, with_secrets;
 };
 
-int check(const request &asked)
+static int check(const request &asked)
 {
     int worst = VERDICT_CLEAN;
     for (const char *file : asked.files)
@@ -34,31 +32,31 @@ int check(const request &asked)
     return worst;
 }
 
-int preview(const request &asked)
+static int preview(const request &asked)
 {
     return preview_file(
         {asked.kind, asked.files[0], asked.config, asked.as_json, asked.with_secrets});
 }
 
-int schema(const request &asked)
+static int schema(const request &asked)
 {
     print_json_schema(*asked.kind);
     return 0;
 }
 
-int manual(const request &)
+static int manual(const request &)
 {
     print_manual();
     return 0;
 }
 
-int checkin_schema(const request &)
+static int checkin_schema(const request &)
 {
     print_checkin_schema();
     return 0;
 }
 
-int checkin_manual(const request &)
+static int checkin_manual(const request &)
 {
     print_checkin_manual();
     return 0;
@@ -85,7 +83,7 @@ constexpr verb VERBS[] = {
      "checkin-manual  print it as docs/checkin.md has it"},
 };
 
-void print_usage(FILE *to)
+static void print_usage(FILE *to)
 {
     fputs("usage: tarn-settings [OPTION...] VERB [FILE...]\n\n", to);
     for (const verb &each : VERBS)
@@ -104,7 +102,7 @@ usage, 3 no preview.
           to);
 }
 
-int usage()
+static int usage()
 {
     print_usage(stderr);
     return USAGE;
@@ -117,7 +115,7 @@ with --platform, for example the file examples/access_point/platform.json of the
 /etc/tarn/platform.json from an access point.
 )";
 
-bool load_platform(const char *path)
+static bool load_platform(const char *path)
 {
     const bool named = path != nullptr;
     std::string text, error;
@@ -131,7 +129,7 @@ bool load_platform(const char *path)
     return false;
 }
 
-const document_kind *kind_of(const char *name)
+static const document_kind *kind_of(const char *name)
 {
     for (const document_kind &kind : document_kinds())
         if (strcmp(kind.name, name) == 0)
@@ -139,15 +137,13 @@ const document_kind *kind_of(const char *name)
     return nullptr;
 }
 
-const verb *verb_of(const char *name)
+static const verb *verb_of(const char *name)
 {
     for (const verb &each : VERBS)
         if (name && strcmp(each.name, name) == 0)
             return &each;
     return nullptr;
 }
-
-} // namespace
 
 int main(int argc, char **argv)
 {

@@ -5,8 +5,6 @@
 
 #include "settings_kinds.h"
 
-namespace {
-
 constexpr char INTRODUCTION[] = R"(# The settings documents
 
 Written by `./dev manual`; a test fails when it is out of date.
@@ -51,7 +49,7 @@ aa:bb:cc:dd:ee:ff; the daemon also takes others that read as six hexadecimal num
 )";
 
 /// "|" would end a cell.
-std::string cell(const char *text)
+static std::string cell(const char *text)
 {
     std::string escaped;
     for (; *text; text++)
@@ -60,7 +58,7 @@ std::string cell(const char *text)
 }
 
 /// The lines of a row's `error`, each as code.
-std::string code(const char *lines)
+static std::string code(const char *lines)
 {
     if (!lines)
         return {};
@@ -71,7 +69,7 @@ std::string code(const char *lines)
     return text;
 }
 
-const char *type_text(const settings_field &field)
+static const char *type_text(const settings_field &field)
 {
     switch (field.kind) {
     case SETTINGS_BOOL:
@@ -95,7 +93,7 @@ const char *type_text(const settings_field &field)
     return "";
 }
 
-std::string quoted(std::span<const char *const> words)
+static std::string quoted(std::span<const char *const> words)
 {
     std::string text;
     for (const char *word : words)
@@ -103,7 +101,7 @@ std::string quoted(std::span<const char *const> words)
     return text;
 }
 
-std::string value_range(const settings_field &field)
+static std::string value_range(const settings_field &field)
 {
     const settings_limits &limits = *field.limits;
     if (limits.rule)
@@ -121,7 +119,7 @@ std::string value_range(const settings_field &field)
     return {};
 }
 
-std::string range_text(const settings_field &field)
+static std::string range_text(const settings_field &field)
 {
     const std::string value = value_range(field);
     if (field.limits->items_max == UINT32_MAX)
@@ -131,14 +129,14 @@ std::string range_text(const settings_field &field)
     return value.empty() ? count : count + ", each " + value;
 }
 
-std::string omitted_text(const settings_field &field)
+static std::string omitted_text(const settings_field &field)
 {
     if (field.required)
         return "required";
     return field.absent ? field.absent : "as it is";
 }
 
-void print_level(const settings_level &level, const std::string &path)
+static void print_level(const settings_level &level, const std::string &path)
 {
     printf("\n### `%s`\n\n%s: `%s`\n\n", path.c_str(),
            level.may_be_empty ? "Malformed" : "Empty or malformed", level.broken);
@@ -152,8 +150,6 @@ void print_level(const settings_level &level, const std::string &path)
             print_level(*field.level,
                         path + "." + field.key + (field.kind == SETTINGS_TABLES ? "[]" : ""));
 }
-
-} // namespace
 
 void print_manual()
 {

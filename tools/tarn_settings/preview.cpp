@@ -18,15 +18,13 @@ extern "C" {
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
-namespace {
-
-int fail(const std::string &reason)
+static int fail(const std::string &reason)
 {
     fprintf(stderr, "tarn-settings: %s\n", on_one_line(reason).c_str());
     return PREVIEW_FAILED;
 }
 
-bool has_portal()
+static bool has_portal()
 {
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
         if (ng_uci_exists("udsplash.ssid%d.accessif", ssid))
@@ -36,7 +34,7 @@ bool has_portal()
 
 /// The push depends on the upstream. What the daemon last wrote for one tells it: only a gateway
 /// serves addresses to the mesh, and the portal stands elsewhere when that is.
-void suppose_configured_upstream()
+static void suppose_configured_upstream()
 {
     tarn_net_state &state = gTarn_net_state;
     int ignore = 1;
@@ -59,7 +57,7 @@ void suppose_configured_upstream()
     }
 }
 
-void start_daemon()
+static void start_daemon()
 {
     uloop_init();
     inet_test_reset();
@@ -68,13 +66,13 @@ void start_daemon()
     (void)wifi_reload_config(true);
 }
 
-void end_of_callback()
+static void end_of_callback()
 {
     (void)ng_uci_renew_change_context();
 }
 
 /// The push is confirmed and its wait is over.
-void end_wait()
+static void end_wait()
 {
     blob_buffer event;
     blob_buf_init(&event, 0);
@@ -86,8 +84,8 @@ void end_wait()
 }
 
 /// False with the reason in `error` when the configuration cannot be read.
-bool try_push(const document_kind &kind, blob_buf *message, preview_report &report,
-              std::string &error)
+static bool try_push(const document_kind &kind, blob_buf *message, preview_report &report,
+                     std::string &error)
 {
     config_record before, pushed, waited;
     if (!read_config(before, error))
@@ -113,7 +111,7 @@ bool try_push(const document_kind &kind, blob_buf *message, preview_report &repo
     return true;
 }
 
-int preview_in_private_root(const preview_request &request, blob_buf *message)
+static int preview_in_private_root(const preview_request &request, blob_buf *message)
 {
     preview_report report{};
     std::string error;
@@ -123,8 +121,6 @@ int preview_in_private_root(const preview_request &request, blob_buf *message)
     print_preview(request, report);
     return fflush(stdout) == 0 ? report.judged.result : fail("the preview could not be written");
 }
-
-} // namespace
 
 int preview_file(const preview_request &request)
 {

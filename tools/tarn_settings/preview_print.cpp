@@ -6,8 +6,6 @@
 
 #include "preview.h"
 
-namespace {
-
 constexpr const char *VERDICT_NAMES[] = {"taken", "taken in part", "refused"};
 constexpr char HIDDEN[] = "***";
 
@@ -15,22 +13,27 @@ struct json_deleter {
     void operator()(json_object *object) const { json_object_put(object); }
     void operator()(json_tokener *tokener) const { json_tokener_free(tokener); }
 };
+
+namespace {
+
 using json_handle = std::unique_ptr<json_object, json_deleter>;
+
+} // namespace
 using tokener_handle = std::unique_ptr<json_tokener, json_deleter>;
 
 /// Options that hold keys: those of the access points and the mesh, and those kept in our package.
-bool is_secret(const std::string &option)
+static bool is_secret(const std::string &option)
 {
     return option.ends_with("key") || option.ends_with("secret") || option == "r0kh" ||
            option == "r1kh";
 }
 
-std::string name_of(const std::string &package, const config_change &change)
+static std::string name_of(const std::string &package, const config_change &change)
 {
     return package + "." + change.section + (change.option.empty() ? "" : "." + change.option);
 }
 
-std::string joined(const std::vector<std::string> &words)
+static std::string joined(const std::vector<std::string> &words)
 {
     std::string text;
     for (const std::string &word : words)
@@ -41,7 +44,7 @@ std::string joined(const std::vector<std::string> &words)
 // ---- for people
 
 /// As `uci show` writes it.
-std::string quoted(const std::string &value)
+static std::string quoted(const std::string &value)
 {
     std::string text = "'";
     for (const char c : on_one_line(value))
@@ -49,8 +52,8 @@ std::string quoted(const std::string &value)
     return text + "'";
 }
 
-void print_items(char sign, const std::string &package, const config_change &change,
-                 const std::vector<std::string> &items, bool with_secrets)
+static void print_items(char sign, const std::string &package, const config_change &change,
+                        const std::vector<std::string> &items, bool with_secrets)
 {
     const bool hidden = !with_secrets && is_secret(change.option);
     for (const std::string &item : items) {
@@ -60,7 +63,7 @@ void print_items(char sign, const std::string &package, const config_change &cha
     }
 }
 
-std::string described(const radio_restart &radio)
+static std::string described(const radio_restart &radio)
 {
     std::vector<std::string> causes;
     if (radio.removed)
@@ -71,7 +74,7 @@ std::string described(const radio_restart &radio)
     return radio.radio + " (" + joined(causes) + ")";
 }
 
-void print_effect(const char *title, const push_effect &effect, bool with_secrets)
+static void print_effect(const char *title, const push_effect &effect, bool with_secrets)
 {
     printf("\n%s:\n", title);
     if (effect.changes.empty())
@@ -90,7 +93,7 @@ void print_effect(const char *title, const push_effect &effect, bool with_secret
     printf("radios that restart: %s\n", on_one_line(joined(radios)).c_str());
 }
 
-void print_text(const preview_request &request, const preview_report &report)
+static void print_text(const preview_request &request, const preview_report &report)
 {
     for (const std::string &line : report.judged.lines)
         printf("%s: %s\n", request.file.c_str(), line.c_str());
@@ -109,7 +112,7 @@ void print_text(const preview_request &request, const preview_report &report)
 
 // ---- as JSON
 
-bool is_utf8(json_object *text)
+static bool is_utf8(json_object *text)
 {
     const tokener_handle tokener(json_tokener_new());
     json_tokener_set_flags(tokener.get(), JSON_TOKENER_VALIDATE_UTF8);
@@ -119,7 +122,7 @@ bool is_utf8(json_object *text)
 }
 
 /// Bytes that are no UTF-8 are written out, as JSON cannot hold them.
-json_object *json_of(const std::string &text)
+static json_object *json_of(const std::string &text)
 {
     json_handle value(json_object_new_string(text.c_str()));
     if (is_utf8(value.get()))
@@ -133,7 +136,7 @@ json_object *json_of(const std::string &text)
     return json_object_new_string(escaped.c_str());
 }
 
-json_object *json_of(const std::vector<std::string> &texts)
+static json_object *json_of(const std::vector<std::string> &texts)
 {
     json_object *array = json_object_new_array();
     for (const std::string &text : texts)
@@ -141,7 +144,8 @@ json_object *json_of(const std::vector<std::string> &texts)
     return array;
 }
 
-json_object *json_of(const std::string &package, const config_change &change, bool with_secrets)
+static json_object *json_of(const std::string &package, const config_change &change,
+                            bool with_secrets)
 {
     const bool secret = is_secret(change.option);
     const auto shown = [&](const std::vector<std::string> &items) {
@@ -156,7 +160,7 @@ json_object *json_of(const std::string &package, const config_change &change, bo
     return object;
 }
 
-json_object *json_of(const radio_restart &radio)
+static json_object *json_of(const radio_restart &radio)
 {
     json_object *object = json_object_new_object();
     json_object_object_add(object, "radio", json_of(radio.radio));
@@ -166,7 +170,7 @@ json_object *json_of(const radio_restart &radio)
     return object;
 }
 
-json_object *json_of(const push_effect &effect, bool with_secrets)
+static json_object *json_of(const push_effect &effect, bool with_secrets)
 {
     json_object *packages = json_object_new_object();
     for (const auto &[package, changes] : effect.changes) {
@@ -185,7 +189,7 @@ json_object *json_of(const push_effect &effect, bool with_secrets)
     return object;
 }
 
-void print_json(const preview_request &request, const preview_report &report)
+static void print_json(const preview_request &request, const preview_report &report)
 {
     const json_handle root(json_object_new_object());
     const auto add = [&](const char *key, json_object *value) {
@@ -205,8 +209,6 @@ void print_json(const preview_request &request, const preview_report &report)
     puts(json_object_to_json_string_ext(root.get(),
                                         JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
 }
-
-} // namespace
 
 void print_preview(const preview_request &request, const preview_report &report)
 {

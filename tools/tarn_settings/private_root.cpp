@@ -14,29 +14,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/zu/handle.h"
 #include "wifi/write/commit.h"
-
-namespace {
 
 constexpr size_t PACKAGE_MAX = 4 * 1024 * 1024;
 constexpr char ROOT[] = "/tmp"; // the daemon needs one: it is on every system
 
-struct closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using file_handle = std::unique_ptr<FILE, closer>;
-
-bool failed(const std::string &what, std::string &error)
+static bool failed(const std::string &what, std::string &error)
 {
     error = what + ": " + strerror(errno);
     return false;
 }
 
 /// Nothing but a plain file is waited for or read.
-bool read_package(const std::string &path, std::string &text, std::string &error)
+static bool read_package(const std::string &path, std::string &text, std::string &error)
 {
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    const file_handle file(fd >= 0 ? fdopen(fd, "r") : nullptr);
+    const zu_file file(fd >= 0 ? fdopen(fd, "r") : nullptr);
     struct stat info {};
     if (!file || fstat(fd, &info) != 0)
         return failed(path, error);
@@ -53,22 +47,22 @@ bool read_package(const std::string &path, std::string &text, std::string &error
     return error.empty();
 }
 
-bool write_text(const char *path, const std::string &text)
+static bool write_text(const char *path, const std::string &text)
 {
-    file_handle file(fopen(path, "we"));
+    zu_file file(fopen(path, "we"));
     const bool written = file && fwrite(text.data(), 1, text.size(), file.get()) == text.size();
     return file && fclose(file.release()) == 0 && written;
 }
 
 /// In the new user namespace this user is root, and nobody else exists.
-bool become_its_root(uid_t user, gid_t group)
+static bool become_its_root(uid_t user, gid_t group)
 {
     return write_text("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
            write_text("/proc/self/setgroups", "deny") &&
            write_text("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-bool leave_namespaces()
+static bool leave_namespaces()
 {
     constexpr int NAMESPACES = CLONE_NEWNS | CLONE_NEWNET;
     const uid_t user = geteuid();
@@ -79,7 +73,7 @@ bool leave_namespaces()
            become_its_root(user, group);
 }
 
-bool fill(const private_files &files, std::string &error)
+static bool fill(const private_files &files, std::string &error)
 {
     for (const char *directory : {"/etc", "/etc/config", "/tmp", "/tmp/.uci", "/var", "/var/state"})
         if (mkdir(directory, 0700) != 0)
@@ -89,8 +83,6 @@ bool fill(const private_files &files, std::string &error)
             return failed(path, error);
     return true;
 }
-
-} // namespace
 
 bool read_packages(const std::string &directory, private_files &files, std::string &error)
 {

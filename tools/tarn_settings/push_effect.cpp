@@ -12,8 +12,6 @@
 #include <map>
 #include <set>
 
-namespace {
-
 struct package_service {
     const char *package, *service;
 };
@@ -26,7 +24,7 @@ constexpr package_service SERVICES[] = {
     {"fw_core", "fw_core"},
 };
 
-std::vector<std::string> services_of(const config_changes &changes, const char *also_reloads)
+static std::vector<std::string> services_of(const config_changes &changes, const char *also_reloads)
 {
     std::set<std::string> services;
     for (const package_service &each : SERVICES)
@@ -37,14 +35,15 @@ std::vector<std::string> services_of(const config_changes &changes, const char *
     return {services.begin(), services.end()};
 }
 
-const config_section *section_in(const config_record &record, const std::string &name)
+static const config_section *section_in(const config_record &record, const std::string &name)
 {
     const config_package &wireless = record.at("wireless");
     const auto place = wireless.find(name);
     return place != wireless.end() ? &place->second : nullptr;
 }
 
-std::string value_of(const config_section *section, const char *option, const char *otherwise)
+static std::string value_of(const config_section *section, const char *option,
+                            const char *otherwise)
 {
     if (!section || !section->options.contains(option))
         return otherwise;
@@ -52,14 +51,15 @@ std::string value_of(const config_section *section, const char *option, const ch
     return items.empty() ? otherwise : items.front();
 }
 
-bool is_on(const config_section *section)
+static bool is_on(const config_section *section)
 {
     return section && value_of(section, "enable", "1") != "0";
 }
 
 /// Names of the wireless sections that are on, before or after, and differ.
-std::set<std::string> changed_sections(const config_changes &changes, const config_record &before,
-                                       const config_record &after)
+static std::set<std::string> changed_sections(const config_changes &changes,
+                                              const config_record &before,
+                                              const config_record &after)
 {
     std::set<std::string> names;
     const auto wireless = changes.find("wireless");
@@ -71,8 +71,8 @@ std::set<std::string> changed_sections(const config_changes &changes, const conf
     return names;
 }
 
-std::vector<radio_restart> radios_of(const config_changes &changes, const config_record &before,
-                                     const config_record &after)
+static std::vector<radio_restart> radios_of(const config_changes &changes,
+                                            const config_record &before, const config_record &after)
 {
     std::map<std::string, radio_restart> radios;
     for (const std::string &name : changed_sections(changes, before, after)) {
@@ -96,8 +96,6 @@ std::vector<radio_restart> radios_of(const config_changes &changes, const config
         list.push_back(std::move(restart));
     return list;
 }
-
-} // namespace
 
 push_effect effect_of(const config_record &before, const config_record &after,
                       const char *also_reloads)

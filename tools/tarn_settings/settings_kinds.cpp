@@ -15,10 +15,8 @@
 #include "wired/wired.h"
 #include "wired/wired_settings.h"
 
-namespace {
-
 /// Parses for a node that has been configured before: its radios have channels.
-int parse_wifi(blob_attr *params)
+static int parse_wifi(blob_attr *params)
 {
     const auto settings = std::make_unique<wifi_settings>();
     for (wifi_radio_settings &radio : settings->radios)
@@ -32,13 +30,13 @@ int parse_wifi(blob_attr *params)
     return UBUS_STATUS_INVALID_ARGUMENT;
 }
 
-int push_wifi(blob_attr *message)
+static int push_wifi(blob_attr *message)
 {
     return wifi_parse_config(nullptr, message, nullptr);
 }
 
 /// Null also for a document that is refused: the push tells that.
-const char *wifi_reason(blob_attr *params)
+static const char *wifi_reason(blob_attr *params)
 {
     const auto settings = std::make_unique<wifi_settings>(*wifi_live_settings());
     wifi_parsed_document parsed = {settings.get(), nullptr, nullptr};
@@ -50,18 +48,18 @@ const char *wifi_reason(blob_attr *params)
     return wifi_at_once_reason(*settings);
 }
 
-int parse_wired(blob_attr *params)
+static int parse_wired(blob_attr *params)
 {
     wired_settings settings{};
     return wired_settings_parse(params, &settings) ? 0 : UBUS_STATUS_INVALID_ARGUMENT;
 }
 
-int push_wired(blob_attr *message)
+static int push_wired(blob_attr *message)
 {
     return wired_parse_config(nullptr, message, nullptr);
 }
 
-const char *wired_reason(blob_attr *)
+static const char *wired_reason(blob_attr *)
 {
     return "wired settings never wait";
 }
@@ -75,7 +73,7 @@ constexpr document_kind KINDS[] = {
 constexpr int PLATFORM_RADIOS_MAX = 32;
 
 /// The bands of the platform's radios that `is_wanted`, each once.
-std::vector<std::string> platform_bands(bool (*is_wanted)(const char *band))
+static std::vector<std::string> platform_bands(bool (*is_wanted)(const char *band))
 {
     std::vector<std::string> bands;
     for (int radio = 0; radio < PLATFORM_RADIOS_MAX; radio++) {
@@ -86,7 +84,7 @@ std::vector<std::string> platform_bands(bool (*is_wanted)(const char *band))
     return bands;
 }
 
-std::vector<std::string> radios_in_use()
+static std::vector<std::string> radios_in_use()
 {
     const char *scanning = wifi_band_name(WIFI_BAND_SCANNING);
     std::vector<std::string> bands = platform_bands([](const char *band) {
@@ -97,7 +95,7 @@ std::vector<std::string> radios_in_use()
     return bands;
 }
 
-std::vector<std::string> ssid_bands()
+static std::vector<std::string> ssid_bands()
 {
     std::vector<std::string> bands;
     for (int band = 0; band < WIFI_BANDS; band++)
@@ -105,8 +103,6 @@ std::vector<std::string> ssid_bands()
             bands.emplace_back(wifi_band_name(band));
     return bands;
 }
-
-} // namespace
 
 std::span<const document_kind> document_kinds()
 {

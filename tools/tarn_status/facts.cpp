@@ -7,8 +7,6 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-namespace {
-
 constexpr int CALL_LIMIT_MS = 5000;
 
 struct bus_release {
@@ -16,7 +14,7 @@ struct bus_release {
 };
 using bus_handle = std::unique_ptr<ubus_context, bus_release>;
 
-void take_answer_cb(ubus_request *req, int, blob_attr *msg)
+static void take_answer_cb(ubus_request *req, int, blob_attr *msg)
 {
     if (!msg)
         return;
@@ -28,7 +26,7 @@ void take_answer_cb(ubus_request *req, int, blob_attr *msg)
 }
 
 /// What the method answers, or null.
-json_object *ask(ubus_context *ctx, const char *object, const char *method, const char *type)
+static json_object *ask(ubus_context *ctx, const char *object, const char *method, const char *type)
 {
     uint32_t id = 0;
     json_object *answer = nullptr;
@@ -43,14 +41,12 @@ json_object *ask(ubus_context *ctx, const char *object, const char *method, cons
 }
 
 /// The one key that dump_state shows to everybody.
-void drop_roaming_keys(json_object *all)
+static void drop_roaming_keys(json_object *all)
 {
     json_object *ssids = facts_get(all, {"wifi", "settings", "ssids"});
     for (size_t i = 0; i < facts_count(ssids); i++)
         json_object_object_del(json_object_array_get_idx(ssids, i), "roaming_key");
 }
-
-} // namespace
 
 json_handle facts_ask(std::string *why)
 {

@@ -6,7 +6,7 @@
 
 #include "screen.h"
 
-static constexpr char USAGE[] =
+constexpr char USAGE[] =
     "Usage: tarn-status [--watch | --json]\n"
     "  How this node stands: its way to the internet and why, mesh, radios, what is held back, "
     "health.\n"
@@ -14,8 +14,8 @@ static constexpr char USAGE[] =
     "  --json     the daemon's own answers, without keys: wired, wifi, checkin, health\n"
     "  --help, --version\n"
     "Exit status: 0, 1 when the bus or the daemon does not answer, 2 for wrong usage.\n";
-static constexpr size_t DEFAULT_COLUMNS = 80;
-static constexpr unsigned WATCH_S = 2;
+constexpr size_t DEFAULT_COLUMNS = 80;
+constexpr unsigned WATCH_S = 2;
 
 static size_t terminal_columns()
 {

@@ -8,8 +8,6 @@
 #include <ctime>
 #include <map>
 
-namespace {
-
 constexpr char GOOD[] = "\033[32m";
 constexpr char BAD[] = "\033[31m";
 constexpr char PLAIN[] = "\033[0m";
@@ -25,7 +23,7 @@ struct screen {
 };
 
 /// Bytes of the first `columns` characters.
-size_t cut(const std::string &text, size_t columns)
+static size_t cut(const std::string &text, size_t columns)
 {
     size_t at = 0;
     for (size_t seen = 0; at < text.size(); at++) {
@@ -65,7 +63,7 @@ void screen::wrapped(const std::string &indent, const std::string &words)
 }
 
 /// "42 s", "7 min", "3 h 5 min", "2 d 4 h".
-std::string duration(int64_t seconds)
+static std::string duration(int64_t seconds)
 {
     char text[48];
     if (seconds < 120)
@@ -82,14 +80,14 @@ std::string duration(int64_t seconds)
     return text;
 }
 
-std::string ago(int64_t when)
+static std::string ago(int64_t when)
 {
     return duration(time(nullptr) - when) + " ago";
 }
 
 // ---- the parts
 
-const char *upstream_words(const std::string &state)
+static const char *upstream_words(const std::string &state)
 {
     const struct {
         const char *name, *words;
@@ -105,7 +103,7 @@ const char *upstream_words(const std::string &state)
     return "not known";
 }
 
-void show_upstream(screen &out, json_object *facts)
+static void show_upstream(screen &out, json_object *facts)
 {
     json_object *wired = facts_get(facts, {"wired", "state"});
     const std::string state = facts_text(wired, {"upstream_state"});
@@ -128,7 +126,7 @@ void show_upstream(screen &out, json_object *facts)
         nullptr, "           %s in %s", name, duration(json_object_get_int64(left)).c_str());
 }
 
-void show_tests(screen &out, json_object *facts)
+static void show_tests(screen &out, json_object *facts)
 {
     json_object *tests = facts_get(facts, {"wired", "state", "tests"});
     for (size_t i = 0; i < facts_count(tests); i++) {
@@ -141,7 +139,7 @@ void show_tests(screen &out, json_object *facts)
     }
 }
 
-void show_mesh(screen &out, json_object *facts)
+static void show_mesh(screen &out, json_object *facts)
 {
     json_object *mesh = facts_get(facts, {"checkin", "mesh"});
     if (!mesh)
@@ -155,7 +153,7 @@ void show_mesh(screen &out, json_object *facts)
 }
 
 /// "Contoso (8), Guests (2)": the SSIDs that are on, with who joined them over this radio.
-std::string ssids_of(json_object *facts, json_object *radio)
+static std::string ssids_of(json_object *facts, json_object *radio)
 {
     std::map<int64_t, int> joined;
     json_object *stations = facts_get(radio, {"stations"});
@@ -173,7 +171,7 @@ std::string ssids_of(json_object *facts, json_object *radio)
     return words;
 }
 
-std::string operation_of(json_object *radio)
+static std::string operation_of(json_object *radio)
 {
     if (!facts_get(radio, {"frequency"}))
         return facts_is(radio, {"enable"}) ? "on no channel" : "off";
@@ -191,7 +189,7 @@ std::string operation_of(json_object *radio)
     return words;
 }
 
-void show_radios(screen &out, json_object *facts)
+static void show_radios(screen &out, json_object *facts)
 {
     json_object *radios = facts_get(facts, {"checkin", "radios"});
     for (size_t i = 0; i < facts_count(radios); i++) {
@@ -205,7 +203,7 @@ void show_radios(screen &out, json_object *facts)
     }
 }
 
-void show_held_back(screen &out, json_object *facts)
+static void show_held_back(screen &out, json_object *facts)
 {
     json_object *delayed = facts_get(facts, {"checkin", "delayed"});
     if (facts_text(delayed, {"state"}) == "pending") {
@@ -225,7 +223,7 @@ void show_held_back(screen &out, json_object *facts)
         out.line(BAD, "radar      was seen");
 }
 
-void show_health(screen &out, json_object *facts)
+static void show_health(screen &out, json_object *facts)
 {
     if (!facts_get(facts, {"health"}))
         return;
@@ -240,8 +238,6 @@ void show_health(screen &out, json_object *facts)
         out.wrapped("           ", facts_text(problem, {"advice"}));
     }
 }
-
-} // namespace
 
 std::string screen_of(json_object *facts, size_t columns, bool colour)
 {

@@ -7,19 +7,17 @@
 #include "platform/zu/shell.h"
 #include "platform/zu/ubus_call.h"
 
-namespace {
+static int gOutstanding;
 
-int g_outstanding;
-
-void checkin_done_cb(int status, void *)
+static void checkin_done_cb(int status, void *)
 {
-    g_outstanding--;
+    gOutstanding--;
     if (status != UBUS_STATUS_OK)
         log_warning("The check-in was not taken: %s", ubus_strerror(status));
 }
 
 /// 0, or a bus status.
-int checkin_call(ubus_context *ctx, uint32_t cloud_comm, const char *type, bool delayed)
+static int checkin_call(ubus_context *ctx, uint32_t cloud_comm, const char *type, bool delayed)
 {
     blob_buffer message;
     if (blob_buf_init(&message, 0) != 0) {
@@ -34,12 +32,10 @@ int checkin_call(ubus_context *ctx, uint32_t cloud_comm, const char *type, bool 
                               checkin_done_cb, nullptr);
 }
 
-} // namespace
-
 void cloud_checkin(ubus_context *ctx, const char *type, bool delayed)
 {
     uint32_t cloud_comm = 0;
-    if (g_outstanding >= CLOUD_CHECKINS_MAX) {
+    if (gOutstanding >= CLOUD_CHECKINS_MAX) {
         log_warning("Too many check-ins are waiting for an answer, dropping one more");
         return;
     }
@@ -53,7 +49,7 @@ void cloud_checkin(ubus_context *ctx, const char *type, bool delayed)
         log_warning("Failed to trigger checkin");
         return;
     }
-    g_outstanding++;
+    gOutstanding++;
     log_info("Checkin triggered successfully");
 }
 

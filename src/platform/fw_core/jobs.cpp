@@ -10,8 +10,6 @@
 
 const package_job_event *gPackage_jobs_events;
 
-namespace {
-
 enum { JOB_NAME, JOB_ID, JOB_PARAMS, JOB_MEMBERS };
 
 constexpr blobmsg_policy JOB_EVENT_POLICY[JOB_MEMBERS] = {
@@ -19,7 +17,7 @@ constexpr blobmsg_policy JOB_EVENT_POLICY[JOB_MEMBERS] = {
 
 constexpr const char *PARAMS_NOT_VALID = "the params are not valid";
 
-const package_job_event *job_event_find(const char *name)
+static const package_job_event *job_event_find(const char *name)
 {
     for (const package_job_event *row = gPackage_jobs_events; row && row->name; row++)
         if (strcmp(row->name, name) == 0)
@@ -28,7 +26,7 @@ const package_job_event *job_event_find(const char *name)
 }
 
 /// Why an event for a known job cannot be obeyed or answered, or null.
-const char *job_event_fault(blob_attr *const *members)
+static const char *job_event_fault(blob_attr *const *members)
 {
     if (!members[JOB_ID])
         return "it has no id";
@@ -37,15 +35,14 @@ const char *job_event_fault(blob_attr *const *members)
     return nullptr;
 }
 
-void jobs_event_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg)
+static void jobs_event_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr *msg)
 {
     if (!zu_blobmsg_valid(msg)) {
         log_warning("Ignoring a job request that is malformed or nested too deeply");
         return;
     }
     blob_attr *members[JOB_MEMBERS] = {};
-    (void)blobmsg_parse(JOB_EVENT_POLICY, JOB_MEMBERS, members, blobmsg_data(msg),
-                        static_cast<unsigned>(blobmsg_data_len(msg)));
+    (void)zu_blobmsg_parse(JOB_EVENT_POLICY, members, msg);
     const package_job_event *row =
         members[JOB_NAME] ? job_event_find(blobmsg_get_string(members[JOB_NAME])) : nullptr;
     if (!row)
@@ -61,7 +58,7 @@ void jobs_event_cb(ubus_context *, ubus_event_handler *, const char *, blob_attr
         row->handler(row->job, id, members[JOB_PARAMS]);
 }
 
-void job_timeout_cb(uloop_timeout *timer)
+static void job_timeout_cb(uloop_timeout *timer)
 {
     generic_job *job = container_of(timer, generic_job, timer);
     log_warning("Job %s took too long", job->name);
@@ -69,7 +66,7 @@ void job_timeout_cb(uloop_timeout *timer)
 }
 
 /// Frees the run's data and makes the job ready for the next.
-void job_end(generic_job *job)
+static void job_end(generic_job *job)
 {
     uloop_timeout_cancel(&job->timer);
     job->running = false;
@@ -77,8 +74,6 @@ void job_end(generic_job *job)
         job->free_data(job);
     generic_job_free_data_handler(job);
 }
-
-} // namespace
 
 ubus_event_handler gUbus_jobs_event_handler = {.obj = {}, .cb = jobs_event_cb};
 

@@ -19,8 +19,6 @@ const blobmsg_policy ubus_package_gen_checkin_policy[2] = {{"checkin_type", BLOB
 const blobmsg_policy ubus_package_dump_state_policy[1] = {{"include_secrets", BLOBMSG_TYPE_INT8}};
 const blobmsg_policy ubus_package_maint_window_event_policy[1] = {{"active", BLOBMSG_TYPE_INT8}};
 
-namespace {
-
 using policy_span = std::span<const blobmsg_policy>;
 
 /// One call of a generic method.
@@ -32,7 +30,7 @@ struct package_call {
     blob_attr *msg;
 };
 
-const package_callbacks *callbacks_find(const char *object_name)
+static const package_callbacks *callbacks_find(const char *object_name)
 {
     for (int32_t i = 0; i < gPackage_method_handlers_index && i < PACKAGE_HANDLERS_MAX; i++) {
         const package_handler &handler = gPackage_method_handlers[i];
@@ -43,7 +41,8 @@ const package_callbacks *callbacks_find(const char *object_name)
 }
 
 /// UBUS_STATUS_OK with the callback found, or why there is none.
-int callback_find(const ubus_object *object, package_cb package_callbacks::*slot, package_cb *found)
+static int callback_find(const ubus_object *object, package_cb package_callbacks::*slot,
+                         package_cb *found)
 {
     const package_callbacks *callbacks = callbacks_find(object->name);
     if (!callbacks)
@@ -53,7 +52,7 @@ int callback_find(const ubus_object *object, package_cb package_callbacks::*slot
 }
 
 /// The name of a policy member that is there with another type, or null.
-const char *wrong_type_find(policy_span policy, blob_attr *msg)
+static const char *wrong_type_find(policy_span policy, blob_attr *msg)
 {
     blob_attr *member = nullptr;
     std::size_t rest = 0;
@@ -68,7 +67,7 @@ const char *wrong_type_find(policy_span policy, blob_attr *msg)
 }
 
 /// Logs why a message is refused; its content stays out of the log, as it may hold secrets.
-bool message_acceptable(const package_call &call, policy_span policy)
+static bool message_acceptable(const package_call &call, policy_span policy)
 {
     if (!zu_blobmsg_valid(call.msg)) {
         log_warning("Refusing %s of %s: the message is malformed or nested too deeply", call.method,
@@ -84,8 +83,8 @@ bool message_acceptable(const package_call &call, policy_span policy)
 }
 
 /// UBUS_STATUS_OK with the callback when a call may go on.
-int call_check(const package_call &call, policy_span policy, package_cb package_callbacks::*slot,
-               package_cb *callback)
+static int call_check(const package_call &call, policy_span policy,
+                      package_cb package_callbacks::*slot, package_cb *callback)
 {
     const int status = callback_find(call.object, slot, callback);
     if (status != UBUS_STATUS_OK)
@@ -93,7 +92,7 @@ int call_check(const package_call &call, policy_span policy, package_cb package_
     return message_acceptable(call, policy) ? UBUS_STATUS_OK : UBUS_STATUS_INVALID_ARGUMENT;
 }
 
-int reply_send(const package_call &call, blob_buf *reply)
+static int reply_send(const package_call &call, blob_buf *reply)
 {
     // Without a head the callback went past what a buffer can hold at all.
     const std::size_t size = reply->head ? blob_pad_len(reply->head) : SIZE_MAX;
@@ -106,8 +105,8 @@ int reply_send(const package_call &call, blob_buf *reply)
 }
 
 /// A method that replies with the document its callback makes.
-int document_method(const package_call &call, policy_span policy,
-                    package_cb package_callbacks::*slot)
+static int document_method(const package_call &call, policy_span policy,
+                           package_cb package_callbacks::*slot)
 {
     package_cb callback = nullptr;
     int status = call_check(call, policy, slot, &callback);
@@ -126,10 +125,10 @@ struct message_lines {
     unsigned count = 0;
 };
 
-message_lines *g_answered; // of the call that is being answered, or null
+static message_lines *gAnswered; // of the call that is being answered, or null
 
 /// Cut between characters, not within one.
-std::string_view cut_utf8(std::string_view text, std::size_t max)
+static std::string_view cut_utf8(std::string_view text, std::size_t max)
 {
     if (text.size() <= max)
         return text;
@@ -138,7 +137,7 @@ std::string_view cut_utf8(std::string_view text, std::size_t max)
     return text.substr(0, max);
 }
 
-void message_lines_add(const char *message, void *priv)
+static void message_lines_add(const char *message, void *priv)
 {
     auto *lines = static_cast<message_lines *>(priv);
     if (++lines->count > PACKAGE_MESSAGES_MAX)
@@ -147,7 +146,7 @@ void message_lines_add(const char *message, void *priv)
     (void)blobmsg_add_string(&lines->texts, nullptr, text.c_str());
 }
 
-int reply_add_texts(blob_buf *reply, const char *name, const message_lines &lines)
+static int reply_add_texts(blob_buf *reply, const char *name, const message_lines &lines)
 {
     void *array = blobmsg_open_array(reply, name);
     if (!array)
@@ -162,28 +161,25 @@ int reply_add_texts(blob_buf *reply, const char *name, const message_lines &line
     return failed;
 }
 
-bool has_params(blob_attr *msg)
+static bool has_params(blob_attr *msg)
 {
-    blob_attr *params = nullptr;
-    (void)blobmsg_parse(ubus_package_parse_config_policy, 1, &params, blobmsg_data(msg),
-                        static_cast<unsigned>(blobmsg_data_len(msg)));
-    return params != nullptr;
+    return zu_blobmsg_member(msg, ubus_package_parse_config_policy[0]) != nullptr;
 }
 
 /// Runs the callback and replies; the reply is sent whatever the outcome, which it explains.
-int parse_config_run(const package_call &call, package_cb callback)
+static int parse_config_run(const package_call &call, package_cb callback)
 {
     blob_buffer reply;
     message_lines lines;
     if (blob_buf_init(&reply, 0) != 0 || blob_buf_init(&lines.texts, 0) != 0)
         return UBUS_STATUS_NO_MEMORY;
     zu_log_set_error_listener(message_lines_add, &lines);
-    g_answered = &lines;
+    gAnswered = &lines;
     const int status = callback(call.ctx, call.msg, &reply);
     if (status != UBUS_STATUS_OK && !has_params(call.msg))
         package_explain("The settings document is missing: parse_config takes it as the table "
                         "'params'");
-    g_answered = nullptr;
+    gAnswered = nullptr;
     zu_log_set_error_listener(nullptr, nullptr);
     if (blobmsg_add_u8(&reply, "success", status == UBUS_STATUS_OK) != 0 ||
         reply_add_texts(&reply, "messages", lines) != 0)
@@ -191,8 +187,6 @@ int parse_config_run(const package_call &call, package_cb callback)
     const int sent = reply_send(call, &reply);
     return status != UBUS_STATUS_OK ? status : sent;
 }
-
-} // namespace
 
 int ubus_parse_config(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                       const char *method, blob_attr *msg)
@@ -224,9 +218,7 @@ int ubus_set_debug_level(ubus_context *ctx, ubus_object *obj, ubus_request_data 
 {
     if (!message_acceptable({ctx, obj, req, method, msg}, ubus_package_set_debug_level_policy))
         return UBUS_STATUS_INVALID_ARGUMENT;
-    blob_attr *level = nullptr;
-    (void)blobmsg_parse(ubus_package_set_debug_level_policy, 1, &level, blobmsg_data(msg),
-                        static_cast<unsigned>(blobmsg_data_len(msg)));
+    blob_attr *level = zu_blobmsg_member(msg, ubus_package_set_debug_level_policy[0]);
     const auto value = level ? static_cast<int32_t>(blobmsg_get_u32(level)) : -1;
     if (value < 0 || value > ZU_LOG_DEBUG) {
         log_warning("Refusing %s of %s: 'level' is not from 0 to %d", method, obj->name,
@@ -273,10 +265,8 @@ int ubus_health_check(ubus_context *ctx, ubus_object *obj, ubus_request_data *re
 static bool may_see_secrets(const ubus_request_data *req, blob_attr *msg)
 {
     static const blobmsg_policy RPC_SESSION = {"ubus_rpc_session", BLOBMSG_TYPE_STRING};
-    blob_attr *session = nullptr;
-    (void)blobmsg_parse(&RPC_SESSION, 1, &session, blobmsg_data(msg),
-                        static_cast<unsigned>(blobmsg_data_len(msg)));
-    return !session && (!req->acl.user || strcmp(req->acl.user, "root") == 0);
+    return !zu_blobmsg_member(msg, RPC_SESSION) &&
+           (!req->acl.user || strcmp(req->acl.user, "root") == 0);
 }
 
 int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req, const char *method,
@@ -293,16 +283,12 @@ int ubus_dump_state(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
 
 void package_explain(const char *text)
 {
-    if (g_answered)
-        message_lines_add(text, g_answered);
+    if (gAnswered)
+        message_lines_add(text, gAnswered);
 }
 
 bool package_include_secrets(blob_attr *msg)
 {
-    if (!msg)
-        return false;
-    blob_attr *include = nullptr;
-    (void)blobmsg_parse(ubus_package_dump_state_policy, 1, &include, blobmsg_data(msg),
-                        static_cast<unsigned>(blobmsg_data_len(msg)));
+    blob_attr *include = zu_blobmsg_member(msg, ubus_package_dump_state_policy[0]);
     return include && blobmsg_get_bool(include);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
 const settings_field *settings_find_row(const settings_level &level, const char *key)
@@ -45,8 +46,7 @@ bool settings_parse_level(const settings_level &level, blob_attr *table, setting
         return true;
     // libubox counts a table without members as malformed.
     if (is_table &&
-        blobmsg_parse(level.policy.data(), static_cast<int>(level.policy.size()), out->attrs.data(),
-                      blobmsg_data(table), static_cast<unsigned>(blobmsg_data_len(table))) == 0)
+        zu_blobmsg_parse(level.policy, std::span(out->attrs).first(level.policy.size()), table))
         return true;
     log_error("%s", level.broken);
     return false;

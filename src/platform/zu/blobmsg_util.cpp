@@ -17,7 +17,7 @@ static bool children_valid(blob_attr *container, int depth)
         if (!attr_valid(child, depth))
             return false;
     }
-    // The walk stops without a word at a length that does not fit.
+    // The walk just stops at a length that does not fit.
     return rest == 0;
 }
 
@@ -41,11 +41,27 @@ bool zu_blobmsg_valid(blob_attr *attr)
                                   : children_valid(attr, ZU_BLOBMSG_DEPTH_MAX);
 }
 
-json_text zu_blobmsg_json(blob_attr *attr, bool list)
+bool zu_blobmsg_parse(std::span<const blobmsg_policy> policy, std::span<blob_attr *> members,
+                      blob_attr *message)
+{
+    // Without data everything becomes null. What stands in a root and in a table is found alike.
+    return blobmsg_parse(policy.data(), static_cast<int>(policy.size()), members.data(),
+                         message ? blobmsg_data(message) : nullptr,
+                         message ? static_cast<unsigned>(blobmsg_data_len(message)) : 0) == 0;
+}
+
+blob_attr *zu_blobmsg_member(blob_attr *message, const blobmsg_policy &policy)
+{
+    blob_attr *member = nullptr;
+    (void)zu_blobmsg_parse({&policy, 1}, {&member, 1}, message);
+    return member;
+}
+
+zu_text zu_blobmsg_json(blob_attr *attr, bool list)
 {
     if (!zu_blobmsg_valid(attr))
         return nullptr;
-    return json_text(blobmsg_format_json_with_cb(attr, list, nullptr, nullptr, -1));
+    return zu_text(blobmsg_format_json_with_cb(attr, list, nullptr, nullptr, -1));
 }
 
 int zu_blobmsg_copy(blob_buf *buf, blob_attr *message)

@@ -1,18 +1,15 @@
 // Blobmsg helpers shared by all subsystems.
 #pragma once
 
-#include <cstdlib>
-#include <memory>
+#include <span>
 
 extern "C" {
 #include <libubox/blobmsg.h>
 }
 
-struct free_deleter {
-    void operator()(void *p) const { free(p); }
-};
-/// JSON text from libubox, freed with the handle.
-using json_text = std::unique_ptr<char, free_deleter>;
+#include "platform/zu/handle.h"
+
+using json_text = zu_text;
 
 /// A blob buffer that is freed with its scope.
 struct blob_buffer : blob_buf {
@@ -25,13 +22,21 @@ struct blob_buffer : blob_buf {
 /// Deepest nesting of tables and arrays that is taken from a message.
 constexpr int ZU_BLOBMSG_DEPTH_MAX = 32;
 /// True when a message, or one attribute, is well formed at every level and nests no deeper than
-/// ZU_BLOBMSG_DEPTH_MAX. Ask it of what a stranger sent before walking into tables: libubox checks
-/// one level only, and formats text by recursion without a limit. Null is not valid.
+/// ZU_BLOBMSG_DEPTH_MAX. To be asked of whatever came from outside before its tables are walked:
+/// libubox checks one level only, and formats text by recursion without a limit. Null is not valid.
 bool zu_blobmsg_valid(blob_attr *attr);
+
+/// Finds the members that the policy names in a message or a table. `members` is null where there
+/// is none of the right type, and everywhere when `message` is null. False when the message is
+/// malformed, or has no member at all.
+bool zu_blobmsg_parse(std::span<const blobmsg_policy> policy, std::span<blob_attr *> members,
+                      blob_attr *message);
+/// The one member, or null.
+blob_attr *zu_blobmsg_member(blob_attr *message, const blobmsg_policy &policy);
 
 /// Compact JSON of `attr` for a log line; null when it is not valid (as above) or memory runs out.
 /// `list` as in blobmsg_format_json: true for a message, false for one attribute.
-json_text zu_blobmsg_json(blob_attr *attr, bool list);
+zu_text zu_blobmsg_json(blob_attr *attr, bool list);
 /// Bytes that the message takes so far, also while tables and arrays of it are open: then
 /// `buf->head` is the innermost of them.
 inline size_t zu_blob_size(const blob_buf *buf)

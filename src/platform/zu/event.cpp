@@ -6,19 +6,19 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
-static ubus_context *g_context;
+static ubus_context *gContext;
 
 void zu_event_set_context(ubus_context *ctx)
 {
-    g_context = ctx;
+    gContext = ctx;
 }
 
 /// Sends, unless the connection is known to be gone: a call on it would only start its loss anew.
 static int event_send(const char *type, blob_attr *data)
 {
-    if (!g_context || g_context->sock.eof)
+    if (!gContext || gContext->sock.eof)
         return UBUS_STATUS_CONNECTION_FAILED;
-    return ubus_send_event(g_context, type, data);
+    return ubus_send_event(gContext, type, data);
 }
 
 int _zu_send_event(const char *type, blob_attr *data)

@@ -3,20 +3,17 @@
 #include "platform/zu/file.h"
 
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <string_view>
 #include <unistd.h>
 
-namespace {
+#include "platform/zu/handle.h"
+#include "platform/zu/number.h"
 
-ssize_t read_all(int fd, char *buffer, std::size_t size)
+static ssize_t read_all(int fd, char *buffer, std::size_t size)
 {
     std::size_t used = 0;
     while (used < size) {
@@ -32,21 +29,7 @@ ssize_t read_all(int fd, char *buffer, std::size_t size)
     return static_cast<ssize_t>(used);
 }
 
-int write_all(int fd, const char *text, std::size_t length)
-{
-    while (length > 0) {
-        const ssize_t put = write(fd, text, length);
-        if (put < 0 && errno == EINTR)
-            continue;
-        if (put < 0)
-            return -1;
-        text += put;
-        length -= static_cast<std::size_t>(put);
-    }
-    return 0;
-}
-
-std::string_view trim(std::string_view text)
+static std::string_view trim(std::string_view text)
 {
     constexpr const char *BLANKS = " \t\r\n";
     const std::size_t first = text.find_first_not_of(BLANKS);
@@ -54,8 +37,6 @@ std::string_view trim(std::string_view text)
         return {};
     return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
-
-} // namespace
 
 int file_read_int(const char *path, int *value)
 {
@@ -65,12 +46,7 @@ int file_read_int(const char *path, int *value)
     if (length < 0 || static_cast<std::size_t>(length) == sizeof buffer)
         return -1;
     const std::string_view text = trim({buffer, static_cast<std::size_t>(length)});
-    int parsed = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    if (error != std::errc() || end != text.data() + text.size())
-        return -1;
-    *value = parsed;
-    return 0;
+    return zu_number_read(text, value) ? 0 : -1;
 }
 
 int file_read_string(const char *path, std::string &text, std::size_t max_length)
@@ -87,29 +63,31 @@ int file_read_string(const char *path, std::string &text, std::size_t max_length
 
 ssize_t file_read_bin(const char *path, void *buffer, std::size_t size)
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (fd < 0)
-        return -1;
-    const ssize_t length = read_all(fd, static_cast<char *>(buffer), size);
-    const int saved_errno = errno;
-    close(fd);
-    errno = saved_errno;
-    return length;
+    const zu_descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    return file < 0 ? -1 : read_all(file, static_cast<char *>(buffer), size);
+}
+
+int file_write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t put = write(fd, text.data(), text.size());
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put < 0)
+            return -1;
+        text.remove_prefix(static_cast<std::size_t>(put));
+    }
+    return 0;
 }
 
 int _file_write_string(const char *path, const char *text, bool append)
 {
     const int mode = append ? O_APPEND : O_TRUNC;
-    const int fd = open(
-        path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | mode, 0644);
-    if (fd < 0)
+    zu_descriptor file(open(
+        path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK | mode, 0644));
+    if (file < 0 || file_write_all(file, text) < 0)
         return -1;
-    const int result = write_all(fd, text, strlen(text));
-    const int saved_errno = errno;
-    if (close(fd) < 0 && result == 0)
-        return -1;
-    errno = saved_errno;
-    return result;
+    return close(file.release()); // some file systems tell only here that there was no room
 }
 
 int _file_write_string_fmt(const char *path, bool append, const char *format, ...)
@@ -123,11 +101,8 @@ int _file_write_string_fmt(const char *path, bool append, const char *format, ..
         errno = ENOMEM;
         return -1;
     }
-    const int result = _file_write_string(path, formatted, append);
-    const int saved_errno = errno;
-    free(formatted);
-    errno = saved_errno;
-    return result;
+    const zu_text owned(formatted);
+    return _file_write_string(path, formatted, append);
 }
 
 bool process_is_alive(pid_t pid)

@@ -14,28 +14,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/zu/handle.h"
+
 FILE *gDebug_file;
 int gDebug_log_level = ZU_LOG_NOTICE;
 zu_log_error_listener gDebug_error_listener;
 
-namespace {
-
-struct free_text {
-    void operator()(char *text) const { free(text); }
-};
-using text_ptr = std::unique_ptr<char, free_text>;
-
-void *g_listener_priv;
-char *g_path;
-char *g_rotated_path;
-bool g_rotates = true;
+static void *gListener_priv;
+static char *gPath;
+static char *gRotated_path;
+static bool gRotates = true;
 
 constexpr int OPEN_FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY |
                            O_NONBLOCK; // a fifo in the file's place is not waited for
 constexpr mode_t LOG_MODE = 0640;
 
 /// True for a file that nobody else has a name of or put there: anybody may write to /tmp.
-bool is_ours_alone(int fd)
+static bool is_private_log(int fd)
 {
     struct stat info;
     return fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 1 &&
@@ -43,50 +38,45 @@ bool is_ours_alone(int fd)
 }
 
 /// A new file in the place of whatever has the name, or -1.
-int log_replace(const char *path)
+static zu_descriptor log_replace(const char *path)
 {
     if (unlink(path) < 0 && errno != ENOENT)
-        return -1;
-    const int fd = open(path, OPEN_FLAGS | O_EXCL, LOG_MODE);
+        return zu_descriptor();
+    zu_descriptor fd(open(path, OPEN_FLAGS | O_EXCL, LOG_MODE));
     if (fd >= 0)
         (void)!fchmod(fd, LOG_MODE); // whatever the umask took away
     return fd;
 }
 
-/// Opens for appending, or null. What is not a log of our own is replaced by one.
-FILE *log_open(const char *path)
+/// Opens for appending, or null. What another user put there, or has a name of, is replaced.
+static FILE *log_open(const char *path)
 {
-    int fd = open(path, OPEN_FLAGS & ~O_CREAT);
-    if (fd < 0 || !is_ours_alone(fd)) {
-        if (fd >= 0)
-            close(fd);
+    zu_descriptor fd(open(path, OPEN_FLAGS & ~O_CREAT));
+    if (fd < 0 || !is_private_log(fd))
         fd = log_replace(path);
-    }
     FILE *file = fd >= 0 ? fdopen(fd, "a") : nullptr;
-    if (!file) {
-        if (fd >= 0)
-            close(fd);
+    if (!file)
         return nullptr;
-    }
+    (void)fd.release(); // the stream's
     // A whole line fits, so each goes out in one write.
     setvbuf(file, nullptr, _IOFBF, LOG_MESSAGE_MAX + 1024);
     return file;
 }
 
 /// True unless the name belongs to another file than the open one, or to none.
-bool log_is_in_place()
+static bool log_is_in_place()
 {
     struct stat opened, named;
-    if (!g_path || fstat(fileno(gDebug_file), &opened) != 0)
+    if (!gPath || fstat(fileno(gDebug_file), &opened) != 0)
         return true;
-    return lstat(g_path, &named) == 0 && named.st_ino == opened.st_ino &&
+    return lstat(gPath, &named) == 0 && named.st_ino == opened.st_ino &&
            named.st_dev == opened.st_dev;
 }
 
 /// Goes on in a new file when somebody has taken the log away; in the old one if there is no room.
-void log_follow_name()
+static void log_follow_name()
 {
-    FILE *file = log_is_in_place() ? nullptr : log_open(g_path);
+    FILE *file = log_is_in_place() ? nullptr : log_open(gPath);
     if (!file)
         return;
     fclose(gDebug_file);
@@ -95,11 +85,11 @@ void log_follow_name()
 
 /// Moves the full file away and starts a new one. Where either cannot be done the file in hand is
 /// emptied: the limit holds in any case.
-void log_rotate()
+static void log_rotate()
 {
-    if (rename(g_path, g_rotated_path) < 0 && errno != ENOENT)
+    if (rename(gPath, gRotated_path) < 0 && errno != ENOENT)
         (void)!ftruncate(fileno(gDebug_file), 0);
-    FILE *file = log_open(g_path);
+    FILE *file = log_open(gPath);
     if (!file) {
         (void)!ftruncate(fileno(gDebug_file), 0);
         return;
@@ -108,19 +98,19 @@ void log_rotate()
     gDebug_file = file;
 }
 
-const char *level_word(int level)
+static const char *level_word(int level)
 {
     static constexpr const char *WORDS[] = {"", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
     return level >= ZU_LOG_ERROR && level <= ZU_LOG_DEBUG ? WORDS[level] : "";
 }
 
-bool is_control(char c)
+static bool is_control(char c)
 {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7f;
 }
 
-bool needs_escape(const char *message)
+static bool needs_escape(const char *message)
 {
     const char *end = message;
     while (*end && !is_control(*end))
@@ -130,10 +120,10 @@ bool needs_escape(const char *message)
 
 /// The message with its control characters as \xNN, cut to LOG_MESSAGE_MAX bytes; null without
 /// memory.
-text_ptr escape(const char *message)
+static zu_text escape(const char *message)
 {
     static constexpr char HEX[] = "0123456789abcdef";
-    text_ptr text(static_cast<char *>(malloc(static_cast<std::size_t>(LOG_MESSAGE_MAX) + 1)));
+    zu_text text(static_cast<char *>(malloc(static_cast<std::size_t>(LOG_MESSAGE_MAX) + 1)));
     if (!text)
         return nullptr;
     char *out = text.get();
@@ -152,7 +142,7 @@ text_ptr escape(const char *message)
     return text;
 }
 
-void write_line(int level, const char *function, int line, const char *message)
+static void write_line(int level, const char *function, int line, const char *message)
 {
     char stamp[LOG_TIMESTAMP_SIZE];
     zu_log_timestamp(stamp);
@@ -162,11 +152,11 @@ void write_line(int level, const char *function, int line, const char *message)
     if (fflush(gDebug_file) != 0)
         return; // no room: the line is lost
     // Appending leaves the offset at the end of the file, a forked child's lines included.
-    if (g_rotates && lseek(fileno(gDebug_file), 0, SEEK_CUR) > LOG_FILE_LIMIT)
+    if (gRotates && lseek(fileno(gDebug_file), 0, SEEK_CUR) > LOG_FILE_LIMIT)
         log_rotate();
 }
 
-void deliver(int level, const char *function, int line, const char *message)
+static void deliver(int level, const char *function, int line, const char *message)
 {
     if (gDebug_file && gDebug_log_level >= level) {
         write_line(level, function, line, message);
@@ -174,28 +164,26 @@ void deliver(int level, const char *function, int line, const char *message)
             system_log_send(level, message);
     }
     if (level == ZU_LOG_ERROR && gDebug_error_listener)
-        gDebug_error_listener(message, g_listener_priv);
+        gDebug_error_listener(message, gListener_priv);
 }
-
-} // namespace
 
 void debug_init(const char *path)
 {
     if (gDebug_file)
         fclose(gDebug_file);
     gDebug_file = nullptr;
-    free(g_path);
-    free(g_rotated_path);
-    g_path = strdup(path);
-    if (asprintf(&g_rotated_path, "%s.1", path) < 0)
-        g_rotated_path = nullptr;
-    if (g_path && g_rotated_path)
+    free(gPath);
+    free(gRotated_path);
+    gPath = strdup(path);
+    if (asprintf(&gRotated_path, "%s.1", path) < 0)
+        gRotated_path = nullptr;
+    if (gPath && gRotated_path)
         gDebug_file = log_open(path);
 }
 
 void zu_log_after_fork()
 {
-    g_rotates = false;
+    gRotates = false;
 }
 
 void debug_set_level(int level)
@@ -206,7 +194,7 @@ void debug_set_level(int level)
 void zu_log_set_error_listener(zu_log_error_listener listener, void *priv)
 {
     gDebug_error_listener = listener;
-    g_listener_priv = priv;
+    gListener_priv = priv;
 }
 
 void zu_log_timestamp(char (&buffer)[LOG_TIMESTAMP_SIZE])
@@ -231,7 +219,7 @@ void zu_log(int level, const char *function, int line, const char *format, ...)
         formatted = nullptr;
     va_end(args);
 
-    text_ptr message(formatted);
+    zu_text message(formatted);
     if (message && needs_escape(formatted))
         message = escape(formatted);
     deliver(level, function, line, message ? message.get() : "(no memory for this message)");

@@ -15,8 +15,8 @@ extern "C" {
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci_internal.h"
 
-static constinit uci_context_handle g_context;
-static constinit std::vector<ng_uci_changes> g_changes; // that are in memory only
+static constinit uci_context_handle gContext;
+static constinit std::vector<ng_uci_changes> gChanges; // that are in memory only
 
 // ---- the end of the callback
 
@@ -37,32 +37,32 @@ static uloop_timeout *end_of_callback()
 
 uci_context *ng_uci_change_context()
 {
-    if (!g_context) {
-        g_context.reset(uci_alloc_context());
-        if (g_context)
+    if (!gContext) {
+        gContext.reset(uci_alloc_context());
+        if (gContext)
             uloop_timeout_set(end_of_callback(), 0);
     }
-    return g_context.get();
+    return gContext.get();
 }
 
 // ---- writing
 
 ng_uci_changes &ng_uci_changes_of(const char *package)
 {
-    const auto place = std::find_if(g_changes.begin(), g_changes.end(),
+    const auto place = std::find_if(gChanges.begin(), gChanges.end(),
                                     [&](const ng_uci_changes &c) { return c.package == package; });
-    return place != g_changes.end() ? *place : g_changes.emplace_back(ng_uci_changes{package, {}});
+    return place != gChanges.end() ? *place : gChanges.emplace_back(ng_uci_changes{package, {}});
 }
 
 /// What is in memory of the package has been written elsewhere; it is read anew when next needed.
 static void forget_package(uci_package *package)
 {
     const std::string name = package->e.name;
-    g_changes.erase(std::remove_if(g_changes.begin(), g_changes.end(),
-                                   [&](const ng_uci_changes &c) { return c.package == name; }),
-                    g_changes.end());
+    gChanges.erase(std::remove_if(gChanges.begin(), gChanges.end(),
+                                  [&](const ng_uci_changes &c) { return c.package == name; }),
+                   gChanges.end());
     ng_uci_forget_items();
-    (void)uci_unload(g_context.get(), package);
+    (void)uci_unload(gContext.get(), package);
 }
 
 /// Appends what the changes come to to the delta file.
@@ -83,8 +83,8 @@ int ng_uci_flush()
 {
     int result = 0;
     // What cannot be saved stays: the next flush tries again.
-    for (const ng_uci_changes &changes : std::vector(g_changes)) {
-        uci_package *package = uci_lookup_package(g_context.get(), changes.package.c_str());
+    for (const ng_uci_changes &changes : std::vector(gChanges)) {
+        uci_package *package = uci_lookup_package(gContext.get(), changes.package.c_str());
         if (package && save_package(changes, package) == 0)
             forget_package(package);
         else
@@ -96,8 +96,8 @@ int ng_uci_flush()
 void ng_uci_drop_changes()
 {
     ng_uci_forget_items();
-    g_changes.clear();
-    g_context.reset();
+    gChanges.clear();
+    gContext.reset();
 }
 
 bool ng_uci_renew_change_context()

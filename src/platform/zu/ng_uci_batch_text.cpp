@@ -10,7 +10,7 @@ struct verb {
     ng_uci_action action;
 };
 
-static constexpr verb VERBS[] = {
+constexpr verb VERBS[] = {
     {"set", uci_set_string},
     {"add_list", ng_uci_add_list},
     {"del_list", ng_uci_del_list},

@@ -80,8 +80,6 @@ bool ng_uci_write_all(int fd, const std::string &text)
     return true;
 }
 
-namespace {
-
 /// A package's part of a commit: its new file, if it gets one, ready to be put in place, and the
 /// locks on the files that it was made from.
 struct commit_part {
@@ -90,8 +88,6 @@ struct commit_part {
 };
 
 enum attempt { DONE, FAILED, AGAIN };
-
-} // namespace
 
 static attempt failed_to_commit(const std::string &what, const char *reason)
 {

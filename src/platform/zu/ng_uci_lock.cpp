@@ -15,11 +15,11 @@
 
 constexpr int STEP_MS = 5;
 
-static int g_waited_ms; // in this callback
+static int gWaited_ms; // in this callback
 
 void ng_uci_reset_lock_wait()
 {
-    g_waited_ms = 0;
+    gWaited_ms = 0;
 }
 
 /// False when the name now belongs to another file than the one that is open.
@@ -40,13 +40,13 @@ bool ng_uci_open_locked(const std::string &path, int flags, int kind, ng_uci_des
             *file = std::move(opened);
             return true;
         }
-        if (g_waited_ms >= NG_UCI_LOCK_WAIT_MS) {
+        if (gWaited_ms >= NG_UCI_LOCK_WAIT_MS) {
             log_error("%s is locked by another process", path.c_str());
             return false;
         }
         const timespec step{0, STEP_MS * 1000000L};
         (void)nanosleep(&step, nullptr);
-        g_waited_ms += STEP_MS;
+        gWaited_ms += STEP_MS;
     }
 }
 

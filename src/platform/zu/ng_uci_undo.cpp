@@ -23,9 +23,9 @@ extern "C" {
 #include "platform/zu/ng_uci_internal.h"
 #include "platform/zu/shell.h"
 
-static constexpr char JOURNAL[] = UCI_CONFDIR "/.commit";
-static constexpr char OLD[] = ".undo";
-static constexpr char NEW[] = ".new";
+constexpr char JOURNAL[] = UCI_CONFDIR "/.commit";
+constexpr char OLD[] = ".undo";
+constexpr char NEW[] = ".new";
 constexpr int AGAIN_MS = 1000;
 
 /// "/etc/config/.NAME.SUFFIX": libuci takes no notice of names with a point.

@@ -13,8 +13,6 @@
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 
-namespace {
-
 constexpr const char *PLATFORM_FILE = "/etc/tarn/platform.json";
 constexpr std::size_t PLATFORM_FILE_MAX = 64 * 1024;
 
@@ -30,7 +28,7 @@ struct platform_data {
     bool radio_bands_missed = false;
 };
 
-constinit platform_data g_platform;
+static constinit platform_data gPlatform;
 
 struct json_deleter {
     void operator()(json_object *object) const { json_object_put(object); }
@@ -40,7 +38,7 @@ using json_handle = std::unique_ptr<json_object, json_deleter>;
 using tokener_handle = std::unique_ptr<json_tokener, json_deleter>;
 
 /// The member when it has that type; one of another type is logged.
-json_object *member(json_object *object, const char *name, json_type type)
+static json_object *member(json_object *object, const char *name, json_type type)
 {
     json_object *value = nullptr;
     if (!json_object_object_get_ex(object, name, &value))
@@ -51,7 +49,7 @@ json_object *member(json_object *object, const char *name, json_type type)
     return nullptr;
 }
 
-std::optional<std::string> text_member(json_object *object, const char *name)
+static std::optional<std::string> text_member(json_object *object, const char *name)
 {
     json_object *value = member(object, name, json_type_string);
     if (!value)
@@ -59,13 +57,13 @@ std::optional<std::string> text_member(json_object *object, const char *name)
     return json_object_get_string(value);
 }
 
-bool flag_member(json_object *object, const char *name)
+static bool flag_member(json_object *object, const char *name)
 {
     json_object *value = member(object, name, json_type_boolean);
     return value && json_object_get_boolean(value);
 }
 
-std::optional<int> count_member(json_object *object, const char *name)
+static std::optional<int> count_member(json_object *object, const char *name)
 {
     json_object *value = member(object, name, json_type_int);
     if (!value)
@@ -78,7 +76,7 @@ std::optional<int> count_member(json_object *object, const char *name)
     return static_cast<int>(count);
 }
 
-std::optional<std::vector<std::string>> radio_bands(json_object *wireless)
+static std::optional<std::vector<std::string>> radio_bands(json_object *wireless)
 {
     json_object *radios = member(wireless, "wifi_radios", json_type_array);
     if (!radios)
@@ -91,7 +89,7 @@ std::optional<std::vector<std::string>> radio_bands(json_object *wireless)
     return bands;
 }
 
-void _parse_platform_wireless(json_object *wireless, platform_data &data)
+static void _parse_platform_wireless(json_object *wireless, platform_data &data)
 {
     data.num_radios = count_member(wireless, "num_radios");
     data.dfs_support = flag_member(wireless, "dfs_support");
@@ -100,7 +98,7 @@ void _parse_platform_wireless(json_object *wireless, platform_data &data)
 }
 
 /// The whole text as one JSON object, or null (logged).
-json_handle parse_object(const char *json_text)
+static json_handle parse_object(const char *json_text)
 {
     const std::size_t length = strlen(json_text);
     if (length > PLATFORM_FILE_MAX) {
@@ -121,28 +119,26 @@ json_handle parse_object(const char *json_text)
     return nullptr;
 }
 
-const char *text_or_null(const std::optional<std::string> &text)
+static const char *text_or_null(const std::optional<std::string> &text)
 {
     return text ? text->c_str() : nullptr;
 }
 
 /// Without a description every member is missing, which has been said with it.
-void forget_board()
+static void forget_board()
 {
-    g_platform = {};
-    g_platform.radio_count_missed = g_platform.radio_bands_missed = true;
+    gPlatform = {};
+    gPlatform.radio_count_missed = gPlatform.radio_bands_missed = true;
 }
 
 /// Says that a member is missing: in the log once, as it stays missing, and to each caller who
 /// collects the errors of what it asked for.
-void miss_wireless_member(const char *name, bool *said)
+static void miss_wireless_member(const char *name, bool *said)
 {
     if (!*said || gDebug_error_listener)
         log_error("Wireless platform data has no %s member", name);
     *said = true;
 }
-
-} // namespace
 
 void platform_detect()
 {
@@ -164,45 +160,45 @@ bool _parse_platform_data(const char *json_text)
         forget_board();
         return false;
     }
-    g_platform = {};
-    g_platform.model = text_member(root.get(), "model");
-    g_platform.ctl_variant = text_member(root.get(), "ctl_variant");
-    g_platform.management_mac = text_member(root.get(), "management_mac");
+    gPlatform = {};
+    gPlatform.model = text_member(root.get(), "model");
+    gPlatform.ctl_variant = text_member(root.get(), "ctl_variant");
+    gPlatform.management_mac = text_member(root.get(), "management_mac");
     if (json_object *wireless = member(root.get(), "wireless", json_type_object))
-        _parse_platform_wireless(wireless, g_platform);
+        _parse_platform_wireless(wireless, gPlatform);
     return true;
 }
 
 const char *get_platform_ctl_variant()
 {
-    return text_or_null(g_platform.ctl_variant);
+    return text_or_null(gPlatform.ctl_variant);
 }
 
 const char *platform_get_model()
 {
-    return text_or_null(g_platform.model);
+    return text_or_null(gPlatform.model);
 }
 
 const char *platform_get_management_mac()
 {
-    return text_or_null(g_platform.management_mac);
+    return text_or_null(gPlatform.management_mac);
 }
 
 int platform_wireless_get_num_radios()
 {
-    if (g_platform.num_radios)
-        return *g_platform.num_radios;
-    miss_wireless_member("num_radios", &g_platform.radio_count_missed);
+    if (gPlatform.num_radios)
+        return *gPlatform.num_radios;
+    miss_wireless_member("num_radios", &gPlatform.radio_count_missed);
     return -1;
 }
 
 int platform_wireless_get_radio_idx(const char *band)
 {
-    if (!g_platform.radio_bands) {
-        miss_wireless_member("wifi_radios", &g_platform.radio_bands_missed);
+    if (!gPlatform.radio_bands) {
+        miss_wireless_member("wifi_radios", &gPlatform.radio_bands_missed);
         return -1;
     }
-    const std::vector<std::string> &bands = *g_platform.radio_bands;
+    const std::vector<std::string> &bands = *gPlatform.radio_bands;
     for (std::size_t i = 0; i < bands.size(); i++)
         if (!bands[i].empty() && bands[i] == band)
             return static_cast<int>(i);
@@ -211,11 +207,11 @@ int platform_wireless_get_radio_idx(const char *band)
 
 const char *platform_wireless_get_radio_band_name(int index)
 {
-    if (!g_platform.radio_bands) {
-        miss_wireless_member("wifi_radios", &g_platform.radio_bands_missed);
+    if (!gPlatform.radio_bands) {
+        miss_wireless_member("wifi_radios", &gPlatform.radio_bands_missed);
         return nullptr;
     }
-    const std::vector<std::string> &bands = *g_platform.radio_bands;
+    const std::vector<std::string> &bands = *gPlatform.radio_bands;
     if (index < 0 || static_cast<std::size_t>(index) >= bands.size() ||
         bands[static_cast<std::size_t>(index)].empty()) {
         log_error("Invalid radio index %d", index);
@@ -226,10 +222,10 @@ const char *platform_wireless_get_radio_band_name(int index)
 
 bool platform_wireless_get_dfs_support()
 {
-    return g_platform.dfs_support;
+    return gPlatform.dfs_support;
 }
 
 bool platform_wireless_get_scanning_support()
 {
-    return g_platform.scanning_support;
+    return gPlatform.scanning_support;
 }

@@ -15,9 +15,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/zu/handle.h"
 #include "platform/zu/log.h"
-
-namespace {
 
 constexpr int LIMIT_MS = 30000;
 /// After the group was killed: a process that hangs in the kernel does not end even then.
@@ -25,15 +24,11 @@ constexpr int KILLED_LIMIT_MS = 1000;
 /// A child's end interrupts the wait; this is for a SIGCHLD that nobody handles (before the loop).
 constexpr int STEP_MS = 20;
 
-struct dir_closer {
-    void operator()(DIR *dir) const { closedir(dir); }
-};
-
 /// Marks every descriptor but the standard ones close-on-exec. libcurl opens some (its resolver's,
 /// the multi handle's wake-up pair) that it neither marks nor shows.
-void descriptors_close_on_exec()
+static void descriptors_close_on_exec()
 {
-    const std::unique_ptr<DIR, dir_closer> dir(opendir("/proc/self/fd"));
+    const zu_directory dir(opendir("/proc/self/fd"));
     if (!dir)
         return;
     while (const dirent *entry = readdir(dir.get())) {
@@ -46,7 +41,7 @@ void descriptors_close_on_exec()
 /// 0 and the child's id, or errno. What the command says is nobody's business here, and `diff` says
 /// the keys that files of settings hold: it must not reach the system log, where our own output may
 /// go.
-int spawn_shell(const char *command, pid_t *pid)
+static int spawn_shell(const char *command, pid_t *pid)
 {
     posix_spawnattr_t attributes;
     int error = posix_spawnattr_init(&attributes);
@@ -67,7 +62,7 @@ int spawn_shell(const char *command, pid_t *pid)
     return error;
 }
 
-long now_ms()
+static long now_ms()
 {
     timespec now;
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
@@ -75,7 +70,7 @@ long now_ms()
 }
 
 /// Waits for this child alone, for others are the loop's. True when it has ended (`status` is set).
-bool wait_for(pid_t pid, int limit_ms, int *status)
+static bool wait_for(pid_t pid, int limit_ms, int *status)
 {
     // Between the look and the wait SIGCHLD is kept back, so that it ends the wait; the loop's
     // handler gets it there, for the loop's own children too.
@@ -95,8 +90,6 @@ bool wait_for(pid_t pid, int limit_ms, int *status)
     (void)sigprocmask(SIG_SETMASK, &before, nullptr);
     return ended != 0;
 }
-
-} // namespace
 
 shell_result shell_run(const char *command)
 {

@@ -5,8 +5,6 @@
 #include <memory>
 #include <new>
 
-namespace {
-
 struct pending_call {
     ubus_request request;
     uloop_timeout timer;
@@ -15,7 +13,7 @@ struct pending_call {
     void *priv;
 };
 
-void end_call(pending_call *call, int status)
+static void end_call(pending_call *call, int status)
 {
     const std::unique_ptr<pending_call> owner(call);
     uloop_timeout_cancel(&call->timer);
@@ -23,19 +21,17 @@ void end_call(pending_call *call, int status)
         call->done(status, call->priv);
 }
 
-void call_complete_cb(ubus_request *request, int status)
+static void call_complete_cb(ubus_request *request, int status)
 {
     end_call(container_of(request, pending_call, request), status);
 }
 
-void call_timeout_cb(uloop_timeout *timer)
+static void call_timeout_cb(uloop_timeout *timer)
 {
     pending_call *call = container_of(timer, pending_call, timer);
     ubus_abort_request(call->ctx, &call->request);
     end_call(call, UBUS_STATUS_TIMEOUT);
 }
-
-} // namespace
 
 int zu_ubus_call_async(ubus_context *ctx, uint32_t id, const char *method, blob_attr *msg,
                        int timeout_ms, zu_ubus_call_done done, void *priv)

@@ -14,8 +14,6 @@
 
 #include "platform/zu/log.h"
 
-namespace {
-
 /// A socket libcurl waits for. Made and dropped as libcurl says.
 struct curl_socket {
     uloop_fd watch;
@@ -24,7 +22,7 @@ struct curl_socket {
 };
 
 /// Runs the callbacks of the transfers that have ended.
-void collect_finished(uloop_curl_context *context)
+static void collect_finished(uloop_curl_context *context)
 {
     int queued = 0;
     // A callback may clean the context up: `multi` is looked at again each time.
@@ -47,14 +45,14 @@ void collect_finished(uloop_curl_context *context)
 }
 
 /// Takes a started transfer out of libcurl's hands.
-void unstart(uloop_curl_easy *easy)
+static void unstart(uloop_curl_easy *easy)
 {
     curl_multi_remove_handle(easy->context->multi, easy->easy);
     list_del_init(&easy->list);
     easy->started = false;
 }
 
-void end(uloop_curl_easy *easy, CURLcode result)
+static void end(uloop_curl_easy *easy, CURLcode result)
 {
     unstart(easy);
     easy->result = result;
@@ -62,7 +60,7 @@ void end(uloop_curl_easy *easy, CURLcode result)
         easy->cb(easy);
 }
 
-uloop_curl_easy *find_unwatched(uloop_curl_context *context)
+static uloop_curl_easy *find_unwatched(uloop_curl_context *context)
 {
     uloop_curl_easy *easy;
     list_for_each_entry(easy, &context->easies, list)
@@ -74,7 +72,7 @@ uloop_curl_easy *find_unwatched(uloop_curl_context *context)
 }
 
 /// Ends the transfers that would wait for a socket that the loop does not watch.
-void end_unwatched(uloop_curl_context *context)
+static void end_unwatched(uloop_curl_context *context)
 {
     while (context->multi) {
         uloop_curl_easy *easy = find_unwatched(context);
@@ -84,7 +82,7 @@ void end_unwatched(uloop_curl_context *context)
     }
 }
 
-void report(uloop_curl_context *context, curl_socket_t fd, int events)
+static void report(uloop_curl_context *context, curl_socket_t fd, int events)
 {
     int running = 0;
     const CURLMcode code = curl_multi_socket_action(context->multi, fd, events, &running);
@@ -94,7 +92,7 @@ void report(uloop_curl_context *context, curl_socket_t fd, int events)
     end_unwatched(context);
 }
 
-void socket_ready_cb(uloop_fd *watch, unsigned int events)
+static void socket_ready_cb(uloop_fd *watch, unsigned int events)
 {
     // libcurl may drop the record of the socket while it handles the event.
     uloop_curl_context *context = container_of(watch, curl_socket, watch)->context;
@@ -106,19 +104,19 @@ void socket_ready_cb(uloop_fd *watch, unsigned int events)
     report(context, watch->fd, curl_events);
 }
 
-void timeout_cb(uloop_timeout *timer)
+static void timeout_cb(uloop_timeout *timer)
 {
     report(container_of(timer, uloop_curl_context, timer), CURL_SOCKET_TIMEOUT, 0);
 }
 
-void socket_drop(curl_socket *socket)
+static void socket_drop(curl_socket *socket)
 {
     uloop_fd_delete(&socket->watch);
     list_del(&socket->list);
     delete socket;
 }
 
-curl_socket *socket_add(uloop_curl_context *context, curl_socket_t fd)
+static curl_socket *socket_add(uloop_curl_context *context, curl_socket_t fd)
 {
     auto *socket = new (std::nothrow) curl_socket{};
     if (!socket)
@@ -132,7 +130,7 @@ curl_socket *socket_add(uloop_curl_context *context, curl_socket_t fd)
 }
 
 /// Keeps a socket in the loop when its peer hangs up: what becomes of it is libcurl's to say.
-int socket_watch(curl_socket *socket, int what)
+static int socket_watch(curl_socket *socket, int what)
 {
     unsigned int flags = ULOOP_ERROR_CB;
     if (what & CURL_POLL_IN)
@@ -148,7 +146,7 @@ int socket_watch(curl_socket *socket, int what)
 
 /// libcurl's wish about one socket. It is never refused: libcurl would give up all transfers, and
 /// end none. The one that the socket belongs to is ended when libcurl has returned.
-int socket_cb(CURL *handle, curl_socket_t fd, int what, void *context_ptr, void *socket_ptr)
+static int socket_cb(CURL *handle, curl_socket_t fd, int what, void *context_ptr, void *socket_ptr)
 {
     auto *context = static_cast<uloop_curl_context *>(context_ptr);
     auto *socket = static_cast<curl_socket *>(socket_ptr);
@@ -169,7 +167,7 @@ int socket_cb(CURL *handle, curl_socket_t fd, int what, void *context_ptr, void 
 }
 
 /// The loop's timers fire up to one millisecond early, at which libcurl would have nothing to do.
-int timer_cb(CURLM *, long timeout_ms, void *context_ptr)
+static int timer_cb(CURLM *, long timeout_ms, void *context_ptr)
 {
     auto *context = static_cast<uloop_curl_context *>(context_ptr);
     if (timeout_ms < 0)
@@ -182,13 +180,13 @@ int timer_cb(CURLM *, long timeout_ms, void *context_ptr)
     return 0;
 }
 
-curl_socket_t open_socket_cb(void *, curlsocktype, curl_sockaddr *address)
+static curl_socket_t open_socket_cb(void *, curlsocktype, curl_sockaddr *address)
 {
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 /// Once for the process; what it sets up lives as long as that does.
-bool library_ready()
+static bool library_ready()
 {
     static bool ready;
     if (ready)
@@ -203,7 +201,7 @@ bool library_ready()
 }
 
 /// What holds for every transfer of the daemon.
-CURLcode set_defaults(uloop_curl_easy *easy)
+static CURLcode set_defaults(uloop_curl_easy *easy)
 {
     CURL *handle = easy->easy;
     int failed = curl_easy_setopt(handle, CURLOPT_PRIVATE, easy);
@@ -222,8 +220,6 @@ CURLcode set_defaults(uloop_curl_easy *easy)
 #endif
     return static_cast<CURLcode>(failed);
 }
-
-} // namespace
 
 int uloop_curl_init(uloop_curl_context *context)
 {
