@@ -2,14 +2,13 @@
 #include "netlink/batman.h"
 
 #include <cerrno>
-#include <cstring>
+#include <linux/batman_adv.h>
 #include <net/if.h>
 
 #include "netlink/batman_internal.h"
 #include "netlink/nl_handle.h"
 #include "platform/zu/log.h"
 
-constexpr const char *FAMILY_NAME = "batadv";
 constexpr const char *MESH_NAME = "bat0";
 
 bat_neighbor_query gBat_neighbor_query;
@@ -26,7 +25,7 @@ static int query_open(bat_neighbor_query *query)
         log_error("Unable to connect to netlink socket for BATMAN");
         return -1;
     }
-    query->family_id = genl_ctrl_resolve(query->socket, FAMILY_NAME);
+    query->family_id = genl_ctrl_resolve(query->socket, BATADV_NL_NAME);
     if (query->family_id < 0) {
         log_error("Unable to find BATMAN on netlink socket");
         return -1;
@@ -58,8 +57,8 @@ void bat_nlsock_close()
 /// The kernel refused the dump as a whole.
 static int refused_cb(sockaddr_nl *, nlmsgerr *refusal, void *ended)
 {
-    *(bool *)ended = true;
-    log_error("Got error: %s", strerror((int)(0u - (unsigned)refusal->error)));
+    *static_cast<bool *>(ended) = true;
+    log_error("Got error: %s", nl_kernel_error_text(refusal->error));
     return NL_STOP;
 }
 
@@ -101,6 +100,6 @@ uint32_t bat_check_neighbors()
     uint32_t counter = 0;
     if (!neighbors_dump(request.get(), &counter))
         bat_nlsock_close();
-    log_debug("Got %d neighbors on BATMAN iface", (int)counter);
+    log_debug("Got %d neighbors on BATMAN iface", static_cast<int>(counter));
     return counter;
 }

@@ -107,8 +107,8 @@ struct ng_nl80211_event {
     std::optional<uint32_t> ifindex;
     std::optional<uint32_t> frequency_mhz;
     std::optional<uint32_t> radar_event;
-    uint32_t width_mhz;                      ///< 0: not told
-    uint32_t center_mhz;                     ///< 0: not told
+    uint32_t width_mhz;                      ///< 0: not in the event
+    uint32_t center_mhz;                     ///< 0: not in the event
     std::optional<uint32_t> ch_switch_count; ///< beacons until the switch
     bool ch_switch_block_tx;                 ///< quiet until the switch, as radar demands
 };

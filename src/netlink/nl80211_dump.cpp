@@ -38,7 +38,7 @@ static void interruption_note(nlmsghdr *header, dump_progress *progress)
 
 static int valid_cb(nl_msg *msg, void *arg)
 {
-    auto *progress = (dump_progress *)arg;
+    auto *progress = static_cast<dump_progress *>(arg);
     interruption_note(nlmsg_hdr(msg), progress);
     if (!progress->request->reader(nlmsg_hdr(msg), progress->request->arg))
         log_debug("nl80211: message without use in the answer to command %d",
@@ -48,7 +48,7 @@ static int valid_cb(nl_msg *msg, void *arg)
 
 static int finish_cb(nl_msg *msg, void *arg)
 {
-    auto *progress = (dump_progress *)arg;
+    auto *progress = static_cast<dump_progress *>(arg);
     interruption_note(nlmsg_hdr(msg), progress);
     progress->error = nl_dump_end_error(msg);
     progress->done = true;
@@ -57,7 +57,7 @@ static int finish_cb(nl_msg *msg, void *arg)
 
 static int refused_cb(sockaddr_nl *, nlmsgerr *refusal, void *arg)
 {
-    auto *progress = (dump_progress *)arg;
+    auto *progress = static_cast<dump_progress *>(arg);
     progress->error = refusal->error;
     progress->done = true;
     return NL_STOP;
@@ -100,20 +100,20 @@ static int dump_once(dump_progress *progress)
     return exchange(socket.get(), msg.get(), progress);
 }
 
-/// True when a command fails in another way than it did the last time: what stays as it is is said
-/// once, not at each dump. `error` is negative for the library's, positive for the kernel's, else
-/// 0.
+/// True when a command fails in another way than it did the last time: a failure that goes on is
+/// logged once, not at each dump. `error`: the library's is negative, the kernel's positive, 0 is
+/// none.
 static bool is_news(int command, int error)
 {
     static int last_errors[UINT8_MAX + 1]; // by command, which is a byte
     return std::exchange(last_errors[command & UINT8_MAX], error) != error;
 }
 
-/// A kernel without nl80211 stays without it: that is told once for all commands.
+/// A kernel without nl80211 stays without it: that is said once for all commands.
 static void log_failure(int command, int error)
 {
-    static bool absence_told;
-    if (error == -NLE_OBJ_NOTFOUND && std::exchange(absence_told, true))
+    static bool is_absence_said;
+    if (error == -NLE_OBJ_NOTFOUND && std::exchange(is_absence_said, true))
         return;
     if (is_news(command, error))
         log_error("nl80211: command %d failed: %s", command, nl_geterror(error));
@@ -130,7 +130,7 @@ int nl80211_dump(const nl80211_dump_request &request)
     int error = abs(progress.error);
     if (is_news(request.command, error) && error != 0)
         log_notice("nl80211: command %d on interface %d answered: %s", request.command,
-                   (int)request.ifindex, strerror(error));
+                   static_cast<int>(request.ifindex), strerror(error));
     if (error != 0)
         return -error;
     return progress.interrupted ? -EINTR : 0;

@@ -19,7 +19,7 @@ constexpr size_t MEMBERSHIP_WORDS = 64;
 
 static int event_cb(nl_msg *msg, void *arg)
 {
-    const auto *listener = (const ng_nl80211_listener *)arg;
+    const auto *listener = static_cast<const ng_nl80211_listener *>(arg);
     ng_nl80211_event event;
     if (!nl80211_event_read(nlmsg_hdr(msg), &event)) {
         log_warning("nl80211: event without a header ignored");
@@ -31,12 +31,12 @@ static int event_cb(nl_msg *msg, void *arg)
 
 static int count_cb(nl_msg *, void *arg)
 {
-    ((ng_nl80211_listener *)arg)->received++;
+    static_cast<ng_nl80211_listener *>(arg)->received++;
     return NL_OK;
 }
 
-/// Events carry no sequence number of ours. The socket's own switch does not reach a callback set
-/// that is given to nl_recvmsgs().
+/// Events answer no request, so their sequence numbers match none. The socket's own switch does not
+/// reach a callback set that is given to nl_recvmsgs().
 static int any_sequence_cb(nl_msg *, void *)
 {
     return NL_OK;

@@ -12,10 +12,11 @@ constexpr uint16_t MAC_LENGTH = std::tuple_size_v<ng_mac_address>;
 /// Attributes above this one are of no use here; old kernels know fewer, new ones more.
 constexpr size_t HIGHEST_ATTR = 294;
 
-static_assert(NG_NL80211_CH_SWITCH_NOTIFY == (int)NL80211_CMD_CH_SWITCH_NOTIFY);
-static_assert(NG_NL80211_RADAR_DETECT == (int)NL80211_CMD_RADAR_DETECT);
-static_assert(NG_NL80211_CH_SWITCH_STARTED_NOTIFY == (int)NL80211_CMD_CH_SWITCH_STARTED_NOTIFY);
-static_assert(NG_NL80211_RADAR_PRE_CAC_EXPIRED == (int)NL80211_RADAR_PRE_CAC_EXPIRED);
+static_assert(NG_NL80211_CH_SWITCH_NOTIFY == static_cast<int>(NL80211_CMD_CH_SWITCH_NOTIFY));
+static_assert(NG_NL80211_RADAR_DETECT == static_cast<int>(NL80211_CMD_RADAR_DETECT));
+static_assert(NG_NL80211_CH_SWITCH_STARTED_NOTIFY ==
+              static_cast<int>(NL80211_CMD_CH_SWITCH_STARTED_NOTIFY));
+static_assert(NG_NL80211_RADAR_PRE_CAC_EXPIRED == static_cast<int>(NL80211_RADAR_PRE_CAC_EXPIRED));
 
 constexpr auto MESSAGE_POLICY = [] {
     nl_policy<HIGHEST_ATTR> policy = {};
@@ -94,7 +95,7 @@ static bool message_parse(nl_attributes<HIGHEST_ATTR> *out, nlmsghdr *message, u
 {
     if (!genlmsg_valid_hdr(message, 0))
         return false;
-    auto *generic = (genlmsghdr *)nlmsg_data(message);
+    auto *generic = static_cast<genlmsghdr *>(nlmsg_data(message));
     return generic->cmd == command && nl_message_parse(out, generic, MESSAGE_POLICY);
 }
 
@@ -185,7 +186,7 @@ bool nl80211_event_read(nlmsghdr *message, ng_nl80211_event *out)
 {
     if (!genlmsg_valid_hdr(message, 0))
         return false;
-    auto *generic = (genlmsghdr *)nlmsg_data(message);
+    auto *generic = static_cast<genlmsghdr *>(nlmsg_data(message));
     *out = {};
     out->command = generic->cmd;
     nl_attributes<HIGHEST_ATTR> attrs;

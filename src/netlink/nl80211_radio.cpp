@@ -6,9 +6,9 @@
 #include "netlink/nl80211_internal.h"
 #include "netlink/nl_attr.h"
 
-static_assert(NG_NL80211_DFS_USABLE == (int)NL80211_DFS_USABLE);
-static_assert(NG_NL80211_DFS_UNAVAILABLE == (int)NL80211_DFS_UNAVAILABLE);
-static_assert(NG_NL80211_DFS_AVAILABLE == (int)NL80211_DFS_AVAILABLE);
+static_assert(NG_NL80211_DFS_USABLE == static_cast<int>(NL80211_DFS_USABLE));
+static_assert(NG_NL80211_DFS_UNAVAILABLE == static_cast<int>(NL80211_DFS_UNAVAILABLE));
+static_assert(NG_NL80211_DFS_AVAILABLE == static_cast<int>(NL80211_DFS_AVAILABLE));
 
 constexpr auto WIPHY_POLICY = [] {
     nl_policy<NL80211_ATTR_WIPHY_BANDS> policy = {};
@@ -75,7 +75,7 @@ bool nl80211_radio_merge(nlmsghdr *message, std::vector<ng_nl80211_radio> *radio
 {
     if (!genlmsg_valid_hdr(message, 0))
         return false;
-    auto *generic = (genlmsghdr *)nlmsg_data(message);
+    auto *generic = static_cast<genlmsghdr *>(nlmsg_data(message));
     nl_attributes<NL80211_ATTR_WIPHY_BANDS> attrs;
     if (generic->cmd != NL80211_CMD_NEW_WIPHY || !nl_message_parse(&attrs, generic, WIPHY_POLICY) ||
         !attrs[NL80211_ATTR_WIPHY])

@@ -31,7 +31,7 @@ template <size_t SIZE>
 bool nl_message_parse(std::array<nlattr *, SIZE> *out, genlmsghdr *generic,
                       const std::array<nla_policy, SIZE> &policy)
 {
-    return nla_parse(out->data(), (int)SIZE - 1, genlmsg_attrdata(generic, 0),
+    return nla_parse(out->data(), static_cast<int>(SIZE) - 1, genlmsg_attrdata(generic, 0),
                      genlmsg_attrlen(generic, 0), policy.data()) >= 0;
 }
 
@@ -40,7 +40,8 @@ template <size_t SIZE>
 bool nl_nest_parse(std::array<nlattr *, SIZE> *out, nlattr *nest,
                    const std::array<nla_policy, SIZE> &policy)
 {
-    return nest && nla_parse_nested(out->data(), (int)SIZE - 1, nest, policy.data()) >= 0;
+    return nest &&
+           nla_parse_nested(out->data(), static_cast<int>(SIZE) - 1, nest, policy.data()) >= 0;
 }
 
 inline std::optional<uint32_t> nl_u32(nlattr *attribute)
@@ -56,5 +57,5 @@ inline uint64_t nl_u64_or_0(nlattr *attribute)
 /// A byte that holds a signed number of dBm.
 inline std::optional<int8_t> nl_dbm(nlattr *attribute)
 {
-    return attribute ? std::optional((int8_t)nla_get_u8(attribute)) : std::nullopt;
+    return attribute ? std::optional(static_cast<int8_t>(nla_get_u8(attribute))) : std::nullopt;
 }

@@ -11,3 +11,9 @@ int nl_dump_end_error(nl_msg *done)
         memcpy(&error, nlmsg_data(header), sizeof error);
     return error;
 }
+
+const char *nl_kernel_error_text(int error)
+{
+    // In unsigned arithmetic: the number comes from outside, and may be INT_MIN.
+    return strerror(static_cast<int>(0u - static_cast<unsigned>(error)));
+}

@@ -20,3 +20,5 @@ using nl_msg_handle = std::unique_ptr<nl_msg, nl_release>;
 /// The error code that ends a dump (0 or a negative errno): the kernel reports failures of a dump
 /// that had begun behind the header of its last message, not as an error message.
 int nl_dump_end_error(nl_msg *done);
+/// The text of an error as the kernel sends it, negated.
+const char *nl_kernel_error_text(int error);

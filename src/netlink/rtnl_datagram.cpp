@@ -33,8 +33,8 @@ static rtnl_verdict error_message_read(std::span<const uint8_t> message, rtnl_an
         answer_set(answer, message);
         return RTNL_ANSWERED;
     }
-    // Negated in unsigned arithmetic: the code is not ours, INT_MIN is possible.
-    int code = (int)(0u - (unsigned)error.error);
+    // Negated in unsigned arithmetic: the number comes from outside, and may be INT_MIN.
+    int code = static_cast<int>(0u - static_cast<unsigned>(error.error));
     log_error("RTNETLINK answers: %s (%d)", strerror(code), error.error);
     errno = code;
     return RTNL_FAILED;
@@ -62,7 +62,7 @@ rtnl_verdict rtnl_datagram_read(const rtnl_datagram &datagram, const rtnl_expect
             if (datagram.truncated)
                 log_error("truncated message");
             else
-                log_error("malformed message: len=%d", (int)header.nlmsg_len);
+                log_error("malformed message: len=%d", static_cast<int>(header.nlmsg_len));
             return RTNL_FAILED;
         }
         if (datagram.sender_port == 0 && header.nlmsg_pid == expected.port &&
@@ -78,7 +78,7 @@ rtnl_verdict rtnl_datagram_read(const rtnl_datagram &datagram, const rtnl_expect
         return RTNL_WAITING;
     }
     if (!rest.empty()) {
-        log_error("did not parse %d parse bytes", (int)rest.size());
+        log_error("did not parse %d parse bytes", static_cast<int>(rest.size()));
         return RTNL_FAILED;
     }
     return RTNL_WAITING;

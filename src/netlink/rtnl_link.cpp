@@ -64,14 +64,14 @@ int _ng_rtnl_iface_create(unsigned kind, const char *name, uint16_t vid)
         return -1;
     }
     if (kind >= RTNL_KIND_COUNT) {
-        log_error("invalid rtnl iface type %d", (int)kind);
+        log_error("invalid rtnl iface type %d", static_cast<int>(kind));
         return -1;
     }
     if (!name_length_ok(name)) {
         log_error("ifname name has invalid length: '%s'", name);
         return -1;
     }
-    rtnl_link_create link = {(rtnl_iface_kind)kind, name, 0, vid};
+    rtnl_link_create link = {static_cast<rtnl_iface_kind>(kind), name, 0, vid};
     char vlan_name[IFNAMSIZ];
     if (link.kind == RTNL_KIND_VLAN && vlan_describe(&link, name, vlan_name) < 0)
         return -1;
@@ -145,7 +145,7 @@ int ng_rtnl_bridge_set(const char *bridge, const char *port)
     int result = master_set(port_index, bridge_index);
     if (result < 0)
         log_error("failed to rtnl send: ret %d : slave '%s' (%d) : bridge '%s' (%d)", result, port,
-                  (int)port_index, bridge_text, (int)bridge_index);
+                  static_cast<int>(port_index), bridge_text, static_cast<int>(bridge_index));
     return result;
 }
 
@@ -248,7 +248,7 @@ int ng_rtnl_iface_link_set_up(const char *name, bool up, bool running)
         log_error("%s: failed to get ifindex", name);
         return -1;
     }
-    log_notice("%s: ifindex = %d", name, (int)index);
+    log_notice("%s: ifindex = %d", name, static_cast<int>(index));
 
     rtnl_link_request request = rtnl_link_request_make(RTM_NEWLINK, NLM_F_REQUEST, index);
     request.info.ifi_change = IFF_UP;

@@ -28,16 +28,16 @@ int ng_addattr_l(nlmsghdr *msg, size_t maxlen, uint16_t type, const void *data, 
     uint64_t start = (uint64_t{msg->nlmsg_len} + 3) & ~uint64_t{3};
     uint64_t end = start + ((uint64_t{len} + RTA_LENGTH(0) + 3) & ~uint64_t{3});
     if (len > UINT16_MAX - RTA_LENGTH(0) || end > maxlen) {
-        log_error("message exceeded bound of %d", (int)maxlen);
+        log_error("message exceeded bound of %d", static_cast<int>(maxlen));
         return -1;
     }
     auto *bytes = reinterpret_cast<uint8_t *>(msg);
-    rtattr attribute = {.rta_len = (unsigned short)RTA_LENGTH(len), .rta_type = type};
+    rtattr attribute = {.rta_len = static_cast<unsigned short>(RTA_LENGTH(len)), .rta_type = type};
     memset(bytes + start, 0, end - start);
     memcpy(bytes + start, &attribute, sizeof attribute);
     if (data && len > 0)
         memcpy(bytes + start + sizeof attribute, data, len);
-    msg->nlmsg_len = (uint32_t)end;
+    msg->nlmsg_len = static_cast<uint32_t>(end);
     return 0;
 }
 
@@ -48,7 +48,7 @@ rtnl_link_request rtnl_link_request_make(uint16_t type, uint16_t flags, uint32_t
     request.header.nlmsg_type = type;
     request.header.nlmsg_flags = flags;
     request.info.ifi_family = AF_PACKET;
-    request.info.ifi_index = (int)ifindex;
+    request.info.ifi_index = static_cast<int>(ifindex);
     return request;
 }
 
@@ -57,7 +57,8 @@ static int link_add(rtnl_link_request *request, uint16_t type, const void *data,
     return ng_addattr_l(&request->header, sizeof *request, type, data, len);
 }
 
-/// Opens a nest; its offset is given to nest_close(). A nest is told by its type, not by a flag.
+/// Opens a nest; its offset is given to nest_close(). The kernel knows a nest by its type here, not
+/// by the flag for nests.
 static int nest_open(rtnl_link_request *request, uint16_t type, uint32_t *offset)
 {
     *offset = NLMSG_ALIGN(request->header.nlmsg_len);
@@ -66,7 +67,7 @@ static int nest_open(rtnl_link_request *request, uint16_t type, uint32_t *offset
 
 static void nest_close(rtnl_link_request *request, uint32_t offset)
 {
-    auto length = (uint16_t)(request->header.nlmsg_len - offset);
+    auto length = static_cast<uint16_t>(request->header.nlmsg_len - offset);
     memcpy(reinterpret_cast<uint8_t *>(request) + offset, &length, sizeof length);
 }
 
@@ -106,10 +107,10 @@ static int rule_add(rtnl_rule_request *request, uint16_t type, const void *data,
 static int rule_table_add(rtnl_rule_request *request, int table)
 {
     if (table <= MAX_HEADER_TABLE) {
-        request->rule.table = (uint8_t)table;
+        request->rule.table = static_cast<uint8_t>(table);
         return 0;
     }
-    auto number = (uint32_t)table;
+    auto number = static_cast<uint32_t>(table);
     return rule_add(request, FRA_TABLE, &number, sizeof number);
 }
 
@@ -124,7 +125,7 @@ static int rule_addresses_add(rtnl_rule_request *request, const rtnl_rule &rule)
     if (!rule.dst)
         return 0;
     // Modulo 32: a prefix length of 0 keeps the whole address.
-    unsigned host_bits = (32u - (unsigned)rule.dst_len) % 32;
+    unsigned host_bits = (32u - static_cast<unsigned>(rule.dst_len)) % 32;
     uint32_t dst = htonl((rule.dst >> host_bits) << host_bits);
     return rule_add(request, FRA_DST, &dst, sizeof dst);
 }
@@ -134,12 +135,12 @@ int rtnl_rule_build(rtnl_rule_request *request, const rtnl_rule &rule)
     *request = {};
     request->header.nlmsg_len = NLMSG_LENGTH(sizeof(fib_rule_hdr));
     request->header.nlmsg_type = rule.msg_type;
-    request->header.nlmsg_flags = (uint16_t)(rule.msg_flags | NLM_F_REQUEST);
+    request->header.nlmsg_flags = static_cast<uint16_t>(rule.msg_flags | NLM_F_REQUEST);
     request->rule.family = AF_INET;
-    request->rule.dst_len = (uint8_t)rule.dst_len;
+    request->rule.dst_len = static_cast<uint8_t>(rule.dst_len);
     request->rule.action = rule.route_type;
 
-    uint32_t priority = rule.priority < 0 ? DEFAULT_PRIORITY : (uint32_t)rule.priority;
+    uint32_t priority = rule.priority < 0 ? DEFAULT_PRIORITY : static_cast<uint32_t>(rule.priority);
     if (rule_add(request, FRA_PRIORITY, &priority, sizeof priority) < 0 ||
         rule_table_add(request, rule.table) < 0 || rule_addresses_add(request, rule) < 0)
         return -1;

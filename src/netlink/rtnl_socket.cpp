@@ -1,5 +1,5 @@
-// The route netlink socket: opened for one request, closed after its answer. The bytes are the
-// business of rtnl_message.cpp and rtnl_datagram.cpp.
+// The route netlink socket: opened for one request, closed after its answer. Requests are
+// made in rtnl_message.cpp, answers read in rtnl_datagram.cpp.
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -42,7 +42,7 @@ static int local_bind(rtnl_handle *rtnl, uint32_t subscriptions)
         return -1;
     }
     if (length != sizeof rtnl->local) {
-        log_error("wrong address length %d", (int)length);
+        log_error("wrong address length %d", static_cast<int>(length));
         return -1;
     }
     if (rtnl->local.nl_family != AF_NETLINK) {
@@ -68,7 +68,7 @@ int ng_rtnl_open(rtnl_handle *rtnl, uint32_t subscriptions)
         ng_rtnl_close(rtnl);
         return -1;
     }
-    rtnl->seq = (uint32_t)time(nullptr);
+    rtnl->seq = static_cast<uint32_t>(time(nullptr));
     return 0;
 }
 
@@ -128,10 +128,10 @@ static int datagram_receive(const rtnl_handle *rtnl, rtnl_answer *buffer, rtnl_d
         return -1;
     }
     if (message.msg_namelen != sizeof sender) {
-        log_error("sender address length == %d", (int)message.msg_namelen);
+        log_error("sender address length == %d", static_cast<int>(message.msg_namelen));
         return -1;
     }
-    *datagram = {.bytes = std::span(buffer->bytes).first((size_t)size),
+    *datagram = {.bytes = std::span(buffer->bytes).first(static_cast<size_t>(size)),
                  .sender_port = sender.nl_pid,
                  .truncated = (message.msg_flags & MSG_TRUNC) != 0};
     return 0;
