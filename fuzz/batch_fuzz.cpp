@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "platform/zu/ng_uci_batch_internal.h"
+#include "platform/zu/uci/batch_text.h"
 
 static bool same(const ng_uci_batch_command &a, const ng_uci_batch_command &b)
 {

@@ -40,8 +40,8 @@ int sys_freq2chan(int frequency_mhz)
     if (frequency_mhz == CHANNEL_14_MHZ)
         return 14;
     const channel_range *range = range_of(frequency_mhz);
-    // Inside a range the line shows the offset from its base, not the frequency: those who read the
-    // log know it so.
+    // Inside a range the line shows the offset from its base, which tells why there is no channel:
+    // it is no multiple of the step.
     const int offset = range ? frequency_mhz - range->base_mhz : frequency_mhz;
     if (range && offset % CHANNEL_STEP_MHZ == 0)
         return offset / CHANNEL_STEP_MHZ;

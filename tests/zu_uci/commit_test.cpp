@@ -10,7 +10,7 @@ extern "C" {
 #include <libubox/uloop.h>
 }
 
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 #include "uci_fixture.h"
 
 namespace {
@@ -222,14 +222,14 @@ TEST_F(Commit, OfSeveralPackagesIsWholeOrNone)
         for (const char *name : {"zt.a.one", "missing.a.one", "zu.a.one", "zv.a.one"})
             EXPECT_EQ(0, act(uci_set_string, "2", name));
         shell(fault.before);
-        ng_uci_descriptor rival(fault.locked ? open(fault.locked, O_RDONLY | O_CLOEXEC) : -1);
+        zu_descriptor rival(fault.locked ? open(fault.locked, O_RDONLY | O_CLOEXEC) : -1);
         EXPECT_TRUE(!fault.locked || flock(rival, LOCK_EX) == 0);
         unmovable = fault.unmovable;
         bool changed = true;
         EXPECT_EQ(-1, ng_uci_commit_all(PACKAGES, &changed));
         EXPECT_FALSE(changed);
         unmovable = nullptr;
-        rival = ng_uci_descriptor(-1);
+        rival = zu_descriptor(-1);
         shell(fault.after);
         for (const char *path : {CONFIG, "/etc/config/zu", "/etc/config/zv"})
             EXPECT_EQ(BASE, read_file(path)) << path;
@@ -252,7 +252,7 @@ TEST_F(Commit, GoesWhereThePackageWasReadFrom)
     EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
     ASSERT_EQ(0, ng_uci_commit("zt"));
     EXPECT_EQ("2\n", shell("uci get zt.a.one"));
-    const ng_uci_descriptor rival(open("/var/run/uci/zt", O_RDWR | O_CLOEXEC));
+    const zu_descriptor rival(open("/var/run/uci/zt", O_RDWR | O_CLOEXEC));
     ASSERT_EQ(0, flock(rival, LOCK_EX));
     EXPECT_FALSE(ng_uci_is_free("zt"));
     EXPECT_EQ(BASE, config()) << "the override is what was changed";

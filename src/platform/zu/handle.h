@@ -22,7 +22,8 @@ using zu_directory = std::unique_ptr<DIR, zu_release>;
 /// A file descriptor; below 0: none. Closing it keeps errno.
 class zu_descriptor {
 public:
-    explicit zu_descriptor(int fd = -1) : fd_(fd) {}
+    zu_descriptor() = default;
+    explicit zu_descriptor(int fd) : fd_(fd) {}
     zu_descriptor(zu_descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     zu_descriptor &operator=(zu_descriptor &&other) noexcept
     {
@@ -41,5 +42,5 @@ public:
     int release() { return std::exchange(fd_, -1); }
 
 private:
-    int fd_;
+    int fd_ = -1;
 };

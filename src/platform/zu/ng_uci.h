@@ -39,6 +39,18 @@ int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value
 /// that list already. As adding them one by one, in a fraction of the time. 0 or -1 (logged).
 int ng_uci_set_list(const std::vector<std::string> &items, const char *name);
 
+/// Save actions by a plain name, for one option each. False when it could not be made (logged).
+bool ng_uci_put(const std::string &name, const char *value);
+bool ng_uci_put(const std::string &name, int value);
+/// Deletes an option or a section.
+bool ng_uci_clear(const std::string &name);
+bool ng_uci_add(const std::string &list, const std::string &item);
+bool ng_uci_remove(const std::string &list, const std::string &item);
+/// The items of a list, or the one text of an option; empty without the option.
+std::vector<std::string> ng_uci_items(const std::string &name);
+/// A name after printf's rules, for the above.
+std::string ng_uci_name(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
 /// Writes every changed package's delta file once. 0, or -1 when one could not be written (logged).
 int ng_uci_flush();
 /// Flushes, then replaces the change context by a fresh one, or keeps it when there were changes

@@ -23,6 +23,6 @@ void ng_uci_batch_del_fmt(ng_uci_batch *batch, const char *name_format, ...)
 
 /// Parses the whole file, then makes every change through the change context, and with `commit`
 /// commits the packages named, as one. 0, or -1 (logged) when the file does not parse or is not a
-/// plain file of our own (then nothing changes) or a commit fails. A single change that cannot be
+/// plain file of this user (then nothing changes) or a commit fails. A single change that cannot be
 /// made, for want of its section, is logged and left out.
 [[nodiscard]] int ng_uci_batch_apply(const char *path, bool commit);

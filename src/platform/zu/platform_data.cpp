@@ -1,5 +1,5 @@
 // The board's facts from its JSON file. A member that is missing or of the wrong type is as absent;
-// what absence means is told by each question.
+// what absence means, each question says.
 #include "platform/zu/platform_data.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 // Commits, of one package or of several as one: all new files are written beside the old ones,
 // checked and synced, and only then renamed over them, so that neither a full disk nor the end of
-// the process leaves anything but all old files or all new ones (ng_uci_undo.cpp).
+// the process leaves anything but all old files or all new ones (undo.cpp).
 //
 // libuci's own commit goes by way of the delta file and checks neither of the two: on a full disk
 // it replaces the configuration by what happened to fit. It is locked out here by the same locks.
@@ -14,9 +14,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
 constexpr int ATTEMPTS = 5; // against another process that commits at the same time
 
@@ -56,7 +57,7 @@ static bool export_text(uci_context *ctx, uci_package *package, std::string &out
         return false;
     bool good = uci_export(ctx, stream, package, false) == UCI_OK;
     good = fclose(stream) == 0 && good;
-    const uci_text owned(text);
+    const zu_text owned(text);
     if (good && text)
         out.assign(text, size);
     return good && text;
@@ -69,22 +70,11 @@ static bool file_holds(int fd, const std::string &text)
            content.compare(0, text.size(), text) == 0;
 }
 
-bool ng_uci_write_all(int fd, const std::string &text)
-{
-    for (size_t done = 0; done < text.size();) {
-        const ssize_t put = write(fd, text.data() + done, text.size() - done);
-        if (put < 0 && errno != EINTR)
-            return false;
-        done += put > 0 ? static_cast<size_t>(put) : 0;
-    }
-    return true;
-}
-
 /// A package's part of a commit: its new file, if it gets one, ready to be put in place, and the
 /// locks on the files that it was made from.
 struct commit_part {
     std::string path; ///< of its file, behind symbolic links; the links stay
-    ng_uci_descriptor config{-1}, delta{-1}, fresh{-1};
+    zu_descriptor config, delta, fresh;
 };
 
 enum attempt { DONE, FAILED, AGAIN };
@@ -100,10 +90,10 @@ static attempt write_new(commit_part &part, mode_t mode, const std::string &text
 {
     const std::string name = ng_uci_new_name(part.path);
     (void)unlink(name.c_str()); // from a commit that was cut off
-    part.fresh = ng_uci_descriptor(
-        open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    part.fresh =
+        zu_descriptor(open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (part.fresh >= 0 && fchmod(part.fresh, mode & 07777) == 0 &&
-        ng_uci_write_all(part.fresh, text) && file_holds(part.fresh, text))
+        file_write_all(part.fresh, text) == 0 && file_holds(part.fresh, text))
         return DONE;
     return failed_to_commit(part.path, strerror(errno));
 }
@@ -117,8 +107,8 @@ static attempt prepare_locked(source_file &config, const source_file &delta, uci
     if (!realpath(package->path, path) || !export_text(ctx, package, text))
         return failed_to_commit(config.path, strerror(errno));
     config.path = part.path = path;
-    part.config = ng_uci_descriptor(open(path, O_RDWR | O_CLOEXEC));
-    part.delta = ng_uci_descriptor(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    part.config = zu_descriptor(open(path, O_RDWR | O_CLOEXEC));
+    part.delta = zu_descriptor(open(delta.path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     if (!config.lock(part.config) || !delta.lock(part.delta))
         return AGAIN;
     return file_holds(part.config, text) ? DONE : write_new(part, config.before.st_mode, text);
@@ -226,7 +216,7 @@ int ng_uci_write_packages(std::span<const ng_uci_commit_item> items, bool *chang
 int ng_uci_make_package(const char *name)
 {
     const std::string path = ng_uci_config_path(name);
-    const ng_uci_descriptor file(
+    const zu_descriptor file(
         open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, UCI_FILEMODE));
     if (file < 0 && errno != EEXIST) {
         log_error("Failed to make %s: %s", path.c_str(), strerror(errno));

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
 void ng_uci_changes::touch(const char *section, const char *option)
 {

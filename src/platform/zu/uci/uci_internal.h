@@ -1,4 +1,4 @@
-// What the ng_uci files share.
+// What the sources of ng_uci.h share.
 #pragma once
 
 #include <cstdarg>
@@ -7,24 +7,19 @@
 #include <string>
 #include <string_view>
 #include <uci.h>
-#include <unistd.h>
-#include <utility>
 #include <vector>
+
+#include "platform/zu/handle.h"
 
 struct uci_context_deleter {
     void operator()(uci_context *ctx) const { uci_free_context(ctx); }
 };
 using uci_context_handle = std::unique_ptr<uci_context, uci_context_deleter>;
 
-struct uci_text_deleter {
-    void operator()(char *text) const { free(text); }
-};
-using uci_text = std::unique_ptr<char, uci_text_deleter>;
-
 /// A name after printf's rules.
 std::string ng_uci_format(const char *format, va_list args) __attribute__((format(printf, 1, 0)));
 /// What went wrong last in `ctx`, in libuci's words, for a log line.
-uci_text ng_uci_error(uci_context *ctx);
+zu_text ng_uci_error(uci_context *ctx);
 /// True for "package.section[.option]" of characters that tuples may have, a section also as
 /// "@type[index]".
 bool ng_uci_is_name(const char *name);
@@ -64,31 +59,6 @@ ng_uci_changes &ng_uci_changes_of(const char *package);
 int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_context *ctx,
                       uci_package *to, std::string *delta);
 
-/// Forgets what is known of lists' items; with `list` of that one ("package.section.option").
-void ng_uci_forget_items();
-void ng_uci_forget_items(const std::string &list);
-
-/// A file descriptor that is closed with its scope; below 0: none.
-class ng_uci_descriptor {
-public:
-    explicit ng_uci_descriptor(int fd) : fd_(fd) {}
-    ng_uci_descriptor(ng_uci_descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    ng_uci_descriptor &operator=(ng_uci_descriptor &&other) noexcept
-    {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~ng_uci_descriptor()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    operator int() const { return fd_; }
-
-private:
-    int fd_;
-};
-
 /// How long other processes' locks are waited for, altogether in one callback.
 constexpr int NG_UCI_LOCK_WAIT_MS = 80;
 /// A callback's wait begins anew.
@@ -96,7 +66,7 @@ void ng_uci_reset_lock_wait();
 /// Opens the file and locks it (LOCK_SH or LOCK_EX); `file` stays below 0 when it cannot be opened
 /// (errno). False (logged) when another process does not let go of its lock.
 [[nodiscard]] bool ng_uci_open_locked(const std::string &path, int flags, int kind,
-                                      ng_uci_descriptor *file);
+                                      zu_descriptor *file);
 
 /// While it lives, libuci can read the package's files through `ctx` without waiting.
 class ng_uci_read_locks {
@@ -107,12 +77,10 @@ public:
 
 private:
     bool add(const std::string &path);
-    std::vector<ng_uci_descriptor> held_;
+    std::vector<zu_descriptor> held_;
     bool free_;
 };
 
-/// Writes all of the text; false with errno set.
-[[nodiscard]] bool ng_uci_write_all(int fd, const std::string &text);
 /// Adds the lines to the package's delta file, all or none. 0 or -1 (logged).
 [[nodiscard]] int ng_uci_delta_add(const char *package, const std::string &lines);
 /// Empties the package's delta file. 0 or -1 (logged).
@@ -128,7 +96,7 @@ struct ng_uci_commit_item {
 /// one was written.
 int ng_uci_write_packages(std::span<const ng_uci_commit_item> items, bool *changed);
 
-// Several files replaced as one (ng_uci_undo.cpp)
+// Several files replaced as one (undo.cpp)
 
 /// The name beside the file under which a new one is written.
 std::string ng_uci_new_name(const std::string &path);

@@ -6,26 +6,35 @@
 #include <sys/stat.h>
 
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
 std::string ng_uci_format(const char *format, va_list args)
 {
     char *text = nullptr;
     if (vasprintf(&text, format, args) < 0)
         return {};
-    const uci_text owned(text);
+    const zu_text owned(text);
     return text;
 }
 
-uci_text ng_uci_error(uci_context *ctx)
+std::string ng_uci_name(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::string name = ng_uci_format(format, args);
+    va_end(args);
+    return name;
+}
+
+zu_text ng_uci_error(uci_context *ctx)
 {
     char *text = nullptr;
     uci_get_errorstr(ctx, &text, nullptr);
-    return uci_text(text);
+    return zu_text(text);
 }
 
-/// Takes a leading run of letters, digits, "_" and the characters of `more`; false when empty.
-static bool take_word(std::string_view &text, std::string_view more)
+/// Takes away a leading run of letters, digits, "_" and the characters of `more`; false when empty.
+static bool skip_word(std::string_view &text, std::string_view more)
 {
     size_t length = 0;
     while (length < text.size() && (isalnum(static_cast<unsigned char>(text[length])) ||
@@ -35,7 +44,7 @@ static bool take_word(std::string_view &text, std::string_view more)
     return length > 0;
 }
 
-static bool take_character(std::string_view &text, char c)
+static bool skip_character(std::string_view &text, char c)
 {
     if (text.empty() || text.front() != c)
         return false;
@@ -43,23 +52,23 @@ static bool take_character(std::string_view &text, char c)
     return true;
 }
 
-static bool take_section(std::string_view &text)
+static bool skip_section(std::string_view &text)
 {
-    if (!take_character(text, '@'))
-        return take_word(text, "");
-    (void)take_word(text, "-");
-    return take_character(text, '[') && (take_character(text, '-'), take_word(text, "")) &&
-           take_character(text, ']');
+    if (!skip_character(text, '@'))
+        return skip_word(text, "");
+    (void)skip_word(text, "-");
+    return skip_character(text, '[') && (skip_character(text, '-'), skip_word(text, "")) &&
+           skip_character(text, ']');
 }
 
 bool ng_uci_is_name(const char *name)
 {
     std::string_view text = name;
-    if (!take_word(text, "-") || !take_character(text, '.') || !take_section(text))
+    if (!skip_word(text, "-") || !skip_character(text, '.') || !skip_section(text))
         return false;
     if (text.empty())
         return true;
-    return take_character(text, '.') && take_word(text, "") && text.empty();
+    return skip_character(text, '.') && skip_word(text, "") && text.empty();
 }
 
 bool ng_uci_is_value(const char *value)

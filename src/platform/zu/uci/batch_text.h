@@ -17,8 +17,8 @@ struct ng_uci_batch_command {
 /// The largest batch file that is applied, in bytes: an ACL of many thousand addresses fits.
 constexpr std::size_t NG_UCI_BATCH_MAX = 4 * 1024 * 1024;
 
-/// The command as a line, with its newline. False when the name is none or the value cannot stand
-/// on a line.
+/// The command as a line, with its newline. False when the name is not one or the value cannot
+/// stand on a line.
 bool ng_uci_batch_format(const ng_uci_batch_command &command, std::string &line);
 /// Takes a whole file apart; blank lines and lines beginning with "#" are left out. 0, or the
 /// number of the first line that is no command.

@@ -1,55 +1,24 @@
-// Save actions: one change each of a package in memory.
-//
-// libuci removes a list item by walking the whole list, and reads such a removal back from the
-// delta file in the same way. So that thousands of additions do not become millions of steps, the
-// items of the lists being added to are known here, and only what is in a list is removed from it.
+// Changes of a package in memory: save actions, one option each, and whole lists. To add one item
+// is to walk the list, where it must not stand twice; thousands are added as a whole.
 #include <algorithm>
 #include <cstring>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
-using item_set = std::unordered_set<std::string>;
-
-/// By "package.section.option", for the life of the change context.
-static std::unordered_map<std::string, item_set> &known_items()
+static bool is_item(uci_option *list, const char *value)
 {
-    static std::unordered_map<std::string, item_set> items;
-    return items;
-}
-
-void ng_uci_forget_items()
-{
-    known_items().clear();
-}
-
-void ng_uci_forget_items(const std::string &list)
-{
-    known_items().erase(list);
-}
-
-static std::string list_name(const uci_ptr &ptr)
-{
-    return std::string(ptr.package) + "." + ptr.section + "." + ptr.option;
-}
-
-/// The items of the list, which may be a single string or not be there.
-static item_set &items_of(const uci_ptr &ptr)
-{
-    const auto [place, fresh] = known_items().try_emplace(list_name(ptr));
-    item_set &items = place->second;
-    if (!fresh || !ptr.o)
-        return items;
-    if (ptr.o->type == UCI_TYPE_STRING) {
-        items.insert(ptr.o->v.string);
-        return items;
-    }
+    if (list->type == UCI_TYPE_STRING)
+        return strcmp(list->v.string, value) == 0;
     uci_element *e;
-    uci_foreach_element(&ptr.o->v.list, e) items.insert(e->name);
-    return items;
+    uci_foreach_element(&list->v.list, e)
+    {
+        if (strcmp(e->name, value) == 0)
+            return true;
+    }
+    return false;
 }
 
 // ---- the four actions; each gives libuci's error
@@ -58,26 +27,15 @@ static int delete_named(uci_context *ctx, uci_ptr &ptr)
 {
     if (!ng_uci_is_found(ptr))
         return UCI_OK;
-    if (ptr.o)
-        ng_uci_forget_items(list_name(ptr));
-    else
-        ng_uci_forget_items();
     ptr.value = nullptr;
     return uci_delete(ctx, &ptr);
-}
-
-static int set_string(uci_context *ctx, uci_ptr &ptr)
-{
-    if (ptr.option)
-        ng_uci_forget_items(list_name(ptr));
-    return uci_set(ctx, &ptr);
 }
 
 static int remove_item(uci_context *ctx, uci_ptr &ptr)
 {
     if (!ptr.value)
         return delete_named(ctx, ptr);
-    if (!ptr.o || items_of(ptr).erase(ptr.value) == 0)
+    if (!ptr.o || !is_item(ptr.o, ptr.value))
         return UCI_OK;
     // To libuci a string option is no list, although it is one of a single item to its readers.
     return ptr.o->type == UCI_TYPE_STRING ? delete_named(ctx, ptr) : uci_del_list(ctx, &ptr);
@@ -92,17 +50,14 @@ static int add_item(uci_context *ctx, uci_ptr &ptr)
     if (err)
         return err;
     ptr.value = value;
-    const int added = uci_add_list(ctx, &ptr);
-    if (added == UCI_OK)
-        items_of(ptr).insert(value);
-    return added;
+    return uci_add_list(ctx, &ptr);
 }
 
 static int act(uci_context *ctx, ng_uci_action action, uci_ptr &ptr)
 {
     switch (action) {
     case uci_set_string:
-        return set_string(ctx, ptr);
+        return uci_set(ctx, &ptr);
     case ng_uci_add_list:
         return add_item(ctx, ptr);
     case ng_uci_del_list:
@@ -125,7 +80,7 @@ static bool is_in_no_package(const std::string &name)
 static std::vector<std::string> without_repetition(const std::vector<std::string> &items)
 {
     std::vector<std::string> once;
-    item_set seen;
+    std::unordered_set<std::string> seen;
     for (auto item = items.rbegin(); item != items.rend(); ++item)
         if (seen.insert(*item).second)
             once.push_back(*item);
@@ -164,10 +119,8 @@ static int replace_items(uci_context *ctx, const char *name, const std::vector<s
         if (!err)
             err = uci_add_list(ctx, &ptr);
     }
-    if (!err) {
+    if (!err)
         ng_uci_changes_of(ptr.package).touch(ptr.section, ptr.option);
-        ng_uci_forget_items(list_name(ptr));
-    }
     return err;
 }
 
@@ -244,4 +197,31 @@ int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value
     const std::string name = ng_uci_format(name_format, args);
     va_end(args);
     return save_action(action, std::to_string(value).c_str(), name.c_str());
+}
+
+// ---- by a plain name
+
+bool ng_uci_put(const std::string &name, const char *value)
+{
+    return save_action(uci_set_string, value, name.c_str()) == 0;
+}
+
+bool ng_uci_put(const std::string &name, int value)
+{
+    return ng_uci_put(name, std::to_string(value).c_str());
+}
+
+bool ng_uci_clear(const std::string &name)
+{
+    return save_action(ng_uci_delete_option, nullptr, name.c_str()) == 0;
+}
+
+bool ng_uci_add(const std::string &list, const std::string &item)
+{
+    return save_action(ng_uci_add_list, item.c_str(), list.c_str()) == 0;
+}
+
+bool ng_uci_remove(const std::string &list, const std::string &item)
+{
+    return save_action(ng_uci_del_list, item.c_str(), list.c_str()) == 0;
 }

@@ -1,8 +1,6 @@
 // The change context: one for all that a callback reads and changes, its delta files written once,
-// thrown away when the callback ends. What a change is lies in ng_uci_change.cpp, what makes a
-// commit safe in ng_uci_commit.cpp.
-#include "platform/zu/ng_uci.h"
-
+// thrown away when the callback ends. What a change is stands in change.cpp, what makes a commit
+// safe in commit.cpp.
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -13,7 +11,8 @@ extern "C" {
 }
 
 #include "platform/zu/log.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/uci/uci_internal.h"
 
 static constinit uci_context_handle gContext;
 static constinit std::vector<ng_uci_changes> gChanges; // that are in memory only
@@ -61,7 +60,6 @@ static void forget_package(uci_package *package)
     gChanges.erase(std::remove_if(gChanges.begin(), gChanges.end(),
                                   [&](const ng_uci_changes &c) { return c.package == name; }),
                    gChanges.end());
-    ng_uci_forget_items();
     (void)uci_unload(gContext.get(), package);
 }
 
@@ -95,7 +93,6 @@ int ng_uci_flush()
 
 void ng_uci_drop_changes()
 {
-    ng_uci_forget_items();
     gChanges.clear();
     gContext.reset();
 }

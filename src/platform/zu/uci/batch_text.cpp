@@ -1,9 +1,10 @@
 // The text of batch files, both ways. Only the form that is written is read: a command, a name and
 // a value in single quotes, in which ' is written '\''.
+#include "platform/zu/uci/batch_text.h"
+
 #include <utility>
 
-#include "platform/zu/ng_uci_batch_internal.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
 struct verb {
     std::string_view word;
@@ -33,8 +34,8 @@ bool ng_uci_batch_format(const ng_uci_batch_command &command, std::string &line)
     return true;
 }
 
-/// The text up to `separator`, which is taken away with it; all of it when there is none.
-static std::string_view take_until(std::string_view &text, char separator)
+/// The text up to `separator`, which is taken away with it; all of it without one.
+static std::string_view cut_until(std::string_view &text, char separator)
 {
     const size_t end = text.find(separator);
     const std::string_view taken = text.substr(0, end);
@@ -63,7 +64,7 @@ static bool parse_value(std::string_view text, std::string &value)
 
 static bool parse_line(std::string_view line, ng_uci_batch_command &command)
 {
-    const std::string_view word = take_until(line, ' ');
+    const std::string_view word = cut_until(line, ' ');
     const verb *found = nullptr;
     for (const verb &v : VERBS)
         if (v.word == word)
@@ -74,7 +75,7 @@ static bool parse_line(std::string_view line, ng_uci_batch_command &command)
     const bool has_value = found->action != ng_uci_delete_option;
     if (has_value && line.find('=') == line.npos)
         return false;
-    command.name = has_value ? take_until(line, '=') : std::exchange(line, {});
+    command.name = has_value ? cut_until(line, '=') : std::exchange(line, {});
     return command.name.find('\0') == command.name.npos && ng_uci_is_name(command.name.c_str()) &&
            (!has_value || parse_value(line, command.value));
 }
@@ -82,7 +83,7 @@ static bool parse_line(std::string_view line, ng_uci_batch_command &command)
 int ng_uci_batch_parse(std::string_view text, std::vector<ng_uci_batch_command> &commands)
 {
     for (int number = 1; !text.empty(); number++) {
-        const std::string_view line = take_until(text, '\n');
+        const std::string_view line = cut_until(text, '\n');
         if (line.empty() || line.front() == '#')
             continue;
         ng_uci_batch_command command{};

@@ -1,7 +1,5 @@
 // Batch files: writing one so that it counts only when it is whole, and applying one through the
-// change context. Their text is the business of ng_uci_batch_text.cpp.
-#include "platform/zu/ng_uci_batch.h"
-
+// change context. Their text is made and read in batch_text.cpp.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -13,19 +11,15 @@
 #include <unistd.h>
 
 #include "platform/zu/log.h"
-#include "platform/zu/ng_uci_batch_internal.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/ng_uci_batch.h"
+#include "platform/zu/uci/batch_text.h"
+#include "platform/zu/uci/uci_internal.h"
 
 struct ng_uci_batch {
     FILE *file;
     std::string path;
     bool failed;
 };
-
-struct file_closer {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using file_stream = std::unique_ptr<FILE, file_closer>;
 
 // ---- writing
 
@@ -88,7 +82,7 @@ void ng_uci_batch_fmt_list(ng_uci_batch *batch, const char *value, const char *n
     va_start(args, name_format);
     const std::string name = ng_uci_format(name_format, args);
     va_end(args);
-    // Removed first for whoever applies the file by hand; ours would do so anyway.
+    // Removed first for whoever applies the file by hand: here adding does so anyway.
     put_command(batch, {ng_uci_del_list, name, value});
     put_command(batch, {ng_uci_add_list, name, value});
 }
@@ -134,7 +128,7 @@ static bool is_trusted(const struct stat &info)
 static bool read_batch(const char *path, std::string &text)
 {
     const int fd = open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    const file_stream file(fd >= 0 ? fdopen(fd, "r") : nullptr);
+    const zu_file file(fd >= 0 ? fdopen(fd, "r") : nullptr);
     struct stat info;
     if (!file || fstat(fd, &info) != 0) {
         log_error("Failed to open %s: %s", path, strerror(errno));
@@ -164,6 +158,43 @@ static int commit_packages_of(const std::vector<ng_uci_batch_command> &commands)
     return ng_uci_commit_all(packages);
 }
 
+/// The items that the commands from `first` on add to one list, each removed first as
+/// ng_uci_batch_fmt_list() writes it.
+static std::vector<std::string> items_added(const std::vector<ng_uci_batch_command> &commands,
+                                            size_t first)
+{
+    std::vector<std::string> items;
+    for (size_t i = first; i + 1 < commands.size(); i += 2) {
+        const ng_uci_batch_command &removed = commands[i], &added = commands[i + 1];
+        if (removed.action != ng_uci_del_list || added.action != ng_uci_add_list ||
+            removed.value != added.value || removed.name != commands[first].name ||
+            added.name != commands[first].name)
+            break;
+        items.push_back(added.value);
+    }
+    return items;
+}
+
+/// A change that cannot be made (its section is missing) is logged and left out, as `uci batch`
+/// does it; the others are still wanted.
+static void apply_commands(const std::vector<ng_uci_batch_command> &commands)
+{
+    for (size_t at = 0; at < commands.size();) {
+        const ng_uci_batch_command &command = commands[at];
+        const std::vector<std::string> added = items_added(commands, at);
+        if (added.size() > 1) {
+            std::vector<std::string> items = ng_uci_items(command.name);
+            items.insert(items.end(), added.begin(), added.end());
+            (void)ng_uci_set_list(items, command.name.c_str());
+            at += 2 * added.size();
+            continue;
+        }
+        (void)ng_uci_save_action_ctx(ng_uci_change_context(), command.action, command.value.c_str(),
+                                     "%s", command.name.c_str());
+        at++;
+    }
+}
+
 int ng_uci_batch_apply(const char *path, bool commit)
 {
     std::string text;
@@ -174,10 +205,6 @@ int ng_uci_batch_apply(const char *path, bool commit)
         log_error("Line %d of %s is not a command, applying nothing of it", line, path);
         return -1;
     }
-    // A change that cannot be made (its section is missing) is logged and left out, as `uci batch`
-    // does it; the others are still wanted.
-    for (const ng_uci_batch_command &command : commands)
-        (void)ng_uci_save_action_ctx(ng_uci_change_context(), command.action, command.value.c_str(),
-                                     "%s", command.name.c_str());
+    apply_commands(commands);
     return commit ? commit_packages_of(commands) : 0;
 }

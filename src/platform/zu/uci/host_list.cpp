@@ -1,13 +1,12 @@
 // Host lists: the items of a list option as a linked list that outlives the UCI context.
-#include "platform/zu/host_list.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include "platform/zu/host_list.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
+#include "platform/zu/uci/uci_internal.h"
 
 /// Takes the entry out of its list and frees it.
 static void destroy_host(tarn_host *host)

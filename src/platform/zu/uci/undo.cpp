@@ -20,8 +20,8 @@ extern "C" {
 
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
-#include "platform/zu/ng_uci_internal.h"
 #include "platform/zu/shell.h"
+#include "platform/zu/uci/uci_internal.h"
 
 constexpr char JOURNAL[] = UCI_CONFDIR "/.commit";
 constexpr char OLD[] = ".undo";
