@@ -176,7 +176,7 @@ static void push_again(benchmark::State &state)
         push();
     }
 }
-/// Part of a push, and no work of ours.
+/// Part of a push; its time is that of the services.
 static void reload_config(benchmark::State &state)
 {
     for (auto unused : state) {

@@ -26,7 +26,7 @@ struct options {
     bool verbose = false;
     int directions = 3;        // of `monitor`: bit 0 received, bit 1 transmitted
     unsigned types = 0;        // of `monitor`: a bit each, 0: all
-    bool failure_told = false; // what the command returns is the exit code alone
+    bool is_explained = false; // what the command returns is the exit code alone
 };
 
 struct free_memory {
@@ -68,16 +68,16 @@ static void usage()
             opt.program);
 }
 
-static int told(int exit_code)
+static int explained(int exit_code)
 {
-    opt.failure_told = true;
+    opt.is_explained = true;
     return exit_code;
 }
 
 static int bad_arguments()
 {
     usage();
-    return told(EXIT_USAGE);
+    return explained(EXIT_USAGE);
 }
 
 // Runs the loop until a signal, or until the time given with -t is over: success either way.
@@ -157,7 +157,7 @@ static int call_failed(const arguments &args, int status)
     for (const char *arg : args)
         fprintf(stderr, " %s", arg);
     fprintf(stderr, " (%s)\n", ubus_strerror(status));
-    return told(256 - status);
+    return explained(256 - status);
 }
 
 static int call_command(ubus_context *ctx, const arguments &args)
@@ -205,7 +205,7 @@ static int registering_failed(const char *what, int status)
     if (!opt.simple)
         fprintf(stderr, "Error while registering for event '%s': %s\n", what,
                 ubus_strerror(status));
-    return told(EXIT_FAILED);
+    return explained(EXIT_FAILED);
 }
 
 static int listen_command(ubus_context *ctx, const arguments &args)
@@ -230,7 +230,7 @@ static int subscribe_command(ubus_context *ctx, const arguments &args)
 {
     static ubus_subscriber subscriber;
     if (args.empty())
-        return told(EXIT_FAILED);
+        return explained(EXIT_FAILED);
     subscriber.cb = notification_cb;
     int status = ubus_register_subscriber(ctx, &subscriber);
     for (size_t i = 0; i < args.size() && !status; i++) {
@@ -409,7 +409,7 @@ static bool add_monitor_type(const char *name)
     return false;
 }
 
-static bool take_option(int letter)
+static bool set_option(int letter)
 {
     switch (letter) {
     case 's':
@@ -453,7 +453,7 @@ static int run_command(const char *name, const arguments &args)
     const command *found = find_command(name);
     const int result = found ? found->run(ctx, args) : bad_arguments();
     ubus_free(ctx);
-    if (result && !opt.failure_told && !opt.simple)
+    if (result && !opt.is_explained && !opt.simple)
         fprintf(stderr, "Command failed: %s\n", ubus_strerror(result));
     return result;
 }
@@ -462,7 +462,7 @@ int main(int argc, char **argv)
 {
     opt.program = argv[0];
     for (int letter; (letter = getopt(argc, argv, "vs:t:Sm:M:")) != -1;) {
-        if (!take_option(letter)) {
+        if (!set_option(letter)) {
             usage();
             return 1;
         }

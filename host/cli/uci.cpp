@@ -133,7 +133,7 @@ static int run_batch(uci_tool &tool, char **, int)
 }
 
 /// One option that stands for a setting of the context. False for an unknown one.
-static bool take_option(uci_tool &tool, int option, const char *value)
+static bool set_option(uci_tool &tool, int option, const char *value)
 {
     const auto set_flags = [&tool](unsigned set, unsigned clear) {
         tool.ctx->flags = static_cast<uci_flags>((tool.ctx->flags | set) & ~clear);
@@ -186,7 +186,7 @@ static int run(uci_tool &tool, int argc, char **argv)
 {
     int option;
     while ((option = getopt(argc, argv, "+c:C:d:f:mnNp:P:qsSt:X")) != -1)
-        if (!take_option(tool, option, optarg)) {
+        if (!set_option(tool, option, optarg)) {
             if (option != 'f')
                 usage(tool.name);
             return option == 'f' ? 1 : 0;

@@ -100,7 +100,7 @@ ssize_t wire_send(int sock, const ubus_msghdr &hdr, const blob_attr *msg, size_t
 }
 
 // Keeps the last descriptor of the control data and closes all others.
-static void take_fds(msghdr *in, int *fd)
+static void receive_fds(msghdr *in, int *fd)
 {
     for (cmsghdr *c = CMSG_FIRSTHDR(in); c; c = CMSG_NXTHDR(in, c)) {
         if (c->cmsg_level != SOL_SOCKET || c->cmsg_type != SCM_RIGHTS)
@@ -127,7 +127,7 @@ ssize_t wire_recv(int sock, void *data, size_t len, int *fd)
         n = recvmsg(sock, &in, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
     } while (n < 0 && errno == EINTR);
     if (n >= 0)
-        take_fds(&in, fd);
+        receive_fds(&in, fd);
     return n;
 }
 

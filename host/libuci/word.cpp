@@ -67,7 +67,7 @@ void libuci::skip_blanks(uci_parse_context &parser)
 
 /// The character behind a backslash; or, at the end of a line, goes on with the next line, which
 /// takes the place of the line end.
-static void take_escaped(uci_parse_context &parser, std::string &text)
+static void read_escaped(uci_parse_context &parser, std::string &text)
 {
     parser.pos++;
     const char *rest = parser.buffer.c_str() + parser.pos;
@@ -83,7 +83,7 @@ static void take_escaped(uci_parse_context &parser, std::string &text)
 }
 
 /// A quoted string with pos on its opening quote. False when the stream ends inside it.
-static bool take_quoted(uci_parse_context &parser, std::string &text)
+static bool read_quoted(uci_parse_context &parser, std::string &text)
 {
     const char quote = parser.buffer[parser.pos++];
     for (;;) {
@@ -95,7 +95,7 @@ static bool take_quoted(uci_parse_context &parser, std::string &text)
             parser.pos++;
             return true;
         } else if (c == '\\' && quote == '"') {
-            take_escaped(parser, text);
+            read_escaped(parser, text);
         } else {
             text += c;
             parser.pos++;
@@ -122,13 +122,13 @@ word libuci::next_word(uci_parse_context &parser, std::string &text)
         }
         unquoted = c != '\'' && c != '"';
         if (!unquoted) {
-            if (!take_quoted(parser, text)) {
+            if (!read_quoted(parser, text)) {
                 (void)parse_error(parser, c == '"' ? "EOF with unterminated \""
                                                    : "EOF with unterminated '");
                 return word::unterminated;
             }
         } else if (c == '\\') {
-            take_escaped(parser, text);
+            read_escaped(parser, text);
         } else {
             text += c;
             parser.pos++;

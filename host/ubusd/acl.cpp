@@ -1,6 +1,6 @@
 // Who may do what. The super-user and the user the broker runs as may do everything; what others
-// may is told by JSON files, each for one user or group, with lists of texts whose final "*" stands
-// for any rest:
+// may do stands in JSON files, each for one user or group, with lists of texts whose final "*"
+// stands for any rest:
 //
 //   {"user" | "group": NAME, "access": {PATH: {"methods": [...]}}, "publish": [...], "subscribe":
 //   [...], "listen": [...],

@@ -117,7 +117,8 @@ enum broker_acl_kind {
 inline constexpr int BROKER_ACL_KINDS = 4;
 
 /// Reads the access lists, the files *.json of `dir` (null: of the same folder again), in place of
-/// those read before. What cannot be read or could have been written by others is told and ignored.
+/// those read before. What cannot be read or could have been written by others is reported and
+/// ignored.
 void acl_load(const char *dir);
 bool acl_allows_method(const broker_client *client, const std::string &path, const char *method);
 /// Whether the client may publish or subscribe to an object of that path, listen to events of that

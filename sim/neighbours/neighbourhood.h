@@ -18,7 +18,8 @@ struct neighbour_ap {
     double dbm;
 };
 
-/// The file's access points; a line that is none is reported on standard error and left out.
+/// The file's access points; a line that does not describe one is reported on standard error and
+/// left out.
 std::vector<neighbour_ap> neighbourhood_read(const char *path);
 /// Every 20 MHz channel that `width` takes around the access point's own.
 std::vector<int> neighbourhood_channels(const neighbour_ap &ap, const std::string &width);

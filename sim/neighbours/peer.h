@@ -36,7 +36,7 @@ struct peer_object {
     std::string path;
     std::vector<ubus_method> methods;
     peer_handler handler;
-    bool withdrawn; ///< private: gone as soon as the bus can be told
+    bool withdrawn; ///< private: to be removed from the bus as soon as it can be
 };
 
 /// Connects (for ever again), calls `start` once the loop is ready, runs until a signal ends it.

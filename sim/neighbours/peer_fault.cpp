@@ -41,7 +41,7 @@ struct late_message {
     int status;
 };
 
-static fault_kind take_fault(const peer_object &object, const std::string &method,
+static fault_kind next_fault(const peer_object &object, const std::string &method,
                              bool notification)
 {
     bool concerned = fault.method.empty() ? !notification : fault.method == method;
@@ -175,7 +175,7 @@ int peer_fault_set(blob_attr *msg)
 int peer_fault_answer(peer_object &object, ubus_request_data *request, const char *method,
                       blob_attr *msg)
 {
-    fault_kind kind = take_fault(object, method, false);
+    fault_kind kind = next_fault(object, method, false);
     blob_buf reply = {};
     blob_buf_init(&reply, 0);
     int status = object.handler(object, method, msg, &reply);
@@ -186,7 +186,7 @@ int peer_fault_answer(peer_object &object, ubus_request_data *request, const cha
 
 void peer_fault_notify(peer_object &object, const char *type, blob_attr *msg)
 {
-    fault_kind kind = take_fault(object, type, true);
+    fault_kind kind = next_fault(object, type, true);
     if (kind == HANG)
         return;
     if (kind == DIE)

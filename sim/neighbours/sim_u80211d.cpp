@@ -70,7 +70,7 @@ static void add_mode(blob_buf *reply, const char *name, const std::string &width
     blobmsg_close_array(reply, array);
 }
 
-/// Newer modes are told besides the older ones, which are not as wide.
+/// A radio lists its newer modes besides the older ones, which are not as wide.
 static void add_modes(blob_buf *reply, const neighbour_ap &ap)
 {
     const bool he = ap.mode == "he", vht = he || ap.mode == "vht", ht = vht || ap.mode == "ht";

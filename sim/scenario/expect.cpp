@@ -83,7 +83,7 @@ static bool tolerance_is(const std::string &wanted, std::string *why)
 static bool uci_is(const std::string &text, std::string *why)
 {
     std::string wanted = text;
-    const std::string option = take_word(&wanted);
+    const std::string option = cut_word(&wanted);
     return same(output_of("uci -q get " + option), wanted, why);
 }
 
@@ -137,8 +137,8 @@ static const std::map<std::string, kind> KINDS = {
 static bool count_is(const std::string &text, std::string *why)
 {
     std::string rest = text;
-    const std::string wanted = take_word(&rest);
-    const auto what = KINDS.find(take_word(&rest));
+    const std::string wanted = cut_word(&rest);
+    const auto what = KINDS.find(cut_word(&rest));
     return what != KINDS.end() &&
            same(std::to_string(count_since_mark(what->second, rest)), wanted, why);
 }
@@ -147,7 +147,7 @@ static bool count_is(const std::string &text, std::string *why)
 static bool answer_holds(const std::string &text, std::string *why)
 {
     std::string rest = text;
-    const std::string object = take_word(&rest), method = take_word(&rest);
+    const std::string object = cut_word(&rest), method = cut_word(&rest);
     *why = stage_ask(object, method);
     return why->find(rest) != std::string::npos;
 }
@@ -225,7 +225,7 @@ static bool same_lines(const std::vector<std::string> &found,
 /// Is the first word one that may be expected?
 static bool is_known(std::string text)
 {
-    const std::string word = take_word(&text);
+    const std::string word = cut_word(&text);
     return EXPECTATIONS.contains(word) || KINDS.contains(word);
 }
 
@@ -244,7 +244,7 @@ std::string json_member(const std::string &json, const std::string &name)
 bool expect_holds(std::string text, std::string *why)
 {
     std::string rest = text;
-    const std::string word = take_word(&rest);
+    const std::string word = cut_word(&rest);
     if (word == "no" && is_known(rest)) {
         const bool holds = expect_holds(rest, why);
         *why = "it is so: " + *why;

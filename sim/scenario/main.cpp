@@ -73,7 +73,7 @@ static bool advance(const statement &said)
 static bool within(const statement &said)
 {
     std::string wanted = said.rest, why;
-    const long limit_ms = parse_duration_ms(take_word(&wanted));
+    const long limit_ms = parse_duration_ms(cut_word(&wanted));
     const long again_ms = std::clamp(limit_ms / LOOKS, LOOK_AGAIN_LEAST_MS, LOOK_AGAIN_MOST_MS);
     expectations++;
     for (long waited = 0; waited <= limit_ms; waited += again_ms) {
@@ -98,7 +98,7 @@ static bool expect(const statement &said)
 static bool change_uci(const statement &said)
 {
     std::string words = said.rest;
-    take_word(&words);
+    cut_word(&words);
     const std::string package = words.substr(0, words.find_first_of(".= "));
     return run(said, "uci " + said.rest + " && uci commit " + package);
 }
@@ -121,7 +121,7 @@ static bool repeat(const statement &said)
 static bool try_one(const statement &said)
 {
     statement tried = said;
-    tried.word = take_word(&tried.rest);
+    tried.word = cut_word(&tried.rest);
     failing_is_fine = true;
     endings_are_meant = true;
     (void)play({tried});

@@ -57,7 +57,7 @@ static bool read_statements(reader *in, std::vector<statement> *out, bool nested
             return nested || in->fail("'end' without a beginning");
         statement next;
         next.line = in->line;
-        next.word = take_word(&text);
+        next.word = cut_word(&text);
         next.rest = text;
         if (next.word == "repeat" && !read_statements(in, &next.statements, true))
             return false;
@@ -69,7 +69,7 @@ static bool read_statements(reader *in, std::vector<statement> *out, bool nested
     return !nested || in->fail("'end' is missing");
 }
 
-std::string take_word(std::string *text)
+std::string cut_word(std::string *text)
 {
     const size_t end = text->find_first_of(BLANKS);
     const std::string word = text->substr(0, end);

@@ -21,6 +21,6 @@ struct statement {
 bool script_read(const std::string &path, std::vector<statement> *script, std::string *error);
 
 /// Takes the first word off `text`.
-std::string take_word(std::string *text);
-/// "1.5s", "10m", "2h", "1d" or a sum of these ("2m30s") in milliseconds; -1 when it is none.
+std::string cut_word(std::string *text);
+/// "1.5s", "10m", "2h", "1d" or a sum of these ("2m30s") in milliseconds; -1 for anything else.
 long parse_duration_ms(const std::string &text);

@@ -136,7 +136,7 @@ static bool lock_package(const std::string &what)
 }
 
 /// The file that stands in for a package and ends in the middle of a word; each package has its
-/// own, as a lock on one is none on another.
+/// own, so that each can be locked alone.
 static bool garble_package(const std::string &what)
 {
     const std::string stand_in = GARBLED + fs::path(package_file(what)).filename().string();
@@ -234,7 +234,7 @@ bool stage_break(const std::string &what)
 {
     if (what == "disk")
         return fill_tmp();
-    // A program of ours in the shell's place: main() sees by its name that it is to die.
+    // This program in the shell's place: main() sees by its name that it is to die.
     if (what == "shell")
         return mount_over("/proc/self/exe", shell_path());
     if (what.starts_with("commit "))

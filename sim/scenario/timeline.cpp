@@ -61,7 +61,7 @@ static void add(kind what, const std::string &text)
 }
 
 /// "<seconds since boot> <name> <arguments>"
-static void take_journal_line(const std::string &line)
+static void note_journal_line(const std::string &line)
 {
     const std::string words = line.substr(line.find(' ') + 1);
     static const char *const statistics[] = {"batctl gwl", "batctl tr", "batctl p ", "batctl tp"};
@@ -79,7 +79,7 @@ static void take_journal_line(const std::string &line)
 }
 
 /// "<time> [<process>] <function>:<line>: <LEVEL>: <message>" becomes "<LEVEL> <message>".
-static void take_log_line(const std::string &line)
+static void note_log_line(const std::string &line)
 {
     const size_t process = line.find("] ");
     const size_t level = line.find(": ", process == std::string::npos ? 0 : process);
@@ -90,8 +90,8 @@ static void take_log_line(const std::string &line)
         add(kind::log, line.substr(level + 2, message - level - 2) + line.substr(message + 1));
 }
 
-static followed_file journal{JOURNAL, take_journal_line, 0, {}};
-static followed_file daemon_log{LOG, take_log_line, 0, {}};
+static followed_file journal{JOURNAL, note_journal_line, 0, {}};
+static followed_file daemon_log{LOG, note_log_line, 0, {}};
 
 static void read_on(followed_file *file)
 {
@@ -129,12 +129,12 @@ static void watch_led_flags()
     flags_watch = inotify_add_watch(watches, LED_FLAGS, IN_CLOSE_WRITE);
 }
 
-static void take_led(const std::string &name)
+static void note_led(const std::string &name)
 {
     add(kind::led, name + " " + first_word_of(std::string(LED_FLAGS) + "/" + name));
 }
 
-static void take_tmp(const inotify_event *seen)
+static void note_tmp(const inotify_event *seen)
 {
     const std::string name = seen->name;
     if (name == "debug_tarn_net.log") {
@@ -146,16 +146,16 @@ static void take_tmp(const inotify_event *seen)
     }
 }
 
-static void take_watch(const inotify_event *seen)
+static void note_watch(const inotify_event *seen)
 {
     if (seen->len == 0)
         return;
     if (seen->wd == tmp_watch)
-        take_tmp(seen);
+        note_tmp(seen);
     else if (seen->wd == var_log_watch && strcmp(seen->name, "journal") == 0)
         read_on(&journal);
     else if (seen->wd == flags_watch)
-        take_led(seen->name);
+        note_led(seen->name);
     else if (seen->wd == etc_config_watch && seen->name[0] != '.')
         add(kind::commit, seen->name);
 }
@@ -166,7 +166,7 @@ static void watches_cb(uloop_fd *fd, unsigned)
     for (ssize_t length; (length = read(fd->fd, buffer, sizeof buffer)) > 0;) {
         for (const char *at = buffer; at < buffer + length;) {
             const auto *seen = reinterpret_cast<const inotify_event *>(at);
-            take_watch(seen);
+            note_watch(seen);
             at += sizeof *seen + seen->len;
         }
     }
@@ -211,7 +211,7 @@ static rule_facts read_rule(const nlmsghdr *message)
     return facts;
 }
 
-static void take_rule(const nlmsghdr *message)
+static void note_rule(const nlmsghdr *message)
 {
     if (message->nlmsg_type != RTM_NEWRULE && message->nlmsg_type != RTM_DELRULE)
         return;
@@ -230,7 +230,7 @@ static void rules_cb(uloop_fd *fd, unsigned)
         auto left = static_cast<unsigned>(length);
         const auto *message = reinterpret_cast<const nlmsghdr *>(buffer);
         for (; NLMSG_OK(message, left); message = NLMSG_NEXT(message, left))
-            take_rule(message);
+            note_rule(message);
     }
 }
 

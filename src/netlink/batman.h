@@ -9,7 +9,7 @@
 struct nl_sock;
 struct nl_cb;
 
-/// The query's socket and what belongs to it; all zero while there is none.
+/// The query's socket and what belongs to it; all zero while it is closed.
 struct bat_neighbor_query {
     nl_sock *socket;
     nl_cb *callbacks;

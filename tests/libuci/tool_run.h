@@ -32,5 +32,5 @@ private:
 /// Runs the tool with exactly these arguments.
 tool_result run_tool(const std::vector<std::string> &arguments, const std::string &input);
 
-/// The whole file, or nothing when there is none.
+/// The whole file, or nothing without the file.
 std::optional<std::string> content(const std::string &path);

@@ -166,7 +166,7 @@ TEST_F(batman_query, a_dump_that_breaks_off_is_not_mixed_with_the_next)
     log.take();
     EXPECT_EQ(neighbors_of({one, one, done_message(0)}), 2u);
     EXPECT_EQ(log.take(), lines{"DEBUG Got 2 neighbors on BATMAN iface"});
-    // Somebody else's sequence number is no answer of ours.
+    // Another sequence number belongs to another request's answer.
     bytes foreign = one;
     foreign[8] = 99;
     EXPECT_EQ(neighbors_of({foreign, done_message(0)}), 0u);

@@ -57,7 +57,7 @@ static bool matches(const char *pattern, const char *text)
 {
     regex_t expression;
     if (regcomp(&expression, pattern, REG_EXTENDED | REG_NOSUB) != 0)
-        abort(); // a row's pattern is a literal of ours
+        abort(); // a row's pattern is a literal: a slip in the code
     const bool match = regexec(&expression, text, 0, nullptr, 0) == 0;
     regfree(&expression);
     return match;

@@ -57,8 +57,8 @@ extern const blobmsg_policy ubus_package_dump_state_policy[1];         ///< incl
 extern const blobmsg_policy ubus_package_maint_window_event_policy[1]; ///< active INT8
 
 /// Replies {"success": bool, "messages": [..]}, with the ERROR lines logged while the callback ran
-/// and what it explained; the status is the callback's. A call without the table "params" is told
-/// so.
+/// and what it explained; the status is the callback's. A call without the table "params" gets
+/// a line that says so.
 int ubus_parse_config(ubus_context *ctx, ubus_object *obj, ubus_request_data *req,
                       const char *method, blob_attr *msg);
 /// Replies with the status alone.

@@ -40,7 +40,7 @@ static const package_callbacks *callbacks_find(const char *object_name)
     return nullptr;
 }
 
-/// UBUS_STATUS_OK with the callback found, or why there is none.
+/// UBUS_STATUS_OK with the callback found, or the status that says why it cannot be called.
 static int callback_find(const ubus_object *object, package_cb package_callbacks::*slot,
                          package_cb *found)
 {

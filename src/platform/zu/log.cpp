@@ -1,7 +1,6 @@
 // The log file: opening, rotating, and writing one line. Callers reach it through the macros of
 // log.h; which messages are wanted at all is decided there.
 #include "platform/zu/log.h"
-#include "platform/zu/system_log.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -15,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/zu/handle.h"
+#include "platform/zu/system_log.h"
 
 FILE *gDebug_file;
 int gDebug_log_level = ZU_LOG_NOTICE;

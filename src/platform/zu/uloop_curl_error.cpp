@@ -10,7 +10,7 @@ struct error_text {
 };
 
 /// The ways in which connecting fails.
-static constexpr error_text ERROR_TEXTS[] = {
+constexpr error_text ERROR_TEXTS[] = {
     {CURLE_UNSUPPORTED_PROTOCOL, "no protocol of this libcurl"},
     {CURLE_FAILED_INIT, "libcurl could not start"},
     {CURLE_URL_MALFORMAT, "not an address"},
