@@ -8,7 +8,6 @@
 #include "platform/zu/log.h"
 #include "state/owned.h"
 #include "wired/netifd/enumeration.h"
-#include "wired/netifd/iface.h"
 
 constexpr char MESH_RP_PATH[] = "network.interface.mesh_rp";
 constexpr char ORPHAN_PATH_PREFIX[] = "network.interface.orph_conn";
@@ -33,7 +32,6 @@ static constexpr iface_kind MESH = {
     .wanted = mesh_is_interface_path,
     .is_known = any_is_known,
     .ends_when_answered = false,
-    .on_status = nullptr,
     .on_change = nullptr,
     .noun = "Mesh",
     .add_failure = "Failed to allocate memory for a new mesh listing",

@@ -7,7 +7,6 @@
 #include "platform/zu/log.h"
 #include "state/owned.h"
 #include "wired/netifd/enumeration.h"
-#include "wired/netifd/iface.h"
 
 constexpr char WIRED_PATH_PREFIX[] = "network.interface.wired";
 
@@ -46,11 +45,6 @@ static bool uplink_is_known()
     return find_bridge_uplink() != nullptr;
 }
 
-static void bridge_status_cb(iface_entry *)
-{
-    iface_enumeration_weigh(&gTarn_net_state.bridges);
-}
-
 /// Another one may lead out now.
 static void bridge_change_cb(iface_entry *)
 {
@@ -66,7 +60,6 @@ static constexpr iface_kind WIRED = {
     .wanted = bridges_is_interface_path,
     .is_known = uplink_is_known,
     .ends_when_answered = true,
-    .on_status = bridge_status_cb,
     .on_change = bridge_change_cb,
     .noun = "Interface",
     .add_failure = "Unable to add wired bridge to list",

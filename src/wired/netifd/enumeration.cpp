@@ -2,7 +2,6 @@
 
 #include "platform/zu/log.h"
 #include "state/state.h"
-#include "wired/netifd/iface.h"
 
 constexpr int ENUMERATE_MS = 5000;
 
@@ -23,7 +22,8 @@ static void end(iface_enumeration *enumeration)
         gEnded();
 }
 
-void iface_enumeration_weigh(iface_enumeration *enumeration)
+/// Ends an enumeration when every interface has answered and is named.
+static void weigh(iface_enumeration *enumeration)
 {
     // While the first step still waits there is nothing to end.
     if (!enumeration->enumerate_timer.pending ||
@@ -36,6 +36,11 @@ void iface_enumeration_weigh(iface_enumeration *enumeration)
             return;
     }
     end(enumeration);
+}
+
+static void weigh_cb(iface_entry *entry)
+{
+    weigh(entry->enumeration);
 }
 
 static void enumerate_timeout_cb(uloop_timeout *timer)
@@ -93,7 +98,7 @@ static void wait_to_enumerate_cb(uloop_timeout *timer)
     uloop_timeout_set(timer, ENUMERATE_MS);
     // Answers that came in while later interfaces were still being asked.
     if (kind->ends_when_answered && !list_empty(&enumeration->list))
-        iface_enumeration_weigh(enumeration);
+        weigh(enumeration);
 }
 
 bool iface_enumeration_start(iface_enumeration *enumeration, const iface_kind *kind)
@@ -127,7 +132,8 @@ void iface_enumeration_add(iface_enumeration *enumeration, const iface_kind *kin
         log_error("%s", kind->add_failure);
         return;
     }
-    entry->on_status = kind->on_status;
+    entry->enumeration = enumeration;
+    entry->on_status = kind->ends_when_answered ? weigh_cb : nullptr;
     entry->on_change = kind->on_change;
     list_add_tail(&entry->link, list);
 }

@@ -12,18 +12,16 @@
 #include <cstdint>
 
 #include "state/followed.h"
-
-struct iface_entry;
+#include "wired/netifd/iface.h"
 
 /// What differs between the two.
 struct iface_kind {
     bool (*wanted)(const char *path); ///< the path names an interface of this kind
     /// True when what is known is enough and only that is asked; else the bus is searched.
     bool (*is_known)();
-    bool ends_when_answered; ///< not before its limit otherwise
-    void (*on_status)(iface_entry *entry);
-    void (*on_change)(iface_entry *entry);
-    const char *noun; ///< as in "Mesh '...' failed to respond"
+    bool ends_when_answered;   ///< not before its limit otherwise
+    iface_status_cb on_change; ///< facts of one were taken or lost; null when nobody minds
+    const char *noun;          ///< as in "Mesh '...' failed to respond"
     const char *add_failure;
     void (*log_lookup_failure)(const char *path);
 };
@@ -32,8 +30,6 @@ struct iface_kind {
 void iface_enumeration_tell_end(void (*ended)());
 /// Starts an enumeration. False when one is in progress already.
 bool iface_enumeration_start(iface_enumeration *enumeration, const iface_kind *kind);
-/// Ends it when every interface has answered and is named.
-void iface_enumeration_weigh(iface_enumeration *enumeration);
 /// Follows an interface object; one of the same path but another id is replaced. What fails is
 /// logged.
 void iface_enumeration_add(iface_enumeration *enumeration, const iface_kind *kind,

@@ -19,6 +19,7 @@ struct bus_object {
 /// Every object on the bus whose path is `wanted`, in the broker's order. Empty without a bus.
 std::vector<bus_object> bus_lookup_objects(ubus_context *ctx, bool (*wanted)(const char *path));
 
+struct iface_enumeration;
 struct iface_entry;
 using iface_status_cb = void (*)(iface_entry *entry);
 
@@ -35,8 +36,9 @@ struct iface_entry {
     bool parsed;          ///< the call has ended, well or not
     char *obj_path;
     ubus_subscriber subscriber;
-    iface_status_cb on_status; ///< called after every completed status call; may be null
-    iface_status_cb on_change; ///< called when facts have been taken or lost; may be null
+    iface_enumeration *enumeration; ///< whose list it is in
+    iface_status_cb on_status;      ///< called after every completed status call; may be null
+    iface_status_cb on_change;      ///< called when facts have been taken or lost; may be null
 
     ubus_context *ctx;
     uint32_t id;   ///< bus id subscribed to
