@@ -14,28 +14,27 @@ namespace {
 struct gateway_row {
     const char *key;
     char *mesh_gateway_facts::*fact;
-    const char *failed;
 };
 
 constexpr gateway_row GATEWAY_ROWS[] = {
-    {"gateway", &mesh_gateway_facts::mac, "Unable to add gateway"},
-    {"gateway_quality", &mesh_gateway_facts::quality, "Unable to add gateway_quality"},
-    {"gateway_route", &mesh_gateway_facts::route, "Unable to add gateway_route"},
-    {"gateway_latency", &mesh_gateway_facts::latency, "Unable to add gateway_latency"},
-    {"gateway_speed", &mesh_gateway_facts::speed, "Unable to add gateway_speed"},
+    {"gateway", &mesh_gateway_facts::mac},
+    {"gateway_quality", &mesh_gateway_facts::quality},
+    {"gateway_route", &mesh_gateway_facts::route},
+    {"gateway_latency", &mesh_gateway_facts::latency},
+    {"gateway_speed", &mesh_gateway_facts::speed},
 };
 
-void report(int result, const char *failed)
+void report(int result, const char *what)
 {
     if (result != 0)
-        log_info("%s", failed);
+        log_info("Unable to add %s", what);
 }
 
 void dump_gateway(blob_buf *buf)
 {
     for (const gateway_row &row : GATEWAY_ROWS)
         if (const char *text = node_state().mesh.gateway.*row.fact)
-            report(blobmsg_add_string(buf, row.key, text), row.failed);
+            report(blobmsg_add_string(buf, row.key, text), row.key);
 }
 
 void dump_dfs_usable(blob_buf *buf)
@@ -50,7 +49,7 @@ void dump_dfs_usable(blob_buf *buf)
             break;
         if (wifi_dfs_is_usable(entry))
             report(blobmsg_add_u32(buf, "channel", static_cast<uint32_t>(entry.channel)),
-                   "Unable to add a usable DFS channel");
+                   "a usable DFS channel");
     }
     blobmsg_close_array(buf, array);
 }
@@ -59,22 +58,21 @@ void wifi_dump_wireless_state(blob_buf *buf)
 {
     report(blobmsg_add_u32(buf, "lonely_trigger_count",
                            static_cast<uint32_t>(node_state().mesh.lonely_trigger_count)),
-           "Unable to add lonely_trigger_count");
+           "lonely_trigger_count");
     report(blobmsg_add_string(buf, "upstream_state",
                               upstream_state_name(node_state().inet_test.upstream_state)),
-           "Unable to add upstream_state");
+           "upstream_state");
     dump_gateway(buf);
-    report(blobmsg_add_u8(buf, "dfs_event_detected", dfs_event_detected),
-           "Unable to add dfs_event_detected");
+    report(blobmsg_add_u8(buf, "dfs_event_detected", dfs_event_detected), "dfs_event_detected");
     dump_dfs_usable(buf);
 }
 
 void dump_delayed(blob_buf *buf)
 {
     const wifi_delayed_status now = wifi_delayed_now();
-    report(blobmsg_add_string(buf, "state", now.state), "Unable to add the delayed state");
+    report(blobmsg_add_string(buf, "state", now.state), "the delayed state");
     report(blobmsg_add_u32(buf, "seconds_left", static_cast<uint32_t>(now.seconds_left)),
-           "Unable to add seconds_left");
+           "seconds_left");
 }
 
 /// One table of the document.

@@ -2,9 +2,13 @@
 #include "support/file_calls.h"
 #include "writer_fixture.h"
 
+#include "wifi/settings/fields.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
+
+#include <memory>
 
 namespace {
 
@@ -379,6 +383,39 @@ TEST_F(pushed, LeavesAnSsidThatNoDocumentConfiguredOnItsRadiosAlone)
     ASSERT_EQ(0, push(R"({"ssids":[{"index":1,"radius_port":1}]})"));
     EXPECT_EQ("1 7", uci("wireless.ap0_1.auth_port") + " " + uci("wireless.ap0_2.auth_port"));
     EXPECT_EQ("ap0_1 ap1_1", uci("prequestd.prequestd.interface"));
+}
+
+/// Sets what rows say is written as it is; nothing but the rows knows these settings.
+static void set_all(std::span<const wifi_field> rows, void *part)
+{
+    for (const wifi_field &row : rows)
+        if (row.option && row.stage != FOREIGN)
+            field_store(row, static_cast<char *>(part), {"1"});
+}
+
+TEST_F(pushed, SaysInAnOptionWhatTheRowsSayIsWritten)
+{
+    auto settings = std::make_unique<wifi_settings>(*wifi_live_settings());
+    wifi_ssid_settings &ssid = settings->ssids[0];
+    set_all(NODE_FIELDS, settings.get());
+    set_all(SSID_FIELDS, &ssid);
+    set_all(DHCP_FIELDS, &ssid.dhcp);
+    ssid.dhcp.relay[0] = '\0'; // or it has no leases of its own
+    ssid.configured = true;
+    for (wifi_radio_settings &radio : settings->radios)
+        set_all(RADIO_FIELDS, &radio);
+    ASSERT_EQ(0, wifid_write_config(settings.get()));
+    const std::string kept = run("uci show tarn_net").output;
+    const auto expect_none = [&kept](const std::string &section, std::span<const wifi_field> rows) {
+        for (const wifi_field &row : rows) {
+            const bool is_kept = kept.find(section + "." + row.name + "=") != kept.npos;
+            EXPECT_FALSE(is_kept && row.option && row.use == PLAIN) << row.name;
+        }
+    };
+    expect_none("tarn_net.settings", NODE_FIELDS);
+    expect_none("tarn_net.settings_ssid1", SSID_FIELDS);
+    expect_none("tarn_net.settings_ssid1", DHCP_FIELDS);
+    expect_none("tarn_net.settings_radio1", RADIO_FIELDS);
 }
 
 TEST_F(pushed, MovesTheMeshInterfacesOfItsSsids)

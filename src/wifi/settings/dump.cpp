@@ -9,12 +9,11 @@
 #include "wifi/settings/dump_table.h"
 #include "wifi/wifi.h"
 
-namespace {
+static constexpr dump_item BAND_ITEMS[] = {{"ssid_name", "band%d_ssid"},
+                                           {"enable", "band%d_enable"}};
+static constexpr dump_table BAND = {"band", BAND_FIELDS, BAND_ITEMS};
 
-constexpr dump_item BAND_ITEMS[] = {{"ssid_name", "band%d_ssid"}, {"enable", "band%d_enable"}};
-constexpr dump_table BAND = {"band", BAND_FIELDS, BAND_ITEMS};
-
-int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
+static int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
 {
     const auto *ssid = static_cast<const wifi_ssid_settings *>(part);
     const dump_nest bands(buf, "bands", false);
@@ -27,13 +26,13 @@ int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
     return 0;
 }
 
-constexpr dump_item DHCP_ITEMS[] = {
+static constexpr dump_item DHCP_ITEMS[] = {
     {"enable", "dhcp_enable"}, {"gateway", "dhcp_gateway"},   {"netmask", "dhcp_netmask"},
     {"start", "dhcp_start"},   {"num_leases", "dhcp_leases"}, {"lease_len", "dhcp_lease_length"},
 };
-constexpr dump_table DHCP = {"dhcp", DHCP_FIELDS, DHCP_ITEMS};
+static constexpr dump_table DHCP = {"dhcp", DHCP_FIELDS, DHCP_ITEMS};
 
-int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
+static int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
 {
     const wifi_dhcp_settings *dhcp = &static_cast<const wifi_ssid_settings *>(part)->dhcp;
     if (const dump_nest table(buf, "dhcp", false); table)
@@ -42,9 +41,9 @@ int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
 }
 
 // Shown of each SSID, and of an enabled one.
-constexpr dump_item SSID_ENABLE_ITEMS[] = {{"enable"}};
-constexpr dump_table SSID_ENABLE = {"ssid", SSID_FIELDS, SSID_ENABLE_ITEMS};
-constexpr dump_item SSID_ITEMS[] = {
+static constexpr dump_item SSID_ENABLE_ITEMS[] = {{"enable"}};
+static constexpr dump_table SSID_ENABLE = {"ssid", SSID_FIELDS, SSID_ENABLE_ITEMS};
+static constexpr dump_item SSID_ITEMS[] = {
     {"name", "ssid"},
     {"key"},
     {"enc"},
@@ -74,10 +73,10 @@ constexpr dump_item SSID_ITEMS[] = {
     {.key = "dhcp", .add = dump_dhcp},
     {"shaping_enable"},
 };
-constexpr dump_table SSID_TABLE = {"ssid", SSID_FIELDS, SSID_ITEMS};
+static constexpr dump_table SSID_TABLE = {"ssid", SSID_FIELDS, SSID_ITEMS};
 
-void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssid, int index,
-                             bool include_secrets)
+static void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssid, int index,
+                                    bool include_secrets)
 {
     const dump_nest table(buf, "ssid", false);
     if (!table)
@@ -90,16 +89,16 @@ void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssid, int 
 }
 
 // Shown of each radio, and of an enabled one.
-constexpr dump_item RADIO_ENABLE_ITEMS[] = {{"enable"}};
-constexpr dump_table RADIO_ENABLE = {"radio", RADIO_FIELDS, RADIO_ENABLE_ITEMS};
-constexpr dump_item RADIO_ITEMS[] = {
+static constexpr dump_item RADIO_ENABLE_ITEMS[] = {{"enable"}};
+static constexpr dump_table RADIO_ENABLE = {"radio", RADIO_FIELDS, RADIO_ENABLE_ITEMS};
+static constexpr dump_item RADIO_ITEMS[] = {
     {"channel"}, {"mode", "htmode"},      {"txpower"},
     {"rtscts"},  {"disable_lower_rates"}, {"mesh_enable"},
 };
-constexpr dump_table RADIO_TABLE = {"radio", RADIO_FIELDS, RADIO_ITEMS};
+static constexpr dump_table RADIO_TABLE = {"radio", RADIO_FIELDS, RADIO_ITEMS};
 
-void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, int index,
-                              const char *band)
+static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, int index,
+                                     const char *band)
 {
     const dump_nest table(buf, "radio", false);
     if (!table)
@@ -112,29 +111,29 @@ void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, i
     dump_part(buf, {&RADIO_TABLE, &RADIO_ENABLE}, &radio, false);
 }
 
-constexpr dump_item BATMAN_ITEMS[] = {
+static constexpr dump_item BATMAN_ITEMS[] = {
     {"hop_penalty"}, {"gw_stickiness"}, {"bridge_loop_avoidance"}};
-constexpr dump_table BATMAN = {"batman", NODE_FIELDS, BATMAN_ITEMS};
+static constexpr dump_table BATMAN = {"batman", NODE_FIELDS, BATMAN_ITEMS};
 
-int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
+static int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
 {
     if (const dump_nest table(buf, "batman", false); table)
         dump_items(buf, BATMAN, part, include_secrets);
     return 0;
 }
 
-constexpr dump_item MESH_ITEMS[] = {
+static constexpr dump_item MESH_ITEMS[] = {
     {"protocol", "mesh_protocol"}, {.key = "batman", .add = dump_batman}, {"key", "mesh_key"}};
-constexpr dump_table MESH = {"mesh", NODE_FIELDS, MESH_ITEMS};
+static constexpr dump_table MESH = {"mesh", NODE_FIELDS, MESH_ITEMS};
 
-int wifi_dump_mesh_settings(blob_buf *buf, const void *part, bool include_secrets)
+static int wifi_dump_mesh_settings(blob_buf *buf, const void *part, bool include_secrets)
 {
     if (const dump_nest table(buf, "mesh", false); table)
         dump_items(buf, MESH, part, include_secrets);
     return 0;
 }
 
-int dump_dfs_channels(blob_buf *buf, const void *part, bool include_secrets)
+static int dump_dfs_channels(blob_buf *buf, const void *part, bool include_secrets)
 {
     if (!static_cast<const wifi_settings *>(part)->dfs_enable)
         return 0;
@@ -142,7 +141,7 @@ int dump_dfs_channels(blob_buf *buf, const void *part, bool include_secrets)
                         *wifi_find_field(NODE_FIELDS, "dfs_channels"), part, include_secrets);
 }
 
-int dump_ssids(blob_buf *buf, const void *part, bool include_secrets)
+static int dump_ssids(blob_buf *buf, const void *part, bool include_secrets)
 {
     const auto *settings = static_cast<const wifi_settings *>(part);
     const dump_nest array(buf, "ssids", true);
@@ -151,7 +150,7 @@ int dump_ssids(blob_buf *buf, const void *part, bool include_secrets)
     return 0;
 }
 
-int dump_radios(blob_buf *buf, const void *part, bool)
+static int dump_radios(blob_buf *buf, const void *part, bool)
 {
     const auto *settings = static_cast<const wifi_settings *>(part);
     const dump_nest array(buf, "radios", true);
@@ -164,7 +163,7 @@ int dump_radios(blob_buf *buf, const void *part, bool)
     return 0;
 }
 
-int dump_presence_interval(blob_buf *buf, const void *part, bool)
+static int dump_presence_interval(blob_buf *buf, const void *part, bool)
 {
     const auto *settings = static_cast<const wifi_settings *>(part);
     if (!settings->presence_enable)
@@ -173,21 +172,21 @@ int dump_presence_interval(blob_buf *buf, const void *part, bool)
                            static_cast<uint32_t>(settings->presence_interval));
 }
 
-int dump_orphan_connect_radio(blob_buf *buf, const void *part, bool)
+static int dump_orphan_connect_radio(blob_buf *buf, const void *part, bool)
 {
     const auto *settings = static_cast<const wifi_settings *>(part);
     const char *band = platform_wireless_get_radio_band_name(settings->orphan_connect_radio);
     return band ? blobmsg_add_string(buf, "orphan_connect_radio", band) : -1;
 }
 
-int dump_antenna_type(blob_buf *buf, const void *part, bool)
+static int dump_antenna_type(blob_buf *buf, const void *part, bool)
 {
     static constexpr const char *NAMES[] = {"Internal", "dipole", "patch"};
     const int type = static_cast<const wifi_settings *>(part)->antenna_type;
     return blobmsg_add_string(buf, "antenna_type", NAMES[type == 1 || type == 2 ? type : 0]);
 }
 
-constexpr dump_item TOP_ITEMS[] = {
+static constexpr dump_item TOP_ITEMS[] = {
     {.key = "enable", .failed = "wifi enable flag"},
     {"ap_scan"},
     {"delayed"},
@@ -214,14 +213,12 @@ constexpr dump_item TOP_ITEMS[] = {
     {.key = "antenna_type", .add = dump_antenna_type},
     {"recover_config_errors"},
 };
-constexpr dump_table TOP = {"", NODE_FIELDS, TOP_ITEMS};
+static constexpr dump_table TOP = {"", NODE_FIELDS, TOP_ITEMS};
 
 static_assert(dump_is_whole(BAND) && dump_is_whole(DHCP) && dump_is_whole(SSID_ENABLE) &&
               dump_is_whole(SSID_TABLE) && dump_is_whole(RADIO_ENABLE) &&
               dump_is_whole(RADIO_TABLE) && dump_is_whole(BATMAN) && dump_is_whole(MESH) &&
               dump_is_whole(TOP));
-
-} // namespace
 
 int wifi_dump_settings(blob_buf *buf, const wifi_settings *settings, bool include_secrets)
 {

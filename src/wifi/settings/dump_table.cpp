@@ -1,17 +1,15 @@
 // The walk over the items of the state dump.
 #include "wifi/settings/dump_table.h"
 
+#include <cstring>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
-#include <cstring>
-
-namespace {
-
 // Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: one
 // element is made by libubox, the others are copies of it with another value.
-int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_t count,
-                    size_t size)
+static int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_t count,
+                           size_t size)
 {
     blob_buffer model;
     if (blobmsg_buf_init(&model) != 0 || blobmsg_add_string(&model, element, texts) != 0)
@@ -29,7 +27,8 @@ int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_
 }
 
 // Texts of `size` bytes each up to the first empty one.
-int add_texts(blob_buf *buf, const char *element, const char *texts, size_t slots, size_t size)
+static int add_texts(blob_buf *buf, const char *element, const char *texts, size_t slots,
+                     size_t size)
 {
     int result = 0;
     while (slots > 0 && *texts) {
@@ -44,8 +43,8 @@ int add_texts(blob_buf *buf, const char *element, const char *texts, size_t slot
     return result;
 }
 
-int add_integers(blob_buf *buf, const char *element, const char *integers, size_t slots,
-                 size_t size)
+static int add_integers(blob_buf *buf, const char *element, const char *integers, size_t slots,
+                        size_t size)
 {
     const uint32_t count = settings_load(SETTINGS_INT, integers + slots * size).number;
     int result = 0;
@@ -55,7 +54,8 @@ int add_integers(blob_buf *buf, const char *element, const char *integers, size_
     return result;
 }
 
-int add_list(blob_buf *buf, const dump_item &item, const wifi_field &field, const char *member)
+static int add_list(blob_buf *buf, const dump_item &item, const wifi_field &field,
+                    const char *member)
 {
     const auto add = field.kind == SETTINGS_INTS ? add_integers : add_texts;
     const dump_nest array(buf, item.key, true);
@@ -63,7 +63,7 @@ int add_list(blob_buf *buf, const dump_item &item, const wifi_field &field, cons
                  : 0;
 }
 
-int add_value(blob_buf *buf, const char *key, settings_kind kind, const char *member)
+static int add_value(blob_buf *buf, const char *key, settings_kind kind, const char *member)
 {
     const settings_value value = settings_load(kind, member);
     if (value.text)
@@ -73,7 +73,7 @@ int add_value(blob_buf *buf, const char *key, settings_kind kind, const char *me
     return blobmsg_add_u8(buf, key, value.number != 0);
 }
 
-bool is_named(const wifi_field &field, std::initializer_list<const dump_table *> tables)
+static bool is_named(const wifi_field &field, std::initializer_list<const dump_table *> tables)
 {
     for (const dump_table *table : tables)
         for (const dump_item &item : table->items)
@@ -81,8 +81,6 @@ bool is_named(const wifi_field &field, std::initializer_list<const dump_table *>
                 return true;
     return false;
 }
-
-} // namespace
 
 dump_nest::dump_nest(blob_buf *buf, const char *name, bool array)
     : buf_(buf), cookie_(blobmsg_open_nested(buf, name, array))

@@ -7,14 +7,12 @@
 
 using values = std::vector<std::string>;
 
-namespace {
-
-int32_t int_at(const char *member)
+static int32_t int_at(const char *member)
 {
     return static_cast<int32_t>(settings_load(SETTINGS_INT, member).number);
 }
 
-values texts_of(const wifi_field &row, const char *member)
+static values texts_of(const wifi_field &row, const char *member)
 {
     values texts;
     for (size_t i = 0; i < row.slots && member[i * row.size]; i++)
@@ -22,7 +20,7 @@ values texts_of(const wifi_field &row, const char *member)
     return texts;
 }
 
-values integers_of(const wifi_field &row, const char *member)
+static values integers_of(const wifi_field &row, const char *member)
 {
     values texts;
     const int count = int_at(member + size_t{row.slots} * row.size);
@@ -31,7 +29,7 @@ values integers_of(const wifi_field &row, const char *member)
     return texts;
 }
 
-int number_of(const std::string &text, int otherwise)
+static int number_of(const std::string &text, int otherwise)
 {
     const char *end = text.data() + text.size();
     int32_t number;
@@ -39,14 +37,12 @@ int number_of(const std::string &text, int otherwise)
     return error == std::errc() && stop == end ? number : otherwise;
 }
 
-void store_one(const wifi_field &row, char *member, const std::string &text, int otherwise)
+static void store_one(const wifi_field &row, char *member, const std::string &text, int otherwise)
 {
     const bool is_text = row.kind == SETTINGS_STRING || row.kind == SETTINGS_STRINGS;
     settings_save(is_text ? SETTINGS_STRING : row.kind, row.size, member,
                   {is_text ? 0 : static_cast<uint32_t>(number_of(text, otherwise)), text.c_str()});
 }
-
-} // namespace
 
 values field_texts(const wifi_field &row, const char *record)
 {

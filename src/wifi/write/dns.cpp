@@ -1,7 +1,9 @@
 // DNS of an SSID: the node's common instance, or one of the SSID's own when its queries are
 // intercepted or it has name servers of its own.
 #include "wifi/write/dns.h"
+#include "wifi/write/dns.h"
 
+#include "wifi/write/fields_uci.h"
 #include "wifi/write/write_internal.h"
 
 static const std::string LAN_NOTINTERFACE = "dhcp.lan_dns.notinterface";
@@ -123,5 +125,5 @@ void wifi_write_dns(const wifi_write &w, int ssid)
     }
     put_instance(settings, ssid, numbered("ssid", ssid, "_dns"));
     write_own_instance(settings, ssid);
-    uci_put(numbered("dhcp.ssid", ssid, "_dns.rebind_protection"), settings.rebind_protection);
+    fields_write(wifi_ssid_part(*w.settings, ssid, -1), "dhcp.ssid%d_dns");
 }

@@ -8,6 +8,9 @@
 // duplicates.
 #include "wifi/write/fields_uci.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_batch.h"
@@ -15,32 +18,27 @@
 #include "wifi/wifi_internal.h"
 #include "wifi/write/write_internal.h"
 
-#include <algorithm>
-#include <cstring>
-
-namespace {
-
 using values = std::vector<std::string>;
 
 // ---- the parts of a record
 
 template <typename Record>
-char *bytes_of(const Record &record)
+static char *bytes_of(const Record &record)
 {
     return reinterpret_cast<char *>(const_cast<Record *>(&record)); // only readers write to it
 }
 
-const wifi_ssid_settings &slot_of(const wifi_settings &settings, int ssid)
+static const wifi_ssid_settings &slot_of(const wifi_settings &settings, int ssid)
 {
     return settings.ssids[ssid - 1];
 }
 
-std::string kept_ssid(int ssid)
+static std::string kept_ssid(int ssid)
 {
     return numbered("tarn_net.settings_ssid", ssid);
 }
 
-int first_radio(bool (*counts)(int band))
+static int first_radio(bool (*counts)(int band))
 {
     for (int radio = 0; radio < wifi_radio_count(); radio++)
         if (counts(wifi_radio_band_type(radio)))
@@ -50,7 +48,7 @@ int first_radio(bool (*counts)(int band))
 
 /// Calls `visit` for each part, as read back.
 template <typename visitor>
-void for_each_part(const wifi_settings &settings, visitor visit)
+static void for_each_part(const wifi_settings &settings, visitor visit)
 {
     const int radio = first_radio([](int band) { return band != WIFI_BAND_SCANNING; });
     visit(wifi_node_part(settings, radio, first_radio([](int band) {
@@ -69,7 +67,7 @@ void for_each_part(const wifi_settings &settings, visitor visit)
 
 /// Calls `visit` for each row that is read back.
 template <typename visitor>
-void for_each_row(const wifi_settings &settings, visitor visit)
+static void for_each_row(const wifi_settings &settings, visitor visit)
 {
     for_each_part(settings, [visit](const wifi_part &part) {
         for (const wifi_field &row : part.rows)
@@ -81,7 +79,7 @@ void for_each_row(const wifi_settings &settings, visitor visit)
 // ---- names
 
 /// The format with its "%d"s replaced; empty when a number is negative.
-std::string fill(const char *format, int first, int second = 0)
+static std::string fill(const char *format, int first, int second = 0)
 {
     if (first < 0 || second < 0)
         return {};
@@ -93,7 +91,7 @@ std::string fill(const char *format, int first, int second = 0)
 }
 
 /// The option's name; empty when there is none.
-std::string option_of(const wifi_part &part, const wifi_field &row)
+static std::string option_of(const wifi_part &part, const wifi_field &row)
 {
     if (!row.option)
         return {};
@@ -112,12 +110,12 @@ std::string option_of(const wifi_part &part, const wifi_field &row)
     return {};
 }
 
-std::string kept_name(const wifi_part &part, const wifi_field &row)
+static std::string kept_name(const wifi_part &part, const wifi_field &row)
 {
     return fill(row.name, std::max(part.band, 0));
 }
 
-std::string kept_option(const wifi_part &part, const wifi_field &row)
+static std::string kept_option(const wifi_part &part, const wifi_field &row)
 {
     return part.kept + "." + kept_name(part, row);
 }
@@ -125,10 +123,10 @@ std::string kept_option(const wifi_part &part, const wifi_field &row)
 // ---- read back
 
 /// Options that were passed over since the record was last read.
-constinit std::vector<std::string> said_unfit;
+static constinit std::vector<std::string> said_unfit;
 
 /// What the option holds, but for what no setting can hold, which is said once.
-values items_of(const std::string &name)
+static values items_of(const std::string &name)
 {
     values items = uci_items(name);
     const auto unfit = std::remove_if(items.begin(), items.end(), [](const std::string &item) {
@@ -143,12 +141,12 @@ values items_of(const std::string &name)
     return items;
 }
 
-bool says_it_now(const wifi_part &part, const wifi_field &row)
+static bool says_it_now(const wifi_part &part, const wifi_field &row)
 {
     return !row.while_enabled || reinterpret_cast<const wifi_dhcp_settings *>(part.record)->enable;
 }
 
-values option_values(const wifi_part &part, const wifi_field &row)
+static values option_values(const wifi_part &part, const wifi_field &row)
 {
     const std::string name = says_it_now(part, row) ? option_of(part, row) : std::string();
     values found = name.empty() ? values{} : items_of(name);
@@ -161,7 +159,7 @@ values option_values(const wifi_part &part, const wifi_field &row)
 }
 
 /// Empty when nothing is kept.
-values kept_values(const wifi_part &part, const wifi_field &row)
+static values kept_values(const wifi_part &part, const wifi_field &row)
 {
     values found = items_of(kept_option(part, row));
     for (std::string &value : found)
@@ -169,7 +167,7 @@ values kept_values(const wifi_part &part, const wifi_field &row)
     return found;
 }
 
-void read_row(const wifi_part &part, const wifi_field &row, bool with_kept)
+static void read_row(const wifi_part &part, const wifi_field &row, bool with_kept)
 {
     const bool may_be_kept = row.stage == DIRECT || (with_kept && row.stage == STAGED);
     values found = may_be_kept ? kept_values(part, row) : values{};
@@ -182,7 +180,7 @@ void read_row(const wifi_part &part, const wifi_field &row, bool with_kept)
 
 // ---- kept
 
-void keep_row(const wifi_part &part, const wifi_field &row)
+static void keep_row(const wifi_part &part, const wifi_field &row)
 {
     const std::string name = kept_option(part, row);
     const values wanted = field_texts(row, part.record);
@@ -198,7 +196,7 @@ void keep_row(const wifi_part &part, const wifi_field &row)
         uci_add(name, std::to_string(i) + "=" + wanted[i]);
 }
 
-bool row_can_be_written(const wifi_part &part, const wifi_field &row)
+static bool row_can_be_written(const wifi_part &part, const wifi_field &row)
 {
     const auto is_value = [](const std::string &text) { return ng_uci_is_value(text.c_str()); };
     if (std::ranges::all_of(field_texts(row, part.record), is_value))
@@ -211,7 +209,7 @@ bool row_can_be_written(const wifi_part &part, const wifi_field &row)
 
 // ---- written
 
-bool is_in(const char *option, const char *section)
+static bool is_in(const char *option, const char *section)
 {
     const size_t length = strlen(section);
     return option && strncmp(option, section, length) == 0 && option[length] == '.';
@@ -219,7 +217,7 @@ bool is_in(const char *option, const char *section)
 
 /// Calls `put` with the name and the values of each plain option of the section and stage.
 template <typename Put>
-void for_each_option(const wifi_part &part, const char *section, field_stage stage, Put put)
+static void for_each_option(const wifi_part &part, const char *section, field_stage stage, Put put)
 {
     for (const wifi_field &row : part.rows) {
         if (row.stage != stage || row.use == DERIVED || !is_in(row.option, section))
@@ -228,8 +226,6 @@ void for_each_option(const wifi_part &part, const char *section, field_stage sta
             put(row, name, field_texts(row, part.record));
     }
 }
-
-} // namespace
 
 wifi_part wifi_node_part(const wifi_settings &settings, int radio, int dfs_radio)
 {

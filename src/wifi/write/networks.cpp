@@ -71,14 +71,14 @@ static void write_dhcp_role(const wifi_write &w, int ssid)
     uci_put(section + ".ra", role);
 }
 
-static void write_leases(int ssid, int start, int limit, const char *lease_time)
+static void write_planned_leases(int ssid)
 {
     if (!has_dhcp_section(ssid))
         return;
     const std::string section = numbered("dhcp.ssid", ssid);
-    uci_put(section + ".start", start);
-    uci_put(section + ".limit", limit);
-    uci_put(section + ".leasetime", lease_time);
+    uci_put(section + ".start", 20);
+    uci_put(section + ".limit", 1000);
+    uci_put(section + ".leasetime", "5m");
 }
 
 static void write_planned_addresses(const wifi_write &w, int ssid)
@@ -87,7 +87,7 @@ static void write_planned_addresses(const wifi_write &w, int ssid)
     const std::string address = wifi_plan_address(wifi_plan_ssid(w.address_base, ssid));
     uci_put(network + ".ipaddr", address.c_str());
     uci_put(network + ".netmask", PLANNED_NETMASK);
-    write_leases(ssid, 20, 1000, "5m");
+    write_planned_leases(ssid);
     add_masquerade(address, PLANNED_BITS);
     if (ssid != 1) // once is enough: the option is the uplinks', not the SSID's
         return;
@@ -116,14 +116,16 @@ static void write_relay(const wifi_dhcp_settings &dhcp, const char *gateway, int
     uci_clear(numbered("dhcp.ssid", ssid));
 }
 
-static void write_custom_addresses(const wifi_dhcp_settings &dhcp, int ssid)
+static void write_custom_addresses(const wifi_settings &settings, int ssid)
 {
+    const wifi_dhcp_settings &dhcp = settings.ssids[ssid - 1].dhcp;
     const std::string network = numbered("network.ssid", ssid);
     const char *gateway = address_of(dhcp.gateway_ip, "gateway_ip", ssid);
     const char *netmask = address_of(dhcp.netmask, "netmask", ssid);
     uci_put(network + ".ipaddr", gateway);
     uci_put(network + ".netmask", netmask);
-    write_leases(ssid, dhcp.start, dhcp.num_leases, dhcp.lease_len);
+    if (has_dhcp_section(ssid))
+        fields_write(wifi_dhcp_part(settings, ssid), "dhcp.ssid%d");
     if (dhcp.relay[0])
         write_relay(dhcp, gateway, ssid);
     // Without a bit in it the mask would have the uplinks translate everybody's addresses.
@@ -142,7 +144,7 @@ static void write_addresses(const wifi_write &w, int ssid)
     make_dhcp_section(settings, ssid);
     write_dhcp_role(w, ssid);
     if (settings.dhcp.enable)
-        write_custom_addresses(settings.dhcp, ssid);
+        write_custom_addresses(*w.settings, ssid);
     else
         write_planned_addresses(w, ssid);
 }
@@ -180,16 +182,16 @@ void wifi_write_portal_hosts()
 
 // ---- firewall
 
-static void write_smtp_redirect(const wifi_ssid_settings &settings, int ssid)
+static void write_smtp_redirect(const wifi_write &w, int ssid)
 {
     const std::string section = numbered("firewall.ssid", ssid, "smtp");
-    if (!settings.smtp_redir[0]) {
+    if (!w.settings->ssids[ssid - 1].smtp_redir[0]) {
         uci_clear(section);
         return;
     }
     uci_put(section, "redirect");
     uci_put(section + ".src", numbered("ssid", ssid).c_str());
-    uci_put(section + ".dest_ip", settings.smtp_redir);
+    fields_write(wifi_ssid_part(*w.settings, ssid, -1), "firewall.ssid%dsmtp");
     uci_put(section + ".dest_port", 25);
     uci_put(section + ".proto", "tcp");
     uci_put(section + ".target", "DNAT");
@@ -227,7 +229,7 @@ void wifi_write_networks(const wifi_write &w)
         write_addresses(w, ssid);
         write_portal(ssid);
         wifi_write_dns(w, ssid);
-        write_smtp_redirect(w.settings->ssids[ssid - 1], ssid);
+        write_smtp_redirect(w, ssid);
         write_lan_block(w.settings->ssids[ssid - 1], ssid);
         wifi_write_ap_mgr_per_ssid_config(w, ssid);
         wifi_write_acl_list_config(w, ssid);

@@ -181,7 +181,7 @@ static void write_scanning_radio(const wifi_settings &settings, int radio)
         uci_clear(std::string("wireless.") + section + std::to_string(radio));
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
         uci_clear(wifi_ap_section(radio, ssid));
-    uci_put("u80211d.global.scan_period", settings.scanning_period);
+    fields_write(wifi_node_part(settings, -1, -1), "u80211d.global");
     uci_put("u80211d.global.scan_phy", radio);
 }
 
