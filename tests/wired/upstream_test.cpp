@@ -59,82 +59,111 @@ void pid_file_is_garbage(Upstream &)
     write_file("/var/run/lonely.pid", "what?\n");
 }
 
-struct transition {
-    const char *what;
-    uint32_t from;
-    const char *uplink, *bridge;
-    void (*arrange)(Upstream &);
-    int failures; ///< failed cycles before this one
-    uint32_t result;
-    const char *passed; ///< null: the cycle fails
-    uint32_t to;
-    const char *uplink_then;
-    int failures_then;
-};
-
 constexpr auto WIRE = "br-wired0";
 constexpr auto RP = "br-mesh_rp";
 
+/// Where the node stands between two cycles.
+struct standing {
+    uint32_t state;
+    const char *uplink = "";
+    int failures = 0;
+};
+struct transition {
+    const char *name;
+    standing from;
+    const char *bridge = WIRE; ///< the wired one that leads out
+    void (*arrange)(Upstream &) = nullptr;
+    struct {
+        uint32_t result;
+        const char *passed = nullptr; ///< null: it fails
+    } cycle;
+    standing to;
+    bool is_done = true; ///< false: the cycle counts, nothing else happens yet
+    bool grace_begins = false;
+};
+std::ostream &operator<<(std::ostream &out, const transition &row)
+{
+    return out << row.name;
+}
+
+// clang-format off
 const transition TRANSITIONS[] = {
-    {"first wired success", NONE, "", WIRE, nullptr, 0, WAN, WIRE, WAN, WIRE, 0},
-    {"no bridge enumerated yet", NONE, "", "", nullptr, 0, WAN, WIRE, NONE, "", 0},
-    {"no bridge enumerated yet", MESH, RP, "", nullptr, 2, WAN, WIRE, MESH, RP, 0},
-    {"no bridge enumerated yet", LONELY, RP, "", lonely_runs, 5, WAN, WIRE, LONELY, RP, 0},
-    {"nothing changes", WAN, WIRE, WIRE, nullptr, 2, WAN, WIRE, WAN, WIRE, 0},
-    {"other wired port", WAN, WIRE, "br-wired1", nullptr, 0, WAN, "br-wired1", WAN, "br-wired1", 0},
-    {"tolerated failure", WAN, WIRE, WIRE, nullptr, 1, WAN, nullptr, WAN, WIRE, 2},
+    {.name = "FirstWiredSuccess", .from = {NONE}, .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
+    {.name = "NoBridgeYet", .from = {NONE}, .bridge = "",
+     .cycle = {WAN, WIRE}, .to = {NONE}, .is_done = false},
+    {.name = "NoBridgeYetOnTheMesh", .from = {MESH, RP, 2}, .bridge = "",
+     .cycle = {WAN, WIRE}, .to = {MESH, RP}, .is_done = false},
+    {.name = "NoBridgeYetWhileLonely", .from = {LONELY, RP, 5}, .bridge = "",
+     .arrange = lonely_runs, .cycle = {WAN, WIRE}, .to = {LONELY, RP}, .is_done = false},
+    {.name = "NothingChanges", .from = {WAN, WIRE, 2}, .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
+    {.name = "OtherWiredPort", .from = {WAN, WIRE}, .bridge = "br-wired1",
+     .cycle = {WAN, "br-wired1"}, .to = {WAN, "br-wired1"}},
+    {.name = "ToleratedFailure", .from = {WAN, WIRE, 1}, .cycle = {WAN}, .to = {WAN, WIRE, 2}},
     // Only the state changes, not the interface: that is reported as a failure, and failures count
     // on.
-    {"wire lost", WAN, WIRE, WIRE, nullptr, 2, WAN, nullptr, MESH, WIRE, 3},
-    {"never had a wire", NONE, "", "", nullptr, 2, NONE, nullptr, MESH, "", 3},
-    {"wire lost, no mesh", WAN, WIRE, WIRE, no_mesh, 9, WAN, nullptr, WAN, WIRE, 10},
-    {"mesh carries on", MESH, RP, "", nullptr, 0, MESH, RP, MESH, RP, 0},
-    {"first mesh success", MESH, WIRE, WIRE, nullptr, 3, MESH, RP, MESH, RP, 0},
-    {"wire is back", MESH, RP, WIRE, nullptr, 0, WAN, WIRE, WAN, WIRE, 0},
-    {"fresh mesh fails", MESH, RP, WIRE, nullptr, 2, MESH, nullptr, MESH, RP, 0},
-    {"old mesh fails", MESH, RP, WIRE, old_mesh, 1, MESH, nullptr, MESH, RP, 2},
-    {"old mesh lost", MESH, RP, WIRE, old_mesh, 2, MESH, nullptr, LONELY, RP, 3},
-    {"lonely finds a mesh", LONELY, RP, WIRE, nullptr, 5, MESH, RP, MESH, RP, 0},
-    {"lonely died", LONELY, RP, WIRE, lonely_died, 5, MESH, "orph_conn0", MESH, "orph_conn0", 0},
-    {"garbled process id", LONELY, RP, WIRE, pid_file_is_garbage, 5, MESH, RP, MESH, RP, 0},
-    {"success counts, last report failed", LONELY, RP, WIRE, nullptr, 0, LONELY, RP, MESH, RP, 0},
-    {"lonely still scans", LONELY, RP, WIRE, lonely_runs, 0, MESH, "orph_conn0", LONELY, RP, 0},
-    {"override while lonely", LONELY, RP, WIRE, override_radio, 7, LONELY, nullptr, MESH, RP, 0},
-    {"override, lonely scans", LONELY, RP, WIRE, lonely_runs_overridden, 7, LONELY, nullptr, LONELY,
-     RP, 0},
-    {"wire is back while lonely", LONELY, RP, WIRE, lonely_runs, 9, WAN, WIRE, WAN, WIRE, 0},
-    {"still nothing", LONELY, RP, WIRE, nullptr, 9, LONELY, nullptr, LONELY, RP, 10},
-    {"state out of range", 7, RP, WIRE, nullptr, 2, WAN, nullptr, WAN, RP, 3},
+    {.name = "WireLost", .from = {WAN, WIRE, 2}, .cycle = {WAN}, .to = {MESH, WIRE, 3}},
+    {.name = "NeverHadAWire", .from = {NONE, "", 2}, .bridge = "",
+     .cycle = {NONE}, .to = {MESH, "", 3}},
+    {.name = "WireLostNoMesh", .from = {WAN, WIRE, 9}, .arrange = no_mesh,
+     .cycle = {WAN}, .to = {WAN, WIRE, 10}},
+    {.name = "MeshCarriesOn", .from = {MESH, RP}, .bridge = "",
+     .cycle = {MESH, RP}, .to = {MESH, RP}},
+    {.name = "FirstMeshSuccess", .from = {MESH, WIRE, 3}, .cycle = {MESH, RP}, .to = {MESH, RP}},
+    {.name = "WireIsBack", .from = {MESH, RP}, .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
+    {.name = "FreshMeshFails", .from = {MESH, RP, 2},
+     .cycle = {MESH}, .to = {MESH, RP}, .grace_begins = true},
+    {.name = "OldMeshFails", .from = {MESH, RP, 1}, .arrange = old_mesh,
+     .cycle = {MESH}, .to = {MESH, RP, 2}},
+    {.name = "OldMeshLost", .from = {MESH, RP, 2}, .arrange = old_mesh,
+     .cycle = {MESH}, .to = {LONELY, RP, 3}},
+    {.name = "LonelyFindsAMesh", .from = {LONELY, RP, 5}, .cycle = {MESH, RP}, .to = {MESH, RP}},
+    {.name = "LonelyDied", .from = {LONELY, RP, 5}, .arrange = lonely_died,
+     .cycle = {MESH, "orph_conn0"}, .to = {MESH, "orph_conn0"}},
+    {.name = "GarbledProcessId", .from = {LONELY, RP, 5}, .arrange = pid_file_is_garbage,
+     .cycle = {MESH, RP}, .to = {MESH, RP}},
+    {.name = "SuccessCountsLastReportFailed", .from = {LONELY, RP},
+     .cycle = {LONELY, RP}, .to = {MESH, RP}},
+    {.name = "LonelyStillScans", .from = {LONELY, RP}, .arrange = lonely_runs,
+     .cycle = {MESH, "orph_conn0"}, .to = {LONELY, RP}},
+    {.name = "OverrideWhileLonely", .from = {LONELY, RP, 7}, .arrange = override_radio,
+     .cycle = {LONELY}, .to = {MESH, RP}},
+    {.name = "OverrideLonelyScans", .from = {LONELY, RP, 7}, .arrange = lonely_runs_overridden,
+     .cycle = {LONELY}, .to = {LONELY, RP}},
+    {.name = "WireIsBackWhileLonely", .from = {LONELY, RP, 9}, .arrange = lonely_runs,
+     .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
+    {.name = "StillNothing", .from = {LONELY, RP, 9}, .cycle = {LONELY}, .to = {LONELY, RP, 10}},
+    {.name = "StateOutOfRange", .from = {7, RP, 2}, .cycle = {WAN}, .to = {WAN, RP, 3}},
 };
+// clang-format on
+
+struct Transition : Upstream, testing::WithParamInterface<transition> {};
 
 } // namespace
 
-TEST_F(Upstream, TransitionTable)
+TEST_P(Transition, EndsWhereTheTableSays)
 {
-    for (const transition &row : TRANSITIONS) {
-        SCOPED_TRACE(row.what);
-        TearDown();
-        SetUp();
-        stand_in(row.from, row.uplink, row.bridge);
-        test().test_failures = row.failures;
-        if (row.arrange != nullptr)
-            row.arrange(*this);
-        uloop_timeout_set(&gTarn_net_state.mesh.lonely_timer, 60000);
-        (void)commands();
-        end_cycle(row.result, row.passed);
-        if (std::string("no bridge enumerated yet") == row.what) { // nor is anything done by halves
-            EXPECT_EQ(commands(), std::vector<std::string>{});
-            EXPECT_TRUE(gTarn_net_state.mesh.lonely_timer.pending);
-            EXPECT_TRUE(gTarn_net_state.bridges.enumerate_timer.pending);
-            EXPECT_EQ(led("gateway"), "");
-        }
-        EXPECT_STREQ(upstream_state_name(test().upstream_state), upstream_state_name(row.to));
-        EXPECT_STREQ(test().uplink_iface, row.uplink_then);
-        EXPECT_EQ(test().test_failures, row.failures_then);
-        EXPECT_EQ(test().interfaces_to_test, 0);
-        EXPECT_EQ(upstream().mesh_ready_timer.pending, std::string("fresh mesh fails") == row.what);
+    const transition &row = GetParam();
+    stand_in(row.from.state, row.from.uplink, row.bridge);
+    test().test_failures = row.from.failures;
+    if (row.arrange)
+        row.arrange(*this);
+    uloop_timeout_set(&gTarn_net_state.mesh.lonely_timer, 60000);
+    (void)commands();
+    end_cycle(row.cycle.result, row.cycle.passed);
+    if (!row.is_done) { // nor is it by halves
+        EXPECT_EQ(commands(), std::vector<std::string>{});
+        EXPECT_TRUE(gTarn_net_state.mesh.lonely_timer.pending);
+        EXPECT_TRUE(gTarn_net_state.bridges.enumerate_timer.pending);
+        EXPECT_EQ(led("gateway"), "");
     }
+    EXPECT_STREQ(upstream_state_name(test().upstream_state), upstream_state_name(row.to.state));
+    EXPECT_STREQ(test().uplink_iface, row.to.uplink);
+    EXPECT_EQ(test().test_failures, row.to.failures);
+    EXPECT_EQ(test().interfaces_to_test, 0);
+    EXPECT_EQ(upstream().mesh_ready_timer.pending, row.grace_begins);
 }
+INSTANTIATE_TEST_SUITE_P(Upstream, Transition, testing::ValuesIn(TRANSITIONS),
+                         [](const auto &row) { return row.param.name; });
 
 TEST_F(Upstream, BeforeConfigurationThirtyFailuresAreTolerated)
 {
