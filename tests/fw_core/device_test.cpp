@@ -23,7 +23,7 @@ int checkin_received(ubus_context *ctx, ubus_object *, ubus_request_data *reques
 
 const ubus_method METHODS[] = {UBUS_METHOD_NOARG("checkin", checkin_received)};
 
-struct checkin : bus_fixture {
+struct Checkin : bus_fixture {
     ubus_object_type type = UBUS_OBJECT_TYPE("cloud", METHODS);
     ubus_object cloud = {};
 
@@ -48,7 +48,7 @@ struct checkin : bus_fixture {
     }
 };
 
-TEST_F(checkin, a_silent_peer_gathers_a_few_requests_and_is_given_up)
+TEST_F(Checkin, ASilentPeerGathersAFewRequestsAndIsGivenUp)
 {
     gSilent = true;
     for (int i = 0; i < CLOUD_CHECKINS_MAX + 3; i++)
@@ -72,7 +72,7 @@ TEST_F(checkin, a_silent_peer_gathers_a_few_requests_and_is_given_up)
     answer_all();
 }
 
-TEST_F(checkin, a_missing_peer_or_bus_is_only_logged)
+TEST_F(Checkin, AMissingPeerOrBusIsOnlyLogged)
 {
     gSilent = true;
     cloud_checkin(nullptr, "normal", false);
@@ -87,7 +87,7 @@ TEST_F(checkin, a_missing_peer_or_bus_is_only_logged)
     EXPECT_EQ(gReceived.size(), 1u);
 }
 
-TEST(reboot, runs_the_systems_command_and_tells_when_it_cannot)
+TEST(Reboot, RunsTheSystemsCommandAndTellsWhenItCannot)
 {
     const temporary_directory directory;
     const std::string old_path = getenv("PATH");

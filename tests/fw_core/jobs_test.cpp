@@ -41,7 +41,7 @@ struct fake_job : generic_job {
     }
 };
 
-struct jobs : bus_fixture {
+struct Jobs : bus_fixture {
     fake_job job;
     generic_job plain = {};
     package_job_event table[3] = {{"ap_scan", generic_jobs_event_handler, &job},
@@ -90,7 +90,7 @@ struct jobs : bus_fixture {
 constexpr const char *REQUEST =
     R"({"job":"ap_scan","id":"17","params":{"checkin_after_scan":true}})";
 
-TEST_F(jobs, a_job_runs_until_its_report_and_again)
+TEST_F(Jobs, AJobRunsUntilItsReportAndAgain)
 {
     for (int run = 1; run <= 2; run++) {
         request_quietly(REQUEST);
@@ -109,7 +109,7 @@ TEST_F(jobs, a_job_runs_until_its_report_and_again)
     EXPECT_TRUE(reports->all.empty());
 }
 
-TEST_F(jobs, a_running_job_is_busy_and_not_disturbed)
+TEST_F(Jobs, ARunningJobIsBusyAndNotDisturbed)
 {
     request_quietly(REQUEST);
     EXPECT_EQ(request(R"({"job":"ap_scan","id":"18","params":{"checkin_after_scan":false}})"),
@@ -122,7 +122,7 @@ TEST_F(jobs, a_running_job_is_busy_and_not_disturbed)
     EXPECT_NE(next_report().find(R"("id":"17")"), std::string::npos);
 }
 
-TEST_F(jobs, a_job_that_takes_too_long_ends_and_can_start_again)
+TEST_F(Jobs, AJobThatTakesTooLongEndsAndCanStartAgain)
 {
     job.timeout_ms = 30;
     EXPECT_NE(request(REQUEST).find(R"("id":"17","status":"timeout")"), std::string::npos);
@@ -132,7 +132,7 @@ TEST_F(jobs, a_job_that_takes_too_long_ends_and_can_start_again)
     EXPECT_EQ(job.starts, 2);
 }
 
-TEST_F(jobs, what_cannot_start_fails_and_leaves_the_job_idle)
+TEST_F(Jobs, WhatCannotStartFailsAndLeavesTheJobIdle)
 {
     const std::string failed = R"("id":"17","status":"failed")";
     job.parse_result = -1;
@@ -150,7 +150,7 @@ TEST_F(jobs, what_cannot_start_fails_and_leaves_the_job_idle)
     EXPECT_FALSE(job.running);
 }
 
-TEST_F(jobs, a_job_may_report_before_its_start_returns)
+TEST_F(Jobs, AJobMayReportBeforeItsStartReturns)
 {
     job.reports_at_once = true;
     EXPECT_NE(request(REQUEST).find(R"("message":"quick")"), std::string::npos);
@@ -161,7 +161,7 @@ TEST_F(jobs, a_job_may_report_before_its_start_returns)
     EXPECT_EQ(job.frees, 2);
 }
 
-TEST_F(jobs, handlers_a_job_does_not_have_are_skipped)
+TEST_F(Jobs, HandlersAJobDoesNotHaveAreSkipped)
 {
     request_quietly(R"({"job":"plain","id":"1"})");
     EXPECT_TRUE(plain.running);
@@ -172,7 +172,7 @@ TEST_F(jobs, handlers_a_job_does_not_have_are_skipped)
     EXPECT_EQ(job.params, "none");
 }
 
-TEST_F(jobs, requests_for_nobody_or_from_nobody_are_ignored)
+TEST_F(Jobs, RequestsForNobodyOrFromNobodyAreIgnored)
 {
     for (const std::string &json :
          {std::string(R"({"job":"reboot_now","id":"1"})"), std::string("{}"),

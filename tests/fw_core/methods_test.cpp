@@ -30,7 +30,7 @@ const ubus_method METHODS[] = {
 const std::vector<const char *> PACKAGE_METHODS = {"parse_config", "reload_config", "gen_checkin",
                                                    "health_check", "dump_state"};
 
-struct methods : bus_fixture {
+struct Methods : bus_fixture {
     ubus_object_type type = UBUS_OBJECT_TYPE("tests", METHODS);
     ubus_object whole = {}, bare = {}, unknown = {};
 
@@ -58,7 +58,7 @@ struct methods : bus_fixture {
     }
 };
 
-TEST_F(methods, a_package_is_found_by_its_object)
+TEST_F(Methods, APackageIsFoundByItsObject)
 {
     for (const char *method : PACKAGE_METHODS) {
         EXPECT_EQ(call("test.whole", method).status, UBUS_STATUS_OK) << method;
@@ -68,7 +68,7 @@ TEST_F(methods, a_package_is_found_by_its_object)
     EXPECT_EQ(gCalls, 5);
 }
 
-TEST_F(methods, parse_config_tells_the_errors_it_met)
+TEST_F(Methods, ParseConfigTellsTheErrorsItMet)
 {
     log_error("before");
     EXPECT_EQ(call("test.whole", "parse_config", R"({"params":{"a":1}})").document,
@@ -88,7 +88,7 @@ TEST_F(methods, parse_config_tells_the_errors_it_met)
                                 R"(["invalid radio index: 7","bad name 'a\\x0ab'"]})");
 }
 
-TEST_F(methods, parse_config_keeps_its_reply_small)
+TEST_F(Methods, ParseConfigKeepsItsReplySmall)
 {
     gBehaviour = [](blob_attr *, blob_buf *) {
         for (int i = 0; i < 12000; i++)
@@ -112,7 +112,7 @@ TEST_F(methods, parse_config_keeps_its_reply_small)
     EXPECT_NE(cut.find("\xc3\xa9\"]"), std::string::npos);
 }
 
-TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
+TEST_F(Methods, DocumentsAreTheCallbacksAndFitOnTheBus)
 {
     for (const char *method : {"gen_checkin", "dump_state"}) {
         gBehaviour = [](blob_attr *, blob_buf *reply) {
@@ -141,7 +141,7 @@ TEST_F(methods, documents_are_the_callbacks_and_fit_on_the_bus)
     EXPECT_EQ(call("test.whole", "dump_state").status, UBUS_STATUS_OK); // still connected
 }
 
-TEST_F(methods, health_is_the_absence_of_problems)
+TEST_F(Methods, HealthIsTheAbsenceOfProblems)
 {
     EXPECT_EQ(call("test.whole", "health_check").document, R"({"healthy":true,"problems":[]})");
     gBehaviour = [](blob_attr *, blob_buf *problems) {
@@ -155,7 +155,7 @@ TEST_F(methods, health_is_the_absence_of_problems)
     EXPECT_EQ(call("test.whole", "health_check").status, UBUS_STATUS_UNKNOWN_ERROR);
 }
 
-TEST_F(methods, reload_replies_with_the_status_alone)
+TEST_F(Methods, ReloadRepliesWithTheStatusAlone)
 {
     gBehaviour = [](blob_attr *, blob_buf *reply) {
         blobmsg_add_string(reply, "not", "sent");
@@ -166,7 +166,7 @@ TEST_F(methods, reload_replies_with_the_status_alone)
     EXPECT_EQ(failed.document, "");
 }
 
-TEST_F(methods, members_of_the_wrong_type_or_size_are_refused_before_the_package)
+TEST_F(Methods, MembersOfTheWrongTypeOrSizeAreRefusedBeforeThePackage)
 {
     const struct {
         const char *method, *message;

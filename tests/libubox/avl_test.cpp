@@ -109,7 +109,7 @@ static void run_random(bool dups, unsigned seed)
     EXPECT_TRUE(avl_is_empty(&tree) && !avl_find(&tree, "1"));
 }
 
-TEST(avl, behaves_like_a_map_with_and_without_duplicates)
+TEST(Avl, BehavesLikeAMapWithAndWithoutDuplicates)
 {
     for (unsigned seed = 1; seed <= 3; seed++) {
         run_random(false, seed);

@@ -5,10 +5,10 @@
 #include <string>
 
 namespace {
-struct blob : testing::Test {
+struct Blob : testing::Test {
     blob_buf buf = {};
-    blob() { blobmsg_buf_init(&buf); }
-    ~blob() override { blob_buf_free(&buf); }
+    Blob() { blobmsg_buf_init(&buf); }
+    ~Blob() override { blob_buf_free(&buf); }
 };
 } // namespace
 
@@ -19,7 +19,7 @@ static std::string take(char *text)
     return copy;
 }
 
-TEST_F(blob, a_message_stays_below_16_mib)
+TEST_F(Blob, AMessageStaysBelow16Mib)
 {
     std::string chunk(0xfff0, 'x');
     int added = 0;
@@ -48,7 +48,7 @@ TEST_F(blob, a_message_stays_below_16_mib)
     EXPECT_EQ(rem, 0u);
 }
 
-TEST_F(blob, a_message_nested_without_end_does_not_exhaust_the_stack)
+TEST_F(Blob, AMessageNestedWithoutEndDoesNotExhaustTheStack)
 {
     // 1 MiB of arrays in arrays, as a hostile peer could send them.
     for (int depth = 0; depth < 100000; depth++)

@@ -51,7 +51,7 @@ static void expect_message(json_object *row, const blob_buf &buf)
     }
 }
 
-TEST(blobmsg_vectors, json_text_to_bytes_and_back)
+TEST(BlobmsgVectors, JsonTextToBytesAndBack)
 {
     blob_buf buf = {};
     for_each_row("json_cases", [&](json_object *row) {
@@ -119,7 +119,7 @@ static void perform(blob_buf *buf, std::vector<void *> *open, const std::string 
         FAIL() << "unknown operation " << op;
 }
 
-TEST(blobmsg_vectors, typed_functions_to_bytes)
+TEST(BlobmsgVectors, TypedFunctionsToBytes)
 {
     blob_buf buf = {};
     for_each_row("api_cases", [&](json_object *row) {
@@ -144,7 +144,7 @@ static std::string describe(blob_attr *attr, const void *base)
            ",val=" + take(blobmsg_format_json_value(attr));
 }
 
-TEST(blobmsg_vectors, parse_verdicts)
+TEST(BlobmsgVectors, ParseVerdicts)
 {
     for_each_row("parse_cases", [](json_object *row) {
         std::vector<std::string> entries = texts(member(row, "policy"));
@@ -169,7 +169,7 @@ TEST(blobmsg_vectors, parse_verdicts)
     });
 }
 
-TEST(blobmsg_vectors, check_verdicts)
+TEST(BlobmsgVectors, CheckVerdicts)
 {
     for_each_row("check_cases", [](json_object *row) {
         bytes data = from_hex(text_of(row, "attr_hex"));

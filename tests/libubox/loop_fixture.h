@@ -35,10 +35,10 @@ struct watch : acting<uloop_fd, unsigned> {
     ~watch() { (void)uloop_fd_delete(this); }
 };
 
-struct loop : testing::Test {
+struct Loop : testing::Test {
     std::string log;
 
-    loop()
+    Loop()
     {
         for (int signo : {SIGINT, SIGTERM})
             signal(signo,
@@ -46,7 +46,7 @@ struct loop : testing::Test {
         uloop_clock_virtual(true);
         EXPECT_EQ(uloop_init(), 0);
     }
-    ~loop() override
+    ~Loop() override
     {
         uloop_done();
         uloop_clock_settle_ms(0);

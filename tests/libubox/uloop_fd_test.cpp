@@ -4,7 +4,7 @@
 
 #include "libubox/loop_fixture.h"
 
-TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
+TEST_F(Loop, AHangUpTakesTheDescriptorOutBeforeItsLastCallback)
 {
     struct {
         const char *name;
@@ -46,7 +46,7 @@ TEST_F(loop, a_hang_up_takes_the_descriptor_out_before_its_last_callback)
     }
 }
 
-TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
+TEST_F(Loop, DeletingInACallbackDropsEventsAlreadyFetched)
 {
     fd_pair a, b;
     std::unique_ptr<watch> watches[2];
@@ -67,7 +67,7 @@ TEST_F(loop, deleting_in_a_callback_drops_events_already_fetched)
     EXPECT_EQ(log, "fd ");
 }
 
-TEST_F(loop, a_nested_run_reenters_level_callbacks_and_postpones_edges)
+TEST_F(Loop, ANestedRunReentersLevelCallbacksAndPostponesEdges)
 {
     for (bool edge : {false, true}) {
         fd_pair pair;

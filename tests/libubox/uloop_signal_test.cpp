@@ -32,7 +32,7 @@ static auto handler_of(int signo)
     return action.sa_handler;
 }
 
-TEST_F(loop, sigterm_and_sigint_end_the_run_that_they_hit)
+TEST_F(Loop, SigtermAndSigintEndTheRunThatTheyHit)
 {
     for (int signo : {SIGTERM, SIGINT}) {
         timer t([=] { raise(signo); });
@@ -45,7 +45,7 @@ TEST_F(loop, sigterm_and_sigint_end_the_run_that_they_hit)
     }
 }
 
-TEST_F(loop, only_default_dispositions_are_taken_and_they_are_given_back)
+TEST_F(Loop, OnlyDefaultDispositionsAreTakenAndTheyAreGivenBack)
 {
     uloop_done();
     for (int signo : {SIGINT, SIGTERM, SIGCHLD})
@@ -74,7 +74,7 @@ struct child : acting<uloop_process, int> {
 };
 } // namespace
 
-TEST_F(loop, a_child_that_ended_early_or_was_killed_is_reported_to_all_who_ask)
+TEST_F(Loop, AChildThatEndedEarlyOrWasKilledIsReportedToAllWhoAsk)
 {
     const pid_t pid = start(pause);
     kill(pid, SIGKILL);

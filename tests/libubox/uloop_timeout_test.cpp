@@ -3,7 +3,7 @@
 
 #include "libubox/loop_fixture.h"
 
-TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
+TEST_F(Loop, TimersFireByTimeAndEqualOnesInOrderOfSetting)
 {
     timer late = logging("late"), first = logging("first"), second = logging("second");
     timer past = logging("past"), almost = logging("almost");
@@ -24,7 +24,7 @@ TEST_F(loop, timers_fire_by_time_and_equal_ones_in_order_of_setting)
     EXPECT_EQ(uloop_get_next_timeout(), -1);
 }
 
-TEST_F(loop, a_timer_is_pending_from_set_to_callback_or_the_end_of_the_loop)
+TEST_F(Loop, ATimerIsPendingFromSetToCallbackOrTheEndOfTheLoop)
 {
     timer t = logging("t"), forgotten = logging("forgotten");
     EXPECT_EQ(uloop_timeout_cancel(&t), -1);
@@ -49,7 +49,7 @@ TEST_F(loop, a_timer_is_pending_from_set_to_callback_or_the_end_of_the_loop)
     EXPECT_EQ(log, "t ");
 }
 
-TEST_F(loop, timers_may_cancel_rearm_and_free_themselves_and_others)
+TEST_F(Loop, TimersMayCancelRearmAndFreeThemselvesAndOthers)
 {
     timer victim = logging("victim");
     auto *doomed = new timer([] {});
@@ -76,7 +76,7 @@ TEST_F(loop, timers_may_cancel_rearm_and_free_themselves_and_others)
     EXPECT_EQ(uloop_clock_now_ms() - start, 300);
 }
 
-TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
+TEST_F(Loop, AnEndBeforeTheRunIsForgottenAndAnInnerEndEndsBoth)
 {
     timer inner([&] {
         log += "inner ";
@@ -95,7 +95,7 @@ TEST_F(loop, an_end_before_the_run_is_forgotten_and_an_inner_end_ends_both)
     EXPECT_EQ(log, "inner cancelled ");
 }
 
-TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
+TEST_F(Loop, HalfAnHourPassesInAMomentWithQuietDescriptorsOpen)
 {
     fd_pair pair;
     int ticks = 0;
@@ -123,7 +123,7 @@ TEST_F(loop, half_an_hour_passes_in_a_moment_with_quiet_descriptors_open)
     EXPECT_EQ(uloop_clock_run_ms(1000), -1) << "ended before";
 }
 
-TEST_F(loop, the_clock_waits_for_a_peer_as_long_as_it_is_told_to)
+TEST_F(Loop, TheClockWaitsForAPeerAsLongAsItIsToldTo)
 {
     fd_pair pair;
     std::thread peer([&] {

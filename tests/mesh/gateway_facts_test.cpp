@@ -41,8 +41,8 @@ TEST_F(GatewayFacts, AnAnswerTakesThePlaceOfWhatWasKnownBefore)
         {"gwq|7 gwq|8", -1, "none 7 none none none", "Parsed token (gwq|8) does not match"},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(c.result, mesh_gateway_facts_parse(&facts, c.answer)) << c.answer;
-        EXPECT_EQ(c.facts, all());
+        EXPECT_EQ(mesh_gateway_facts_parse(&facts, c.answer), c.result) << c.answer;
+        EXPECT_EQ(all(), c.facts);
         EXPECT_TRUE(logged(c.message)) << c.answer;
     }
     EXPECT_TRUE(logged("the delimiter ' ' was not found."));
@@ -81,8 +81,8 @@ TEST_F(GatewayFacts, RefusesEveryTokenThatIsNotExactlyOfItsForm)
     };
     for (const auto &bad : cases) {
         log.clear();
-        EXPECT_EQ(-1, mesh_gateway_facts_parse(&facts, bad.token)) << bad.token;
-        EXPECT_EQ("none none none none none", all()) << bad.token;
+        EXPECT_EQ(mesh_gateway_facts_parse(&facts, bad.token), -1) << bad.token;
+        EXPECT_EQ(all(), "none none none none none") << bad.token;
         EXPECT_TRUE(logged(bad.message)) << bad.token << "\n" << log.text();
     }
 }
@@ -106,7 +106,7 @@ TEST_F(GatewayFacts, JudgesTheSpeed)
         log.clear();
         mesh_gateway_facts_parse(&facts, std::string("gwm|02:11:00:00:00:01 tp|") + c.speed);
         bool known = false;
-        EXPECT_EQ(c.low, mesh_gateway_speed_is_low(&facts, &known)) << c.speed;
+        EXPECT_EQ(mesh_gateway_speed_is_low(&facts, &known), c.low) << c.speed;
         EXPECT_TRUE(known);
         if (c.message) {
             EXPECT_TRUE(logged(c.message)) << c.speed << log.text();

@@ -17,7 +17,7 @@ static bytes neighbor(const bytes &attributes, uint8_t command = GET_NEIGHBORS)
     return generic_message(scripted_kernel::FAMILY, command, attributes);
 }
 
-class batman_query : public netlink_fixture {
+class BatmanQuery : public netlink_fixture {
 protected:
     void SetUp() override
     {
@@ -54,7 +54,7 @@ protected:
     }
 };
 
-TEST_F(batman_query, captured_dumps_are_counted)
+TEST_F(BatmanQuery, CapturedDumpsAreCounted)
 {
     for (const char *file : {"batman-iv-neighbors.hex", "batman-v-neighbors.hex"}) {
         SCOPED_TRACE(file);
@@ -75,7 +75,7 @@ TEST_F(batman_query, captured_dumps_are_counted)
                                "04000000");
 }
 
-TEST_F(batman_query, only_whole_neighbors_are_counted)
+TEST_F(BatmanQuery, OnlyWholeNeighborsAreCounted)
 {
     const bytes address = attr(NEIGH_ADDRESS, MAC);
     const std::string nameless = "ERROR Netlink message didn't include neighbor address",
@@ -119,7 +119,7 @@ TEST_F(batman_query, only_whole_neighbors_are_counted)
     EXPECT_NE(gBat_neighbor_query.socket, nullptr);
 }
 
-TEST_F(batman_query, the_socket_is_kept_until_closed)
+TEST_F(BatmanQuery, TheSocketIsKeptUntilClosed)
 {
     const long before = open_descriptors();
     bat_nlsock_close();
@@ -151,7 +151,7 @@ TEST_F(batman_query, the_socket_is_kept_until_closed)
 }
 
 // The rest of a dump that broke off would be read as the answer to the next query.
-TEST_F(batman_query, a_dump_that_breaks_off_is_not_mixed_with_the_next)
+TEST_F(BatmanQuery, ADumpThatBreaksOffIsNotMixedWithTheNext)
 {
     const bytes one = neighbor(attr(NEIGH_ADDRESS, MAC));
     EXPECT_EQ(neighbors_of({one}), 1u); // then recvmsg() fails

@@ -13,7 +13,7 @@ static nlmsghdr *header_of(bytes &message)
     return reinterpret_cast<nlmsghdr *>(message.data());
 }
 
-class nl80211_message : public netlink_fixture {};
+class Nl80211Message : public netlink_fixture {};
 
 /// The numbers with blanks between.
 template <typename... Number>
@@ -24,7 +24,7 @@ static std::string told(Number... numbers)
     return text;
 }
 
-TEST_F(nl80211_message, captured_interfaces_stations_and_surveys)
+TEST_F(Nl80211Message, CapturedInterfacesStationsAndSurveys)
 {
     bytes data = read_hex_file("nl80211-interface.hex").at(0);
     ng_nl80211_iface iface;
@@ -56,7 +56,7 @@ TEST_F(nl80211_message, captured_interfaces_stations_and_surveys)
     }
 }
 
-TEST_F(nl80211_message, captured_events)
+TEST_F(Nl80211Message, CapturedEvents)
 {
     std::string told;
     for (const char *file : {"mlme-cac-radar-switch.hex", "mlme-cac-aborted.hex",
@@ -103,7 +103,7 @@ TEST_F(nl80211_message, captured_events)
     }
 }
 
-TEST_F(nl80211_message, an_event_with_a_short_attribute_is_told_but_not_believed)
+TEST_F(Nl80211Message, AnEventWithAShortAttributeIsToldButNotBelieved)
 {
     bytes data = generic_message(
         FAMILY, NL80211_CMD_RADAR_DETECT,
@@ -117,7 +117,7 @@ TEST_F(nl80211_message, an_event_with_a_short_attribute_is_told_but_not_believed
     EXPECT_FALSE(nl80211_event_read(header_of(headless), &e));
 }
 
-TEST_F(nl80211_message, entries_without_identity_are_no_entries)
+TEST_F(Nl80211Message, EntriesWithoutIdentityAreNoEntries)
 {
     const bytes index = attr_u32(NL80211_ATTR_IFINDEX, 2),
                 name = attr_text(NL80211_ATTR_IFNAME, "a");
@@ -157,7 +157,7 @@ TEST_F(nl80211_message, entries_without_identity_are_no_entries)
     EXPECT_FALSE(survey(join({freq, attr(NL80211_SURVEY_INFO_TIME, bytes(4))})));
 }
 
-TEST_F(nl80211_message, old_drivers_count_in_32_bits_and_rates_in_16)
+TEST_F(Nl80211Message, OldDriversCountIn32BitsAndRatesIn16)
 {
     const bytes rate = attr(NL80211_RATE_INFO_BITRATE, {0x3c, 0});
     const bytes both = join({rate, attr_u32(NL80211_RATE_INFO_BITRATE32, 70000)});
@@ -197,7 +197,7 @@ static bytes wiphy(uint32_t index, const bytes &channels, const std::string &nam
               attr(NL80211_ATTR_WIPHY_BANDS, band)}));
 }
 
-TEST_F(nl80211_message, a_split_radio_description_is_put_together)
+TEST_F(Nl80211Message, ASplitRadioDescriptionIsPutTogether)
 {
     std::vector<ng_nl80211_radio> radios;
     bytes pieces[] = {
@@ -227,7 +227,7 @@ TEST_F(nl80211_message, a_split_radio_description_is_put_together)
     EXPECT_EQ(radios.size(), 2u);
 }
 
-TEST_F(nl80211_message, channels_and_frequencies)
+TEST_F(Nl80211Message, ChannelsAndFrequencies)
 {
     const struct {
         int mhz, channel;

@@ -16,7 +16,7 @@ static bytes iface(uint32_t index, uint16_t flags = NLM_F_MULTI)
                            flags);
 }
 
-class nl80211_query : public netlink_fixture {
+class Nl80211Query : public netlink_fixture {
 protected:
     /// The result of an interface query that is answered by `datagrams`.
     int query(const std::vector<bytes> &datagrams)
@@ -37,7 +37,7 @@ protected:
     std::vector<ng_nl80211_iface> list;
 };
 
-TEST_F(nl80211_query, requests_byte_by_byte)
+TEST_F(Nl80211Query, RequestsByteByByte)
 {
     std::vector<ng_nl80211_station> stations;
     std::vector<ng_nl80211_survey> surveys;
@@ -56,7 +56,7 @@ TEST_F(nl80211_query, requests_byte_by_byte)
                    "18000000 2100 0503 00000000 00000000 01000000 0400 ae00"); // in pieces
 }
 
-TEST_F(nl80211_query, a_list_is_whole_or_left_alone)
+TEST_F(Nl80211Query, AListIsWholeOrLeftAlone)
 {
     EXPECT_EQ(query({join({iface(1), iface(2)}), iface(3), done_message(0)}), 0);
     ASSERT_EQ(list.size(), 3u);
@@ -101,7 +101,7 @@ TEST_F(nl80211_query, a_list_is_whole_or_left_alone)
     EXPECT_EQ(list.size(), 3u);
 }
 
-TEST_F(nl80211_query, an_interrupted_dump_is_made_again)
+TEST_F(Nl80211Query, AnInterruptedDumpIsMadeAgain)
 {
     const bytes torn = iface(9, NLM_F_MULTI | NLM_F_DUMP_INTR);
     const bytes torn_end = done_message(0, NLM_F_MULTI | NLM_F_DUMP_INTR);
@@ -116,7 +116,7 @@ TEST_F(nl80211_query, an_interrupted_dump_is_made_again)
     EXPECT_EQ(log.take(), lines{"WARNING nl80211: command 5 gave no consistent answer"});
 }
 
-class nl80211_listener : public netlink_fixture {
+class Nl80211Listener : public netlink_fixture {
 protected:
     void SetUp() override
     {
@@ -131,7 +131,7 @@ protected:
     }
     static void note(const ng_nl80211_event *event, void *arg)
     {
-        static_cast<nl80211_listener *>(arg)->events.push_back(*event);
+        static_cast<Nl80211Listener *>(arg)->events.push_back(*event);
     }
     static bytes event(uint8_t command)
     {
@@ -142,7 +142,7 @@ protected:
     std::vector<ng_nl80211_event> events;
 };
 
-TEST_F(nl80211_listener, everything_pending_is_delivered_and_nothing_waited_for)
+TEST_F(Nl80211Listener, EverythingPendingIsDeliveredAndNothingWaitedFor)
 {
     EXPECT_EQ(ng_nl80211_receive_events(&listener), 0);
     kernel.answer(
@@ -160,7 +160,7 @@ TEST_F(nl80211_listener, everything_pending_is_delivered_and_nothing_waited_for)
     EXPECT_EQ(events.size(), 5u);
 }
 
-TEST_F(nl80211_listener, a_flood_is_read_in_portions)
+TEST_F(Nl80211Listener, AFloodIsReadInPortions)
 {
     kernel.answer(std::vector<bytes>(1000, event(60)));
     EXPECT_EQ(ng_nl80211_receive_events(&listener), 0);
@@ -171,7 +171,7 @@ TEST_F(nl80211_listener, a_flood_is_read_in_portions)
     EXPECT_EQ(events.size(), 1000u);
 }
 
-TEST_F(nl80211_listener, lost_events_are_an_error_and_listening_anew_helps)
+TEST_F(Nl80211Listener, LostEventsAreAnErrorAndListeningAnewHelps)
 {
     kernel.answers.push_back({.datagram = event(94)});
     kernel.answers.push_back({.datagram = {}, .error = ENOBUFS});
@@ -195,7 +195,7 @@ TEST_F(nl80211_listener, lost_events_are_an_error_and_listening_anew_helps)
     EXPECT_EQ(events.size(), 2u);
 }
 
-TEST_F(nl80211_listener, a_listener_that_cannot_be_had_leaves_nothing_open)
+TEST_F(Nl80211Listener, AListenerThatCannotBeHadLeavesNothingOpen)
 {
     const long before = open_descriptors();
     ng_nl80211_listener other = {};

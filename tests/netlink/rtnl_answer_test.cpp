@@ -7,7 +7,7 @@
 #include "netlink/rtnl.h"
 #include "netlink/rtnl_internal.h"
 
-class rtnl_answer_from : public netlink_fixture {
+class RtnlAnswerFrom : public netlink_fixture {
 protected:
     /// Sends a request that waits for its acknowledgement.
     int acknowledge() { return exchange(nullptr); }
@@ -46,7 +46,7 @@ static bytes with_length(bytes data, uint32_t length)
     return data;
 }
 
-TEST_F(rtnl_answer_from, what_ends_the_wait_and_how)
+TEST_F(RtnlAnswerFrom, WhatEndsTheWaitAndHow)
 {
     const bytes ack = error_message(0), link = link_message(0);
     const bytes foreign = with_ids(ack, 99, 99);
@@ -108,7 +108,7 @@ TEST_F(rtnl_answer_from, what_ends_the_wait_and_how)
     EXPECT_EQ(log.take(), lines{"ERROR cannot talk to rtnetlink: No buffer space available"});
 }
 
-TEST_F(rtnl_answer_from, the_error_is_left_in_errno)
+TEST_F(RtnlAnswerFrom, TheErrorIsLeftInErrno)
 {
     for (int error : {EBUSY, EPERM, INT_MIN}) { // the last cannot be negated
         kernel.answer({error_message((int)(0u - (unsigned)error))});
@@ -118,7 +118,7 @@ TEST_F(rtnl_answer_from, the_error_is_left_in_errno)
     EXPECT_EQ(log.take()[0], "ERROR RTNETLINK answers: Device or resource busy (-16)");
 }
 
-TEST_F(rtnl_answer_from, an_answer_is_copied_whole_and_no_further)
+TEST_F(RtnlAnswerFrom, AnAnswerIsCopiedWholeAndNoFurther)
 {
     rtnl_answer answer;
     const auto untouched = [](uint8_t byte) { return byte == 0xee; };
@@ -137,7 +137,7 @@ TEST_F(rtnl_answer_from, an_answer_is_copied_whole_and_no_further)
     EXPECT_EQ(log.take(), lines{"ERROR truncated message"});
 }
 
-TEST_F(rtnl_answer_from, what_exists_already_is_success_and_nothing_else_is)
+TEST_F(RtnlAnswerFrom, WhatExistsAlreadyIsSuccessAndNothingElseIs)
 {
     kernel.interfaces = {{"bat0", 7}, {"br-lan", 8}};
     const struct {
@@ -173,7 +173,7 @@ TEST_F(rtnl_answer_from, what_exists_already_is_success_and_nothing_else_is)
                      "ERROR ng_rtnl_send() returned -1 for iface 'bat0'"}));
 }
 
-TEST_F(rtnl_answer_from, a_link_is_up_by_its_flags)
+TEST_F(RtnlAnswerFrom, ALinkIsUpByItsFlags)
 {
     kernel.interfaces = {{"eth0", 2}};
     const struct {
@@ -201,8 +201,7 @@ TEST_F(rtnl_answer_from, a_link_is_up_by_its_flags)
     }
 }
 
-TEST_F(rtnl_answer_from,
-       a_link_that_comes_up_late_is_waited_for_and_one_that_never_does_is_given_up)
+TEST_F(RtnlAnswerFrom, ALinkThatComesUpLateIsWaitedForAndOneThatNeverDoesIsGivenUp)
 {
     kernel.interfaces = {{"eth0", 2}};
     auto retries = [&] {

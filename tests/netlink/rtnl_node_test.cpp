@@ -6,7 +6,7 @@
 #include "support/open_descriptors.h"
 #include "support/run.h"
 
-TEST(rtnl_node, vlans_are_created_once_and_go_with_their_link)
+TEST(RtnlNode, VlansAreCreatedOnceAndGoWithTheirLink)
 {
     if (run("ip link add long-br-name type bridge &&"
             " ip link add link long-br-name name probe type vlan id 7")

@@ -8,7 +8,7 @@
 #include "netlink/rtnl_internal.h"
 #include "platform/zu/log.h"
 
-class rtnl_request : public netlink_fixture {
+class RtnlRequest : public netlink_fixture {
 protected:
     void SetUp() override
     {
@@ -31,7 +31,7 @@ protected:
 
 // Headers: length, type, flags, sequence number (blanked), port. Flag 4 asks for the
 // acknowledgement.
-TEST_F(rtnl_request, links_are_asked_for_byte_by_byte)
+TEST_F(RtnlRequest, LinksAreAskedForByteByByte)
 {
     const struct {
         const char *what;
@@ -87,7 +87,7 @@ TEST_F(rtnl_request, links_are_asked_for_byte_by_byte)
                                       "11000000 03000000 00000000 00000000")));
 }
 
-TEST_F(rtnl_request, rules_are_asked_for_byte_by_byte)
+TEST_F(RtnlRequest, RulesAreAskedForByteByByte)
 {
     const uint32_t src = 0x0a000001, dst = 0xc0a8014d; // 10.0.0.1, 192.168.1.77
     const struct {
@@ -132,7 +132,7 @@ TEST_F(rtnl_request, rules_are_asked_for_byte_by_byte)
     EXPECT_TRUE(kernel.requests.empty());
 }
 
-TEST_F(rtnl_request, bad_arguments_are_refused_before_anything_is_sent)
+TEST_F(RtnlRequest, BadArgumentsAreRefusedBeforeAnythingIsSent)
 {
     const struct {
         int (*call)();
@@ -177,7 +177,7 @@ TEST_F(rtnl_request, bad_arguments_are_refused_before_anything_is_sent)
     }
 }
 
-TEST_F(rtnl_request, an_interface_that_is_not_there_is_looked_up_three_times)
+TEST_F(RtnlRequest, AnInterfaceThatIsNotThereIsLookedUpThreeTimes)
 {
     EXPECT_EQ(ng_rtnl_iface_set_up("eth9", false), -1);
     EXPECT_EQ(kernel.slept_s, 2u);
@@ -189,7 +189,7 @@ TEST_F(rtnl_request, an_interface_that_is_not_there_is_looked_up_three_times)
                      "ERROR eth9: failed to get ifindex"}));
 }
 
-TEST_F(rtnl_request, no_attribute_reaches_past_its_buffer)
+TEST_F(RtnlRequest, NoAttributeReachesPastItsBuffer)
 {
     constexpr size_t GUARD = 16, LARGEST = 64;
     const bytes data(LARGEST + 8, 0xda);
@@ -218,7 +218,7 @@ TEST_F(rtnl_request, no_attribute_reaches_past_its_buffer)
     }
 }
 
-TEST_F(rtnl_request, absurd_lengths_are_refused)
+TEST_F(RtnlRequest, AbsurdLengthsAreRefused)
 {
     constexpr size_t HUGE_SIZE = std::numeric_limits<size_t>::max();
     const struct {

@@ -12,7 +12,7 @@
 
 namespace {
 
-struct checkin : radio_fixture {
+struct Checkin : radio_fixture {
     fake_radios node = fake_loaded_node(200);
 
     void SetUp() override
@@ -68,7 +68,7 @@ struct checkin : radio_fixture {
     }
 };
 
-TEST_F(checkin, holds_what_is_known_and_nothing_else)
+TEST_F(Checkin, HoldsWhatIsKnownAndNothingElse)
 {
     expect_valid(section());
     for (const char *part :
@@ -87,7 +87,7 @@ TEST_F(checkin, holds_what_is_known_and_nothing_else)
         EXPECT_EQ(section().find(absent), std::string::npos) << absent;
 }
 
-TEST_F(checkin, utilization_is_the_difference_of_two_samples)
+TEST_F(Checkin, UtilizationIsTheDifferenceOfTwoSamples)
 {
     survey_entry *entry = surveyed();
     ASSERT_NE(entry, nullptr);
@@ -114,7 +114,7 @@ TEST_F(checkin, utilization_is_the_difference_of_two_samples)
     }
 }
 
-TEST_F(checkin, fits_on_the_bus_however_many_are_around)
+TEST_F(Checkin, FitsOnTheBusHoweverManyAreAround)
 {
     heard(5000);
     size_t size = 0;
@@ -134,7 +134,7 @@ TEST_F(checkin, fits_on_the_bus_however_many_are_around)
     expect_valid(crowded);
 }
 
-TEST_F(checkin, a_channel_that_radar_made_a_radio_leave_is_reported_once)
+TEST_F(Checkin, AChannelThatRadarMadeARadioLeaveIsReportedOnce)
 {
     const auto tune = [this](uint32_t mhz) {
         for (ng_nl80211_iface &iface : node.ifaces)

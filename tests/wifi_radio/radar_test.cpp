@@ -12,7 +12,7 @@
 
 namespace {
 
-struct radar : radio_fixture {
+struct Radar : radio_fixture {
     void SetUp() override
     {
         radio_fixture::SetUp();
@@ -34,7 +34,7 @@ constexpr uint8_t RADAR = NG_NL80211_RADAR_DETECT;
 constexpr uint8_t SWITCH = NG_NL80211_CH_SWITCH_NOTIFY;
 
 /// One row an event, one after the other.
-TEST_F(radar, events_override_and_checkin)
+TEST_F(Radar, EventsOverrideAndCheckin)
 {
     const std::string failed = R"({"success":false,"message":")";
     const struct {
@@ -89,7 +89,7 @@ TEST_F(radar, events_override_and_checkin)
     wifi_radio_override_clear();
 }
 
-TEST_F(radar, an_override_that_cannot_be_committed_is_tried_again)
+TEST_F(Radar, AnOverrideThatCannotBeCommittedIsTriedAgain)
 {
     const int rival = open("/etc/config/tarn_net", O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(rival, LOCK_EX), 0);

@@ -17,7 +17,7 @@ const std::string DUMP =
     R"(scan {"dump":true,"ifname":"scan","on_channel":false,"ap_force":false})";
 constexpr const char *JOB = R"({"job":"ap_scan","id":"1","params":{"checkin_after_scan":true}})";
 
-struct scan : radio_fixture {
+struct Scan : radio_fixture {
     /// The states of all entries: i idle, f in flight; upper case with results.
     static std::string states()
     {
@@ -62,7 +62,7 @@ struct scan : radio_fixture {
     static generic_job *job() { return wifi_jobs()[0].job; }
 };
 
-TEST_F(scan, is_triggered_once_and_ends_with_results_and_one_checkin)
+TEST_F(Scan, IsTriggeredOnceAndEndsWithResultsAndOneCheckin)
 {
     EXPECT_EQ(dumped(wifi_dump_scanning_state),
               R"({"wifi_scanning_state":{"obj_id":)" + std::to_string(int(u80211d->id)) +
@@ -85,7 +85,7 @@ TEST_F(scan, is_triggered_once_and_ends_with_results_and_one_checkin)
     EXPECT_EQ(ubus_wifi_ap_scan_now(daemon, nullptr, nullptr, "ap_scan_now", nullptr), 9);
 }
 
-TEST_F(scan, uses_the_access_points_where_no_radio_scans)
+TEST_F(Scan, UsesTheAccessPointsWhereNoRadioScans)
 {
     lists_access_points();
     EXPECT_EQ(scan_now(), 0);
@@ -114,7 +114,7 @@ TEST_F(scan, uses_the_access_points_where_no_radio_scans)
     EXPECT_EQ(scanned(1), nullptr);
 }
 
-TEST_F(scan, a_notification_that_fits_nothing_changes_nothing)
+TEST_F(Scan, ANotificationThatFitsNothingChangesNothing)
 {
     const struct {
         const char *method, *json;
@@ -137,7 +137,7 @@ TEST_F(scan, a_notification_that_fits_nothing_changes_nothing)
     EXPECT_EQ(states(), "f");
 }
 
-TEST_F(scan, every_answer_to_a_dump_ends_it)
+TEST_F(Scan, EveryAnswerToADumpEndsIt)
 {
     const struct {
         const char *what;
@@ -174,7 +174,7 @@ TEST_F(scan, every_answer_to_a_dump_ends_it)
     expect_scan_works();
 }
 
-TEST_F(scan, a_hanging_dump_ends_and_its_late_answer_is_nobodys)
+TEST_F(Scan, AHangingDumpEndsAndItsLateAnswerIsNobodys)
 {
     u80211d->behaves["scan"] = fake_peer::HANGS;
     EXPECT_EQ(scan_now(R"({"checkin_after_scan":true})"), 0);
@@ -193,7 +193,7 @@ TEST_F(scan, a_hanging_dump_ends_and_its_late_answer_is_nobodys)
     expect_scan_works();
 }
 
-TEST_F(scan, a_new_list_takes_over_what_the_old_one_was_asked)
+TEST_F(Scan, ANewListTakesOverWhatTheOldOneWasAsked)
 {
     u80211d->behaves["scan"] = fake_peer::HANGS;
     EXPECT_EQ(scan_now(R"({"checkin_after_scan":true})"), 0);
@@ -217,7 +217,7 @@ TEST_F(scan, a_new_list_takes_over_what_the_old_one_was_asked)
     EXPECT_EQ(checkins(), 1);
 }
 
-TEST_F(scan, the_list_stays_while_the_configuration_cannot_be_read)
+TEST_F(Scan, TheListStaysWhileTheConfigurationCannotBeRead)
 {
     lists_access_points();
     run("printf \"config torn 'x\" >/etc/config/wireless");
@@ -226,7 +226,7 @@ TEST_F(scan, the_list_stays_while_the_configuration_cannot_be_read)
     EXPECT_EQ(states(), "II");
 }
 
-TEST_F(scan, u80211d_away_and_back_under_another_id)
+TEST_F(Scan, U80211dAwayAndBackUnderAnotherId)
 {
     const uint32_t old = u80211d->id;
     u80211d->behaves["scan"] = fake_peer::HANGS;
@@ -252,7 +252,7 @@ TEST_F(scan, u80211d_away_and_back_under_another_id)
     expect_scan_works();
 }
 
-TEST_F(scan, a_refused_subscription_is_tried_until_it_stands)
+TEST_F(Scan, ARefusedSubscriptionIsTriedUntilItStands)
 {
     const uint32_t id = u80211d->id;
     u80211d_unsubscribe(daemon, id);
@@ -265,7 +265,7 @@ TEST_F(scan, a_refused_subscription_is_tried_until_it_stands)
     expect_scan_works();
 }
 
-TEST_F(scan, without_the_bus_says_so_and_the_next_one_works)
+TEST_F(Scan, WithoutTheBusSaysSoAndTheNextOneWorks)
 {
     gUbus_ctx = nullptr;
     EXPECT_EQ(scan_now(R"({"checkin_after_scan":true})"), 9);
@@ -284,7 +284,7 @@ TEST_F(scan, without_the_bus_says_so_and_the_next_one_works)
     EXPECT_EQ(checkins(), 1);
 }
 
-TEST_F(scan, the_job_is_reported_however_it_ends)
+TEST_F(Scan, TheJobIsReportedHoweverItEnds)
 {
     EXPECT_EQ(start_job(), "");
     EXPECT_EQ(start_job(), R"({"job":"ap_scan","id":"1","status":"busy",)"

@@ -11,7 +11,7 @@ struct channel {
     bool in_use;
 };
 
-struct survey : radio_fixture {
+struct Survey : radio_fixture {
     void counts(const std::vector<channel> &channels)
     {
         u80211d->replies["survey"] = [channels](blob_buf *reply) {
@@ -42,7 +42,7 @@ struct survey : radio_fixture {
     }
 };
 
-TEST_F(survey, samples_of_the_channel_in_use_follow_each_other)
+TEST_F(Survey, SamplesOfTheChannelInUseFollowEachOther)
 {
     const struct {
         std::vector<channel> answer;
@@ -76,7 +76,7 @@ TEST_F(survey, samples_of_the_channel_in_use_follow_each_other)
         << dump;
 }
 
-TEST_F(survey, a_bad_channel_is_passed_over)
+TEST_F(Survey, ABadChannelIsPassedOver)
 {
     u80211d->replies["survey"] = [](blob_buf *reply) {
         (void)blobmsg_add_json_from_string(
@@ -93,7 +93,7 @@ TEST_F(survey, a_bad_channel_is_passed_over)
     EXPECT_EQ(logged("Survey result for iface 'ap0_1' does not include the 'in_use' flag"), 2);
 }
 
-TEST_F(survey, renaming_keeps_the_counters_and_what_runs_is_not_asked_again)
+TEST_F(Survey, RenamingKeepsTheCountersAndWhatRunsIsNotAskedAgain)
 {
     counts({{"2437", 100, 30, 20, 5, true}});
     survey_now();

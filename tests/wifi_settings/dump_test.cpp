@@ -19,11 +19,11 @@ std::string expected(const std::string &name)
     return read_file(std::string(TEST_DATA_DIR) + "/wifi_settings/" + name + ".json");
 }
 
-struct settings_dump : testing::Test {
+struct SettingsDump : testing::Test {
     void SetUp() override { ASSERT_TRUE(_parse_platform_data(PLATFORM)); }
 };
 
-TEST_F(settings_dump, shows_the_whole_record_with_and_without_secrets)
+TEST_F(SettingsDump, ShowsTheWholeRecordWithAndWithoutSecrets)
 {
     const document office(example("office"), true);
     const parsed result(office.params(), wifi_settings{});
@@ -44,7 +44,7 @@ TEST_F(settings_dump, shows_the_whole_record_with_and_without_secrets)
     EXPECT_EQ(dump(settings, false), expected("office"));
 }
 
-TEST_F(settings_dump, leaves_out_what_does_not_apply)
+TEST_F(SettingsDump, LeavesOutWhatDoesNotApply)
 {
     wifi_settings settings{};
     settings.dfs_channel_count = 2;
@@ -80,7 +80,7 @@ TEST_F(settings_dump, leaves_out_what_does_not_apply)
         << shown;
 }
 
-TEST_F(settings_dump, needs_a_buffer)
+TEST_F(SettingsDump, NeedsABuffer)
 {
     EXPECT_LT(wifi_dump_settings(nullptr, &configured_node(), true), 0);
     EXPECT_LT(wifi_dump_settings_and_state(nullptr, true), 0);

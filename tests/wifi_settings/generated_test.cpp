@@ -59,7 +59,7 @@ std::vector<std::string> values()
     return list;
 }
 
-struct generated : testing::Test {
+struct Generated : testing::Test {
     const std::string uci = everything_of_uci();
     wifi_settings before;
     const std::vector<std::string> all = values();
@@ -106,7 +106,7 @@ struct generated : testing::Test {
     }
 };
 
-TEST_F(generated, documents_leave_no_trace_when_refused)
+TEST_F(Generated, DocumentsLeaveNoTraceWhenRefused)
 {
     expect_refused(document(DOCUMENT).params(), "the document itself");
     int documents = 0;
@@ -126,7 +126,7 @@ TEST_F(generated, documents_leave_no_trace_when_refused)
     expect_no_trace_in_uci();
 }
 
-TEST_F(generated, a_refused_neighbour_list_is_not_staged)
+TEST_F(Generated, ARefusedNeighbourListIsNotStaged)
 {
     const auto push = [](const std::string &last) {
         return wifid_parse_config(document(R"({"channel_change_nonce":")" +

@@ -13,7 +13,7 @@ std::string example(const std::string &name)
     return read_file(std::string(EXAMPLES_DIR) + "/" + name + ".json");
 }
 
-struct settings_methods : bus_fixture {
+struct SettingsMethods : bus_fixture {
     std::optional<program> tarn_net;
 
     void SetUp() override
@@ -47,7 +47,7 @@ struct settings_methods : bus_fixture {
 
 constexpr char TAKEN[] = R"({"success":true,"messages":[]})";
 
-TEST_F(settings_methods, every_example_is_taken_and_shown)
+TEST_F(SettingsMethods, EveryExampleIsTakenAndShown)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
         const answer reply = push(example(name));
@@ -60,7 +60,7 @@ TEST_F(settings_methods, every_example_is_taken_and_shown)
     EXPECT_NE(shown.find("181]"), std::string::npos);              // and of the DFS channels
 }
 
-TEST_F(settings_methods, a_refused_document_is_answered_with_its_reasons_and_changes_nothing)
+TEST_F(SettingsMethods, ARefusedDocumentIsAnsweredWithItsReasonsAndChangesNothing)
 {
     ASSERT_EQ(push(example("office")).status, 0);
     const std::string before = dump(true);
@@ -101,7 +101,7 @@ TEST_F(settings_methods, a_refused_document_is_answered_with_its_reasons_and_cha
     EXPECT_EQ(push(example("home")).document, TAKEN);
 }
 
-TEST_F(settings_methods, keys_that_no_setting_has_are_named_to_the_caller)
+TEST_F(SettingsMethods, KeysThatNoSettingHasAreNamedToTheCaller)
 {
     const struct {
         const char *object, *params, *named;
@@ -121,7 +121,7 @@ TEST_F(settings_methods, keys_that_no_setting_has_are_named_to_the_caller)
                 std::string(c.named) + "\"]}");
 }
 
-TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
+TEST_F(SettingsMethods, SecretsStayOutOfLogEventsAndPlainDumps)
 {
     std::string json = R"({"params":{"radios":[{"band":"2.4GHz","channel":1},
         {"band":"5GHz","channel":36}],"mesh":{"key":"CANARY-mesh","psk":"CANARY-name","hop_penalty":"CANARY-place",
@@ -165,7 +165,7 @@ TEST_F(settings_methods, secrets_stay_out_of_log_events_and_plain_dumps)
         EXPECT_EQ(event.document.find("CANARY"), std::string::npos) << event.type;
 }
 
-TEST_F(settings_methods, tarn_status_shows_the_node_on_one_screen)
+TEST_F(SettingsMethods, TarnStatusShowsTheNodeOnOneScreen)
 {
     const auto status_of = [](const std::string &command) { return run(command).status; };
     ASSERT_EQ(push(R"({"params":{"ssids":[{"index":1,"enable":true,"ssid":"a\u009b31mb"},
@@ -188,7 +188,7 @@ TEST_F(settings_methods, tarn_status_shows_the_node_on_one_screen)
     EXPECT_EQ(status_of("tarn-status"), 1) << "the daemon is away";
 }
 
-TEST_F(settings_methods, an_override_holds_until_the_cloud_repeats_its_nonce)
+TEST_F(SettingsMethods, AnOverrideHoldsUntilTheCloudRepeatsItsNonce)
 {
     ASSERT_EQ(push(example("home")).status, 0);
     const std::string local = run("uci show tarn_net.local").output;
@@ -212,7 +212,7 @@ TEST_F(settings_methods, an_override_holds_until_the_cloud_repeats_its_nonce)
     EXPECT_NE(dump(false).find(R"("radio_override":"")"), std::string::npos);
 }
 
-TEST_F(settings_methods, the_wired_document_is_taken_whole_or_not_at_all)
+TEST_F(SettingsMethods, TheWiredDocumentIsTakenWholeOrNotAtAll)
 {
     const auto push_wired = [&](const std::string &params) {
         return call("qnet.wired", "parse_config", R"({"params":)" + params + "}");

@@ -5,7 +5,7 @@
 
 namespace {
 
-struct parse : testing::Test {
+struct Parse : testing::Test {
     wifi_settings live = configured_node();
 
     void SetUp() override { ASSERT_TRUE(_parse_platform_data(PLATFORM)); }
@@ -30,7 +30,7 @@ std::string repeated(const std::string &element, int count)
     return "[" + list + "]";
 }
 
-TEST_F(parse, what_is_omitted_stays)
+TEST_F(Parse, WhatIsOmittedStays)
 {
     memset(&live, 1, sizeof(live));
     live.radio_override[0] = '\0';
@@ -50,7 +50,7 @@ TEST_F(parse, what_is_omitted_stays)
         EXPECT_EQ(take(odd)->enable, live.enable) << odd;
 }
 
-TEST_F(parse, numbers_and_texts_land_in_their_members)
+TEST_F(Parse, NumbersAndTextsLandInTheirMembers)
 {
     const parsed top = take(R"({"node_id":-3,"scanning_period":30,"presence_enable":true,
         "presence_period":61,"delayed_settings":true,"antenna_type":"patch","save_orphans":[],
@@ -82,7 +82,7 @@ TEST_F(parse, numbers_and_texts_land_in_their_members)
     EXPECT_TRUE(radio.mesh_enable);
 }
 
-TEST_F(parse, every_text_is_cut_to_its_member)
+TEST_F(Parse, EveryTextIsCutToItsMember)
 {
     const std::string json = example("limits");
     const document limits(json, true);
@@ -106,7 +106,7 @@ TEST_F(parse, every_text_is_cut_to_its_member)
     EXPECT_EQ(memcmp(cut.settings.get(), result.settings.get(), sizeof(wifi_settings)), 0);
 }
 
-TEST_F(parse, lists_replace_what_was_there_and_stop_when_full)
+TEST_F(Parse, ListsReplaceWhatWasThereAndStopWhenFull)
 {
     memset(live.ssids[0].acl_list, 'x', sizeof(live.ssids[0].acl_list));
     memset(live.dfs_channels, 1, sizeof(live.dfs_channels));
@@ -142,7 +142,7 @@ TEST_F(parse, lists_replace_what_was_there_and_stop_when_full)
     EXPECT_EQ(take(R"({"regulatory":{"dfs":{"enable":true}}})")->dfs_channel_count, 3);
 }
 
-TEST_F(parse, an_ssid_is_configured_by_its_element)
+TEST_F(Parse, AnSsidIsConfiguredByItsElement)
 {
     live.ssids[2].dhcp = {true, "10.0.0.1", "255.0.0.0", "10.0.0.9", 1, 2, "3h"};
     const parsed result = take(R"({"ssids":[
@@ -163,7 +163,7 @@ TEST_F(parse, an_ssid_is_configured_by_its_element)
     EXPECT_EQ(result->ssids[0].dhcp.start, 9);
 }
 
-TEST_F(parse, of_two_equal_keys_the_first_that_fits_counts)
+TEST_F(Parse, OfTwoEqualKeysTheFirstThatFitsCounts)
 {
     blob_buffer message;
     blobmsg_buf_init(&message);
@@ -178,7 +178,7 @@ TEST_F(parse, of_two_equal_keys_the_first_that_fits_counts)
 }
 
 //  override in force   document                          outcome
-TEST_F(parse, a_local_override_holds_until_its_nonce_comes_back)
+TEST_F(Parse, ALocalOverrideHoldsUntilItsNonceComesBack)
 {
     strcpy(live.radio_override, "12.34");
     strcpy(live.override_reason, "orphan_connect");

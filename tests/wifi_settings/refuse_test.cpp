@@ -10,7 +10,7 @@ struct refusal {
     lines errors;
 };
 
-struct refuse : testing::Test {
+struct Refuse : testing::Test {
     void SetUp() override { ASSERT_TRUE(_parse_platform_data(PLATFORM)); }
     static void expect(const std::string &json, const lines &errors,
                        const wifi_settings &before = configured_node())
@@ -28,7 +28,7 @@ constexpr char RADIOS[] = "Failed to parse radios data";
 constexpr char SSIDS[] = "Failed to parse ssids data";
 constexpr char NEIGHBORS[] = "Failed to parse neighbor list";
 
-TEST_F(refuse, says_what_is_wrong_and_in_which_section)
+TEST_F(Refuse, SaysWhatIsWrongAndInWhichSection)
 {
     const refusal cases[] = {
         {"{}", {MALFORMED}},
@@ -85,7 +85,7 @@ TEST_F(refuse, says_what_is_wrong_and_in_which_section)
         expect(each.json, each.errors);
 }
 
-TEST_F(refuse, channels_that_no_radio_may_have)
+TEST_F(Refuse, ChannelsThatNoRadioMayHave)
 {
     const auto is_taken = [](int channel) {
         return parsed(R"({"radios":[{"band":"2.4GHz","channel":)" + std::to_string(channel) + "}]}",
@@ -107,7 +107,7 @@ TEST_F(refuse, channels_that_no_radio_may_have)
            wifi_settings{});
 }
 
-TEST_F(refuse, radios_that_the_platform_does_not_have)
+TEST_F(Refuse, RadiosThatThePlatformDoesNotHave)
 {
     ASSERT_TRUE(_parse_platform_data(R"({"wireless": {"num_radios": 4, "wifi_radios":
         [{"band": "2.4GHz"}, {}, {"band": "5GHz_low"}, {"band": "5GHz_high"}]}})"));

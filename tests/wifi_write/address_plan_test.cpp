@@ -31,9 +31,9 @@ TEST(AddressPlan, FollowsTheNodeIdElseTheMacElseAFixedBase)
     for (const auto &c : cases) {
         SCOPED_TRACE(std::to_string(c.node_id) + " " + (c.mac ? c.mac : "-"));
         const uint32_t base = wifi_plan_base(c.node_id, c.mac);
-        EXPECT_EQ(c.gateway, wifi_plan_address(base));
-        EXPECT_EQ(c.ssid1, wifi_plan_address(wifi_plan_ssid(base, 1)));
-        EXPECT_EQ(c.ssid4, wifi_plan_address(wifi_plan_ssid(base, 4)));
+        EXPECT_EQ(wifi_plan_address(base), c.gateway);
+        EXPECT_EQ(wifi_plan_address(wifi_plan_ssid(base, 1)), c.ssid1);
+        EXPECT_EQ(wifi_plan_address(wifi_plan_ssid(base, 4)), c.ssid4);
     }
 }
 
@@ -44,7 +44,7 @@ TEST(AddressPlan, NodesNeverShareANetwork)
     for (int node = 0; node < 0x10000 / 20; node++)
         for (int ssid = 0; ssid <= 4; ssid++) {
             const uint32_t value = wifi_plan_ssid(wifi_plan_base(node, nullptr), ssid) & 0xFFFF;
-            EXPECT_EQ(0, owner[value / 4]++) << node;
+            EXPECT_EQ(owner[value / 4]++, 0) << node;
         }
 }
 
@@ -54,7 +54,7 @@ TEST(AddressPlan, NetmaskBits)
          {std::pair("255.255.252.0", 22), std::pair("255.255.255.255", 32), std::pair("0.0.0.0", 0),
           std::pair("255.0.255.0", 16), std::pair("", 0), std::pair("255.255.255", 0),
           std::pair("255.255.255.256", 0), std::pair("24", 0)})
-        EXPECT_EQ(bits, wifi_netmask_bits(mask)) << mask;
+        EXPECT_EQ(wifi_netmask_bits(mask), bits) << mask;
 }
 
 TEST(DfsChannel, LiesBetweenTheOthers)
@@ -62,21 +62,21 @@ TEST(DfsChannel, LiesBetweenTheOthers)
     for (const auto &[channel, dfs] :
          {std::pair(48, false), std::pair(52, true), std::pair(64, true), std::pair(100, true),
           std::pair(144, true), std::pair(149, false)})
-        EXPECT_EQ(dfs, wifi_channel_needs_dfs(channel)) << channel;
+        EXPECT_EQ(wifi_channel_needs_dfs(channel), dfs) << channel;
 }
 
 TEST(OrphanKey, DependsOnTheFirstNineteenCharactersWhateverTheirCase)
 {
     std::string key, other;
-    ASSERT_EQ(0, wifi_generate_orphan_key("02:1A:C0:00:00:0F", &key));
-    EXPECT_EQ("fecef1f3c3e208cd8b6a087a9b29ffa3", key);
-    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f", &other));
+    ASSERT_EQ(wifi_generate_orphan_key("02:1A:C0:00:00:0F", &key), 0);
+    EXPECT_EQ(key, "fecef1f3c3e208cd8b6a087a9b29ffa3");
+    ASSERT_EQ(wifi_generate_orphan_key("02:1a:c0:00:00:0f", &other), 0);
     EXPECT_EQ(key, other);
-    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f.12 and more", &key));
-    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0f.1", &other));
+    ASSERT_EQ(wifi_generate_orphan_key("02:1a:c0:00:00:0f.12 and more", &key), 0);
+    ASSERT_EQ(wifi_generate_orphan_key("02:1a:c0:00:00:0f.1", &other), 0);
     EXPECT_EQ(key, other);
-    ASSERT_EQ(0, wifi_generate_orphan_key("02:1a:c0:00:00:0e", &other));
+    ASSERT_EQ(wifi_generate_orphan_key("02:1a:c0:00:00:0e", &other), 0);
     EXPECT_NE(key, other);
-    EXPECT_EQ(-1, wifi_generate_orphan_key(nullptr, &other));
-    EXPECT_EQ(-1, wifi_generate_orphan_key("02:1a:c0:00:00:0f", nullptr));
+    EXPECT_EQ(wifi_generate_orphan_key(nullptr, &other), -1);
+    EXPECT_EQ(wifi_generate_orphan_key("02:1a:c0:00:00:0f", nullptr), -1);
 }

@@ -51,7 +51,7 @@ void PrintTo(const crash_case &c, std::ostream *out)
     *out << c.what;
 }
 
-struct crash : testing::TestWithParam<crash_case> {
+struct Crash : testing::TestWithParam<crash_case> {
     packages before, waiting, after; // waiting: after a delayed push, before its application
     std::string command = push(std::string(GetParam().option) + GetParam().file);
     int calls = 0;
@@ -65,7 +65,7 @@ struct crash : testing::TestWithParam<crash_case> {
         run(push(GetParam().file));
         waiting = configured();
         configure(before);
-        ASSERT_EQ(0, run(with_fault(command, 0, false)).status);
+        ASSERT_EQ(run(with_fault(command, 0, false)).status, 0);
         after = configured();
         calls = atoi(read_file("/tmp/calls").c_str());
         ASSERT_GT(calls, 20);
@@ -83,9 +83,10 @@ struct crash : testing::TestWithParam<crash_case> {
     }
     static void expect_nothing_left(const std::string &when)
     {
-        EXPECT_EQ("", run("find /tmp -name 'wifi-delayed-*'; find /etc/config -name '.*'; "
-                          "cat /tmp/.uci/* 2>/dev/null")
-                          .output)
+        EXPECT_EQ(run("find /tmp -name 'wifi-delayed-*'; find /etc/config -name '.*'; "
+                      "cat /tmp/.uci/* 2>/dev/null")
+                      .output,
+                  "")
             << when;
     }
     void fault_at_every_call(bool full)
@@ -99,12 +100,12 @@ struct crash : testing::TestWithParam<crash_case> {
                 EXPECT_EQ(128 + SIGKILL, status) << when;
             }
             expect_old_or_new(when);
-            ASSERT_EQ(0, run(push("")).status) << when; // the daemon starts again
+            ASSERT_EQ(run(push("")).status, 0) << when; // the daemon starts again
             const packages now = configured();
             EXPECT_TRUE(now == before || now == waiting || now == after)
                 << "half a push after the restart" << when;
             expect_nothing_left(when);
-            ASSERT_EQ(0, run(command).status) << when;
+            ASSERT_EQ(run(command).status, 0) << when;
             expect_nothing_left(" and the push again" + when);
             for (const auto &[name, text] : configured())
                 if (name != "tarn_net" && name != "udsplash" && name != "udshape") {
@@ -116,17 +117,17 @@ struct crash : testing::TestWithParam<crash_case> {
 
 } // namespace
 
-TEST_P(crash, KilledAtEveryCall)
+TEST_P(Crash, KilledAtEveryCall)
 {
     fault_at_every_call(false);
 }
 
-TEST_P(crash, DiskFullFromACallOn)
+TEST_P(Crash, DiskFullFromACallOn)
 {
     fault_at_every_call(true);
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, crash,
+INSTANTIATE_TEST_SUITE_P(Of, Crash,
                          testing::Values(crash_case{"a push that is applied at once", "",
                                                     EXAMPLES_DIR "/home.json"},
                                          crash_case{"a delayed push and its application",

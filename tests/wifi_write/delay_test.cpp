@@ -17,15 +17,15 @@ constexpr char NODE[] =
     "radios":[{"band":"2.4GHz","enable":true,"channel":6,"mode":"HT20","mesh_enable":false},
     {"band":"5GHz","enable":true,"channel":36,"mode":"VHT80","mesh_enable":true}])";
 
-struct delay : writer_fixture {
+struct Delay : writer_fixture {
     void SetUp() override
     {
         writer_fixture::SetUp();
         uloop_clock_virtual(true);
         pass_ms(1); // what a start looks at as soon as the loop runs
-        ASSERT_EQ(0, push(std::string("{\"delayed_settings\":false,") + NODE + "}"));
-        ASSERT_EQ("", batch_file());
-        ASSERT_EQ("36", uci("wireless.radio1.channel"));
+        ASSERT_EQ(push(std::string("{\"delayed_settings\":false,") + NODE + "}"), 0);
+        ASSERT_EQ(batch_file(), "");
+        ASSERT_EQ(uci("wireless.radio1.channel"), "36");
     }
     void TearDown() override
     {
@@ -48,7 +48,7 @@ struct delay : writer_fixture {
     {
         blob_buffer buf;
         blob_buf_init(&buf, 0);
-        EXPECT_EQ(0, wifi_dump_settings_and_state(&buf, false));
+        EXPECT_EQ(wifi_dump_settings_and_state(&buf, false), 0);
         const std::string shown = json_text(blobmsg_format_json(buf.head, true)).get();
         char state[16] = "";
         int left = -1;
@@ -71,24 +71,24 @@ void PrintTo(const delay_case &c, std::ostream *out)
     *out << c.what;
 }
 
-struct delay_decision : delay, testing::WithParamInterface<delay_case> {};
+struct DelayDecision : Delay, testing::WithParamInterface<delay_case> {};
 
 } // namespace
 
-TEST_P(delay_decision, OfOneChange)
+TEST_P(DelayDecision, OfOneChange)
 {
     const std::string before = channel();
-    ASSERT_EQ(0, push(GetParam().params));
+    ASSERT_EQ(push(GetParam().params), 0);
     EXPECT_EQ(GetParam().waits, !batch_file().empty());
-    EXPECT_EQ("0", led("config")) << "only a confirmed push lights it";
+    EXPECT_EQ(led("config"), "0") << "only a confirmed push lights it";
     if (GetParam().waits) {
-        EXPECT_EQ(before, channel()) << "and nothing of it is applied";
+        EXPECT_EQ(channel(), before) << "and nothing of it is applied";
     }
     all_packages_quiet();
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Cases, delay_decision,
+    Cases, DelayDecision,
     testing::Values(
         delay_case{"channel", true,
                    R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":40}]})"},
@@ -128,155 +128,158 @@ INSTANTIATE_TEST_SUITE_P(
         delay_case{"with an override", false, R"({"delayed_settings":true,"lonely_friend":true,
                    "radios":[{"band":"5GHz","channel":40}]})"}));
 
-TEST_F(delay, EndOfAnOrphansConnectionDoesNotWait)
+TEST_F(Delay, EndOfAnOrphansConnectionDoesNotWait)
 {
-    ASSERT_EQ(0, push(R"({"delayed_settings":true,"orphan_connect":{"radio":"2.4GHz",
-        "bssid":"02:00:00:00:00:01"}})"));
-    EXPECT_EQ("02:00:00:00:00:01", uci("wireless.orph_conn0.bssid"));
-    EXPECT_EQ(32u, uci("wireless.orph_conn0.key").size());
-    EXPECT_EQ("1", uci("wireless.orph_conn0.enable"));
-    EXPECT_EQ("0", uci("wireless.orph_conn1.enable"));
-    EXPECT_EQ("", uci("wireless.orph_conn1.bssid") + uci("wireless.orph_conn1.key"));
-    EXPECT_EQ(2, push_channel(40)) << "refused while the override is in place";
+    ASSERT_EQ(push(R"({"delayed_settings":true,"orphan_connect":{"radio":"2.4GHz",
+        "bssid":"02:00:00:00:00:01"}})"),
+              0);
+    EXPECT_EQ(uci("wireless.orph_conn0.bssid"), "02:00:00:00:00:01");
+    EXPECT_EQ(uci("wireless.orph_conn0.key").size(), 32u);
+    EXPECT_EQ(uci("wireless.orph_conn0.enable"), "1");
+    EXPECT_EQ(uci("wireless.orph_conn1.enable"), "0");
+    EXPECT_EQ(uci("wireless.orph_conn1.bssid") + uci("wireless.orph_conn1.key"), "");
+    EXPECT_EQ(push_channel(40), 2) << "refused while the override is in place";
     wifi_restore_config_enabled_interfaces(false);
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ("1", uci("wireless.orph_conn0.enable")) << "nor does a restoration end it";
+    EXPECT_EQ(uci("wireless.orph_conn0.enable"), "1") << "nor does a restoration end it";
     const std::string nonce = wifi_live_settings()->radio_override;
-    ASSERT_EQ(0, push(R"({"channel_change_nonce":")" + nonce +
-                      R"(","radios":[{"band":"5GHz","channel":40}]})"));
-    EXPECT_EQ("", batch_file());
-    EXPECT_EQ("40", channel());
-    EXPECT_EQ("0", uci("wireless.orph_conn0.enable"));
-    EXPECT_EQ("", uci("wireless.orph_conn0.key"));
-    ASSERT_EQ(0, push_channel(44));
-    EXPECT_NE("", batch_file());
+    ASSERT_EQ(push(R"({"channel_change_nonce":")" + nonce +
+                   R"(","radios":[{"band":"5GHz","channel":40}]})"),
+              0);
+    EXPECT_EQ(batch_file(), "");
+    EXPECT_EQ(channel(), "40");
+    EXPECT_EQ(uci("wireless.orph_conn0.enable"), "0");
+    EXPECT_EQ(uci("wireless.orph_conn0.key"), "");
+    ASSERT_EQ(push_channel(44), 0);
+    EXPECT_NE(batch_file(), "");
 }
 
-TEST_F(delay, ConfirmedPushIsAppliedSevenMinutesLater)
+TEST_F(Delay, ConfirmedPushIsAppliedSevenMinutesLater)
 {
     run("rm /var/log/journal");
-    EXPECT_EQ("idle 0", waiting());
-    ASSERT_EQ(0, push_channel(40));
+    EXPECT_EQ(waiting(), "idle 0");
+    ASSERT_EQ(push_channel(40), 0);
     pass_ms(3600000);
-    EXPECT_EQ("36", channel()) << "without a confirmation it waits";
-    EXPECT_EQ("staged 0", waiting());
+    EXPECT_EQ(channel(), "36") << "without a confirmation it waits";
+    EXPECT_EQ(waiting(), "staged 0");
     confirm(true);
-    EXPECT_EQ("1", led("config"));
-    EXPECT_EQ("pending 420", waiting());
+    EXPECT_EQ(led("config"), "1");
+    EXPECT_EQ(waiting(), "pending 420");
     const int reloads = journal("reload_config");
     pass_ms(419000);
-    EXPECT_EQ("36", channel());
-    EXPECT_EQ("pending 1", waiting());
-    EXPECT_EQ(0, journal("/etc/init.d/dnsmasq"));
+    EXPECT_EQ(channel(), "36");
+    EXPECT_EQ(waiting(), "pending 1");
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq"), 0);
     pass_ms(2000);
-    EXPECT_EQ("40", channel());
-    EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led("config"));
-    EXPECT_EQ(reloads + 1, journal("reload_config"));
-    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
-    EXPECT_EQ(40u, wifi_live_settings()->radios[1].channel);
-    EXPECT_EQ("", uci("tarn_net.settings_radio1.channel")) << "the radio says it again";
+    EXPECT_EQ(channel(), "40");
+    EXPECT_EQ(batch_file(), "");
+    EXPECT_EQ(led("config"), "0");
+    EXPECT_EQ(journal("reload_config"), reloads + 1);
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 1);
+    EXPECT_EQ(wifi_live_settings()->radios[1].channel, 40u);
+    EXPECT_EQ(uci("tarn_net.settings_radio1.channel"), "") << "the radio says it again";
     all_packages_quiet();
-    ASSERT_EQ(0, push_channel(40));
-    EXPECT_EQ("", batch_file()) << "that is in force now";
+    ASSERT_EQ(push_channel(40), 0);
+    EXPECT_EQ(batch_file(), "") << "that is in force now";
 }
 
-TEST_F(delay, SecondPushOfTheSameLeavesTheFirstsTimer)
+TEST_F(Delay, SecondPushOfTheSameLeavesTheFirstsTimer)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
     const std::string first = batch_file();
     pass_ms(300000);
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
-    EXPECT_EQ(first, batch_file());
+    EXPECT_EQ(batch_file(), first);
     pass_ms(121000);
-    EXPECT_EQ("40", channel());
+    EXPECT_EQ(channel(), "40");
 }
 
-TEST_F(delay, DifferentPushTakesTheFirstsPlaceAndItsWaitBeginsAnew)
+TEST_F(Delay, DifferentPushTakesTheFirstsPlaceAndItsWaitBeginsAnew)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
     pass_ms(300000);
-    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","channel":1}]})"));
+    ASSERT_EQ(push(R"({"radios":[{"band":"2.4GHz","channel":1}]})"), 0);
     confirm(true);
-    EXPECT_EQ(1, logged("Aborting delayed wifi settings"));
+    EXPECT_EQ(logged("Aborting delayed wifi settings"), 1);
     pass_ms(300000);
-    EXPECT_EQ("36", channel());
-    EXPECT_EQ("1", led("config"));
+    EXPECT_EQ(channel(), "36");
+    EXPECT_EQ(led("config"), "1");
     pass_ms(121000);
-    EXPECT_EQ("40", channel()) << "nothing of the first is lost";
-    EXPECT_EQ("1", uci("wireless.radio0.channel"));
+    EXPECT_EQ(channel(), "40") << "nothing of the first is lost";
+    EXPECT_EQ(uci("wireless.radio0.channel"), "1");
 }
 
-TEST_F(delay, RadioThatIsOffIsComparedWithWhatWasPushed)
+TEST_F(Delay, RadioThatIsOffIsComparedWithWhatWasPushed)
 {
     const std::string off =
         R"({"delayed_settings":true,"radios":[{"band":"5GHz","enable":false}]})";
-    ASSERT_EQ(0, push(off));
+    ASSERT_EQ(push(off), 0);
     confirm(true);
     pass_ms(421000);
-    EXPECT_EQ("0", uci("wireless.radio1.enable"));
+    EXPECT_EQ(uci("wireless.radio1.enable"), "0");
     for (int i = 0; i < 2; i++) {
-        ASSERT_EQ(0, push(off)); // its mesh is still wanted, and is off with it
-        EXPECT_EQ("", batch_file());
+        ASSERT_EQ(push(off), 0); // its mesh is still wanted, and is off with it
+        EXPECT_EQ(batch_file(), "");
         restart();
     }
-    ASSERT_EQ(0, push(R"({"radios":[{"band":"2.4GHz","mesh_enable":true},
-        {"band":"5GHz","mesh_enable":false}]})"));
-    EXPECT_NE("", batch_file());
+    ASSERT_EQ(push(R"({"radios":[{"band":"2.4GHz","mesh_enable":true},
+        {"band":"5GHz","mesh_enable":false}]})"),
+              0);
+    EXPECT_NE(batch_file(), "");
 }
 
-TEST_F(delay, FailedPushIsDroppedAndLeavesThePendingOne)
+TEST_F(Delay, FailedPushIsDroppedAndLeavesThePendingOne)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
     const std::string pending = batch_file();
-    ASSERT_EQ(0, push_channel(44));
+    ASSERT_EQ(push_channel(44), 0);
     confirm(false);
-    EXPECT_EQ(pending, batch_file());
+    EXPECT_EQ(batch_file(), pending);
     confirm(true); // of some other package's push: nothing is staged
     pass_ms(421000);
-    EXPECT_EQ("40", channel());
+    EXPECT_EQ(channel(), "40");
 }
 
-TEST_F(delay, PushThatDoesNotWaitEndsThePendingAndTheStagedOne)
+TEST_F(Delay, PushThatDoesNotWaitEndsThePendingAndTheStagedOne)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
-    ASSERT_EQ(0, push_channel(44));
-    ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"));
-    EXPECT_EQ("48", channel());
-    EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led("config"));
+    ASSERT_EQ(push_channel(44), 0);
+    ASSERT_EQ(push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","channel":48}]})"), 0);
+    EXPECT_EQ(channel(), "48");
+    EXPECT_EQ(batch_file(), "");
+    EXPECT_EQ(led("config"), "0");
     confirm(true);
     pass_ms(500000);
-    EXPECT_EQ("48", channel());
+    EXPECT_EQ(channel(), "48");
 }
 
-TEST_F(delay, EndedByHandAndByTheMaintenanceWindow)
+TEST_F(Delay, EndedByHandAndByTheMaintenanceWindow)
 {
-    EXPECT_EQ(0, ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload")) << "also when nothing is pending";
+    EXPECT_EQ(ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 1) << "also when nothing is pending";
     const json_message begins(R"({"active":true})"), ends(R"({"active":false})");
     wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", begins.head);
-    EXPECT_EQ(1, journal("/etc/init.d/dnsmasq reload"));
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 1);
     for (const int to : {40, 44}) {
-        ASSERT_EQ(0, push_channel(to));
+        ASSERT_EQ(push_channel(to), 0);
         confirm(true);
         wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", ends.head);
-        EXPECT_NE("", batch_file());
+        EXPECT_NE(batch_file(), "");
         if (to == 40)
             (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
         else
             wifid_maint_window_handler(nullptr, nullptr, "qnet.maint_window", begins.head);
         (void)ng_uci_renew_change_context();
         EXPECT_EQ(std::to_string(to), channel());
-        EXPECT_EQ("", batch_file());
+        EXPECT_EQ(batch_file(), "");
     }
     pass_ms(500000);
-    EXPECT_EQ(3, journal("/etc/init.d/dnsmasq reload")) << "the timers went with their files";
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 3) << "the timers went with their files";
 }
 
 namespace {
@@ -286,57 +289,57 @@ void end_and_start()
 {
     const std::string before = writer_fixture::everything();
     writer_fixture::restart();
-    EXPECT_EQ(before, writer_fixture::everything()) << "the record shows what was pushed";
+    EXPECT_EQ(writer_fixture::everything(), before) << "the record shows what was pushed";
 }
 
 } // namespace
 
-TEST_F(delay, NoneSurvivesARestartButIsWantedStill)
+TEST_F(Delay, NoneSurvivesARestartButIsWantedStill)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     const std::string staged = batch_file();
-    ASSERT_EQ(0, push_channel(44));
-    EXPECT_NE(staged, batch_file()) << "one staged file takes the other's place";
+    ASSERT_EQ(push_channel(44), 0);
+    EXPECT_NE(batch_file(), staged) << "one staged file takes the other's place";
     confirm(true);
-    ASSERT_EQ(0, push_channel(48));
-    EXPECT_EQ("2\n", run("ls /tmp/wifi-delayed-* | wc -l").output) << "pending and staged";
+    ASSERT_EQ(push_channel(48), 0);
+    EXPECT_EQ(run("ls /tmp/wifi-delayed-* | wc -l").output, "2\n") << "pending and staged";
     run("mkfifo /tmp/wifi-delayed-1; echo precious >/tmp/own; ln -s /tmp/own "
         "'/tmp/wifi-delayed-2;x'");
     end_and_start();
-    EXPECT_EQ("", batch_file());
-    EXPECT_EQ("0", led("config"));
-    EXPECT_EQ(4, logged("NOTICE: Aborting delayed wifi settings from file /tmp/wifi-delayed-"));
-    EXPECT_EQ("precious\n", read_file("/tmp/own"));
+    EXPECT_EQ(batch_file(), "");
+    EXPECT_EQ(led("config"), "0");
+    EXPECT_EQ(logged("NOTICE: Aborting delayed wifi settings from file /tmp/wifi-delayed-"), 4);
+    EXPECT_EQ(read_file("/tmp/own"), "precious\n");
     confirm(true); // comes too late
     pass_ms(500000);
-    EXPECT_EQ("36", channel());
-    ASSERT_EQ(0, push_channel(48));
-    EXPECT_NE("", batch_file()) << "the radio is not there yet, so it waits again";
+    EXPECT_EQ(channel(), "36");
+    ASSERT_EQ(push_channel(48), 0);
+    EXPECT_NE(batch_file(), "") << "the radio is not there yet, so it waits again";
 }
 
-TEST_F(delay, PushThatCannotBeCommittedLeavesThePendingOne)
+TEST_F(Delay, PushThatCannotBeCommittedLeavesThePendingOne)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     confirm(true);
     constexpr char ALL[] = "cat /etc/config/* /tmp/cp-hosts*";
     const std::string pending = batch_file(), configured = run(ALL).output;
     for (const char *waits : {"false", "true"}) {
         run("mount --bind /etc/config/firewall /etc/config/firewall");
-        EXPECT_EQ(2,
-                  push(std::string(R"({"antenna_type":"patch","node_id":9,"delayed_settings":)") +
+        EXPECT_EQ(push(std::string(R"({"antenna_type":"patch","node_id":9,"delayed_settings":)") +
                        waits +
-                       R"(,"ssids":[{"index":1,"enable":true,"ssid":"x","lan_block":true}]})"));
+                       R"(,"ssids":[{"index":1,"enable":true,"ssid":"x","lan_block":true}]})"),
+                  2);
         run("umount /etc/config/firewall");
-        EXPECT_EQ(pending, batch_file()) << waits;
-        EXPECT_EQ(configured, run(ALL).output) << "not by halves";
+        EXPECT_EQ(batch_file(), pending) << waits;
+        EXPECT_EQ(run(ALL).output, configured) << "not by halves";
         all_packages_quiet();
         confirm(false);
     }
     pass_ms(421000);
-    EXPECT_EQ("40", channel());
+    EXPECT_EQ(channel(), "40");
 }
 
-TEST_F(delay, WhatCannotBeAppliedIsAppliedWhenItCanBe)
+TEST_F(Delay, WhatCannotBeAppliedIsAppliedWhenItCanBe)
 {
     const struct {
         const char *what, *locked, *before, *after;
@@ -352,43 +355,43 @@ TEST_F(delay, WhatCannotBeAppliedIsAppliedWhenItCanBe)
     int to = 40;
     for (const auto &fault : faults) {
         SCOPED_TRACE(fault.what);
-        ASSERT_EQ(0, push_channel(to));
+        ASSERT_EQ(push_channel(to), 0);
         confirm(true);
         run(fault.before);
         const int fd = open(fault.locked, O_RDONLY);
-        ASSERT_EQ(0, flock(fd, LOCK_EX));
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
         const std::string before = run("cat /etc/config/*").output;
         const int errors = logged("ERROR:");
         pass_ms(425000);
-        EXPECT_NE("", batch_file());
-        EXPECT_EQ(before, run("cat /etc/config/*").output) << "not by halves";
+        EXPECT_NE(batch_file(), "");
+        EXPECT_EQ(run("cat /etc/config/*").output, before) << "not by halves";
         all_packages_quiet();
-        EXPECT_EQ(errors + 1, logged("ERROR:")) << "not said every second";
+        EXPECT_EQ(logged("ERROR:"), errors + 1) << "not said every second";
         close(fd);
         run(fault.after);
         pass_ms(2000);
         EXPECT_EQ(std::to_string(to), channel());
-        EXPECT_EQ("", batch_file());
+        EXPECT_EQ(batch_file(), "");
         to += 4;
     }
 }
 
-TEST_F(delay, EventThatSaysNothingLeavesTheStagedFileAlone)
+TEST_F(Delay, EventThatSaysNothingLeavesTheStagedFileAlone)
 {
-    ASSERT_EQ(0, push_channel(40));
+    ASSERT_EQ(push_channel(40), 0);
     const std::string staged = batch_file();
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", nullptr);
-    EXPECT_EQ(1, logged("msg is NULL"));
+    EXPECT_EQ(logged("msg is NULL"), 1);
     const json_message empty("{}"), another(R"({"result":true})"), wrong(R"({"success":"true"})");
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", empty.head);
-    EXPECT_EQ(1, logged("Unable to parse parse_config status event"));
+    EXPECT_EQ(logged("Unable to parse parse_config status event"), 1);
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", another.head);
     wifid_parse_config_event_handler(nullptr, nullptr, "parse_config_status", wrong.head);
-    EXPECT_EQ(2, logged("parse_config status event didn't contain success flag"));
-    EXPECT_EQ(staged, batch_file());
+    EXPECT_EQ(logged("parse_config status event didn't contain success flag"), 2);
+    EXPECT_EQ(batch_file(), staged);
 }
 
-TEST_F(delay, OnlyAStateThatSaysZeroKeepsInterfacesOff)
+TEST_F(Delay, OnlyAStateThatSaysZeroKeepsInterfacesOff)
 {
     const struct {
         const char *state, *supply;
@@ -412,35 +415,36 @@ TEST_F(delay, OnlyAStateThatSaysZeroKeepsInterfacesOff)
         write_file("/sys/class/gpio/dc_detect/value", std::string(1, c.supply[0]) + "\n");
         write_file("/sys/class/gpio/poe_at_detect/value", std::string(1, c.supply[1]) + "\n");
         const int before = logged(c.logged);
-        EXPECT_EQ(c.complete, wifi_lldp_negotiation_complete()) << state;
-        EXPECT_EQ(before + 1, logged(c.logged)) << state;
+        EXPECT_EQ(wifi_lldp_negotiation_complete(), c.complete) << state;
+        EXPECT_EQ(logged(c.logged), before + 1) << state;
     }
     write_file("/sys/class/gpio/poe_at_detect/value", "0\n");
     write_file("/sys/class/gpio/dc_detect/value", "0\n");
     run("mv /etc/config/wireless /tmp/wireless");
     EXPECT_TRUE(wifi_lldp_negotiation_complete());
-    EXPECT_EQ(1, logged("NOTICE: Unable to find LLDP negotiation UCI state"));
+    EXPECT_EQ(logged("NOTICE: Unable to find LLDP negotiation UCI state"), 1);
     run("mv /tmp/wireless /etc/config/wireless");
     gDebug_log_level = ZU_LOG_NOTICE;
 }
 
-TEST_F(delay, PushedWhilePowerWasNegotiatedComesOnWhenItIsApplied)
+TEST_F(Delay, PushedWhilePowerWasNegotiatedComesOnWhenItIsApplied)
 {
     const std::string lldp = "wireless._lldp='lldp'\nwireless._lldp.negotiation_complete=";
     write_file("/sys/class/gpio/dc_detect/value", "0\n");
     write_file("/var/state/wireless", lldp + "'0'\n");
-    ASSERT_EQ(0, push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":40}],
-        "ssids":[{"index":4,"enable":true}]})"));
+    ASSERT_EQ(push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","channel":40}],
+        "ssids":[{"index":4,"enable":true}]})"),
+              0);
     confirm(true);
-    EXPECT_NE("", run("grep \"ap1_4.enable='0'\" " + batch_file()).output);
+    EXPECT_NE(run("grep \"ap1_4.enable='0'\" " + batch_file()).output, "");
     write_file("/var/state/wireless", lldp + "'1'\n");
     pass_ms(421000);
-    EXPECT_EQ("40", channel());
-    EXPECT_EQ("1 1", uci("wireless.ap1_4.config_enable") + " " + uci("wireless.ap1_4.enable"));
-    EXPECT_EQ("1", uci("wireless.mesh1.enable"));
+    EXPECT_EQ(channel(), "40");
+    EXPECT_EQ(uci("wireless.ap1_4.config_enable") + " " + uci("wireless.ap1_4.enable"), "1 1");
+    EXPECT_EQ(uci("wireless.mesh1.enable"), "1");
 }
 
-TEST_F(delay, RestorationLeavesAloneWhatItCannotRead)
+TEST_F(Delay, RestorationLeavesAloneWhatItCannotRead)
 {
     run("for i in 0_1 0_2 1_1; do uci set wireless.ap$i.config_enable=1; "
         "uci set wireless.ap$i.enable=0; done; uci delete wireless.ap0_2.config_enable; "
@@ -450,22 +454,23 @@ TEST_F(delay, RestorationLeavesAloneWhatItCannotRead)
         "uci commit wireless");
     (void)ng_uci_renew_change_context();
     wifi_restore_config_enabled_interfaces(false);
-    EXPECT_EQ(1, journal("reload_config")) << "that of the push before";
-    EXPECT_EQ("1 0 1", uci("wireless.ap0_1.enable") + " " + uci("wireless.ap0_2.enable") + " " +
-                           uci("wireless.ap1_1.enable"));
-    EXPECT_EQ("1", uci("wireless.mesh1.enable")) << "no word of a DFS channel";
-    EXPECT_EQ("0", uci("wireless.orph_conn1.enable"));
-    EXPECT_EQ(1, logged("Unable to read 'config_enable' UCI option for iface ap0_2"));
-    EXPECT_EQ(1, logged("Unable to read 'config_enable' UCI option for iface mesh0"));
-    EXPECT_EQ(1, logged("Unable to read 'htmode' UCI option for radio1"));
+    EXPECT_EQ(journal("reload_config"), 1) << "that of the push before";
+    EXPECT_EQ(uci("wireless.ap0_1.enable") + " " + uci("wireless.ap0_2.enable") + " " +
+                  uci("wireless.ap1_1.enable"),
+              "1 0 1");
+    EXPECT_EQ(uci("wireless.mesh1.enable"), "1") << "no word of a DFS channel";
+    EXPECT_EQ(uci("wireless.orph_conn1.enable"), "0");
+    EXPECT_EQ(logged("Unable to read 'config_enable' UCI option for iface ap0_2"), 1);
+    EXPECT_EQ(logged("Unable to read 'config_enable' UCI option for iface mesh0"), 1);
+    EXPECT_EQ(logged("Unable to read 'htmode' UCI option for radio1"), 1);
     run("uci set wireless.radio1.htmode=VHT80; uci commit wireless");
     (void)ng_uci_renew_change_context();
     wifi_restore_config_enabled_interfaces(true);
-    EXPECT_EQ("0", uci("wireless.mesh1.enable"));
-    EXPECT_EQ(2, journal("reload_config"));
+    EXPECT_EQ(uci("wireless.mesh1.enable"), "0");
+    EXPECT_EQ(journal("reload_config"), 2);
 }
 
-TEST_F(delay, InterfacesThatNobodyKeepsOffComeOn)
+TEST_F(Delay, InterfacesThatNobodyKeepsOffComeOn)
 {
     const auto enables = [] { return uci("wireless.ap0_1.enable") + uci("wireless.mesh1.enable"); };
     const auto negotiated = [](int complete) {
@@ -480,37 +485,37 @@ TEST_F(delay, InterfacesThatNobodyKeepsOffComeOn)
     negotiated(0);
     restart();
     pass_ms(5000);
-    EXPECT_EQ("00", enables());
+    EXPECT_EQ(enables(), "00");
     negotiated(1); // and nobody heard of it
     restart();
     pass_ms(1);
-    EXPECT_EQ("11", enables());
-    EXPECT_EQ(1, journal("reload_config"));
+    EXPECT_EQ(enables(), "11");
+    EXPECT_EQ(journal("reload_config"), 1);
     restart();
     pass_ms(1);
-    EXPECT_EQ(1, journal("reload_config")) << "there was nothing to do";
+    EXPECT_EQ(journal("reload_config"), 1) << "there was nothing to do";
 
     for (const int complete : {1, 0}) {
         SCOPED_TRACE(complete);
         negotiated(1);
         (void)ng_uci_renew_change_context();
         const int rival = open("/etc/config/wireless", O_RDWR | O_CLOEXEC);
-        ASSERT_EQ(0, flock(rival, LOCK_EX));
+        ASSERT_EQ(flock(rival, LOCK_EX), 0);
         wifi_restore_config_enabled_interfaces(true);
         const int said = logged("is locked by another process");
         pass_ms(5500);
-        EXPECT_EQ(1, logged("trying again every second"));
-        EXPECT_EQ(said, logged("is locked by another process"));
+        EXPECT_EQ(logged("trying again every second"), 1);
+        EXPECT_EQ(logged("is locked by another process"), said);
         close(rival);
         if (!complete)
             negotiated(0);
         pass_ms(1000);
         EXPECT_EQ(complete ? "11" : "00", enables());
-        EXPECT_EQ(2, journal("reload_config"));
+        EXPECT_EQ(journal("reload_config"), 2);
         if (complete)
             run("sed -i '/trying again/d' " + log.path);
     }
     pass_ms(5000);
-    EXPECT_EQ("00", enables());
-    EXPECT_EQ(0, logged("for iface ap2_")) << "the scanning radio has no interfaces to restore";
+    EXPECT_EQ(enables(), "00");
+    EXPECT_EQ(logged("for iface ap2_"), 0) << "the scanning radio has no interfaces to restore";
 }

@@ -48,135 +48,137 @@ private:
     int fd_;
 };
 
-using pushed = writer_fixture;
+using Pushed = writer_fixture;
 
 } // namespace
 
-TEST_F(pushed, AgainWritesNothing)
+TEST_F(Pushed, AgainWritesNothing)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
         gFile_calls = {};
-        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
+        ASSERT_EQ(push(json_message(example(name)).head), 0) << name;
         EXPECT_GT(gFile_calls.fsyncs, 0) << name;
         confirm(true);
         (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
-        ASSERT_EQ(0, push(json_message(example(name)).head))
+        ASSERT_EQ(push(json_message(example(name)).head), 0)
             << name; // after the uplink test's changes
         run("rm -f /var/log/journal");
         config_watch watch;
         gFile_calls = {};
-        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
-        EXPECT_EQ("", watch.renamed()) << name;
-        EXPECT_EQ(0, gFile_calls.renames) << name;
-        EXPECT_EQ(0, gFile_calls.fsyncs) << name;
-        EXPECT_EQ(0, journal("reload_config")) << name;
+        ASSERT_EQ(push(json_message(example(name)).head), 0) << name;
+        EXPECT_EQ(watch.renamed(), "") << name;
+        EXPECT_EQ(gFile_calls.renames, 0) << name;
+        EXPECT_EQ(gFile_calls.fsyncs, 0) << name;
+        EXPECT_EQ(journal("reload_config"), 0) << name;
     }
 }
 
-TEST_F(pushed, WritesOnlyPackagesThatChangeEachOnceAndReloadsOnce)
+TEST_F(Pushed, WritesOnlyPackagesThatChangeEachOnceAndReloadsOnce)
 {
-    ASSERT_EQ(0, push(json_message(example("home")).head));
+    ASSERT_EQ(push(json_message(example("home")).head), 0);
     run("rm -f /var/log/journal");
     config_watch watch;
-    ASSERT_EQ(0, push(R"({"scanning_period":77})"));
-    EXPECT_EQ("u80211d ", watch.renamed());
-    ASSERT_EQ(0, push(R"({"ssids":[{"index":1,"lan_block":true}]})"));
-    EXPECT_EQ("firewall ", watch.renamed());
-    EXPECT_EQ(2, journal("reload_config"));
+    ASSERT_EQ(push(R"({"scanning_period":77})"), 0);
+    EXPECT_EQ(watch.renamed(), "u80211d ");
+    ASSERT_EQ(push(R"({"ssids":[{"index":1,"lan_block":true}]})"), 0);
+    EXPECT_EQ(watch.renamed(), "firewall ");
+    EXPECT_EQ(journal("reload_config"), 2);
     all_packages_quiet();
 }
 
-TEST_F(pushed, WhileAnotherProcessHoldsALockIsRefusedAndChangesNothing)
+TEST_F(Pushed, WhileAnotherProcessHoldsALockIsRefusedAndChangesNothing)
 {
-    ASSERT_EQ(0, push(json_message(example("home")).head));
+    ASSERT_EQ(push(json_message(example("home")).head), 0);
     const std::string before = everything(), configured = run("uci export").output;
     const int fd = open("/etc/config/tarn_net", O_RDWR);
-    ASSERT_EQ(0, flock(fd, LOCK_EX));
-    EXPECT_EQ(2, push(json_message(example("office")).head));
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    EXPECT_EQ(push(json_message(example("office")).head), 2);
     close(fd);
-    EXPECT_EQ(1, logged("/etc/config/tarn_net is locked by another process"));
-    EXPECT_EQ(before, everything());
-    EXPECT_EQ(configured, run("uci export").output);
-    EXPECT_EQ(0, push(json_message(example("office")).head));
+    EXPECT_EQ(logged("/etc/config/tarn_net is locked by another process"), 1);
+    EXPECT_EQ(everything(), before);
+    EXPECT_EQ(run("uci export").output, configured);
+    EXPECT_EQ(push(json_message(example("office")).head), 0);
 }
 
-TEST_F(pushed, WhatTheDeviceDoesNotHaveIsPassedOver)
+TEST_F(Pushed, WhatTheDeviceDoesNotHaveIsPassedOver)
 {
     run("cd /etc/config; rm u80211d prequestd igmpproxy evlog ap_mgr udsplash udshape fw_core "
         "tarn_net");
     restart();
     for (int i = 0; i < 2; i++) {
-        ASSERT_EQ(0, push(json_message(example("home")).head));
-        EXPECT_EQ(8, logged("NOTICE: There is no package")) << "each is said once";
+        ASSERT_EQ(push(json_message(example("home")).head), 0);
+        EXPECT_EQ(logged("NOTICE: There is no package"), 8) << "each is said once";
     }
-    EXPECT_EQ(0, logged("ERROR"));
-    EXPECT_EQ("Maple Street 12", uci("wireless.ap0_1.ssid"));
-    EXPECT_EQ("0", uci("tarn_net.local.outdoor")) << "our own is made";
+    EXPECT_EQ(logged("ERROR"), 0);
+    EXPECT_EQ(uci("wireless.ap0_1.ssid"), "Maple Street 12");
+    EXPECT_EQ(uci("tarn_net.local.outdoor"), "0") << "our own is made";
     const std::string before = everything();
     restart();
-    EXPECT_EQ(before, everything());
+    EXPECT_EQ(everything(), before);
     run("uci -q delete tarn_net.local; uci commit tarn_net");
     restart();
-    ASSERT_EQ(0, push(R"({"lonely_friend":true})"));
-    EXPECT_EQ("lonely", uci("tarn_net.local.override_reason"));
+    ASSERT_EQ(push(R"({"lonely_friend":true})"), 0);
+    EXPECT_EQ(uci("tarn_net.local.override_reason"), "lonely");
 }
 
-TEST_F(pushed, FilesInTmpAreNotLedAstrayByLinks)
+TEST_F(Pushed, FilesInTmpAreNotLedAstrayByLinks)
 {
     run("mkdir -p /tmp/there; echo precious >/tmp/there/file; ln -s /tmp/there/file "
         "/tmp/cp-hosts1; "
         "ln /tmp/there/file /tmp/cp-hosts2; ln -s /tmp/there/new /tmp/cp-hosts3; "
         "for i in $(seq 0 50); do ln -s /tmp/there/file /tmp/wifi-delayed-$(($(cut -d. -f1 "
         "/proc/uptime) + i)); done");
-    ASSERT_EQ(0, push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","enable":true,
-        "channel":48,"mesh_enable":true}]})"));
-    EXPECT_EQ("precious\n", read_file("/tmp/there/file"));
-    EXPECT_NE(0, access("/tmp/there/new", F_OK));
-    EXPECT_EQ("10.255.108.1 logout\n10.255.108.1 nimbracp\n", read_file("/tmp/cp-hosts1"));
-    EXPECT_EQ("10.255.104.1 logout\n10.255.104.1 nimbracp\n", read_file("/tmp/cp-hosts2"));
+    ASSERT_EQ(push(R"({"delayed_settings":true,"radios":[{"band":"5GHz","enable":true,
+        "channel":48,"mesh_enable":true}]})"),
+              0);
+    EXPECT_EQ(read_file("/tmp/there/file"), "precious\n");
+    EXPECT_NE(access("/tmp/there/new", F_OK), 0);
+    EXPECT_EQ(read_file("/tmp/cp-hosts1"), "10.255.108.1 logout\n10.255.108.1 nimbracp\n");
+    EXPECT_EQ(read_file("/tmp/cp-hosts2"), "10.255.104.1 logout\n10.255.104.1 nimbracp\n");
     EXPECT_EQ(
-        1,
-        atoi(run("find /tmp -maxdepth 1 -name 'wifi-delayed-*' -type f | wc -l").output.c_str()));
+        atoi(run("find /tmp -maxdepth 1 -name 'wifi-delayed-*' -type f | wc -l").output.c_str()),
+        1);
     run("rm -rf /tmp/there");
 }
 
-TEST_F(pushed, FollowsVlansRelaysAndTheUpstream)
+TEST_F(Pushed, FollowsVlansRelaysAndTheUpstream)
 {
     const struct {
         int vlan;
         const char *role;
     } vlans[] = {{1, "relay"}, {4095, "relay"}, {0, "server"}, {4096, "server"}, {-1, "server"}};
     for (const auto &v : vlans) {
-        ASSERT_EQ(0, push(R"({"ssids":[{"index":2,"vlan_tag":)" + std::to_string(v.vlan) + "}]}"));
-        EXPECT_EQ(v.role, uci("dhcp.ssid2.dhcpv6")) << v.vlan;
-        EXPECT_EQ(v.role, uci("dhcp.ssid2.ra")) << v.vlan;
+        ASSERT_EQ(push(R"({"ssids":[{"index":2,"vlan_tag":)" + std::to_string(v.vlan) + "}]}"), 0);
+        EXPECT_EQ(uci("dhcp.ssid2.dhcpv6"), v.role) << v.vlan;
+        EXPECT_EQ(uci("dhcp.ssid2.ra"), v.role) << v.vlan;
     }
-    EXPECT_EQ("1", uci("dhcp.ssid1.ignore"));
+    EXPECT_EQ(uci("dhcp.ssid1.ignore"), "1");
     gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
-    ASSERT_EQ(0, push(R"({"ssids":[{"index":1,"bridge_to_lan":false},
-        {"index":2,"bridge_to_lan":true}]})"));
-    EXPECT_EQ("0", uci("dhcp.ssid1.ignore"));
-    EXPECT_EQ("1", uci("dhcp.ssid2.ignore"));
+    ASSERT_EQ(push(R"({"ssids":[{"index":1,"bridge_to_lan":false},
+        {"index":2,"bridge_to_lan":true}]})"),
+              0);
+    EXPECT_EQ(uci("dhcp.ssid1.ignore"), "0");
+    EXPECT_EQ(uci("dhcp.ssid2.ignore"), "1");
 
     const std::string relay = R"({"ssids":[{"index":3,"dhcp":{"enable":true,"gateway_ip":"10.9.8.1",
         "netmask":"255.255.255.0","relay":"10.0.0.67","start":5,"num_leases":6,"lease_length":"7h"}}]})";
     for (int i = 0; i < 2; i++) { // the second finds the section gone
-        ASSERT_EQ(0, push(relay));
-        EXPECT_EQ("", uci("dhcp.ssid3"));
-        EXPECT_EQ("10.0.0.67", uci("dhcp.relay_ssid3.server_addr"));
-        EXPECT_NE(std::string::npos, uci("firewall.wired1.masq_src").find("10.9.8.1/24"));
-        EXPECT_EQ("lo br-mesh_gw br-ssid1 br-ssid1_vlan br-ssid2 br-ssid2_vlan br-ssid4 "
-                  "br-ssid4_vlan",
-                  uci("dhcp.lan_dns.interface"));
-        EXPECT_EQ(0, logged("ERROR"));
+        ASSERT_EQ(push(relay), 0);
+        EXPECT_EQ(uci("dhcp.ssid3"), "");
+        EXPECT_EQ(uci("dhcp.relay_ssid3.server_addr"), "10.0.0.67");
+        EXPECT_NE(uci("firewall.wired1.masq_src").find("10.9.8.1/24"), std::string::npos);
+        EXPECT_EQ(uci("dhcp.lan_dns.interface"),
+                  "lo br-mesh_gw br-ssid1 br-ssid1_vlan br-ssid2 br-ssid2_vlan br-ssid4 "
+                  "br-ssid4_vlan");
+        EXPECT_EQ(logged("ERROR"), 0);
     }
-    ASSERT_EQ(0, push(R"({"ssids":[{"index":3,"dhcp":{"enable":false}}]})"));
-    EXPECT_EQ("", uci("dhcp.relay_ssid3"));
-    EXPECT_EQ("1000", uci("dhcp.ssid3.limit"));
-    EXPECT_EQ("lan_dns", uci("dhcp.ssid3.instance"));
+    ASSERT_EQ(push(R"({"ssids":[{"index":3,"dhcp":{"enable":false}}]})"), 0);
+    EXPECT_EQ(uci("dhcp.relay_ssid3"), "");
+    EXPECT_EQ(uci("dhcp.ssid3.limit"), "1000");
+    EXPECT_EQ(uci("dhcp.ssid3.instance"), "lan_dns");
 }
 
-TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
+TEST_F(Pushed, MakesAndUnmakesOptionsInTurn)
 {
     // Each document follows the one before; an option that is not there is "".
     const struct {
@@ -267,32 +269,33 @@ TEST_F(pushed, MakesAndUnmakesOptionsInTurn)
         "uci commit");
     (void)ng_uci_renew_change_context();
     for (const auto &turn : turns) {
-        ASSERT_EQ(0, push(turn.params)) << turn.params;
+        ASSERT_EQ(push(turn.params), 0) << turn.params;
         for (const auto &[name, value] : turn.options)
-            EXPECT_EQ(value, uci(name)) << name << " after " << turn.params;
+            EXPECT_EQ(uci(name), value) << name << " after " << turn.params;
     }
-    EXPECT_EQ(2, logged("WARNING: Disabling mesh1 due to DFS radio channel"));
-    EXPECT_EQ(8, logged("NOTICE: No valid ACL for ssid 1")) << "counted from 0";
-    EXPECT_EQ(0, logged("ERROR"));
+    EXPECT_EQ(logged("WARNING: Disabling mesh1 due to DFS radio channel"), 2);
+    EXPECT_EQ(logged("NOTICE: No valid ACL for ssid 1"), 8) << "counted from 0";
+    EXPECT_EQ(logged("ERROR"), 0);
 }
 
-TEST_F(pushed, OnAPlatformWithoutDfsScanningOrAddress)
+TEST_F(Pushed, OnAPlatformWithoutDfsScanningOrAddress)
 {
     const std::string platform = read_file("/etc/tarn/platform.json");
     write_file("/etc/tarn/platform.json", R"({"wireless":{"num_radios":2,"dfs_support":false,
         "scanning_support":false,"wifi_radios":[{"band":"2.4GHz"},{"band":"5GHz"}]}})");
     platform_detect();
-    EXPECT_EQ(0, push(R"({"delayed_settings":false,"node_id":-1,"regulatory":{"dfs":{"enable":true,
-        "channels":[52]}},"radios":[{"band":"5GHz","channel":52,"mode":"VHT160"}]})"));
+    EXPECT_EQ(push(R"({"delayed_settings":false,"node_id":-1,"regulatory":{"dfs":{"enable":true,
+        "channels":[52]}},"radios":[{"band":"5GHz","channel":52,"mode":"VHT160"}]})"),
+              0);
     write_file("/etc/tarn/platform.json", platform);
-    EXPECT_EQ("1", uci("wireless.mesh1.enable"));
-    EXPECT_EQ("0", uci("wireless.radio1.dfs_enable"));
-    EXPECT_EQ("1", uci("u80211d.global.scan_ap_force"));
-    EXPECT_EQ("10.252.252.1", uci("network.mesh_gw.ipaddr"));
-    EXPECT_EQ(1, logged("Platform data has no management mac member"));
+    EXPECT_EQ(uci("wireless.mesh1.enable"), "1");
+    EXPECT_EQ(uci("wireless.radio1.dfs_enable"), "0");
+    EXPECT_EQ(uci("u80211d.global.scan_ap_force"), "1");
+    EXPECT_EQ(uci("network.mesh_gw.ipaddr"), "10.252.252.1");
+    EXPECT_EQ(logged("Platform data has no management mac member"), 1);
 }
 
-TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
+TEST_F(Pushed, KeepsEverythingOffUntilPowerIsNegotiated)
 {
     const std::string document = R"({"delayed_settings":false,"radios":[{"band":"2.4GHz",
         "enable":true,"channel":6,"mesh_enable":true},{"band":"5GHz","enable":true,"channel":52,
@@ -309,27 +312,27 @@ TEST_F(pushed, KeepsEverythingOffUntilPowerIsNegotiated)
     run("echo 0 >/sys/class/gpio/dc_detect/value; "
         "echo \"wireless._lldp='state'\nwireless._lldp.negotiation_complete='0'\" "
         ">/var/state/wireless");
-    ASSERT_EQ(0, push(document));
-    EXPECT_EQ("1011101111", options("config_enable"));
-    EXPECT_EQ("0000000000", options("enable"));
+    ASSERT_EQ(push(document), 0);
+    EXPECT_EQ(options("config_enable"), "1011101111");
+    EXPECT_EQ(options("enable"), "0000000000");
     wifi_restore_config_enabled_interfaces(true);
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ("0000000000", options("enable")) << "too early";
+    EXPECT_EQ(options("enable"), "0000000000") << "too early";
 
     run("echo \"wireless._lldp.negotiation_complete='1'\" >>/var/state/wireless");
     wifi_restore_config_enabled_interfaces(true);
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ("1011101110", options("enable")) << "all but the mesh on a DFS channel";
-    EXPECT_EQ("1011101111", options("config_enable"));
+    EXPECT_EQ(options("enable"), "1011101110") << "all but the mesh on a DFS channel";
+    EXPECT_EQ(options("config_enable"), "1011101111");
 
     run("echo 1 >/sys/class/gpio/dc_detect/value; "
         "echo \"wireless._lldp.negotiation_complete='0'\" >>/var/state/wireless");
-    ASSERT_EQ(0, push(document));
-    EXPECT_EQ("1011101110", options("enable")) << "power enough without negotiation";
-    EXPECT_EQ(0, logged("ERROR"));
+    ASSERT_EQ(push(document), 0);
+    EXPECT_EQ(options("enable"), "1011101110") << "power enough without negotiation";
+    EXPECT_EQ(logged("ERROR"), 0);
 }
 
-TEST_F(pushed, ForwardingToTheWireFollowsVlanAndBridging)
+TEST_F(Pushed, ForwardingToTheWireFollowsVlanAndBridging)
 {
     gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
     strcpy(gTarn_net_state.inet_test.uplink_iface, "br-wired1");
@@ -340,14 +343,14 @@ TEST_F(pushed, ForwardingToTheWireFollowsVlanAndBridging)
                  {R"("bridge_to_lan":true)", "0"},
                  {R"("bridge_to_lan":false)", "1"}};
     for (const auto &c : cases) {
-        ASSERT_EQ(0, push(std::string(R"({"ssids":[{"index":3,)") + c.member + "}]}"));
-        EXPECT_EQ(c.enabled, uci("firewall.ssid3wan_wired1.enabled")) << c.member;
+        ASSERT_EQ(push(std::string(R"({"ssids":[{"index":3,)") + c.member + "}]}"), 0);
+        EXPECT_EQ(uci("firewall.ssid3wan_wired1.enabled"), c.enabled) << c.member;
     }
     gTarn_net_state.inet_test.uplink_iface[0] = '\0';
     gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_NONE;
 }
 
-TEST_F(pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
+TEST_F(Pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
 {
     const struct {
         const char *gateway, *netmask, *ipaddr, *masquerade;
@@ -362,27 +365,27 @@ TEST_F(pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.gateway);
         log.clear();
-        ASSERT_EQ(0,
-                  push(std::string(R"({"ssids":[{"index":4,"dhcp":{"enable":true,"gateway_ip":")") +
-                       c.gateway + R"(","netmask":")" + c.netmask + "\"}}]}"));
-        EXPECT_EQ(c.ipaddr, uci("network.ssid4.ipaddr"));
-        EXPECT_EQ(c.ipaddr, uci("firewall.ssid4_cp.src_dip"));
-        EXPECT_EQ(*c.ipaddr ? 0 : -1, access("/tmp/cp-hosts4", F_OK));
+        ASSERT_EQ(push(std::string(R"({"ssids":[{"index":4,"dhcp":{"enable":true,"gateway_ip":")") +
+                       c.gateway + R"(","netmask":")" + c.netmask + "\"}}]}"),
+                  0);
+        EXPECT_EQ(uci("network.ssid4.ipaddr"), c.ipaddr);
+        EXPECT_EQ(uci("firewall.ssid4_cp.src_dip"), c.ipaddr);
+        EXPECT_EQ(access("/tmp/cp-hosts4", F_OK), *c.ipaddr ? 0 : -1);
         const std::string masquerade = uci("firewall.wired1.masq_src");
-        EXPECT_EQ(*c.masquerade ? 5 : 4, std::count(masquerade.begin(), masquerade.end(), '/'));
-        EXPECT_NE(std::string::npos, masquerade.find(c.masquerade));
-        EXPECT_EQ(c.refused, logged("is no IPv4 address"));
-        EXPECT_STREQ(c.gateway, wifi_live_settings()->ssids[3].dhcp.gateway_ip) << "as pushed";
+        EXPECT_EQ(std::count(masquerade.begin(), masquerade.end(), '/'), *c.masquerade ? 5 : 4);
+        EXPECT_NE(masquerade.find(c.masquerade), std::string::npos);
+        EXPECT_EQ(logged("is no IPv4 address"), c.refused);
+        EXPECT_STREQ(wifi_live_settings()->ssids[3].dhcp.gateway_ip, c.gateway) << "as pushed";
     }
 }
 
-TEST_F(pushed, LeavesAnSsidThatNoDocumentConfiguredOnItsRadiosAlone)
+TEST_F(Pushed, LeavesAnSsidThatNoDocumentConfiguredOnItsRadiosAlone)
 {
     run("for i in ap0_1 ap0_2; do uci set wireless.$i.auth_port=7; done; uci commit wireless");
     (void)ng_uci_renew_change_context();
-    ASSERT_EQ(0, push(R"({"ssids":[{"index":1,"radius_port":1}]})"));
-    EXPECT_EQ("1 7", uci("wireless.ap0_1.auth_port") + " " + uci("wireless.ap0_2.auth_port"));
-    EXPECT_EQ("ap0_1 ap1_1", uci("prequestd.prequestd.interface"));
+    ASSERT_EQ(push(R"({"ssids":[{"index":1,"radius_port":1}]})"), 0);
+    EXPECT_EQ(uci("wireless.ap0_1.auth_port") + " " + uci("wireless.ap0_2.auth_port"), "1 7");
+    EXPECT_EQ(uci("prequestd.prequestd.interface"), "ap0_1 ap1_1");
 }
 
 /// Sets what rows say is written as it is; nothing but the rows knows these settings.
@@ -393,7 +396,7 @@ static void set_all(std::span<const wifi_field> rows, void *part)
             field_store(row, static_cast<char *>(part), {"1"});
 }
 
-TEST_F(pushed, SaysInAnOptionWhatTheRowsSayIsWritten)
+TEST_F(Pushed, SaysInAnOptionWhatTheRowsSayIsWritten)
 {
     auto settings = std::make_unique<wifi_settings>(*wifi_live_settings());
     wifi_ssid_settings &ssid = settings->ssids[0];
@@ -404,7 +407,7 @@ TEST_F(pushed, SaysInAnOptionWhatTheRowsSayIsWritten)
     ssid.configured = true;
     for (wifi_radio_settings &radio : settings->radios)
         set_all(RADIO_FIELDS, &radio);
-    ASSERT_EQ(0, wifid_write_config(settings.get()));
+    ASSERT_EQ(wifid_write_config(settings.get()), 0);
     const std::string kept = run("uci show tarn_net").output;
     const auto expect_none = [&kept](const std::string &section, std::span<const wifi_field> rows) {
         for (const wifi_field &row : rows) {
@@ -418,13 +421,14 @@ TEST_F(pushed, SaysInAnOptionWhatTheRowsSayIsWritten)
     expect_none("tarn_net.settings_radio1", RADIO_FIELDS);
 }
 
-TEST_F(pushed, MovesTheMeshInterfacesOfItsSsids)
+TEST_F(Pushed, MovesTheMeshInterfacesOfItsSsids)
 {
     run("ip link add br-ssid1 type bridge; ip link add br-ssid1_vlan type bridge; "
         "ip link add bat0 type veth; ip link add bat0.11 type veth; ip link add bat0.21 type veth");
     for (const char *vlan : {"-1", "40"}) {
-        ASSERT_EQ(0, push(std::string(R"({"ssids":[{"index":1,"enable":true,"vlan_tag":)") + vlan +
-                          "}]}"));
+        ASSERT_EQ(
+            push(std::string(R"({"ssids":[{"index":1,"enable":true,"vlan_tag":)") + vlan + "}]}"),
+            0);
         EXPECT_EQ(*vlan == '-' ? "bat0.11 in br-ssid1\n" : "bat0.21 in br-ssid1_vlan\n",
                   run("cd /sys/class/net; for i in bat0.?1; do [ ! -e $i/master ] || "
                       "echo $i in $(basename $(readlink $i/master)); done")

@@ -132,24 +132,24 @@ void add_table(blob_buf *buf, const char *name, const settings_level &level)
     blobmsg_close_table(buf, table);
 }
 
-using restarted = writer_fixture;
+using Restarted = writer_fixture;
 
 } // namespace
 
-TEST_F(restarted, KnowsEveryExample)
+TEST_F(Restarted, KnowsEveryExample)
 {
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
-        ASSERT_EQ(0, push(json_message(example(name)).head)) << name;
+        ASSERT_EQ(push(json_message(example(name)).head), 0) << name;
         const std::string before = everything(), dump = shown();
         restart();
-        EXPECT_EQ(dump, shown()) << name;
-        EXPECT_EQ(before, everything()) << name;
+        EXPECT_EQ(shown(), dump) << name;
+        EXPECT_EQ(everything(), before) << name;
     }
 }
 
-TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
+TEST_F(Restarted, ReadsAPackageLaterThatCannotBeReadNow)
 {
-    ASSERT_EQ(0, push(json_message(example("office")).head));
+    ASSERT_EQ(push(json_message(example("office")).head), 0);
     const std::string before = everything();
     constexpr char OF_OFFICE[] = R"({"scanning_period":30})";
     uloop_clock_virtual(true);
@@ -161,7 +161,7 @@ TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
                 const std::string path = "/etc/config/" + package, content = read_file(path);
                 const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
                 if (locked)
-                    ASSERT_EQ(0, flock(fd, LOCK_EX));
+                    ASSERT_EQ(flock(fd, LOCK_EX), 0);
                 else
                     write_file(path, "config 'x\n");
                 if (first_start)
@@ -169,48 +169,49 @@ TEST_F(restarted, ReadsAPackageLaterThatCannotBeReadNow)
                 // At start the check of the enables reads a package of its own.
                 const int waits = first_start && package == "wireless" ? 2 : 1;
                 const int errors = logged("ERROR");
-                EXPECT_EQ(UBUS_STATUS_UNKNOWN_ERROR, wifi_reload_config(first_start));
+                EXPECT_EQ(wifi_reload_config(first_start), UBUS_STATUS_UNKNOWN_ERROR);
                 uloop_clock_run_ms(10500);
-                EXPECT_EQ(errors + waits, logged("ERROR")) << "said once";
+                EXPECT_EQ(logged("ERROR"), errors + waits) << "said once";
                 close(fd);
-                EXPECT_EQ(first_start, everything() != before);
+                EXPECT_EQ(everything() != before, first_start);
                 if (first_start) {
-                    EXPECT_EQ(2, push(OF_OFFICE));
+                    EXPECT_EQ(push(OF_OFFICE), 2);
                     EXPECT_EQ(errors + waits + 1, logged("ERROR"));
                 }
                 write_file(path, content);
                 uloop_clock_run_ms(1000);
-                EXPECT_EQ(before, everything());
-                EXPECT_EQ(content, read_file(path));
-                EXPECT_EQ(0, push(OF_OFFICE));
+                EXPECT_EQ(everything(), before);
+                EXPECT_EQ(read_file(path), content);
+                EXPECT_EQ(push(OF_OFFICE), 0);
             }
     uloop_clock_virtual(false);
-    EXPECT_EQ(6, logged("The settings in force have not been read yet"));
+    EXPECT_EQ(logged("The settings in force have not been read yet"), 6);
 }
 
-TEST_F(restarted, DropsWhatNoSettingCanHoldAndIsPushedToAllTheSame)
+TEST_F(Restarted, DropsWhatNoSettingCanHoldAndIsPushedToAllTheSame)
 {
     ASSERT_EQ(
-        0, push(R"({"delayed_settings":false,"ssids":[{"index":1,"enable":true,"ssid":"x","key":"k",
-        "dns_servers":["10.0.0.1","10.0.0.2"]}]})"));
+        push(R"({"delayed_settings":false,"ssids":[{"index":1,"enable":true,"ssid":"x","key":"k",
+        "dns_servers":["10.0.0.1","10.0.0.2"]}]})"),
+        0);
     run("uci set wireless.ap0_1.key=\"$(printf 'a\\tb')\"; uci set "
         "tarn_net.settings.reg_country=\"$(printf '=a\\nb')\"; "
         "uci add_list dhcp.ssid1_dns.server=\"$(printf 'c\\td')\"; uci commit");
     restart();
-    EXPECT_STREQ("", wifi_live_settings()->ssids[0].key);
-    EXPECT_STREQ("10.0.0.2", wifi_live_settings()->ssids[0].dns_servers[1]);
-    EXPECT_STREQ("", wifi_live_settings()->ssids[0].dns_servers[2]);
+    EXPECT_STREQ(wifi_live_settings()->ssids[0].key, "");
+    EXPECT_STREQ(wifi_live_settings()->ssids[0].dns_servers[1], "10.0.0.2");
+    EXPECT_STREQ(wifi_live_settings()->ssids[0].dns_servers[2], "");
     for (const char *name :
          {"wireless.ap0_1.key", "tarn_net.settings.reg_country", "dhcp.ssid1_dns.server"})
-        EXPECT_EQ(1, logged(std::string("WARNING: Dropping the value of '") + name)) << name;
-    EXPECT_EQ(0, push(R"({"scanning_period":7})"));
-    EXPECT_EQ("420", uci("u80211d.global.scan_period"));
-    EXPECT_EQ(0, push(R"({"ssids":[{"index":1,"key":"new"}]})"));
-    EXPECT_EQ("new", uci("wireless.ap0_1.key"));
-    EXPECT_EQ(3, logged("Dropping")) << "once";
+        EXPECT_EQ(logged(std::string("WARNING: Dropping the value of '") + name), 1) << name;
+    EXPECT_EQ(push(R"({"scanning_period":7})"), 0);
+    EXPECT_EQ(uci("u80211d.global.scan_period"), "420");
+    EXPECT_EQ(push(R"({"ssids":[{"index":1,"key":"new"}]})"), 0);
+    EXPECT_EQ(uci("wireless.ap0_1.key"), "new");
+    EXPECT_EQ(logged("Dropping"), 3) << "once";
 }
 
-TEST_F(restarted, KnowsAThousandGeneratedDocuments)
+TEST_F(Restarted, KnowsAThousandGeneratedDocuments)
 {
     int taken = 0, waiting = 0;
     for (int i = 0; i < 1000; i += SAMPLE) {
@@ -225,8 +226,8 @@ TEST_F(restarted, KnowsAThousandGeneratedDocuments)
             (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
         const std::string before = everything(), dump = shown();
         restart();
-        ASSERT_EQ(dump, shown()) << i << " " << text.get();
-        ASSERT_EQ(before, everything()) << i << " " << text.get();
+        ASSERT_EQ(shown(), dump) << i << " " << text.get();
+        ASSERT_EQ(everything(), before) << i << " " << text.get();
     }
     all_packages_quiet();
     EXPECT_GT(taken, 800 / SAMPLE);

@@ -85,54 +85,56 @@ std::string configured(const char *option)
     return text;
 }
 
-using texts = writer_fixture;
+using Texts = writer_fixture;
 
 } // namespace
 
-TEST_F(texts, ComeThroughBatchAndUciUnchanged)
+TEST_F(Texts, ComeThroughBatchAndUciUnchanged)
 {
-    ASSERT_EQ(0, push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","enable":true,
-        "channel":36,"mesh_enable":true}]})"));
+    ASSERT_EQ(push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","enable":true,
+        "channel":36,"mesh_enable":true}]})"),
+              0);
     for (const char *text :
          {"it's", "'", "\\", "\"", "$(touch /tmp/pwned)", "`touch /tmp/pwned`", " lead and trail ",
           "h\xc3\xa9", "\xff\x80", "a;b", "#", "x' 'y", "\\'", "%s%n", "&touch /tmp/pwned", ""}) {
         SCOPED_TRACE(text);
-        ASSERT_EQ(0, push(with_text(TEXT_FIELDS, in_json(text))));
-        EXPECT_NE("", batch_file());
+        ASSERT_EQ(push(with_text(TEXT_FIELDS, in_json(text))), 0);
+        EXPECT_NE(batch_file(), "");
         confirm(true);
         (void)ubus_wifi_end_delayed_wireless(nullptr, nullptr, nullptr, nullptr, nullptr);
         (void)ng_uci_renew_change_context();
         for (const text_field &field : TEXT_FIELDS)
-            EXPECT_EQ(expected(field, text), configured(field.option)) << field.option;
-        EXPECT_NE(0, access("/tmp/cp-hosts1", F_OK)) << "for a text that is no address";
-        EXPECT_EQ(std::string::npos, uci("firewall.wired0.masq_src").find("/0"));
+            EXPECT_EQ(configured(field.option), expected(field, text)) << field.option;
+        EXPECT_NE(access("/tmp/cp-hosts1", F_OK), 0) << "for a text that is no address";
+        EXPECT_EQ(uci("firewall.wired0.masq_src").find("/0"), std::string::npos);
 
-        ASSERT_EQ(
-            0, push(R"({"orphan_connect":{"radio":"5GHz","bssid":")" + in_json(text) + R"("}})"));
-        EXPECT_EQ(text, uci("wireless.orph_conn1.bssid"));
-        ASSERT_EQ(0, push(std::string(R"({"channel_change_nonce":")") +
-                          wifi_live_settings()->radio_override + "\"}"));
+        ASSERT_EQ(push(R"({"orphan_connect":{"radio":"5GHz","bssid":")" + in_json(text) + R"("}})"),
+                  0);
+        EXPECT_EQ(uci("wireless.orph_conn1.bssid"), text);
+        ASSERT_EQ(push(std::string(R"({"channel_change_nonce":")") +
+                       wifi_live_settings()->radio_override + "\"}"),
+                  0);
     }
-    ASSERT_EQ(0, push(R"({"delayed_settings":false,"regulatory":{"country":"'$"}})"));
-    EXPECT_EQ("'$", uci("wireless.radio1.country"));
-    EXPECT_EQ("'$", uci("u80211d.global.country"));
-    EXPECT_NE(0, access("/tmp/pwned", F_OK));
-    EXPECT_EQ(0, logged("Failed to change"));
+    ASSERT_EQ(push(R"({"delayed_settings":false,"regulatory":{"country":"'$"}})"), 0);
+    EXPECT_EQ(uci("wireless.radio1.country"), "'$");
+    EXPECT_EQ(uci("u80211d.global.country"), "'$");
+    EXPECT_NE(access("/tmp/pwned", F_OK), 0);
+    EXPECT_EQ(logged("Failed to change"), 0);
 }
 
-TEST_F(texts, OfMoreThanOneLineAreRefused)
+TEST_F(Texts, OfMoreThanOneLineAreRefused)
 {
     const std::string before = everything(), packages = run("uci export").output;
     int refused = 0;
     for (const text_field &field : TEXT_FIELDS)
         for (const char *text : {"\\nb", "\\t", "\\u001b[2J", "\\u007f"}) {
-            EXPECT_EQ(2, push(with_text({&field, 1}, text))) << field.json;
-            EXPECT_EQ(++refused, logged("holds a control character")) << field.json;
+            EXPECT_EQ(push(with_text({&field, 1}, text)), 2) << field.json;
+            EXPECT_EQ(logged("holds a control character"), ++refused) << field.json;
         }
-    EXPECT_EQ(2, push(R"({"regulatory":{"country":"a\n"}})"));
-    EXPECT_EQ(2, push(R"({"orphan_connect":{"radio":"5GHz","bssid":"a\n"}})"));
-    EXPECT_EQ(4, logged("'radius_key' of settings_ssid1 holds a control character"));
-    EXPECT_EQ(4, logged("'mesh_key' of settings holds a control character"));
-    EXPECT_EQ(before, everything());
-    EXPECT_EQ(packages, run("uci export").output);
+    EXPECT_EQ(push(R"({"regulatory":{"country":"a\n"}})"), 2);
+    EXPECT_EQ(push(R"({"orphan_connect":{"radio":"5GHz","bssid":"a\n"}})"), 2);
+    EXPECT_EQ(logged("'radius_key' of settings_ssid1 holds a control character"), 4);
+    EXPECT_EQ(logged("'mesh_key' of settings holds a control character"), 4);
+    EXPECT_EQ(everything(), before);
+    EXPECT_EQ(run("uci export").output, packages);
 }

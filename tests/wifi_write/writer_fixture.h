@@ -51,7 +51,7 @@ struct writer_fixture : testing::Test, logging {
     {
         (void)ng_uci_renew_change_context();
         gWifi_live_settings = {};
-        EXPECT_EQ(0, wifi_reload_config(true));
+        EXPECT_EQ(wifi_reload_config(true), 0);
     }
     static int push(const std::string &params)
     {
@@ -93,7 +93,7 @@ struct writer_fixture : testing::Test, logging {
         all.presence_enable = all.dfs_enable = true;
         blob_buffer buf;
         blob_buf_init(&buf, 0);
-        EXPECT_EQ(0, wifi_dump_settings(&buf, &all, true));
+        EXPECT_EQ(wifi_dump_settings(&buf, &all, true), 0);
         const json_text shown(blobmsg_format_json(buf.head, true));
         return enables + shown.get();
     }
@@ -102,7 +102,7 @@ struct writer_fixture : testing::Test, logging {
     {
         blob_buffer buf;
         blob_buf_init(&buf, 0);
-        EXPECT_EQ(0, wifi_dump_settings(&buf, wifi_live_settings(), true));
+        EXPECT_EQ(wifi_dump_settings(&buf, wifi_live_settings(), true), 0);
         return json_text(blobmsg_format_json(buf.head, true)).get();
     }
 
@@ -125,6 +125,6 @@ struct writer_fixture : testing::Test, logging {
     }
     static void all_packages_quiet()
     {
-        EXPECT_EQ("", run("cat /tmp/.uci/* 2>/dev/null").output) << "nothing is left uncommitted";
+        EXPECT_EQ(run("cat /tmp/.uci/* 2>/dev/null").output, "") << "nothing is left uncommitted";
     }
 };

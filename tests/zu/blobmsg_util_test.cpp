@@ -20,7 +20,7 @@ struct nested_message : blob_buffer {
     }
 };
 
-TEST(blobmsg_util, text_of_messages_and_attributes)
+TEST(BlobmsgUtil, TextOfMessagesAndAttributes)
 {
     const std::string json = R"({"a":1,"s":"x\"y","t":{"l":[true,null,"z"]},"e":{}})";
     json_message m(json);
@@ -30,7 +30,7 @@ TEST(blobmsg_util, text_of_messages_and_attributes)
     EXPECT_EQ(zu_blobmsg_json(nullptr, true), nullptr);
 }
 
-TEST(blobmsg_util, nesting_is_limited)
+TEST(BlobmsgUtil, NestingIsLimited)
 {
     for (const bool array : {false, true}) {
         for (const int depth : {0, 1, ZU_BLOBMSG_DEPTH_MAX})
@@ -43,7 +43,7 @@ TEST(blobmsg_util, nesting_is_limited)
     }
 }
 
-TEST(blobmsg_util, a_damaged_member_is_found_at_any_level)
+TEST(BlobmsgUtil, ADamagedMemberIsFoundAtAnyLevel)
 {
     json_message whole(R"({"a":"text","t":{"n":5,"l":["x","y"]}})");
     const std::size_t size = blob_pad_len(whole.head);
@@ -71,7 +71,7 @@ TEST(blobmsg_util, a_damaged_member_is_found_at_any_level)
     EXPECT_FALSE(damaged("text", -5, 0));  // length 0 ends the walk early
 }
 
-TEST(blobmsg_util, copying_adds_every_member)
+TEST(BlobmsgUtil, CopyingAddsEveryMember)
 {
     json_message source(R"({"b":2,"t":{"x":[1]}})");
     json_message target(R"({"a":1})");

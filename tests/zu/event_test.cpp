@@ -4,9 +4,9 @@
 
 namespace {
 
-struct event : bus_fixture {};
+struct Event : bus_fixture {};
 
-TEST_F(event, reaches_who_listens)
+TEST_F(Event, ReachesWhoListens)
 {
     event_log heard(stranger, "network.*");
     const json_message data(R"({"success":true,"message":"internet test passed"})");
@@ -19,7 +19,7 @@ TEST_F(event, reaches_who_listens)
     EXPECT_NE(_zu_send_event("ubus.object.add", nullptr), UBUS_STATUS_OK); // not ours to send
 }
 
-TEST_F(event, fails_at_once_without_a_connection)
+TEST_F(Event, FailsAtOnceWithoutAConnection)
 {
     broker_stop();
     EXPECT_NE(_zu_send_event("network.inet_test", nullptr), UBUS_STATUS_OK);

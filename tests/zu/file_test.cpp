@@ -9,12 +9,12 @@
 
 namespace {
 
-struct file_test : testing::Test {
+struct File : testing::Test {
     temporary_directory directory;
     std::string path = directory / "value";
 };
 
-TEST_F(file_test, an_integer_is_the_whole_content)
+TEST_F(File, AnIntegerIsTheWholeContent)
 {
     const struct {
         std::string content;
@@ -46,7 +46,7 @@ TEST_F(file_test, an_integer_is_the_whole_content)
     EXPECT_EQ(value, 77);
 }
 
-TEST_F(file_test, a_text_is_the_first_line_up_to_the_cap)
+TEST_F(File, ATextIsTheFirstLineUpToTheCap)
 {
     std::string text = "untouched";
     EXPECT_EQ(file_read_string((directory / "none").c_str(), text, 10), -1);
@@ -65,7 +65,7 @@ TEST_F(file_test, a_text_is_the_first_line_up_to_the_cap)
     }
 }
 
-TEST_F(file_test, a_fifo_in_a_files_place_does_not_hang_anybody)
+TEST_F(File, AFifoInAFilesPlaceDoesNotHangAnybody)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     char byte;
@@ -73,7 +73,7 @@ TEST_F(file_test, a_fifo_in_a_files_place_does_not_hang_anybody)
     EXPECT_EQ(_file_write_string(path.c_str(), "x", false), -1);
 }
 
-TEST_F(file_test, writing_replaces_or_continues_but_never_through_a_link)
+TEST_F(File, WritingReplacesOrContinuesButNeverThroughALink)
 {
     EXPECT_EQ(_file_write_string(path.c_str(), "a long beginning", false), 0);
     EXPECT_EQ(_file_write_string_fmt(path.c_str(), false, "%s=%d", "x", 7), 0);
@@ -92,7 +92,7 @@ TEST_F(file_test, writing_replaces_or_continues_but_never_through_a_link)
     }
 }
 
-TEST(process, is_alive_until_it_is_reaped)
+TEST(Process, IsAliveUntilItIsReaped)
 {
     EXPECT_TRUE(process_is_alive(getpid()));
     EXPECT_TRUE(process_is_alive(1));  // there, even where it may not be signalled

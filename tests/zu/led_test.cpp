@@ -15,12 +15,12 @@ namespace {
 
 const std::string FLAGS = "/tmp/led_flags/";
 
-struct led_test : testing::Test {
+struct Led : testing::Test {
     void SetUp() override { fs::remove_all("/tmp/led_flags"); }
     void TearDown() override { fs::remove_all("/tmp/led_flags"); }
 };
 
-TEST_F(led_test, a_flag_is_a_file_of_one_digit_written_when_it_changes)
+TEST_F(Led, AFlagIsAFileOfOneDigitWrittenWhenItChanges)
 {
     update_led_flag("config", true);
     EXPECT_EQ(read_file(FLAGS + "config"), "1");
@@ -40,7 +40,7 @@ TEST_F(led_test, a_flag_is_a_file_of_one_digit_written_when_it_changes)
     EXPECT_EQ(read_file(FLAGS + "mesh"), "1");
 }
 
-TEST_F(led_test, what_others_did_to_a_flag_is_put_right)
+TEST_F(Led, WhatOthersDidToAFlagIsPutRight)
 {
     update_led_flag("config", true);
     for (const char *content : {"", "0", "1\n", "longer than one"}) {
@@ -53,7 +53,7 @@ TEST_F(led_test, what_others_did_to_a_flag_is_put_right)
     EXPECT_EQ(read_file(FLAGS + "config"), "1");
 }
 
-TEST_F(led_test, planted_links_and_names_lead_nowhere)
+TEST_F(Led, PlantedLinksAndNamesLeadNowhere)
 {
     const temporary_directory elsewhere;
     write_file(elsewhere / "victim", "precious");

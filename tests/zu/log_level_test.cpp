@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(log_level, the_configured_one_counts_when_it_is_one)
+TEST(LogLevel, TheConfiguredOneCountsWhenItIsOne)
 {
     const struct {
         const char *config;

@@ -31,7 +31,7 @@ extern "C" char *ctime_r(const time_t *when, char *buffer) noexcept
 
 namespace {
 
-struct log_test : testing::Test {
+struct Log : testing::Test {
     temporary_directory directory;
     std::string path = directory / "debug.log";
 
@@ -77,7 +77,7 @@ void log_every_level()
     log_debug("at %d", 5);
 }
 
-TEST_F(log_test, a_line_names_time_process_function_line_and_level)
+TEST_F(Log, ALineNamesTimeProcessFunctionLineAndLevel)
 {
     log_error("could not %s", "open");
     const int line = __LINE__ - 1;
@@ -101,7 +101,7 @@ TEST_F(log_test, a_line_names_time_process_function_line_and_level)
     EXPECT_EQ(std::string(stamp, sizeof stamp), std::string(sizeof stamp, '\0'));
 }
 
-TEST_F(log_test, the_threshold_decides_what_is_written)
+TEST_F(Log, TheThresholdDecidesWhatIsWritten)
 {
     const std::vector<std::string> words = {"ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
     for (int level = 0; level <= 5; level++) {
@@ -124,7 +124,7 @@ TEST_F(log_test, the_threshold_decides_what_is_written)
     EXPECT_EQ(evaluated, 0);
 }
 
-TEST_F(log_test, one_event_stays_on_one_line)
+TEST_F(Log, OneEventStaysOnOneLine)
 {
     const struct {
         const char *message, *written;
@@ -138,10 +138,10 @@ TEST_F(log_test, one_event_stays_on_one_line)
         log_error("%s", c.message);
         EXPECT_EQ(last_message(), c.written);
     }
-    EXPECT_EQ(lines().size(), std::size(cases));
+    EXPECT_EQ(std::size(cases), lines().size());
 }
 
-TEST_F(log_test, a_message_too_long_is_cut_and_says_so)
+TEST_F(Log, AMessageTooLongIsCutAndSaysSo)
 {
     const std::string fits(LOG_MESSAGE_MAX, 'a');
     log_error("%s", fits.c_str());
@@ -155,7 +155,7 @@ TEST_F(log_test, a_message_too_long_is_cut_and_says_so)
     }
 }
 
-TEST_F(log_test, the_file_is_appended_to_and_not_inherited)
+TEST_F(Log, TheFileIsAppendedToAndNotInherited)
 {
     EXPECT_TRUE(fcntl(fileno(gDebug_file), F_GETFD) & FD_CLOEXEC);
     log_error("first");
@@ -164,7 +164,7 @@ TEST_F(log_test, the_file_is_appended_to_and_not_inherited)
     EXPECT_EQ(lines().size(), 2u);
 }
 
-TEST_F(log_test, only_a_plain_file_of_our_own_becomes_the_log)
+TEST_F(Log, OnlyAPlainFileOfOurOwnBecomesTheLog)
 {
     const std::string victim = directory / "victim";
     const auto plant_file = [&](mode_t mode) {
@@ -209,7 +209,7 @@ TEST_F(log_test, only_a_plain_file_of_our_own_becomes_the_log)
     }
 }
 
-TEST_F(log_test, the_log_and_its_predecessor_stay_small)
+TEST_F(Log, TheLogAndItsPredecessorStaySmall)
 {
     const std::string text(1000, 'x');
     for (int i = 0; i < 1300; i++)
@@ -226,7 +226,7 @@ TEST_F(log_test, the_log_and_its_predecessor_stay_small)
     EXPECT_LE(std::filesystem::file_size(path), 2000u);
 }
 
-TEST_F(log_test, rotation_survives_what_others_do_to_the_files)
+TEST_F(Log, RotationSurvivesWhatOthersDoToTheFiles)
 {
     const std::string text(4000, 'x');
     const auto fill = [&] {
@@ -255,7 +255,7 @@ TEST_F(log_test, rotation_survives_what_others_do_to_the_files)
     EXPECT_LE(std::filesystem::file_size(path), static_cast<std::size_t>(LOG_FILE_LIMIT) / 4);
 }
 
-TEST_F(log_test, a_full_disk_loses_lines_but_nothing_else)
+TEST_F(Log, AFullDiskLosesLinesButNothingElse)
 {
     struct rlimit unlimited;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
@@ -273,7 +273,7 @@ TEST_F(log_test, a_full_disk_loses_lines_but_nothing_else)
     EXPECT_EQ(last_message(), "after");
 }
 
-TEST_F(log_test, an_error_listener_hears_errors_even_without_a_log)
+TEST_F(Log, AnErrorListenerHearsErrorsEvenWithoutALog)
 {
     std::vector<std::string> heard;
     const auto listen = [](const char *message, void *priv) {
@@ -313,7 +313,7 @@ struct log_daemon {
     }
 };
 
-TEST_F(log_test, the_system_log_gets_a_copy_of_what_went_wrong_and_is_never_waited_for)
+TEST_F(Log, TheSystemLogGetsACopyOfWhatWentWrongAndIsNeverWaitedFor)
 {
     const std::string at = directory / "log_socket", tag = "tarn_net[" + std::to_string(getpid());
     system_log_open(at.c_str());

@@ -7,13 +7,13 @@
 
 namespace {
 
-struct platform_data_test : testing::Test {
+struct PlatformData : testing::Test {
     std::vector<std::string> errors;
 
     void SetUp() override
     {
         const auto listen = [](const char *message, void *priv) {
-            static_cast<platform_data_test *>(priv)->errors.push_back(message);
+            static_cast<PlatformData *>(priv)->errors.push_back(message);
         };
         zu_log_set_error_listener(listen, this);
     }
@@ -48,7 +48,7 @@ constexpr const char *WHOLE = R"({"model": "AP-3", "ctl_variant": "outdoor", "la
     "wireless": {"num_radios": 3, "dfs_support": true, "scanning_support": true,
         "wifi_radios": [{"band": "2.4GHz"}, {"band": "5GHz", "chains": 4}, {"band": "scanning"}]}})";
 
-TEST_F(platform_data_test, a_whole_document_answers_every_question)
+TEST_F(PlatformData, AWholeDocumentAnswersEveryQuestion)
 {
     ASSERT_TRUE(_parse_platform_data(WHOLE));
     EXPECT_STREQ(platform_get_model(), "AP-3");
@@ -67,7 +67,7 @@ TEST_F(platform_data_test, a_whole_document_answers_every_question)
     }
 }
 
-TEST_F(platform_data_test, a_broken_document_leaves_nothing_of_the_one_before)
+TEST_F(PlatformData, ABrokenDocumentLeavesNothingOfTheOneBefore)
 {
     const std::string deep = std::string(100, '[') + std::string(100, ']');
     const std::string huge = "{\"model\": \"" + std::string(100000, 'x') + "\"}";
@@ -82,7 +82,7 @@ TEST_F(platform_data_test, a_broken_document_leaves_nothing_of_the_one_before)
     }
 }
 
-TEST_F(platform_data_test, members_of_the_wrong_type_are_as_missing)
+TEST_F(PlatformData, MembersOfTheWrongTypeAreAsMissing)
 {
     for (const char *text :
          {"{}", R"({"wireless": {}})", R"({"wireless": []})",
@@ -94,7 +94,7 @@ TEST_F(platform_data_test, members_of_the_wrong_type_are_as_missing)
     }
 }
 
-TEST_F(platform_data_test, a_radio_without_a_band_keeps_its_place)
+TEST_F(PlatformData, ARadioWithoutABandKeepsItsPlace)
 {
     ASSERT_TRUE(_parse_platform_data(
         R"({"wireless": {"wifi_radios": [{}, 7, {"band": 5}, null, {"band": "5GHz"}]}})"));

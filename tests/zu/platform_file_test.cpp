@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(platform_file, is_read_whole_or_not_at_all)
+TEST(PlatformFile, IsReadWholeOrNotAtAll)
 {
     mkdir("/etc/tarn", 0755);
     write_file("/etc/tarn/platform.json", R"({"model": "AP-3"})");

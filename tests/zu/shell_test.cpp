@@ -12,7 +12,7 @@
 
 namespace {
 
-TEST(shell, tells_how_a_command_ended)
+TEST(Shell, TellsHowACommandEnded)
 {
     const struct {
         const char *command;
@@ -30,7 +30,7 @@ TEST(shell, tells_how_a_command_ended)
     }
 }
 
-TEST(shell, a_child_inherits_the_standard_descriptors_only)
+TEST(Shell, AChildInheritsTheStandardDescriptorsOnly)
 {
     const temporary_directory directory;
     int plain[2];
@@ -45,7 +45,7 @@ TEST(shell, a_child_inherits_the_standard_descriptors_only)
     close(high);
 }
 
-struct shell_in_loop : testing::Test {
+struct ShellInLoop : testing::Test {
     void SetUp() override { uloop_init(); }
     void TearDown() override { uloop_done(); }
 };
@@ -55,7 +55,7 @@ struct watched_child : uloop_process {
     int status = 0;
 };
 
-TEST_F(shell_in_loop, the_loop_and_system_each_get_their_own_child)
+TEST_F(ShellInLoop, TheLoopAndSystemEachGetTheirOwnChild)
 {
     watched_child child = {};
     child.cb = [](uloop_process *process, int status) {
@@ -93,7 +93,7 @@ TEST_F(shell_in_loop, the_loop_and_system_each_get_their_own_child)
     EXPECT_EQ(good, 20);
 }
 
-TEST_F(shell_in_loop, signal_handling_is_left_as_it_was)
+TEST_F(ShellInLoop, SignalHandlingIsLeftAsItWas)
 {
     const int signals[] = {SIGCHLD, SIGINT, SIGTERM, SIGQUIT, SIGPIPE};
     struct sigaction before[std::size(signals)], after;

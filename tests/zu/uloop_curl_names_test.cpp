@@ -20,7 +20,7 @@ struct silent_name_server {
     ~silent_name_server() { close(fd); }
 };
 
-struct uloop_curl_names : curl_fixture {
+struct UloopCurlNames : curl_fixture {
     void SetUp() override
     {
         write_file("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:3 attempts:1\n");
@@ -30,7 +30,7 @@ struct uloop_curl_names : curl_fixture {
     }
 };
 
-TEST_F(uloop_curl_names, known_and_unknown_names)
+TEST_F(UloopCurlNames, KnownAndUnknownNames)
 {
     const listener open;
     transfer known, unknown;
@@ -40,7 +40,7 @@ TEST_F(uloop_curl_names, known_and_unknown_names)
     EXPECT_EQ(run(unknown), CURLE_COULDNT_RESOLVE_HOST);
 }
 
-TEST_F(uloop_curl_names, a_silent_name_server_delays_nobody)
+TEST_F(UloopCurlNames, ASilentNameServerDelaysNobody)
 {
     const silent_name_server server;
     const listener open;

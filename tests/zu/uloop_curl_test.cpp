@@ -20,9 +20,9 @@ extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event *event) n
 
 namespace {
 
-struct uloop_curl : curl_fixture {};
+struct UloopCurl : curl_fixture {};
 
-TEST_F(uloop_curl, a_transfer_reports_how_it_ended)
+TEST_F(UloopCurl, ATransferReportsHowItEnded)
 {
     const listener open;
     const listener closed(-1); // bound only: connections are refused
@@ -52,7 +52,7 @@ TEST_F(uloop_curl, a_transfer_reports_how_it_ended)
     unsetenv("all_proxy");
 }
 
-TEST_F(uloop_curl, a_socket_that_cannot_be_watched_ends_its_own_transfer_only)
+TEST_F(UloopCurl, ASocketThatCannotBeWatchedEndsItsOwnTransferOnly)
 {
     const listener silent;
     transfer watched, unwatched, later;
@@ -67,7 +67,7 @@ TEST_F(uloop_curl, a_socket_that_cannot_be_watched_ends_its_own_transfer_only)
     EXPECT_EQ(run(watched), CURLE_OPERATION_TIMEDOUT);
 }
 
-TEST_F(uloop_curl, sockets_are_not_inherited)
+TEST_F(UloopCurl, SocketsAreNotInherited)
 {
     const listener silent;
     transfer t;
@@ -87,7 +87,7 @@ TEST_F(uloop_curl, sockets_are_not_inherited)
     EXPECT_EQ(connected, 1);
 }
 
-TEST_F(uloop_curl, an_abort_reports_42_before_it_returns_and_once)
+TEST_F(UloopCurl, AnAbortReports42BeforeItReturnsAndOnce)
 {
     const listener silent;
     const long before = open_descriptors();
@@ -112,7 +112,7 @@ TEST_F(uloop_curl, an_abort_reports_42_before_it_returns_and_once)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST_F(uloop_curl, a_destroyed_transfer_never_reports_and_its_record_serves_one_at_a_time)
+TEST_F(UloopCurl, ADestroyedTransferNeverReportsAndItsRecordServesOneAtATime)
 {
     const listener open;
     transfer t;
@@ -152,7 +152,7 @@ struct crowd {
     }
 };
 
-TEST_F(uloop_curl, a_callback_may_do_what_it_likes)
+TEST_F(UloopCurl, ACallbackMayDoWhatItLikes)
 {
     const listener open;
     const struct {
@@ -206,7 +206,7 @@ TEST_F(uloop_curl, a_callback_may_do_what_it_likes)
     }
 }
 
-TEST_F(uloop_curl, cleaning_up_aborts_and_admits_nothing_new)
+TEST_F(UloopCurl, CleaningUpAbortsAndAdmitsNothingNew)
 {
     const listener silent;
     const long before = open_descriptors();

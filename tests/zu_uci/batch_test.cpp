@@ -30,25 +30,25 @@ static int write_hostile(const char *path)
 TEST_F(Batch, HostileValuesComeBackAndTheToolDoesTheSame)
 {
     unlink(PATH);
-    ASSERT_EQ(0, write_hostile(PATH));
+    ASSERT_EQ(write_hostile(PATH), 0);
     struct stat info;
-    ASSERT_EQ(0, stat(PATH, &info));
-    EXPECT_EQ(0600u, info.st_mode & 07777);
+    ASSERT_EQ(stat(PATH, &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
 
-    ASSERT_EQ(0, ng_uci_batch_apply(PATH, true));
+    ASSERT_EQ(ng_uci_batch_apply(PATH, true), 0);
     const std::string ours = shell("uci show zt | sort");
     std::string text;
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.two"));
-    EXPECT_EQ("$(touch /tmp/pwned) `id` \\' \\n \" # ; | a=b", text);
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.five"));
-    EXPECT_EQ("h\xc3\xa9 \xff\x80", text);
-    EXPECT_EQ("q r p\n", shell("uci get zt.a.items"));
-    EXPECT_NE(0, access("/tmp/pwned", F_OK));
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.two"), 0);
+    EXPECT_EQ(text, "$(touch /tmp/pwned) `id` \\' \\n \" # ; | a=b");
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.five"), 0);
+    EXPECT_EQ(text, "h\xc3\xa9 \xff\x80");
+    EXPECT_EQ(shell("uci get zt.a.items"), "q r p\n");
+    EXPECT_NE(access("/tmp/pwned", F_OK), 0);
 
     reset();
-    EXPECT_EQ("", shell(std::string("uci batch <") + PATH + " 2>&1; uci commit zt 2>&1"));
-    EXPECT_EQ(ours, shell("uci show zt | sort"));
-    EXPECT_EQ(0, logged("ERROR"));
+    EXPECT_EQ(shell(std::string("uci batch <") + PATH + " 2>&1; uci commit zt 2>&1"), "");
+    EXPECT_EQ(shell("uci show zt | sort"), ours);
+    EXPECT_EQ(logged("ERROR"), 0);
 }
 
 TEST_F(Batch, AppliesWithoutCommitAndPastWhatCannotBeMade)
@@ -56,13 +56,13 @@ TEST_F(Batch, AppliesWithoutCommitAndPastWhatCannotBeMade)
     unlink(PATH);
     write_file(PATH, "# by hand\n\nset zt.none.one='1'\nset zt.a.one='2'\n");
     chmod(PATH, 0600);
-    EXPECT_EQ(0, ng_uci_batch_apply(PATH, false));
-    EXPECT_EQ(1, logged("zt.none.one"));
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ("zt.a.one='2'\n", delta());
-    EXPECT_EQ(BASE, config());
+    EXPECT_EQ(ng_uci_batch_apply(PATH, false), 0);
+    EXPECT_EQ(logged("zt.none.one"), 1);
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(delta(), "zt.a.one='2'\n");
+    EXPECT_EQ(config(), BASE);
     write_file(PATH, "set missing.a.one='1'\n");
-    EXPECT_EQ(0, ng_uci_batch_apply(PATH, true)) << "for somebody who is not there";
+    EXPECT_EQ(ng_uci_batch_apply(PATH, true), 0) << "for somebody who is not there";
 }
 
 TEST_F(Batch, BrokenFilesChangeNothing)
@@ -95,9 +95,9 @@ TEST_F(Batch, BrokenFilesChangeNothing)
         unlink(PATH);
         write_file(PATH, "set zt.a.one='2'\n" + line + "\nset zt.b.one='2'\n");
         chmod(PATH, 0600);
-        EXPECT_EQ(-1, ng_uci_batch_apply(PATH, true));
-        EXPECT_EQ(BASE, config());
-        EXPECT_EQ("", delta());
+        EXPECT_EQ(ng_uci_batch_apply(PATH, true), -1);
+        EXPECT_EQ(config(), BASE);
+        EXPECT_EQ(delta(), "");
     }
     EXPECT_EQ(static_cast<int>(std::size(broken)), logged("Line 2 of /tmp/zu-batch"));
 }
@@ -105,35 +105,35 @@ TEST_F(Batch, BrokenFilesChangeNothing)
 TEST_F(Batch, OnlyOurOwnPlainFilesAreApplied)
 {
     unlink(PATH);
-    EXPECT_EQ(-1, ng_uci_batch_apply(PATH, true));
+    EXPECT_EQ(ng_uci_batch_apply(PATH, true), -1);
     write_file(PATH, "set zt.a.one='2'\n");
     chmod(PATH, 0666);
-    EXPECT_EQ(-1, ng_uci_batch_apply(PATH, true)) << "others could have written it";
+    EXPECT_EQ(ng_uci_batch_apply(PATH, true), -1) << "others could have written it";
     chmod(PATH, 0600);
-    ASSERT_EQ(0, symlink(PATH, "/tmp/zu-link"));
-    EXPECT_EQ(-1, ng_uci_batch_apply("/tmp/zu-link", true));
-    ASSERT_EQ(0, mkfifo("/tmp/zu-fifo", 0600));
-    EXPECT_EQ(-1, ng_uci_batch_apply("/tmp/zu-fifo", true));
-    EXPECT_EQ(BASE, config());
-    EXPECT_EQ(4, logged("ERROR"));
+    ASSERT_EQ(symlink(PATH, "/tmp/zu-link"), 0);
+    EXPECT_EQ(ng_uci_batch_apply("/tmp/zu-link", true), -1);
+    ASSERT_EQ(mkfifo("/tmp/zu-fifo", 0600), 0);
+    EXPECT_EQ(ng_uci_batch_apply("/tmp/zu-fifo", true), -1);
+    EXPECT_EQ(config(), BASE);
+    EXPECT_EQ(logged("ERROR"), 4);
     shell(std::string("truncate -s 4194304 ") + PATH + "; tr '\\0' '\\n' <" + PATH +
           " >/tmp/zu-limit");
     chmod("/tmp/zu-limit", 0600);
-    EXPECT_EQ(0, ng_uci_batch_apply("/tmp/zu-limit", true)) << "the largest";
-    EXPECT_EQ("2\n", shell("uci get zt.a.one; echo >>/tmp/zu-limit"));
-    EXPECT_EQ(-1, ng_uci_batch_apply("/tmp/zu-limit", true));
+    EXPECT_EQ(ng_uci_batch_apply("/tmp/zu-limit", true), 0) << "the largest";
+    EXPECT_EQ(shell("uci get zt.a.one; echo >>/tmp/zu-limit"), "2\n");
+    EXPECT_EQ(ng_uci_batch_apply("/tmp/zu-limit", true), -1);
 }
 
 TEST_F(Batch, NeverWritesOverOrThroughWhatIsThere)
 {
     write_file("/tmp/zu-target", "precious");
-    ASSERT_EQ(0, symlink("/tmp/zu-target", "/tmp/zu-planted"));
-    ASSERT_EQ(0, symlink("/tmp/zu-nowhere", "/tmp/zu-dangling"));
+    ASSERT_EQ(symlink("/tmp/zu-target", "/tmp/zu-planted"), 0);
+    ASSERT_EQ(symlink("/tmp/zu-nowhere", "/tmp/zu-dangling"), 0);
     for (const char *path : {"/tmp/zu-target", "/tmp/zu-planted", "/tmp/zu-dangling", "/no/dir"})
-        EXPECT_EQ(-1, write_hostile(path)) << path;
-    EXPECT_EQ("precious", read_file("/tmp/zu-target"));
-    EXPECT_NE(0, access("/tmp/zu-nowhere", F_OK));
-    EXPECT_EQ(4, logged("ERROR"));
+        EXPECT_EQ(write_hostile(path), -1) << path;
+    EXPECT_EQ(read_file("/tmp/zu-target"), "precious");
+    EXPECT_NE(access("/tmp/zu-nowhere", F_OK), 0);
+    EXPECT_EQ(logged("ERROR"), 4);
 }
 
 TEST_F(Batch, ThatCannotBeWrittenWholeIsRemoved)
@@ -143,19 +143,19 @@ TEST_F(Batch, ThatCannotBeWrittenWholeIsRemoved)
         ng_uci_batch *batch = ng_uci_batch_open(PATH);
         ng_uci_batch_set_fmt_string(batch, "1", "zt.a.one");
         ng_uci_batch_set_fmt_string(batch, value, "zt.a.two");
-        EXPECT_EQ(-1, ng_uci_batch_close(batch));
-        EXPECT_NE(0, access(PATH, F_OK));
+        EXPECT_EQ(ng_uci_batch_close(batch), -1);
+        EXPECT_NE(access(PATH, F_OK), 0);
     }
     ng_uci_batch *batch = ng_uci_batch_open(PATH);
     ng_uci_batch_del_fmt(batch, "zt.a.one; reboot");
-    EXPECT_EQ(-1, ng_uci_batch_close(batch));
+    EXPECT_EQ(ng_uci_batch_close(batch), -1);
 
-    ASSERT_EQ(0, mkdir("/tmp/zu-full", 0700));
-    ASSERT_EQ(0, mount("tmpfs", "/tmp/zu-full", "tmpfs", 0, "size=4k"));
+    ASSERT_EQ(mkdir("/tmp/zu-full", 0700), 0);
+    ASSERT_EQ(mount("tmpfs", "/tmp/zu-full", "tmpfs", 0, "size=4k"), 0);
     batch = ng_uci_batch_open("/tmp/zu-full/batch");
     for (int i = 0; i < 1000; i++)
         ng_uci_batch_set_fmt_int(batch, i, "zt.a.option%d", i);
-    EXPECT_EQ(-1, ng_uci_batch_close(batch));
-    EXPECT_NE(0, access("/tmp/zu-full/batch", F_OK));
-    EXPECT_EQ(0, umount("/tmp/zu-full"));
+    EXPECT_EQ(ng_uci_batch_close(batch), -1);
+    EXPECT_NE(access("/tmp/zu-full/batch", F_OK), 0);
+    EXPECT_EQ(umount("/tmp/zu-full"), 0);
 }

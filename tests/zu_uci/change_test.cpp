@@ -77,12 +77,12 @@ TEST_F(Change, EachActionMakesItsChange)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         reset();
-        EXPECT_EQ(0, act(c.action, c.value, c.name));
-        EXPECT_EQ("", delta()) << "nothing is written before the flush";
-        EXPECT_EQ(0, ng_uci_flush());
-        EXPECT_EQ(c.delta, delta());
+        EXPECT_EQ(act(c.action, c.value, c.name), 0);
+        EXPECT_EQ(delta(), "") << "nothing is written before the flush";
+        EXPECT_EQ(ng_uci_flush(), 0);
+        EXPECT_EQ(delta(), c.delta);
     }
-    EXPECT_EQ(0, logged("ERROR"));
+    EXPECT_EQ(logged("ERROR"), 0);
 }
 
 TEST_F(Change, WhatIsNotAcceptableIsRefusedAndLoggedOnce)
@@ -109,47 +109,47 @@ TEST_F(Change, WhatIsNotAcceptableIsRefusedAndLoggedOnce)
     };
     int refused = 0;
     for (const auto &c : cases) {
-        EXPECT_EQ(-1, act(c.action, c.value, c.name)) << c.name;
-        EXPECT_EQ(++refused, logged("ERROR")) << c.name;
+        EXPECT_EQ(act(c.action, c.value, c.name), -1) << c.name;
+        EXPECT_EQ(logged("ERROR"), ++refused) << c.name;
     }
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ("", delta());
-    EXPECT_EQ(0, logged("two")) << "a refused value may be a key";
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(delta(), "");
+    EXPECT_EQ(logged("two"), 0) << "a refused value may be a key";
 }
 
 TEST_F(Change, ListHoldsNoDuplicatesAndKeepsOrder)
 {
     for (const char *value : {"s", "q", "s", "p", "t", "q"})
-        EXPECT_EQ(0, act(ng_uci_add_list, value, "zt.a.items"));
-    EXPECT_EQ(0, act(ng_uci_del_list, "t", "zt.a.items"));
-    EXPECT_EQ(0, act(ng_uci_add_list, "t", "zt.a.items"));
-    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.a.single"));
-    EXPECT_EQ(0, act(ng_uci_add_list, "x", "zt.a.single")) << "known items go with their list";
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ("r s p q t", shell("uci get zt.a.items").substr(0, 9));
-    EXPECT_EQ("x\n", shell("uci get zt.a.single"));
+        EXPECT_EQ(act(ng_uci_add_list, value, "zt.a.items"), 0);
+    EXPECT_EQ(act(ng_uci_del_list, "t", "zt.a.items"), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "t", "zt.a.items"), 0);
+    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.a.single"), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "x", "zt.a.single"), 0) << "known items go with their list";
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(shell("uci get zt.a.items").substr(0, 9), "r s p q t");
+    EXPECT_EQ(shell("uci get zt.a.single"), "x\n");
 }
 
 TEST_F(Change, ThousandsOfAdditionsAreOneWrite)
 {
     constexpr int ENTRIES = 12000;
     write_counter writes;
-    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.a.items"));
+    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.a.items"), 0);
     std::string expected = "-zt.a.items\n", committed;
     for (int i = 0; i < ENTRIES; i++) {
         char address[32];
         snprintf(address, sizeof address, "02:00:00:00:%02x:%02x", static_cast<unsigned>(i) >> 8,
                  static_cast<unsigned>(i) & 0xff);
-        ASSERT_EQ(0, act(ng_uci_add_list, address, "zt.a.items"));
+        ASSERT_EQ(act(ng_uci_add_list, address, "zt.a.items"), 0);
         expected += std::string("|zt.a.items='") + address + "'\n";
         committed += std::string("\tlist items '") + address + "'\n";
     }
-    EXPECT_EQ(0, writes.count());
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ(1, writes.count());
-    EXPECT_EQ(expected, delta()) << "no walk of the list for what is not in it";
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_NE(std::string::npos, config().find(committed));
+    EXPECT_EQ(writes.count(), 0);
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(writes.count(), 1);
+    EXPECT_EQ(delta(), expected) << "no walk of the list for what is not in it";
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_NE(config().find(committed), std::string::npos);
 }
 
 TEST_F(Change, CallbackEndsWithOneWriteAndFreshFiles)
@@ -167,21 +167,21 @@ TEST_F(Change, CallbackEndsWithOneWriteAndFreshFiles)
     uloop_timeout_set(&callback, 0);
     write_counter writes;
     uloop_run_timeout(20);
-    EXPECT_EQ("", before);
-    EXPECT_EQ(1, writes.count());
-    EXPECT_EQ("zt.a.one='4'\nzt.b.number='-7'\n", delta());
+    EXPECT_EQ(before, "");
+    EXPECT_EQ(writes.count(), 1);
+    EXPECT_EQ(delta(), "zt.a.one='4'\nzt.b.number='-7'\n");
 
     // Another process changes the package; the next callback reads it.
     shell("uci set zt.a.one=theirs");
     std::string text;
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.one"));
-    EXPECT_EQ("theirs", text);
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.one"), 0);
+    EXPECT_EQ(text, "theirs");
     shell("uci set zt.a.one=later");
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.one"));
-    EXPECT_EQ("theirs", text) << "one callback sees one state";
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.one"), 0);
+    EXPECT_EQ(text, "theirs") << "one callback sees one state";
     uloop_run_timeout(20);
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.one"));
-    EXPECT_EQ("later", text);
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.one"), 0);
+    EXPECT_EQ(text, "later");
     uloop_done();
 }
 
@@ -189,52 +189,52 @@ TEST_F(Change, WholeListIsAsIfAddedOneByOne)
 {
     const std::vector<std::string> items = {"s", "q", "s", "", "it's", "q"};
     for (const std::string &item : items)
-        EXPECT_EQ(0, act(ng_uci_add_list, item.c_str(), "zt.b.items"));
-    EXPECT_EQ(0, ng_uci_set_list(items, "zt.a.items"));
-    EXPECT_EQ(0, ng_uci_set_list({}, "zt.a.single"));
-    EXPECT_EQ(0, act(ng_uci_add_list, "more", "zt.a.items"));
-    EXPECT_EQ(0, act(ng_uci_add_list, "more", "zt.b.items"));
-    EXPECT_EQ(0, ng_uci_commit("zt"));
+        EXPECT_EQ(act(ng_uci_add_list, item.c_str(), "zt.b.items"), 0);
+    EXPECT_EQ(ng_uci_set_list(items, "zt.a.items"), 0);
+    EXPECT_EQ(ng_uci_set_list({}, "zt.a.single"), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "more", "zt.a.items"), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "more", "zt.b.items"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
     EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
     EXPECT_FALSE(ng_uci_exists("zt.a.single"));
-    EXPECT_EQ(-1, ng_uci_set_list({"a", "b\n"}, "zt.a.items"));
-    EXPECT_EQ(-1, ng_uci_set_list({"a"}, "zt.none.items"));
+    EXPECT_EQ(ng_uci_set_list({"a", "b\n"}, "zt.a.items"), -1);
+    EXPECT_EQ(ng_uci_set_list({"a"}, "zt.none.items"), -1);
     EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
 }
 
 TEST_F(Change, WhatComesToNothingIsNoChange)
 {
     const std::string before = config();
-    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.a.items"));
+    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.a.items"), 0);
     for (const char *value : {"p", "q", "r"})
-        EXPECT_EQ(0, act(ng_uci_add_list, value, "zt.a.items"));
-    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.b"));
-    EXPECT_EQ(0, act(uci_set_string, "part", "zt.b"));
-    EXPECT_EQ(0, act(uci_set_string, "1", "zt.b.one"));
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    EXPECT_EQ(0, act(uci_set_string, "1", "zt.a.one"));
-    EXPECT_EQ(0, act(uci_set_string, "part", "zt.new"));
-    EXPECT_EQ(0, act(ng_uci_delete_option, nullptr, "zt.new"));
+        EXPECT_EQ(act(ng_uci_add_list, value, "zt.a.items"), 0);
+    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.b"), 0);
+    EXPECT_EQ(act(uci_set_string, "part", "zt.b"), 0);
+    EXPECT_EQ(act(uci_set_string, "1", "zt.b.one"), 0);
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    EXPECT_EQ(act(uci_set_string, "1", "zt.a.one"), 0);
+    EXPECT_EQ(act(uci_set_string, "part", "zt.new"), 0);
+    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.new"), 0);
     bool changed = true;
-    EXPECT_EQ(0, ng_uci_commit("zt", &changed));
+    EXPECT_EQ(ng_uci_commit("zt", &changed), 0);
     EXPECT_FALSE(changed);
-    EXPECT_EQ(before, config());
+    EXPECT_EQ(config(), before);
 
-    EXPECT_EQ(0, act(uci_set_string, "kind", "zt.b"));
-    EXPECT_EQ(0, act(ng_uci_del_list, "q", "zt.a.items"));
-    EXPECT_EQ(0, ng_uci_commit("zt", &changed));
+    EXPECT_EQ(act(uci_set_string, "kind", "zt.b"), 0);
+    EXPECT_EQ(act(ng_uci_del_list, "q", "zt.a.items"), 0);
+    EXPECT_EQ(ng_uci_commit("zt", &changed), 0);
     EXPECT_TRUE(changed);
-    EXPECT_EQ("p r\nkind\n", shell("uci get zt.a.items; uci get zt.b"));
+    EXPECT_EQ(shell("uci get zt.a.items; uci get zt.b"), "p r\nkind\n");
 }
 
 TEST_F(Change, RevertDropsWhatWasSavedAndWhatWasNot)
 {
-    EXPECT_EQ(0, act(uci_set_string, "saved", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ(0, act(ng_uci_add_list, "new", "zt.a.items"));
-    EXPECT_EQ(0, ng_uci_revert("zt"));
-    EXPECT_EQ(0, act(ng_uci_add_list, "new", "zt.a.items"));
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ("|zt.a.items='new'\n", delta());
-    EXPECT_EQ(-1, ng_uci_revert("missing"));
+    EXPECT_EQ(act(uci_set_string, "saved", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "new", "zt.a.items"), 0);
+    EXPECT_EQ(ng_uci_revert("zt"), 0);
+    EXPECT_EQ(act(ng_uci_add_list, "new", "zt.a.items"), 0);
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(delta(), "|zt.a.items='new'\n");
+    EXPECT_EQ(ng_uci_revert("missing"), -1);
 }

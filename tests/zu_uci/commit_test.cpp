@@ -34,7 +34,7 @@ public:
     small_disk(const char *directory, const char *options, void (*prepare)())
         : directory_(directory), filler_(std::string(directory) + "/filler")
     {
-        EXPECT_EQ(0, mount("tmpfs", directory, "tmpfs", 0, options));
+        EXPECT_EQ(mount("tmpfs", directory, "tmpfs", 0, options), 0);
         prepare();
         FILE *file = fopen(filler_.c_str(), "w");
         if (!file)
@@ -44,7 +44,7 @@ public:
         }
         fclose(file);
     }
-    ~small_disk() { EXPECT_EQ(0, umount(directory_)); }
+    ~small_disk() { EXPECT_EQ(umount(directory_), 0); }
     small_disk(const small_disk &) = delete;
     small_disk &operator=(const small_disk &) = delete;
 
@@ -91,31 +91,31 @@ extern "C" int rename(const char *from, const char *to) noexcept
 
 TEST_F(Commit, TakesInWhatOthersSaved)
 {
-    EXPECT_EQ(0, act(uci_set_string, "mine", "zt.b.two"));
+    EXPECT_EQ(act(uci_set_string, "mine", "zt.b.two"), 0);
     shell("uci set zt.b.one=theirs");
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ("theirs\nmine\n", shell("uci get zt.b.one; uci get zt.b.two"));
-    EXPECT_EQ("", delta());
-    EXPECT_EQ(0, left_behind());
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(shell("uci get zt.b.one; uci get zt.b.two"), "theirs\nmine\n");
+    EXPECT_EQ(delta(), "");
+    EXPECT_EQ(left_behind(), 0);
     std::string text;
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.b.one"));
-    EXPECT_EQ("theirs", text);
-    EXPECT_EQ(0, ng_uci_commit("zt")) << "nothing to commit is no failure";
+    EXPECT_EQ(ng_uci_get_string(text, "zt.b.one"), 0);
+    EXPECT_EQ(text, "theirs");
+    EXPECT_EQ(ng_uci_commit("zt"), 0) << "nothing to commit is no failure";
 }
 
 TEST_F(Commit, OnFullDiskLeavesTheOldFile)
 {
     const small_disk disk("/etc/config", "size=16k", [] { write_file(CONFIG, BASE); });
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ(0, act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"));
-    EXPECT_EQ(-1, ng_uci_commit("zt"));
-    EXPECT_EQ(BASE, config());
-    EXPECT_EQ(0, left_behind());
-    EXPECT_EQ(1, logged("ERROR"));
+    EXPECT_EQ(act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), -1);
+    EXPECT_EQ(config(), BASE);
+    EXPECT_EQ(left_behind(), 0);
+    EXPECT_EQ(logged("ERROR"), 1);
 
     disk.make_room();
-    EXPECT_EQ(0, ng_uci_commit("zt")) << "the changes are still there when there is room again";
-    EXPECT_NE(std::string::npos, config().find(std::string(8000, 'x')));
+    EXPECT_EQ(ng_uci_commit("zt"), 0) << "the changes are still there when there is room again";
+    EXPECT_NE(config().find(std::string(8000, 'x')), std::string::npos);
     (void)ng_uci_renew_change_context();
 }
 
@@ -126,22 +126,22 @@ TEST_F(Commit, WithoutADirectoryEntryToSpareIsRefused)
         write_file("/etc/config/other", "");
     });
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    EXPECT_EQ(-1, ng_uci_commit("zt"));
-    EXPECT_EQ(BASE, config());
-    EXPECT_EQ(0, left_behind());
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), -1);
+    EXPECT_EQ(config(), BASE);
+    EXPECT_EQ(left_behind(), 0);
     (void)ng_uci_renew_change_context();
 }
 
 TEST_F(Commit, NeedsNoRoomForTheDeltaFile)
 {
     (void)ng_uci_renew_change_context();
-    ASSERT_EQ(0, mount("tmpfs", "/tmp/.uci", "tmpfs", 0, "nr_inodes=1"));
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.b.one"));
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ(0, umount("/tmp/.uci"));
-    EXPECT_EQ("2\n2\n", shell("uci get zt.a.one; uci get zt.b.one"));
+    ASSERT_EQ(mount("tmpfs", "/tmp/.uci", "tmpfs", 0, "nr_inodes=1"), 0);
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    EXPECT_EQ(act(uci_set_string, "2", "zt.b.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(umount("/tmp/.uci"), 0);
+    EXPECT_EQ(shell("uci get zt.a.one; uci get zt.b.one"), "2\n2\n");
 }
 
 TEST_F(Commit, DoesNotWaitForAnotherProcessesLock)
@@ -149,17 +149,17 @@ TEST_F(Commit, DoesNotWaitForAnotherProcessesLock)
     for (const char *path : {CONFIG, DELTA}) {
         reset();
         write_file(DELTA, "");
-        EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+        EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
         const int fd = open(path, O_RDWR);
-        ASSERT_EQ(0, flock(fd, LOCK_EX));
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
         slept_ms = 0;
-        EXPECT_EQ(-1, ng_uci_commit("zt"));
+        EXPECT_EQ(ng_uci_commit("zt"), -1);
         EXPECT_FALSE(ng_uci_is_free("zt"));
         EXPECT_LE(slept_ms, NG_UCI_LOCK_WAIT_MS) << path;
-        EXPECT_EQ(BASE, config());
+        EXPECT_EQ(config(), BASE);
         close(fd);
-        EXPECT_EQ(0, ng_uci_commit("zt")) << "the changes are still there when the lock is gone";
-        EXPECT_EQ("2\n", shell("uci get zt.a.one"));
+        EXPECT_EQ(ng_uci_commit("zt"), 0) << "the changes are still there when the lock is gone";
+        EXPECT_EQ(shell("uci get zt.a.one"), "2\n");
     }
 }
 
@@ -168,15 +168,15 @@ TEST_F(Commit, NobodyGetsALockBetweenOursAndLibucis)
     write_file(DELTA, "zt.b.two='2'\n");
     rival_watches = true;
     EXPECT_TRUE(ng_uci_exists("zt.b.two"));
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ(0, act(uci_set_string, "3", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ(0, act(uci_set_string, "4", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_revert("zt"));
-    EXPECT_EQ(0, rival_locks);
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(act(uci_set_string, "3", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(act(uci_set_string, "4", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_revert("zt"), 0);
+    EXPECT_EQ(rival_locks, 0);
     uci_context *unprotected = uci_alloc_context();
-    EXPECT_EQ(UCI_OK, uci_load(unprotected, "zt", nullptr));
+    EXPECT_EQ(uci_load(unprotected, "zt", nullptr), UCI_OK);
     EXPECT_GT(rival_locks, 0) << "libuci alone lets others in";
     uci_free_context(unprotected);
     rival_watches = false;
@@ -186,17 +186,17 @@ TEST_F(Commit, SavingOnFullDiskTearsNothingAndLosesNothing)
 {
     const small_disk disk("/tmp/.uci", "size=8k", [] { write_file(DELTA, "zt.b.two='2'\n"); });
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ(0, act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"));
-    EXPECT_EQ(-1, ng_uci_flush());
-    EXPECT_EQ("zt.b.two='2'\n", delta());
-    EXPECT_EQ(1, logged("Failed to save changes of zt: No space left on device"));
-    EXPECT_EQ(-1, ng_uci_flush()) << "the changes are still there";
+    EXPECT_EQ(act(uci_set_string, std::string(8000, 'x').c_str(), "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_flush(), -1);
+    EXPECT_EQ(delta(), "zt.b.two='2'\n");
+    EXPECT_EQ(logged("Failed to save changes of zt: No space left on device"), 1);
+    EXPECT_EQ(ng_uci_flush(), -1) << "the changes are still there";
 
     disk.make_room();
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
     write_file(DELTA, "zt.b.two='2'\nzt.b.tor"); // another process was cut short
-    EXPECT_EQ(0, ng_uci_flush());
-    EXPECT_EQ("2\n2\n", shell("uci get zt.a.one; uci get zt.b.two"));
+    EXPECT_EQ(ng_uci_flush(), 0);
+    EXPECT_EQ(shell("uci get zt.a.one; uci get zt.b.two"), "2\n2\n");
     (void)ng_uci_renew_change_context();
 }
 
@@ -220,28 +220,28 @@ TEST_F(Commit, OfSeveralPackagesIsWholeOrNone)
         shell("chmod 640 /etc/config/zt; for i in u v; do cp -p /etc/config/zt /etc/config/z$i; "
               "done");
         for (const char *name : {"zt.a.one", "missing.a.one", "zu.a.one", "zv.a.one"})
-            EXPECT_EQ(0, act(uci_set_string, "2", name));
+            EXPECT_EQ(act(uci_set_string, "2", name), 0);
         shell(fault.before);
         zu_descriptor rival(fault.locked ? open(fault.locked, O_RDONLY | O_CLOEXEC) : -1);
         EXPECT_TRUE(!fault.locked || flock(rival, LOCK_EX) == 0);
         unmovable = fault.unmovable;
         bool changed = true;
-        EXPECT_EQ(-1, ng_uci_commit_all(PACKAGES, &changed));
+        EXPECT_EQ(ng_uci_commit_all(PACKAGES, &changed), -1);
         EXPECT_FALSE(changed);
         unmovable = nullptr;
         rival = zu_descriptor(-1);
         shell(fault.after);
         for (const char *path : {CONFIG, "/etc/config/zu", "/etc/config/zv"})
-            EXPECT_EQ(BASE, read_file(path)) << path;
-        EXPECT_EQ(0, left_behind());
+            EXPECT_EQ(read_file(path), BASE) << path;
+        EXPECT_EQ(left_behind(), 0);
 
-        EXPECT_EQ(0, ng_uci_commit_all(PACKAGES, &changed)) << "the changes are still there";
+        EXPECT_EQ(ng_uci_commit_all(PACKAGES, &changed), 0) << "the changes are still there";
         EXPECT_TRUE(changed);
-        EXPECT_EQ("2\n2\n2\n", shell("for i in t u v; do uci get z$i.a.one; done"));
-        EXPECT_EQ("640\n640\n640\n", shell("stat -c %a /etc/config/z[tuv]"));
-        EXPECT_EQ(0, left_behind());
+        EXPECT_EQ(shell("for i in t u v; do uci get z$i.a.one; done"), "2\n2\n2\n");
+        EXPECT_EQ(shell("stat -c %a /etc/config/z[tuv]"), "640\n640\n640\n");
+        EXPECT_EQ(left_behind(), 0);
     }
-    EXPECT_EQ(1, logged("NOTICE: There is no package missing")) << "which is no fault";
+    EXPECT_EQ(logged("NOTICE: There is no package missing"), 1) << "which is no fault";
     shell("rm /etc/config/z[uv]");
 }
 
@@ -249,43 +249,43 @@ TEST_F(Commit, GoesWhereThePackageWasReadFrom)
 {
     shell("mkdir -p /var/run/uci; cp /etc/config/zt /var/run/uci/zt; "
           "mv /etc/config/zt /etc/config/behind; ln -s behind /etc/config/zt");
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    ASSERT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ("2\n", shell("uci get zt.a.one"));
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    ASSERT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(shell("uci get zt.a.one"), "2\n");
     const zu_descriptor rival(open("/var/run/uci/zt", O_RDWR | O_CLOEXEC));
-    ASSERT_EQ(0, flock(rival, LOCK_EX));
+    ASSERT_EQ(flock(rival, LOCK_EX), 0);
     EXPECT_FALSE(ng_uci_is_free("zt"));
-    EXPECT_EQ(BASE, config()) << "the override is what was changed";
+    EXPECT_EQ(config(), BASE) << "the override is what was changed";
     shell("rm /var/run/uci/zt");
     (void)ng_uci_renew_change_context();
-    EXPECT_EQ(0, act(uci_set_string, "3", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ("3\nbehind\n", shell("uci get zt.a.one; readlink /etc/config/zt"));
+    EXPECT_EQ(act(uci_set_string, "3", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(shell("uci get zt.a.one; readlink /etc/config/zt"), "3\nbehind\n");
     shell("rm /etc/config/zt /etc/config/behind");
 }
 
 TEST_F(Commit, RemovesWhatAPowerCutLeft)
 {
     write_file("/etc/config/.zt.new", "old");
-    EXPECT_EQ(0, act(uci_set_string, "2", "zt.a.one"));
-    EXPECT_EQ(0, ng_uci_commit("zt"));
-    EXPECT_EQ(0, left_behind());
-    EXPECT_EQ("2\n", shell("uci get zt.a.one"));
+    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_commit("zt"), 0);
+    EXPECT_EQ(left_behind(), 0);
+    EXPECT_EQ(shell("uci get zt.a.one"), "2\n");
     // Half of a commit, with an old file that cannot be put back yet.
     write_file("/etc/config/.zt.undo", BASE);
-    ASSERT_EQ(0, symlink("/etc/config/zt\n", "/etc/config/.commit"));
+    ASSERT_EQ(symlink("/etc/config/zt\n", "/etc/config/.commit"), 0);
     shell("rm /etc/config/zt; mkdir /etc/config/zt; rm -f /var/log/journal");
     EXPECT_FALSE(ng_uci_recover());
-    EXPECT_EQ(NG_UCI_UNREADABLE, ng_uci_check_readable("tarn_net"));
+    EXPECT_EQ(ng_uci_check_readable("tarn_net"), NG_UCI_UNREADABLE);
     shell("rmdir /etc/config/zt");
-    EXPECT_EQ(NG_UCI_READABLE, ng_uci_check_readable("tarn_net"));
-    EXPECT_EQ(BASE, config());
-    EXPECT_EQ(0, left_behind());
+    EXPECT_EQ(ng_uci_check_readable("tarn_net"), NG_UCI_READABLE);
+    EXPECT_EQ(config(), BASE);
+    EXPECT_EQ(left_behind(), 0);
     uloop_timeout end{};
     end.cb = [](uloop_timeout *) { uloop_end(); };
     uloop_init();
     uloop_timeout_set(&end, 1100); // after ours
     uloop_run();
     uloop_done();
-    EXPECT_NE(std::string::npos, shell("cat /var/log/journal").find("reload_config"));
+    EXPECT_NE(shell("cat /var/log/journal").find("reload_config"), std::string::npos);
 }

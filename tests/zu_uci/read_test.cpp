@@ -16,16 +16,16 @@ TEST_F(Read, OptionsByTypeAndUntouchedOnFailure)
     int number = 7;
     for (const char *name : {"zt.a.text", "zt.a.space", "zt.a.big", "zt.a.l", "zt.a.none", "zt.a",
                              "zt.none.number", "none.a.number", "zt.a.number.x", ""})
-        EXPECT_EQ(-1, ng_uci_get_int(&number, "%s", name)) << name;
-    EXPECT_EQ(7, number);
-    EXPECT_EQ(0, ng_uci_get_int(&number, "zt.%c.%s", 'a', "number"));
-    EXPECT_EQ(-42, number);
+        EXPECT_EQ(ng_uci_get_int(&number, "%s", name), -1) << name;
+    EXPECT_EQ(number, 7);
+    EXPECT_EQ(ng_uci_get_int(&number, "zt.%c.%s", 'a', "number"), 0);
+    EXPECT_EQ(number, -42);
 
     std::string text = "kept";
-    EXPECT_EQ(-1, ng_uci_get_string(text, "zt.a.l"));
-    EXPECT_EQ("kept", text);
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.@part[0].text"));
-    EXPECT_EQ("12x", text);
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.l"), -1);
+    EXPECT_EQ(text, "kept");
+    EXPECT_EQ(ng_uci_get_string(text, "zt.@part[0].text"), 0);
+    EXPECT_EQ(text, "12x");
 
     const auto collect = [](const char *value, void *priv) {
         *static_cast<std::string *>(priv) += std::string(value) + "|";
@@ -33,44 +33,44 @@ TEST_F(Read, OptionsByTypeAndUntouchedOnFailure)
         ng_uci_save_action_ctx(ng_uci_change_context(), ng_uci_delete_option, nullptr, "zt.a.l");
     };
     std::string items;
-    EXPECT_EQ(0, _ng_uci_get_val_cb("zt.a.l", collect, &items));
-    EXPECT_EQ("1|b c|", items);
+    EXPECT_EQ(_ng_uci_get_val_cb("zt.a.l", collect, &items), 0);
+    EXPECT_EQ(items, "1|b c|");
     EXPECT_GT(0, _ng_uci_get_val_cb("zt.a.l", collect, &items));
-    EXPECT_EQ("1|b c|", items);
+    EXPECT_EQ(items, "1|b c|");
 
     EXPECT_TRUE(ng_uci_exists("zt.a"));
     EXPECT_TRUE(ng_uci_exists("zt.%s.number", "a"));
     EXPECT_FALSE(ng_uci_exists("zt.a.l"));
     EXPECT_FALSE(ng_uci_exists("zt.none"));
-    EXPECT_EQ(0, logged("ERROR")) << "looking is no error";
+    EXPECT_EQ(logged("ERROR"), 0) << "looking is no error";
 }
 
 TEST_F(Read, StateLiesOverTheConfiguration)
 {
     std::string text;
-    EXPECT_EQ(NG_UCI_STATE_LOOKUP_FAILED, ng_uci_get_state("/var/state", "none.a.up", text));
-    EXPECT_EQ(NG_UCI_STATE_INCOMPLETE, ng_uci_get_state("/var/state", "zt.a.up", text));
-    EXPECT_EQ(NG_UCI_STATE_INCOMPLETE, ng_uci_get_state("/var/state", "zt.a", text));
+    EXPECT_EQ(ng_uci_get_state("/var/state", "none.a.up", text), NG_UCI_STATE_LOOKUP_FAILED);
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a.up", text), NG_UCI_STATE_INCOMPLETE);
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a", text), NG_UCI_STATE_INCOMPLETE);
     shell("uci -P /var/state set zt.a.up=1; uci -P /var/state set zt.a.one=state");
-    EXPECT_EQ(NG_UCI_STATE_FOUND, ng_uci_get_state("/var/state", "zt.a.up", text));
-    EXPECT_EQ("1", text);
-    EXPECT_EQ(0, ng_uci_get_string(text, "zt.a.one"));
-    EXPECT_EQ("1", text) << "state stays out of the configuration";
-    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.up"));
-    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.up"));
-    EXPECT_EQ(NG_UCI_STATE_INCOMPLETE, ng_uci_get_state("/var/state", "zt.a.up", text));
-    EXPECT_EQ("zt.a.one='state'\n", read_file("/var/state/zt"));
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a.up", text), NG_UCI_STATE_FOUND);
+    EXPECT_EQ(text, "1");
+    EXPECT_EQ(ng_uci_get_string(text, "zt.a.one"), 0);
+    EXPECT_EQ(text, "1") << "state stays out of the configuration";
+    EXPECT_EQ(ng_uci_delete_state("/var/state", "zt.a.up"), 0);
+    EXPECT_EQ(ng_uci_delete_state("/var/state", "zt.a.up"), 0);
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a.up", text), NG_UCI_STATE_INCOMPLETE);
+    EXPECT_EQ(read_file("/var/state/zt"), "zt.a.one='state'\n");
 
     const int writer = open("/var/state/zt", O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(0, flock(writer, LOCK_SH)); // does not keep readers out
-    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.one"));
-    EXPECT_EQ(NG_UCI_STATE_FOUND, ng_uci_get_state("/var/state", "zt.a.one", text));
-    ASSERT_EQ(0, flock(writer, LOCK_EX));
-    EXPECT_EQ(NG_UCI_STATE_LOOKUP_FAILED, ng_uci_get_state("/var/state", "zt.a.one", text));
-    EXPECT_EQ(2, logged("/var/state/zt is locked by another process"));
+    ASSERT_EQ(flock(writer, LOCK_SH), 0); // does not keep readers out
+    EXPECT_EQ(ng_uci_delete_state("/var/state", "zt.a.one"), 0);
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a.one", text), NG_UCI_STATE_FOUND);
+    ASSERT_EQ(flock(writer, LOCK_EX), 0);
+    EXPECT_EQ(ng_uci_get_state("/var/state", "zt.a.one", text), NG_UCI_STATE_LOOKUP_FAILED);
+    EXPECT_EQ(logged("/var/state/zt is locked by another process"), 2);
     close(writer);
-    EXPECT_EQ(0, ng_uci_delete_state("/var/state", "zt.a.one"));
-    EXPECT_EQ("", read_file("/var/state/zt"));
+    EXPECT_EQ(ng_uci_delete_state("/var/state", "zt.a.one"), 0);
+    EXPECT_EQ(read_file("/var/state/zt"), "");
 }
 
 TEST_F(Read, PackageThatCannotBeReadIsNotAMissingOne)
@@ -80,25 +80,25 @@ TEST_F(Read, PackageThatCannotBeReadIsNotAMissingOne)
         (void)ng_uci_renew_change_context(); // as in a callback of its own
         return ng_uci_check_readable(package);
     };
-    EXPECT_EQ(NG_UCI_ABSENT, check("none"));
-    EXPECT_EQ(0, logged("ERROR"));
-    EXPECT_EQ(NG_UCI_READABLE, check("zt"));
+    EXPECT_EQ(check("none"), NG_UCI_ABSENT);
+    EXPECT_EQ(logged("ERROR"), 0);
+    EXPECT_EQ(check("zt"), NG_UCI_READABLE);
     const int rival = open(CONFIG, O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(0, flock(rival, LOCK_EX));
-    EXPECT_EQ(NG_UCI_READABLE, ng_uci_check_readable("zt")) << "it has been read in this callback";
-    EXPECT_EQ(0, ng_uci_get_int(&number, "zt.a.one"));
-    EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
-    EXPECT_EQ(1, logged("is locked by another process"));
+    ASSERT_EQ(flock(rival, LOCK_EX), 0);
+    EXPECT_EQ(ng_uci_check_readable("zt"), NG_UCI_READABLE) << "it has been read in this callback";
+    EXPECT_EQ(ng_uci_get_int(&number, "zt.a.one"), 0);
+    EXPECT_EQ(check("zt"), NG_UCI_UNREADABLE);
+    EXPECT_EQ(logged("is locked by another process"), 1);
     debug_set_level(ZU_LOG_NOTICE);
     {
         const zu_log_repetition quiet;
-        EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
+        EXPECT_EQ(check("zt"), NG_UCI_UNREADABLE);
     }
-    EXPECT_EQ(1, logged("is locked by another process"));
+    EXPECT_EQ(logged("is locked by another process"), 1);
     close(rival);
     write_file(CONFIG, "config part 'a'\n\toption one '1\n");
-    EXPECT_EQ(NG_UCI_UNREADABLE, check("zt"));
-    EXPECT_EQ(1, logged("Failed to load zt: "));
+    EXPECT_EQ(check("zt"), NG_UCI_UNREADABLE);
+    EXPECT_EQ(logged("Failed to load zt: "), 1);
 }
 
 namespace {
@@ -126,21 +126,21 @@ TEST_F(Read, HostListFromAnySectionUpToItsLimit)
 
     list_head head;
     INIT_LIST_HEAD(&head);
-    EXPECT_NE(0, get_tarn_host_list_uci("zt", "targets", &head));
-    EXPECT_NE(0, get_tarn_host_list_uci("zt", "one", &head));
+    EXPECT_NE(get_tarn_host_list_uci("zt", "targets", &head), 0);
+    EXPECT_NE(get_tarn_host_list_uci("zt", "one", &head), 0);
     (void)ng_uci_renew_change_context(); // the entries own their text
-    EXPECT_EQ("http://h1/ http://h2/ url ", urls(&head));
-    EXPECT_EQ(0, get_tarn_host_list_uci("zt", "none", &head));
-    EXPECT_EQ(0, get_tarn_host_list_uci("none", "targets", &head));
+    EXPECT_EQ(urls(&head), "http://h1/ http://h2/ url ");
+    EXPECT_EQ(get_tarn_host_list_uci("zt", "none", &head), 0);
+    EXPECT_EQ(get_tarn_host_list_uci("none", "targets", &head), 0);
     destroy_tarn_host_list(&head);
     EXPECT_TRUE(list_empty(&head));
-    EXPECT_EQ(0, logged("WARNING"));
+    EXPECT_EQ(logged("WARNING"), 0);
 
-    EXPECT_NE(0, get_tarn_host_list_uci("zt", "many", &head));
+    EXPECT_NE(get_tarn_host_list_uci("zt", "many", &head), 0);
     tarn_host *last = list_last_entry(&head, tarn_host, list);
-    EXPECT_STREQ("u31", last->url);
-    EXPECT_EQ(2, logged("WARNING"));
-    EXPECT_EQ(1, logged("u32"));
-    EXPECT_EQ(1, logged("u33"));
+    EXPECT_STREQ(last->url, "u31");
+    EXPECT_EQ(logged("WARNING"), 2);
+    EXPECT_EQ(logged("u32"), 1);
+    EXPECT_EQ(logged("u33"), 1);
     destroy_tarn_host_list(&head);
 }

@@ -66,7 +66,7 @@ TEST_P(ValidFile, ShowsExportsAndReadsBack)
 
     // What export wrote is read as the same package.
     const tool_result imported = dirs.run({"import", name}, recorded(".export").value());
-    EXPECT_EQ(0, imported.exit) << imported.err;
+    EXPECT_EQ(imported.exit, 0) << imported.err;
     EXPECT_EQ(recorded(".export"), dirs.run({"export", name}).out);
 }
 
@@ -166,8 +166,8 @@ TEST_P(Operations, LeaveWhatWasRecorded)
     }
     if (at("committed_file")) {
         const tool_result commit = dirs.run({"commit", net});
-        EXPECT_EQ(0, commit.exit);
-        EXPECT_EQ("", commit.err);
+        EXPECT_EQ(commit.exit, 0);
+        EXPECT_EQ(commit.err, "");
     }
     expect_member(record.get(), "committed_file", content(dirs.conf(net)));
     expect_member(record.get(), "config_file_at_end", content(dirs.conf(net)));

@@ -48,7 +48,7 @@ class held_lock {
 public:
     held_lock(const std::string &path, int kind) : fd_(open(path.c_str(), O_RDWR | O_CLOEXEC))
     {
-        EXPECT_EQ(0, flock(fd_, kind));
+        EXPECT_EQ(flock(fd_, kind), 0);
     }
     ~held_lock()
     {
@@ -119,24 +119,24 @@ TEST_F(Files, LocksMakeEveryoneWaitWhoMust)
             child = start(c.action);
             EXPECT_TRUE(eventually([child] { return waits_for_lock(child); }));
         }
-        EXPECT_EQ(0, finish(child));
+        EXPECT_EQ(finish(child), 0);
     }
     const held_lock config(dirs.conf("net"), LOCK_SH), delta(dirs.save("net"), LOCK_SH);
-    EXPECT_EQ(0, finish(start([this] { return load(); }))) << "readers do not wait for readers";
+    EXPECT_EQ(finish(start([this] { return load(); })), 0) << "readers do not wait for readers";
 }
 
 TEST_F(Files, CommitTakesChangesOthersSavedMeanwhile)
 {
     const context_handle ctx = open_context(dirs);
     uci_package *p = nullptr;
-    ASSERT_EQ(0, change(ctx.get(), uci_set, "net.lan.mine=1", &p));
-    ASSERT_EQ(0, finish(start([this] { return save("net.lan.theirs=1"); })));
+    ASSERT_EQ(change(ctx.get(), uci_set, "net.lan.mine=1", &p), 0);
+    ASSERT_EQ(finish(start([this] { return save("net.lan.theirs=1"); })), 0);
     uci_package *const before = p;
-    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\toption theirs '1'\n"
-              "\toption mine '1'\n\n",
-              content(dirs.conf("net")));
-    EXPECT_EQ("", content(dirs.save("net")));
+    ASSERT_EQ(uci_commit(ctx.get(), &p, false), 0);
+    EXPECT_EQ(content(dirs.conf("net")),
+              "\nconfig iface 'lan'\n\toption ip '1'\n\toption saved '1'\n\toption theirs '1'\n"
+              "\toption mine '1'\n\n");
+    EXPECT_EQ(content(dirs.save("net")), "");
     EXPECT_NE(before, p) << "the package is made anew";
     EXPECT_EQ(p, uci_lookup_package(ctx.get(), "net"));
     EXPECT_TRUE(uci_lookup_option(ctx.get(), uci_lookup_section(ctx.get(), p, "lan"), "theirs"));
@@ -155,20 +155,20 @@ TEST_F(Files, FullDiskLeavesWhatWasThere)
     };
 
     // Half a delta line would be read as another change.
-    EXPECT_EQ(UCI_ERR_IO, on_full_disk([&] { return save("net.lan.big=" + big); }));
-    EXPECT_EQ("net.lan.saved='1'\n", content(dirs.save("net")));
+    EXPECT_EQ(on_full_disk([&] { return save("net.lan.big=" + big); }), UCI_ERR_IO);
+    EXPECT_EQ(content(dirs.save("net")), "net.lan.saved='1'\n");
 
     const std::string config = "config iface 'lan'\n\toption big '" + big + "'\n";
     write_file(dirs.conf("net"), config);
-    EXPECT_EQ(UCI_ERR_IO, on_full_disk([&] { return commit(); }));
-    EXPECT_EQ(config, content(dirs.conf("net")));
-    EXPECT_EQ("net.lan.saved='1'\n", content(dirs.save("net")));
+    EXPECT_EQ(on_full_disk([&] { return commit(); }), UCI_ERR_IO);
+    EXPECT_EQ(content(dirs.conf("net")), config);
+    EXPECT_EQ(content(dirs.save("net")), "net.lan.saved='1'\n");
     const std::filesystem::directory_iterator files(dirs.conf());
-    EXPECT_EQ(1, std::distance(begin(files), end(files))) << "no temporary file stays";
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1) << "no temporary file stays";
 
-    EXPECT_EQ(0, commit());
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption big '" + big + "'\n\toption saved '1'\n\n",
-              content(dirs.conf("net")));
+    EXPECT_EQ(commit(), 0);
+    EXPECT_EQ(content(dirs.conf("net")),
+              "\nconfig iface 'lan'\n\toption big '" + big + "'\n\toption saved '1'\n\n");
 }
 
 TEST_F(Files, OverrideDirectoryReplacesTheConfigFile)
@@ -179,9 +179,9 @@ TEST_F(Files, OverrideDirectoryReplacesTheConfigFile)
     context_handle ctx = open_context(dirs);
     uci_set_conf2dir(ctx.get(), other.c_str());
     uci_package *p = nullptr;
-    ASSERT_EQ(0, uci_load(ctx.get(), "net", &p));
+    ASSERT_EQ(uci_load(ctx.get(), "net", &p), 0);
     EXPECT_TRUE(p->uses_conf2);
-    ASSERT_EQ(0, uci_commit(ctx.get(), &p, false));
-    EXPECT_EQ("\nconfig iface 'lan'\n\toption ip 'override'\n\toption saved '1'\n\n",
-              content(other + "/net"));
+    ASSERT_EQ(uci_commit(ctx.get(), &p, false), 0);
+    EXPECT_EQ(content(other + "/net"),
+              "\nconfig iface 'lan'\n\toption ip 'override'\n\toption saved '1'\n\n");
 }

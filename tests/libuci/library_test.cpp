@@ -52,16 +52,16 @@ TEST_F(Library, LookupAnswersByHowMuchOfTheTupleIsThere)
         SCOPED_TRACE(c.tuple);
         std::string tuple = c.tuple;
         uci_ptr ptr;
-        ASSERT_EQ(c.err, uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), c.extended));
-        EXPECT_EQ(c.err, ctx->err);
+        ASSERT_EQ(uci_lookup_ptr(ctx.get(), &ptr, tuple.data(), c.extended), c.err);
+        EXPECT_EQ(ctx->err, c.err);
         if (c.err)
             continue;
-        EXPECT_EQ(c.complete, (ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) != 0);
-        EXPECT_EQ(c.target, ptr.target);
-        EXPECT_EQ(c.last, ptr.last->type);
-        EXPECT_STREQ(c.section, ptr.section);
+        EXPECT_EQ((ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE) != 0, c.complete);
+        EXPECT_EQ(ptr.target, c.target);
+        EXPECT_EQ(ptr.last->type, c.last);
+        EXPECT_STREQ(ptr.section, c.section);
         if (strchr(c.tuple, '=')) {
-            EXPECT_STREQ("a=b.c", ptr.value);
+            EXPECT_STREQ(ptr.value, "a=b.c");
         }
     }
 }
@@ -69,34 +69,34 @@ TEST_F(Library, LookupAnswersByHowMuchOfTheTupleIsThere)
 TEST_F(Library, LoadRefusesWhatItMust)
 {
     write_file(dirs.conf("bad"), "config a\nbogus\n");
-    EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx.get(), "none", nullptr));
+    EXPECT_EQ(uci_load(ctx.get(), "none", nullptr), UCI_ERR_NOTFOUND);
     for (const char *no_package : {"a.b", "../conf/net", "net/"})
-        EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx.get(), no_package, nullptr)) << no_package;
+        EXPECT_EQ(uci_load(ctx.get(), no_package, nullptr), UCI_ERR_NOTFOUND) << no_package;
     for (const char *invalid : {"", "n\xc3\xa9t"})
-        EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx.get(), invalid, nullptr)) << invalid;
-    EXPECT_EQ(UCI_ERR_PARSE, uci_load(ctx.get(), "bad", nullptr));
+        EXPECT_EQ(uci_load(ctx.get(), invalid, nullptr), UCI_ERR_INVAL) << invalid;
+    EXPECT_EQ(uci_load(ctx.get(), "bad", nullptr), UCI_ERR_PARSE);
     char *text = nullptr;
     uci_get_errorstr(ctx.get(), &text, "tool");
-    EXPECT_STREQ("tool: Parse error (invalid command) at line 2, byte 0", text);
+    EXPECT_STREQ(text, "tool: Parse error (invalid command) at line 2, byte 0");
     free(text);
-    EXPECT_EQ(0, uci_load(ctx.get(), "net", nullptr));
-    EXPECT_EQ(UCI_ERR_DUPLICATE, uci_load(ctx.get(), "net", nullptr));
+    EXPECT_EQ(uci_load(ctx.get(), "net", nullptr), 0);
+    EXPECT_EQ(uci_load(ctx.get(), "net", nullptr), UCI_ERR_DUPLICATE);
     uci_get_errorstr(ctx.get(), &text, nullptr);
-    EXPECT_STREQ("Duplicate entry", text);
+    EXPECT_STREQ(text, "Duplicate entry");
     free(text);
-    EXPECT_EQ(UCI_ERR_INVAL, act(uci_set, "net.missing.opt="));
+    EXPECT_EQ(act(uci_set, "net.missing.opt="), UCI_ERR_INVAL);
 }
 
 TEST(Tool, StatusWhenItIsCalledWrongly)
 {
     uci_directories dirs;
-    EXPECT_EQ(0, run_tool({}, "").exit);
-    EXPECT_EQ(0, run_tool({"-Z"}, "").exit);
-    EXPECT_EQ(0, run_tool({"help"}, "").exit);
-    EXPECT_EQ(255, dirs.run({"bogus"}).exit);
-    EXPECT_EQ(255, dirs.run({"get"}).exit);
-    EXPECT_NE(std::string::npos, dirs.run({"set", "a", "b"}).err.find("Usage:"));
-    EXPECT_EQ("Unknown command\n", dirs.run({"batch"}, "batch\n").err);
+    EXPECT_EQ(run_tool({}, "").exit, 0);
+    EXPECT_EQ(run_tool({"-Z"}, "").exit, 0);
+    EXPECT_EQ(run_tool({"help"}, "").exit, 0);
+    EXPECT_EQ(dirs.run({"bogus"}).exit, 255);
+    EXPECT_EQ(dirs.run({"get"}).exit, 255);
+    EXPECT_NE(dirs.run({"set", "a", "b"}).err.find("Usage:"), std::string::npos);
+    EXPECT_EQ(dirs.run({"batch"}, "batch\n").err, "Unknown command\n");
     write_file(dirs.root() + "/commands", "get none.x\nexit\nbogus\n");
-    EXPECT_EQ("uci: Entry not found\n", dirs.run({"-f", dirs.root() + "/commands", "batch"}).err);
+    EXPECT_EQ(dirs.run({"-f", dirs.root() + "/commands", "batch"}).err, "uci: Entry not found\n");
 }
