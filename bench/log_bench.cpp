@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <string>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "platform/zu/log.h"
@@ -21,6 +22,20 @@ static void open_log(int level)
     }
     debug_set_level(level);
 }
+
+/// The least a line that is kept can cost: one write.
+void one_write(benchmark::State &state)
+{
+    const int fd = memfd_create("log_bench", MFD_CLOEXEC);
+    static constexpr char LINE[] =
+        "Sun Nov 22 01:00:00 2026 [12345] log_enabled:70: DEBUG: Tests run: 1/32 on "
+        "interface 'br-wired0'\n";
+    for (auto _ : state)
+        if (pwrite(fd, LINE, sizeof LINE - 1, 0) < 0)
+            abort();
+    close(fd);
+}
+BENCHMARK(one_write);
 
 /// The least a check can be: one load and one comparison.
 static void one_comparison(benchmark::State &state)

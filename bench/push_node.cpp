@@ -141,6 +141,18 @@ static void libuci_alone()
     uci_free_context(ctx);
 }
 
+/// The least that a push must do which changes nothing: look at what UCI holds.
+static void libuci_reads()
+{
+    uci_context *ctx = uci_alloc_context();
+    for (const auto &[name, list] : changes) {
+        uci_package *package = nullptr;
+        if (uci_load(ctx, name.c_str(), &package) != 0)
+            abort();
+    }
+    uci_free_context(ctx);
+}
+
 static void write_batch(const char *path)
 {
     std::ofstream file(path);
@@ -176,6 +188,15 @@ static void push_again(benchmark::State &state)
         push();
     }
 }
+static void libuci_reads_again(benchmark::State &state)
+{
+    put_back();
+    push();
+    for (auto unused : state) {
+        (void)unused;
+        libuci_reads();
+    }
+}
 /// Part of a push; its time is that of the services.
 static void reload_config(benchmark::State &state)
 {
@@ -189,6 +210,7 @@ BENCHMARK(measure<push>)->Name("push")->Unit(benchmark::kMillisecond);
 BENCHMARK(reload_config)->Unit(benchmark::kMillisecond);
 BENCHMARK(measure<libuci_alone>)->Name("libuci_alone")->Unit(benchmark::kMillisecond);
 BENCHMARK(push_again)->Unit(benchmark::kMillisecond);
+BENCHMARK(libuci_reads_again)->Unit(benchmark::kMillisecond);
 
 static long reloads()
 {
