@@ -14,7 +14,9 @@ endif()
 # What the daemon is built with: no exceptions, no run-time types, and nothing linked that is not called.
 add_library(tarn_daemon_flags INTERFACE)
 target_compile_options(tarn_daemon_flags INTERFACE
-  -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections)
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fdata-sections
+  # Without exceptions nothing on a router reads the tables by which a stack is unwound.
+  $<$<CONFIG:MinSizeRel>:-fno-unwind-tables> $<$<CONFIG:MinSizeRel>:-fno-asynchronous-unwind-tables>)
 target_link_options(tarn_daemon_flags INTERFACE -Wl,--gc-sections)
 target_link_libraries(tarn_daemon_flags INTERFACE tarn_warnings)
 
