@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <uci.h>
 
 /// One input stream, read a line at a time; also where the last parse error is remembered.
