@@ -24,7 +24,7 @@ static void open_log(int level)
 }
 
 /// The least a line that is kept can cost: one write.
-void one_write(benchmark::State &state)
+static void one_write(benchmark::State &state)
 {
     const int fd = memfd_create("log_bench", MFD_CLOEXEC);
     static constexpr char LINE[] =

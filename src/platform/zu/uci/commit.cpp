@@ -119,7 +119,7 @@ static attempt prepare_locked(source_file &config, const source_file &delta, uci
 static bool holds_already(const source_file &config, uci_package *package)
 {
     std::string text;
-    const ng_uci_descriptor file(open(config.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const zu_descriptor file(open(config.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     return file >= 0 && export_text(package->ctx, package, text) && file_holds(file, text);
 }
 
