@@ -80,7 +80,7 @@ static int bad_arguments()
     return explained(EXIT_USAGE);
 }
 
-// Runs the loop until a signal, or until the time given with -t is over: success either way.
+/// Runs the loop until a signal, or until the time given with -t is over: success either way.
 static int run_until_stopped(ubus_context *ctx)
 {
     uloop_timeout timer{};
@@ -148,7 +148,7 @@ static void print_reply_cb(ubus_request *, int, blob_attr *msg)
         printf("%s\n", text.get());
 }
 
-// A failed call says what was called when nobody sits at a terminal.
+/// A failed call says what was called when nobody sits at a terminal.
 static int call_failed(const arguments &args, int status)
 {
     if (opt.simple || isatty(STDERR_FILENO))

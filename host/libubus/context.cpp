@@ -132,8 +132,8 @@ static void sock_cb(uloop_fd *u, unsigned)
         ubus_connection_gone(ctx);
 }
 
-// A hang-up has taken the socket out of the loop already, so that an idle program stays in its
-// loop, deaf; only a loss that a synchronous call notices ends it.
+/// A hang-up has taken the socket out of the loop already, so that an idle program stays in its
+/// loop, deaf; only a loss that a synchronous call notices ends it.
 static void default_connection_lost(ubus_context *ctx)
 {
     if (ctx->sock.registered)

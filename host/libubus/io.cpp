@@ -38,7 +38,7 @@ int ubus_io_send(ubus_context *ctx, uint8_t type, uint16_t seq, uint32_t peer, b
     return -1;
 }
 
-// Makes room for a message of `len` bytes, in whole chunks.
+/// Makes room for a message of `len` bytes, in whole chunks.
 static bool reserve(ubus_context *ctx, size_t len)
 {
     const size_t want = (len + UBUS_MSG_CHUNK_SIZE - 1) / UBUS_MSG_CHUNK_SIZE * UBUS_MSG_CHUNK_SIZE;
@@ -57,7 +57,7 @@ static bool reserve(ubus_context *ctx, size_t len)
     return true;
 }
 
-// Reads exactly `len` bytes; `started` false allows to find none. 1 read, 0 none, -1 gone.
+/// Reads exactly `len` bytes; `started` false allows to find none. 1 read, 0 none, -1 gone.
 static int read_exactly(ubus_context *ctx, void *data, size_t len, bool started, int *fd)
 {
     size_t got = 0;
@@ -78,7 +78,7 @@ static int read_exactly(ubus_context *ctx, void *data, size_t len, bool started,
     return 1;
 }
 
-// The stream cannot be followed any further. The hang-up takes the socket out of the loop.
+/// The stream cannot be followed any further. The hang-up takes the socket out of the loop.
 static bool stream_broken(ubus_context *ctx, int *fd)
 {
     wire_close(fd);
@@ -87,7 +87,7 @@ static bool stream_broken(ubus_context *ctx, int *fd)
     return false;
 }
 
-// Reads past a message that is longer than the bus allows.
+/// Reads past a message that is longer than the bus allows.
 static bool skip(ubus_context *ctx, size_t len)
 {
     char scrap[4096];

@@ -94,7 +94,7 @@ static int64_t now_ms()
     return (int64_t)t.tv_sec * 1000 + t.tv_nsec / 1000000;
 }
 
-// Polls the bus socket alone until the request has ended.
+/// Polls the bus socket alone until the request has ended.
 static void wait_for_end(ubus_context *ctx, ubus_request *req, int timeout)
 {
     const int64_t deadline = now_ms() + timeout;

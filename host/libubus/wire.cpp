@@ -61,7 +61,7 @@ size_t wire_size(const blob_attr *msg)
     return sizeof(ubus_msghdr) + blob_raw_len(msg);
 }
 
-// Puts one descriptor into the control area of `out`.
+/// Puts one descriptor into the control area of `out`.
 static void attach_fd(msghdr *out, void *control, size_t control_len, int fd)
 {
     memset(control, 0, control_len);
@@ -99,7 +99,7 @@ ssize_t wire_send(int sock, const ubus_msghdr &hdr, const blob_attr *msg, size_t
     }
 }
 
-// Keeps the last descriptor of the control data and closes all others.
+/// Keeps the last descriptor of the control data and closes all others.
 static void receive_fds(msghdr *in, int *fd)
 {
     for (cmsghdr *c = CMSG_FIRSTHDR(in); c; c = CMSG_NXTHDR(in, c)) {

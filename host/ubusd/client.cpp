@@ -33,7 +33,7 @@ static void drop_queue(broker_client *client)
     client->queued_bytes = 0;
 }
 
-// Nothing more can be sent; the hang-up leads to the removal.
+/// Nothing more can be sent; the hang-up leads to the removal.
 static void break_off(broker_client *client)
 {
     client->gone = true;
@@ -48,8 +48,8 @@ static void watch(broker_client *client)
         (void)uloop_fd_add(&client->sock.u, events);
 }
 
-// Queues what is left of a message after `sent` bytes. A begun message must go on, whatever its
-// size.
+/// Queues what is left of a message after `sent` bytes. A begun message must go on, whatever its
+/// size.
 static void enqueue(broker_client *client, const ubus_msghdr &hdr, const blob_attr *msg,
                     size_t sent, int fd)
 {
@@ -93,7 +93,7 @@ void client_post(broker_client *client, ubus_msg_type type, uint16_t seq, uint32
     client_send(client, hdr, msg, fd);
 }
 
-// False when the socket takes nothing more for now.
+/// False when the socket takes nothing more for now.
 static bool send_first(broker_client *client)
 {
     broker_outgoing &out = client->queue.front();
@@ -123,7 +123,7 @@ static void flush(broker_client *client)
 
 // Receiving.
 
-// Reads into the unfinished message. 1: got all of `want`, 0: not yet, -1: the stream has ended.
+/// Reads into the unfinished message. 1: got all of `want`, 0: not yet, -1: the stream has ended.
 static int receive_part(broker_client *client, char *part, size_t begin, size_t want)
 {
     while (client->received < begin + want) {
@@ -136,7 +136,7 @@ static int receive_part(broker_client *client, char *part, size_t begin, size_t 
     return 1;
 }
 
-// As receive_part(), for a whole message.
+/// As receive_part(), for a whole message.
 static int receive_message(broker_client *client)
 {
     const int head = receive_part(client, (char *)&client->head, 0, sizeof(client->head));
@@ -154,7 +154,7 @@ static int receive_message(broker_client *client)
     return receive_part(client, client->msg->data, sizeof(client->head), blob_len(root));
 }
 
-// False when the client is to be removed.
+/// False when the client is to be removed.
 static bool read_messages(broker_client *client, int limit)
 {
     for (int i = 0; limit < 0 || i < limit; i++) {

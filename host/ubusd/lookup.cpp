@@ -20,7 +20,7 @@ bool lookup_path_taken(const std::string &path)
     return paths.contains(path);
 }
 
-// The methods of an object that the client may call.
+/// The methods of an object that the client may call.
 static std::vector<uint8_t> visible_methods(const broker_client *client, const broker_object *obj)
 {
     if (client->trusted)
@@ -37,8 +37,8 @@ static std::vector<uint8_t> visible_methods(const broker_client *client, const b
     return visible;
 }
 
-// An object without a type is there but not told about; nor is one of whose methods the client may
-// call none.
+/// An object without a type is there but not told about; nor is one of whose methods the client may
+/// call none.
 static void tell(broker_client *client, const ubus_msghdr &request, const broker_object *obj)
 {
     if (!obj->type)
@@ -54,8 +54,8 @@ static void tell(broker_client *client, const ubus_msghdr &request, const broker
     message_reply(client, request, UBUS_MSG_DATA, b.msg());
 }
 
-// False when the client must read first. A listing goes on after the path that was told last,
-// whatever has come and gone meanwhile.
+/// False when the client must read first. A listing goes on after the path that was told last,
+/// whatever has come and gone meanwhile.
 static bool list_all(broker_client *client, broker_lookup &lookup)
 {
     auto it = lookup.begun ? paths.upper_bound(lookup.last_path) : paths.begin();

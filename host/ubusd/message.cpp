@@ -28,7 +28,7 @@ static int handle_ping(broker_client *client, broker_request &req)
     return UBUS_STATUS_OK;
 }
 
-// Replies come from objects' owners; anything not in order is dropped without a word.
+/// Replies come from objects' owners; anything not in order is dropped without a word.
 static int handle_reply(broker_client *client, broker_request &req)
 {
     const bool is_status = req.hdr.type == UBUS_MSG_STATUS;

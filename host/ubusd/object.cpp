@@ -18,7 +18,7 @@ broker_type::~broker_type()
     types.erase(id);
 }
 
-// Null when a method is malformed.
+/// Null when a method is malformed.
 static std::shared_ptr<broker_type> type_new(blob_attr *signature)
 {
     std::vector<uint8_t> methods;

@@ -52,7 +52,7 @@ static void accept_cb(uloop_fd *u, unsigned)
     (void)client_add(fd, {user, group_names(user, peer.gid), trusted});
 }
 
-// Creates every missing folder above the socket.
+/// Creates every missing folder above the socket.
 static void make_parent(const std::string &path)
 {
     for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1))

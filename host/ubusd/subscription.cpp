@@ -35,7 +35,7 @@ static void end_subscription(broker_object *subscriber, broker_object *target)
         tell_owner(target);
 }
 
-// The subscriber and the target that a request names. 0 or the status to refuse with.
+/// The subscriber and the target that a request names. 0 or the status to refuse with.
 static int find_both(const broker_client *client, const broker_request &req,
                      broker_object **subscriber, broker_object **target)
 {

@@ -116,7 +116,7 @@ static package_handler *next_package_slot()
 static void register_package(const char *name, const package_callbacks *callbacks)
 {
     package_handler *slot = next_package_slot();
-    if (slot == nullptr)
+    if (!slot)
         return;
     snprintf(slot->name, sizeof slot->name, "%s", name);
     slot->callbacks = callbacks;
@@ -145,7 +145,7 @@ static bool is_connected(const ubus_context *ctx)
 
 static void connection_lost_cb(ubus_context *ctx)
 {
-    if (gLibrary_connection_lost != nullptr)
+    if (gLibrary_connection_lost)
         gLibrary_connection_lost(ctx);
     if (!gWatch_timer.pending)
         log_warning("Lost the connection to UBUS");
@@ -219,7 +219,7 @@ static void publish_wifi(ubus_context *ctx)
 void tarn_net_ubus_connection_handler(ubus_context *ctx)
 {
     register_package("qnet.wired", &gWired_callbacks);
-    if (ctx == nullptr) {
+    if (!ctx) {
         log_error("%s is NULL", "uctx");
         return;
     }

@@ -1,12 +1,11 @@
 // What happens when a neighbour's object comes to the bus or leaves it.
 //
 // One table for each direction, tested from the top; the first row that fits is taken.
-#include "core/bus_internal.h"
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 
+#include "core/bus_internal.h"
 #include "mesh/mesh.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
@@ -144,14 +143,14 @@ static const blobmsg_policy gObject_policy[2] = {
 static bool parse_object_event(ubus_context *ctx, const char *name, blob_attr *msg,
                                object_event *event)
 {
-    if (ctx == nullptr || msg == nullptr) {
-        log_error("%s is NULL", ctx == nullptr ? "ctx" : "msg");
+    if (!ctx || !msg) {
+        log_error("%s is NULL", ctx ? "msg" : "ctx");
         return false;
     }
     blob_attr *tb[2];
     if (blobmsg_parse(gObject_policy, 2, tb, blob_data(msg),
                       static_cast<unsigned>(blob_len(msg))) != 0 ||
-        tb[OBJECT_ID] == nullptr || tb[OBJECT_PATH] == nullptr) {
+        !tb[OBJECT_ID] || !tb[OBJECT_PATH]) {
         log_error("%s message didn't contain an ID or path", name);
         return false;
     }
@@ -171,7 +170,7 @@ static void finish_test_over(const char *path)
 {
     const inet_test_state &test = node_state().inet_test;
     for (const auto &block : test.slots) {
-        if (block[0].interface != nullptr && strcmp(block[0].interface, path) == 0) {
+        if (block[0].interface && strcmp(block[0].interface, path) == 0) {
             inet_test_finish_if_complete(test.upstream_state);
             return;
         }

@@ -8,9 +8,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-static constexpr const char *LOCK_FILE = "/var/run/tarn_net.lock";
-static constexpr const char *USAGE = "usage: tarn_net [--help | --version]; without arguments it "
-                                     "is the network daemon and stays in the foreground\n";
+constexpr const char *LOCK_FILE = "/var/run/tarn_net.lock";
+constexpr const char *USAGE = "usage: tarn_net [--help | --version]; without arguments it "
+                              "is the network daemon and stays in the foreground\n";
 constexpr int EXIT_USAGE = 2;
 
 int instance_answer_arguments(int argc, char **argv)

@@ -57,7 +57,7 @@ int main(int argc, char **argv)
     init_mesh_info();
     inet_test_init();
     gUci_context = uci_alloc_context();
-    if (gUci_context == nullptr) {
+    if (!gUci_context) {
         log_error("Failed to create uci context for tarn_net");
         return -1;
     }

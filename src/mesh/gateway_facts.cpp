@@ -2,8 +2,6 @@
 
 #include "mesh/gateway_facts.h"
 
-#include "platform/zu/log.h"
-
 #include <array>
 #include <cctype>
 #include <cerrno>
@@ -13,12 +11,12 @@
 #include <cstring>
 #include <string>
 
-namespace {
+#include "platform/zu/log.h"
 
 constexpr int QUALITY_MAX = 255; // batman-adv's transmit quality
 constexpr int LOW_SPEED_KB_S = 250;
 
-bool next_piece(std::string_view &rest, char separator, std::string_view &piece)
+static bool next_piece(std::string_view &rest, char separator, std::string_view &piece)
 {
     if (rest.empty())
         return false;
@@ -28,7 +26,7 @@ bool next_piece(std::string_view &rest, char separator, std::string_view &piece)
     return true;
 }
 
-bool str_is_in_range(const std::string &text, int min, int max)
+static bool str_is_in_range(const std::string &text, int min, int max)
 {
     log_debug("str = %s, %i <= %s <= %i", text.c_str(), min, text.c_str(), max);
     int value = 0;
@@ -37,17 +35,17 @@ bool str_is_in_range(const std::string &text, int min, int max)
     return error == std::errc() && stop == end && value >= min && value <= max;
 }
 
-bool is_mac(const std::string &text)
+static bool is_mac(const std::string &text)
 {
     return mesh_text_is_mac(text);
 }
 
-bool is_quality(const std::string &text)
+static bool is_quality(const std::string &text)
 {
     return str_is_in_range(text, 0, QUALITY_MAX);
 }
 
-bool is_route(const std::string &text)
+static bool is_route(const std::string &text)
 {
     std::string_view rest = text;
     std::string_view hop;
@@ -57,14 +55,14 @@ bool is_route(const std::string &text)
     return !text.empty() && text.back() != ',';
 }
 
-bool is_number(const std::string &text)
+static bool is_number(const std::string &text)
 {
     char *end = nullptr;
     const float value = strtof(text.c_str(), &end);
     return end != text.c_str() && *end == '\0' && std::isfinite(value);
 }
 
-bool latency_is_possible(const std::string &text)
+static bool latency_is_possible(const std::string &text)
 {
     if (strtof(text.c_str(), nullptr) >= 0.0F)
         return true;
@@ -72,19 +70,19 @@ bool latency_is_possible(const std::string &text)
     return false;
 }
 
-bool is_anything(const std::string &)
+static bool is_anything(const std::string &)
 {
     return true;
 }
 
-const char *range_error_name(float value)
+static const char *range_error_name(float value)
 {
     if (std::isinf(value))
         return "an overflow";
     return std::fabs(value) < 1.0F ? "an underflow" : "a range error";
 }
 
-const char *find_speed_unit(const char *text)
+static const char *find_speed_unit(const char *text)
 {
     for (const char *unit : {"MB/s", "KB/s", "Bytes/s", "GB/s"})
         if (strstr(text, unit))
@@ -92,8 +90,8 @@ const char *find_speed_unit(const char *text)
     return nullptr;
 }
 
-// A number, a separator and a unit; each way to fail has its own message.
-bool speed_is_possible(const std::string &text)
+/// A number, a separator and a unit; each way to fail has its own message.
+static bool speed_is_possible(const std::string &text)
 {
     char *end = nullptr;
     errno = 0;
@@ -154,8 +152,8 @@ constexpr std::array<token_kind, 5> TOKEN_KINDS = {{
      "Unable to find the gateway speed from the mesh.info file"},
 }};
 
-// Each kind is taken once: a second token of a kind counts as unknown.
-void take_token(mesh_gateway_facts *facts, std::string_view token)
+/// Each kind is taken once: a second token of a kind counts as unknown.
+static void take_token(mesh_gateway_facts *facts, std::string_view token)
 {
     for (const token_kind &kind : TOKEN_KINDS) {
         if (facts->*kind.fact || !token.starts_with(kind.prefix))
@@ -173,8 +171,6 @@ void take_token(mesh_gateway_facts *facts, std::string_view token)
     log_warning("Parsed token (%.*s) does not match any of the known token types",
                 static_cast<int>(token.size()), token.data());
 }
-
-} // namespace
 
 bool mesh_text_is_mac(std::string_view text)
 {

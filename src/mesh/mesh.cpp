@@ -28,7 +28,7 @@ static void log_lookup_failure(const char *path)
     log_error("Failed to lookup package ID for interface '%s'", path);
 }
 
-static constexpr iface_kind MESH = {
+constexpr iface_kind MESH = {
     .wanted = mesh_is_interface_path,
     .is_known = any_is_known,
     .ends_when_answered = false,

@@ -1,9 +1,8 @@
 // The mesh as the rest of the daemon sees it: its interfaces, gateway facts and the lonely scan.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 /// Start-up: arms the enumeration of mesh interfaces and the collection of gateway statistics.
 void init_mesh_info();

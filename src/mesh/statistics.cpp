@@ -6,15 +6,6 @@
 // forked child runs them one after the other. It leads a process group of its own: when its time is
 // over, the group is killed, batctl included.
 
-#include "mesh/gateway_facts.h"
-#include "mesh/mesh.h"
-#include "mesh/mesh_internal.h"
-#include "platform/zu/file.h"
-#include "platform/zu/led.h"
-#include "platform/zu/log.h"
-#include "platform/zu/shell.h"
-#include "state/owned.h"
-
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -25,7 +16,14 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-namespace {
+#include "mesh/gateway_facts.h"
+#include "mesh/mesh.h"
+#include "mesh/mesh_internal.h"
+#include "platform/zu/file.h"
+#include "platform/zu/led.h"
+#include "platform/zu/log.h"
+#include "platform/zu/shell.h"
+#include "state/owned.h"
 
 constexpr const char *MESH_INFO_FILE = "/tmp/mesh.info";
 constexpr size_t MESH_INFO_MAX = 256;
@@ -39,7 +37,7 @@ constexpr const char *FIND_GATEWAY =
     R"(awk '/\*/ {tq=$3;if (tq == "(") tq=$4;gsub(/[()]/,"",tq);printf("gwm|%s gwq|%s", $2, tq)}' | )"
     R"(tr -d '\(\)' > /tmp/mesh.info)";
 
-mesh_state &state = gTarn_net_state.mesh;
+static mesh_state &state = gTarn_net_state.mesh;
 
 // A command line with the gateway's MAC in its middle.
 struct gateway_command {
@@ -62,9 +60,9 @@ constexpr std::array<gateway_command, 3> GATEWAY_COMMANDS = {{
      "Failed to call batctl to find the gateway throughput"},
 }};
 
-// The gateway's MAC out of the first token, or an empty text: only what is exactly a MAC may become
-// part of a command line.
-std::string_view gateway_mac(std::string_view text)
+/// The gateway's MAC out of the first token, or an empty text: only what is exactly a MAC may
+/// become part of a command line.
+static std::string_view gateway_mac(std::string_view text)
 {
     const std::string_view token = text.substr(0, text.find(' '));
     if (!token.starts_with("gwm|") || !mesh_text_is_mac(token.substr(4)))
@@ -72,7 +70,7 @@ std::string_view gateway_mac(std::string_view text)
     return token.substr(4);
 }
 
-int run_gateway_command(const gateway_command &command, const char *mac)
+static int run_gateway_command(const gateway_command &command, const char *mac)
 {
     char line[192];
     const int length = snprintf(line, sizeof(line), "%s%s%s", command.before, mac, command.after);
@@ -82,9 +80,9 @@ int run_gateway_command(const gateway_command &command, const char *mac)
     return 1;
 }
 
-// Runs in the child; its result becomes the child's exit status. A batctl that fails is not a
-// failure: its fact is then missing from the file.
-int execute_batctl_cmds()
+/// Runs in the child; its result becomes the child's exit status. A batctl that fails is not a
+/// failure: its fact is then missing from the file.
+static int execute_batctl_cmds()
 {
     if (!shell_run_in_group(FIND_GATEWAY))
         return 1;
@@ -104,13 +102,13 @@ int execute_batctl_cmds()
     return 0;
 }
 
-void end_group(int)
+static void end_group(int)
 {
     kill(0, SIGKILL);
 }
 
-// Nobody is left to bound the collection when the parent has died: it ends then.
-void die_with_parent(pid_t parent)
+/// Nobody is left to bound the collection when the parent has died: it ends then.
+static void die_with_parent(pid_t parent)
 {
     signal(SIGTERM, end_group);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -118,9 +116,9 @@ void die_with_parent(pid_t parent)
         _exit(1);
 }
 
-// The child keeps nothing of the parent's but the log: with the bus connection left open here, the
-// broker would not notice the parent's death.
-void leave_parent(pid_t parent)
+/// The child keeps nothing of the parent's but the log: with the bus connection left open here, the
+/// broker would not notice the parent's death.
+static void leave_parent(pid_t parent)
 {
     setpgid(0, 0);
     uloop_done();
@@ -133,18 +131,18 @@ void leave_parent(pid_t parent)
             close(fd);
 }
 
-void kill_collection()
+static void kill_collection()
 {
     if (kill(-state.stats_child.pid, SIGKILL) != 0 && kill(state.stats_child.pid, SIGKILL) != 0)
         log_error("Failed to kill the batctl cmds fork, '%s'", strerror(errno));
 }
 
-void fork_and_execute_batctl_cmds_timeout_cb(uloop_timeout *)
+static void fork_and_execute_batctl_cmds_timeout_cb(uloop_timeout *)
 {
     kill_collection();
 }
 
-int parse_batctl_cmds_output()
+static int parse_batctl_cmds_output()
 {
     char text[MESH_INFO_MAX];
     const ssize_t length = file_read_bin(MESH_INFO_FILE, text, sizeof(text));
@@ -160,7 +158,7 @@ int parse_batctl_cmds_output()
     return result;
 }
 
-void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
+static void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
 {
     const bool timed_out = !state.stats_timer.pending;
     uloop_timeout_cancel(&state.stats_timer);
@@ -176,8 +174,6 @@ void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
     }
     mesh_statistics_arm();
 }
-
-} // namespace
 
 void fork_and_execute_batctl_cmds(uloop_timeout *)
 {

@@ -1,9 +1,8 @@
 // The internet test's share of the record, and its settings.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 #include "platform/zu/host_list.h"
 #include "platform/zu/uloop_curl.h"

@@ -1,9 +1,8 @@
 // The mesh subsystem's share of the record.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 #include "state/followed.h"
 

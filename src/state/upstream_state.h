@@ -1,10 +1,9 @@
 // How the node reaches the internet: the states, and what the decision keeps of them.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
 #include <ctime>
+#include <libubus.h>
 
 /// gTarn_net_state.inet_test.upstream_state
 enum tarn_net_upstream : uint32_t {

@@ -1,5 +1,12 @@
 // The wireless section of the check-in: what a cloud stores about the node. Made anew each time it
 // is asked for, of what is known at that moment; what is not known is absent.
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
@@ -9,13 +16,6 @@
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-#include <algorithm>
-#include <cstring>
-#include <ctime>
-#include <string_view>
-#include <unordered_set>
-#include <vector>
 
 /// Left free for the rest of the section and for the other packages' sections, when the agent puts
 /// all into one message.

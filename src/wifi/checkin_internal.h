@@ -2,10 +2,10 @@
 // at INFO and left out.
 #pragma once
 
+#include <string>
+
 #include "netlink/nl80211.h"
 #include "wifi/checkin_rows.h"
-
-#include <string>
 
 void checkin_put_bool(blob_buf *buf, const checkin_row &row, bool value);
 void checkin_put_int(blob_buf *buf, const checkin_row &row, int value);

@@ -1,5 +1,11 @@
 // The radios of the check-in: what each really does, who has joined it, whom it hears, and whether
 // radar has moved it.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <utility>
+
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
@@ -8,12 +14,6 @@
 #include "wifi/radio/dfs.h"
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <optional>
-#include <utility>
 
 /// The channel that the last check-in recorded, by radio; 0: none yet.
 static int gRecorded_channel[WIFI_RADIOS_MAX];

@@ -2,12 +2,12 @@
 // them, and the JSON Schema and the manual are made of them.
 #pragma once
 
+#include <cstdint>
+#include <span>
+
 extern "C" {
 #include <libubox/blobmsg.h>
 }
-
-#include <cstdint>
-#include <span>
 
 enum checkin_kind : uint8_t {
     CHECKIN_BOOL,

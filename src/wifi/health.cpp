@@ -3,6 +3,12 @@
 // only once it has lasted longer than one.
 #include "wifi/health.h"
 
+#include <algorithm>
+#include <net/if.h>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "netlink/rtnl.h"
 #include "platform/zu/clock.h"
 #include "platform/zu/log.h"
@@ -11,12 +17,6 @@
 #include "wifi/radio/radio.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-#include <algorithm>
-#include <net/if.h>
-#include <string>
-#include <utility>
-#include <vector>
 
 constexpr int LOOK_MS = 60000;
 constexpr int TEST_INTERVALS = 3; ///< the last cycle is to be younger
@@ -30,50 +30,50 @@ struct health_kind {
     const char *advice;
 };
 
-static constexpr health_kind AP_MISSING = {
+constexpr health_kind AP_MISSING = {
     "ap_missing", 90,
     "The access point is configured and its interface does not exist: see hostapd's and netifd's "
     "log, then 'ubus call qnet.wifi force_wifi_restart'."};
-static constexpr health_kind AP_DOWN = {
+constexpr health_kind AP_DOWN = {
     "ap_down", 90,
     "The access point's interface exists and is down: see hostapd's log for what it refuses."};
-static constexpr health_kind HOSTAPD_MISSING = {
+constexpr health_kind HOSTAPD_MISSING = {
     "hostapd_missing", 90,
     "hostapd has not published this access point on the bus: see whether it runs and what its log "
     "says."};
-static constexpr health_kind MESH_MISSING = {
+constexpr health_kind MESH_MISSING = {
     "mesh_missing", 90,
     "The mesh is configured on this radio and its interface does not exist: see netifd's log and "
     "the radio's channel."};
-static constexpr health_kind MESH_DOWN = {
+constexpr health_kind MESH_DOWN = {
     "mesh_down", 90,
     "The mesh interface exists and is down: see wpa_supplicant's and netifd's log."};
-static constexpr health_kind BAT0_MISSING = {
+constexpr health_kind BAT0_MISSING = {
     "bat0_missing", 90,
     "The mesh is on and batman-adv has no bat0: see whether its kernel module is loaded and "
     "section network.bat0 is there."};
-static constexpr health_kind NO_UPSTREAM = {
+constexpr health_kind NO_UPSTREAM = {
     "no_upstream", 120,
     "The node does not reach the internet: see the cable, the provider and, for a repeater, the "
     "nodes around it."};
-static constexpr health_kind TEST_OFF = {
+constexpr health_kind TEST_OFF = {
     "internet_test_off", 0,
     "The internet is not tested: set tarn_net.inet_test_config, its targets and an interval."};
-static constexpr health_kind TEST_STALE = {
+constexpr health_kind TEST_STALE = {
     "internet_test_stale", 0,
     "No internet test has ended for three intervals: see the log for what it waits for."};
-static constexpr health_kind SWITCH_INCOMPLETE = {
+constexpr health_kind SWITCH_INCOMPLETE = {
     "switch_incomplete", 60,
     "A step of the last change of upstream keeps failing and is tried again: the log names it."};
-static constexpr health_kind POWER = {
+constexpr health_kind POWER = {
     "power_negotiation", 300,
     "The radios stay off until the power negotiation over LLDP is complete: see the switch port's "
     "power and the lldp daemon."};
-static constexpr health_kind U80211D_MISSING = {
+constexpr health_kind U80211D_MISSING = {
     "u80211d_missing", 90,
     "The radio daemon u80211d is not on the bus, so there are no scans and surveys: see whether it "
     "runs."};
-static constexpr health_kind SETTINGS_UNREAD = {
+constexpr health_kind SETTINGS_UNREAD = {
     "settings_unread", 60,
     "The wireless settings cannot be read, and pushes are refused: the log names the package."};
 

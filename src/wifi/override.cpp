@@ -2,6 +2,11 @@
 // document that acknowledges it: nonce and reason in the settings record and in UCI.
 #include "wifi/override.h"
 
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <libubus.h>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
@@ -11,12 +16,6 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write/writer.h"
-
-#include <cstdio>
-#include <cstring>
-#include <ctime>
-
-#include <libubus.h>
 
 constexpr int COMMIT_AGAIN_MS = 30000;
 constexpr char NONCE_OPTION[] = "tarn_net.local.radio_override";

@@ -13,6 +13,12 @@
 // A package that cannot be read is not a missing one: what is in force stays, and the configuration
 // is read again until it can be.
 
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <unistd.h>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/health.h"
@@ -25,12 +31,6 @@
 #include "wifi/write/commit.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/writer.h"
-
-#include <cstring>
-#include <memory>
-#include <new>
-#include <optional>
-#include <unistd.h>
 
 constexpr int AGAIN_MS = 1000;
 

@@ -9,8 +9,6 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-namespace {
-
 struct gateway_row {
     const char *key;
     char *mesh_gateway_facts::*fact;
@@ -24,20 +22,20 @@ constexpr gateway_row GATEWAY_ROWS[] = {
     {"gateway_speed", &mesh_gateway_facts::speed},
 };
 
-void report(int result, const char *what)
+static void report(int result, const char *what)
 {
     if (result != 0)
         log_info("Unable to add %s", what);
 }
 
-void dump_gateway(blob_buf *buf)
+static void dump_gateway(blob_buf *buf)
 {
     for (const gateway_row &row : GATEWAY_ROWS)
         if (const char *text = node_state().mesh.gateway.*row.fact)
             report(blobmsg_add_string(buf, row.key, text), row.key);
 }
 
-void dump_dfs_usable(blob_buf *buf)
+static void dump_dfs_usable(blob_buf *buf)
 {
     void *array = blobmsg_open_array(buf, "dfs_usable");
     if (!array) {
@@ -54,7 +52,7 @@ void dump_dfs_usable(blob_buf *buf)
     blobmsg_close_array(buf, array);
 }
 
-void wifi_dump_wireless_state(blob_buf *buf)
+static void wifi_dump_wireless_state(blob_buf *buf)
 {
     report(blobmsg_add_u32(buf, "lonely_trigger_count",
                            static_cast<uint32_t>(node_state().mesh.lonely_trigger_count)),
@@ -67,7 +65,7 @@ void wifi_dump_wireless_state(blob_buf *buf)
     dump_dfs_usable(buf);
 }
 
-void dump_delayed(blob_buf *buf)
+static void dump_delayed(blob_buf *buf)
 {
     const wifi_delayed_status now = wifi_delayed_now();
     report(blobmsg_add_string(buf, "state", now.state), "the delayed state");
@@ -77,7 +75,7 @@ void dump_delayed(blob_buf *buf)
 
 /// One table of the document.
 template <typename Fill>
-void dump_table(blob_buf *buf, const char *name, Fill fill)
+static void dump_table(blob_buf *buf, const char *name, Fill fill)
 {
     void *table = blobmsg_open_table(buf, name);
     if (!table) {
@@ -87,8 +85,6 @@ void dump_table(blob_buf *buf, const char *name, Fill fill)
     fill();
     blobmsg_close_table(buf, table);
 }
-
-} // namespace
 
 int wifi_dump_settings_and_state(blob_buf *buf, bool include_secrets)
 {

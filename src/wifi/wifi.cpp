@@ -44,7 +44,7 @@ int wifi_radio_count()
 int wifi_radio_band_type(int radio)
 {
     const char *name = platform_wireless_get_radio_band_name(radio);
-    return name != nullptr ? wifid_find_band_by_type(name) : -1;
+    return name ? wifid_find_band_by_type(name) : -1;
 }
 
 void wifi_bus_reset(ubus_context *ctx)

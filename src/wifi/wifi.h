@@ -2,7 +2,6 @@
 #pragma once
 
 #include <libubus.h>
-
 #include <string>
 
 #include "wifi/settings/record.h"

@@ -56,7 +56,7 @@ static void log_lookup_failure(const char *path)
     log_warning("Could not lookup package ID for interface %s", path);
 }
 
-static constexpr iface_kind WIRED = {
+constexpr iface_kind WIRED = {
     .wanted = bridges_is_interface_path,
     .is_known = uplink_is_known,
     .ends_when_answered = true,

@@ -1,9 +1,8 @@
 // The wired bridges: which objects of netifd they are, and which one leads out.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 struct iface_entry;
 

@@ -11,11 +11,11 @@
 
 bool firewall_set_forwarding_rule(const char *iface, const char *source, bool enable)
 {
-    if (iface == nullptr || source == nullptr) {
-        log_error("%s is NULL", iface == nullptr ? "iface_name" : "source_iface");
+    if (!iface || !source) {
+        log_error("%s is NULL", iface ? "source_iface" : "iface_name");
         return false;
     }
-    if (strstr(iface, "wired") == nullptr) // the mesh and other uplinks have no sections
+    if (!strstr(iface, "wired")) // the mesh and other uplinks have no sections
         return true;
     if (strncmp(iface, "br-", 3) == 0)
         iface += 3;
@@ -46,7 +46,7 @@ static bool set_ssid_rule(const char *iface, int ssid, bool enable)
 
 bool firewall_set_ssid_forwarding_rule(const char *iface, int ssid, bool enable)
 {
-    if (iface == nullptr) {
+    if (!iface) {
         log_error("%s is NULL", "iface_name");
         return false;
     }
@@ -110,9 +110,8 @@ bool firewall_revert_forwarding_rules()
 static bool set_portal_source(const char *iface, int ssid)
 {
     const char *dash = strchr(iface, '-');
-    return dash == nullptr ||
-           ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, dash + 1,
-                                  "firewall.ssid%d_lan_cp.src", ssid) == 0;
+    return !dash || ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, dash + 1,
+                                           "firewall.ssid%d_lan_cp.src", ssid) == 0;
 }
 
 static bool move_forwarding(const char *from, const char *to)
@@ -137,7 +136,7 @@ static bool end_forwarding(const char *from)
 
 int set_firewall_forwarding_rules(const char *iface, uint32_t state)
 {
-    if (iface == nullptr) {
+    if (!iface) {
         log_error("%s is NULL", "new_upstream_iface_name");
         return -1;
     }

@@ -52,7 +52,7 @@ static void arm_interval_timer()
 void inet_test_reset()
 {
     inet_test_state &test = gTarn_net_state.inet_test;
-    if (test.curl.multi != nullptr) {
+    if (test.curl.multi) {
         abort_inet_test();
         uloop_curl_cleanup(&test.curl);
     }
@@ -82,7 +82,7 @@ void inet_test_init()
 static list_head *new_target_list()
 {
     auto *head = new (std::nothrow) list_head;
-    if (head != nullptr)
+    if (head)
         INIT_LIST_HEAD(head);
     return head;
 }
@@ -111,7 +111,7 @@ static void read_again_cb(uloop_timeout *timer)
 static bool read_settings(online_settings *fresh)
 {
     fresh->targets = new_target_list();
-    if (fresh->targets == nullptr) {
+    if (!fresh->targets) {
         log_error("Failed to allocate memory for inet_test targets list");
         return false;
     }
@@ -127,7 +127,7 @@ static bool read_settings(online_settings *fresh)
 
 static void destroy_targets(list_head *targets)
 {
-    if (targets != nullptr)
+    if (targets)
         destroy_tarn_host_list(targets);
     delete targets;
 }
@@ -161,8 +161,7 @@ static bool same_targets(list_head *left, list_head *right)
 
 static bool in_force(const online_settings &fresh)
 {
-    return gOnline_settings.targets != nullptr &&
-           fresh.test_interval == gOnline_settings.test_interval &&
+    return gOnline_settings.targets && fresh.test_interval == gOnline_settings.test_interval &&
            fresh.failure_tolerance == gRead_tolerance &&
            same_targets(fresh.targets, gOnline_settings.targets);
 }
@@ -287,7 +286,7 @@ static const char *name_block(int index, const iface_entry *mesh_iface)
     auto &name = gTarn_net_state.inet_test.interface_names[index];
     const char *bridge = gTarn_net_state.upstream.wired_uplink_bridge;
     const char *wired = bridge[0] != '\0' ? bridge : "br-wired0";
-    snprintf(name, sizeof name, "%s", mesh_iface != nullptr ? mesh_iface->device : wired);
+    snprintf(name, sizeof name, "%s", mesh_iface ? mesh_iface->device : wired);
     return name;
 }
 
@@ -331,10 +330,10 @@ static void dispatch_mesh_blocks()
     list_head *position = gTarn_net_state.mesh.list.next;
     for (int index = 1; index < INET_TEST_INTERFACES; index++) {
         iface_entry *entry = next_mesh_iface(position);
-        if (entry == nullptr)
+        if (!entry)
             return;
         // A mesh interface of the node's own network is up: what it says counts, not neighbours.
-        if (strstr(entry->obj_path, "orph_conn") == nullptr)
+        if (!strstr(entry->obj_path, "orph_conn"))
             upstream_cancel_neighbor_check();
         dispatch_block(index, entry);
         position = entry->link.next;

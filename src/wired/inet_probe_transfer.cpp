@@ -66,7 +66,7 @@ static uint32_t count_failure(CURLcode code)
 
 static void uplink_test_cb(uloop_curl_easy *easy)
 {
-    if (easy == nullptr) {
+    if (!easy) {
         log_error("%s is NULL", "uloop_easy");
         return;
     }
@@ -105,7 +105,7 @@ static bool configure(inet_test_slot *slot)
     failed |= curl_easy_setopt(
         curl, CURLOPT_DNS_CACHE_TIMEOUT,
         static_cast<long>(std::min(NAMES_REMEMBERED_S, inet_test_settings().test_interval)));
-    if (slot->interface == nullptr || slot->interface[0] == '\0') {
+    if (!slot->interface || slot->interface[0] == '\0') {
         log_error("Requires an interface to test");
         return false;
     }
@@ -138,11 +138,11 @@ bool dispatch_curl_inet_test(inet_test_slot *slot)
 
 void abort_slot(inet_test_slot *slot)
 {
-    if (slot->easy.easy != nullptr) {
+    if (slot->easy.easy) {
         log_debug("Abort url_idx %d inet_test", slot->url_idx);
         uloop_curl_easy_abort(&slot->easy);
     }
-    if (slot->easy.easy != nullptr) // never started, so nothing was reported
+    if (slot->easy.easy) // never started, so nothing was reported
         uloop_curl_easy_destroy(&slot->easy);
     slot->target = nullptr;
     slot->interface = nullptr;

@@ -146,7 +146,7 @@ static void look_for_cable()
         bridge = "br-wired0";
     else if (upstream.wc_eth1_up_count >= inet_test_settings().failure_tolerance)
         bridge = "br-wired1";
-    if (bridge == nullptr)
+    if (!bridge)
         return;
     uplink_bridge_set(bridge);
     upstream_set_state(TARN_NET_UPSTREAM_WAN_STATE);

@@ -181,7 +181,7 @@ static bool make_reload(uint32_t)
 }
 
 /// In the order in which they are repeated.
-static constexpr struct {
+constexpr struct {
     upstream_step step;
     bool (*make)(uint32_t state);
     bool is_configuration; ///< made of the wireless settings; "reload_config" has to follow

@@ -136,11 +136,11 @@ static void commit_or_repeat(const char *package, upstream_step step, const char
 
 void uplink_set(const char *name)
 {
-    log_debug("setting uplink interface to %s", name != nullptr ? name : "none");
+    log_debug("setting uplink interface to %s", name ? name : "none");
     if (upstream_knows_wired_bridge())
         (void)change_dns_interface(ng_uci_del_list, gTarn_net_state.upstream.wired_uplink_bridge);
     char bridge[UPLINK_SET_SIZE] = "";
-    if (name != nullptr) {
+    if (name) {
         snprintf(bridge, sizeof bridge, "br-%s", name);
         (void)change_dns_interface(ng_uci_add_list, bridge);
     }

@@ -20,12 +20,12 @@ int wired_reload_config(ubus_context *, blob_attr *, blob_buf *)
 
 int gen_checkin_wired_section(ubus_context *, blob_attr *, blob_buf *reply)
 {
-    if (reply == nullptr) {
+    if (!reply) {
         log_error("%s is NULL", "checkin_data");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const iface_entry *bridge = find_bridge_uplink();
-    if (bridge == nullptr) {
+    if (!bridge) {
         log_info("No wired uplink, restarting enumeration");
         init_bridge_info();
         return UBUS_STATUS_OK;

@@ -1,9 +1,8 @@
 // The wired package as the daemon's core sees it: callbacks and methods of "qnet.wired".
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 int wired_parse_config(ubus_context *ctx, blob_attr *msg, blob_buf *reply);
 int wired_reload_config(ubus_context *ctx, blob_attr *msg, blob_buf *reply);

@@ -28,7 +28,7 @@ static void add_inet_test_settings(blob_buf *buf)
 {
     void *table = blobmsg_open_table(buf, "inet_test");
     void *targets = blobmsg_open_array(buf, "targets");
-    if (inet_test_settings().targets != nullptr) {
+    if (inet_test_settings().targets) {
         tarn_host *target;
         list_for_each_entry(target, inet_test_settings().targets, list)
             blobmsg_add_string(buf, nullptr, target->url);
@@ -151,7 +151,7 @@ static void add_state(blob_buf *buf)
 
 int wired_dump_state(ubus_context *, blob_attr *, blob_buf *reply)
 {
-    if (reply == nullptr) {
+    if (!reply) {
         log_error("%s is NULL", "reply");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

@@ -1,5 +1,7 @@
 // A wired port gets its link: the other port is taken down and this one becomes the uplink. Should
 // it fail, the other one is brought up again.
+#include "wired/wired_event.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -11,7 +13,6 @@
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
 #include "wired/wired.h"
-#include "wired/wired_event.h"
 
 constexpr int NETIFD_TIMEOUT_MS = 500;
 
@@ -94,10 +95,10 @@ void wired_event_weigh_cycle(bool passed_over_wire)
 int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
 {
     blob_attr *tb[2];
-    if (msg == nullptr ||
+    if (!msg ||
         blobmsg_parse(gWired_event_policy, 2, tb, blob_data(msg),
                       static_cast<unsigned>(blob_len(msg))) != 0 ||
-        tb[EVENT_INTERFACE] == nullptr || tb[EVENT_ACTION] == nullptr)
+        !tb[EVENT_INTERFACE] || !tb[EVENT_ACTION])
         return UBUS_STATUS_INVALID_ARGUMENT;
     const char *name = blobmsg_get_string(tb[EVENT_INTERFACE]);
     const char *action = blobmsg_get_string(tb[EVENT_ACTION]);
@@ -113,10 +114,10 @@ int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const cha
 int debug_event(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
 {
     blob_attr *enable = nullptr;
-    if (msg != nullptr)
+    if (msg)
         (void)blobmsg_parse(gDebug_event_policy, 1, &enable, blob_data(msg),
                             static_cast<unsigned>(blob_len(msg)));
-    if (enable != nullptr)
+    if (enable)
         return UBUS_STATUS_OK;
     log_error("Failed to find 'enable' key in msg");
     return UBUS_STATUS_INVALID_ARGUMENT;

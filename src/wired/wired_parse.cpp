@@ -61,8 +61,7 @@ static int save_lan_bridge(const char *bridge)
 static bool save(const wired_settings &settings, bool *changed)
 {
     const bool test = settings.targets || settings.failure_tolerance || settings.test_interval;
-    const bool wired =
-        settings.lan_bridge != nullptr || settings.client_disable || settings.client_ssid;
+    const bool wired = settings.lan_bridge || settings.client_disable || settings.client_ssid;
     return ng_uci_make_package("tarn_net") == 0 &&
            (!test || save_section(TEST_SECTION, "inet_test") == 0) &&
            (!wired || save_section(WIRED_SECTION, "wired") == 0) &&
@@ -70,7 +69,7 @@ static bool save(const wired_settings &settings, bool *changed)
            (!settings.targets || save_targets(*settings.targets) == 0) &&
            save_int(settings.failure_tolerance, TEST_SECTION, "failure_tolerance") == 0 &&
            save_int(settings.test_interval, TEST_SECTION, "test_interval") == 0 &&
-           (settings.lan_bridge == nullptr || save_lan_bridge(settings.lan_bridge) == 0) &&
+           (!settings.lan_bridge || save_lan_bridge(settings.lan_bridge) == 0) &&
            save_int(settings.client_disable, WIRED_SECTION, "disable_wired_client") == 0 &&
            save_int(settings.client_ssid, WIRED_SECTION, "wired_client_ssid") == 0 &&
            save_int(settings.igmp_proxy, PROXY_SECTION, "enable") == 0 &&
@@ -81,10 +80,10 @@ int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
 {
     static const blobmsg_policy policy[1] = {{"params", BLOBMSG_TYPE_TABLE}};
     blob_attr *params = nullptr;
-    if (msg != nullptr)
+    if (msg)
         (void)blobmsg_parse(policy, 1, &params, blob_data(msg),
                             static_cast<unsigned>(blob_len(msg)));
-    if (params == nullptr) {
+    if (!params) {
         log_error("%s is NULL", "params");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }

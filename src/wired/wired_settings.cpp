@@ -30,20 +30,19 @@ static bool is_bridge_name(const char *text)
     return strlen(text) <= IFACE_NAME_MAX && strspn(text, ALLOWED) == strlen(text);
 }
 
-static constexpr settings_limits TARGETS = {.takes = is_url,
-                                            .pattern =
-                                                "^(http://[!-~]{1,248}|https://[!-~]{1,247})$",
-                                            .items_max = HOST_LIST_MAX,
-                                            .rule = "an http or https URL of up to 255 bytes"};
-static constexpr settings_limits TOLERANCE = {.min = 1, .max = 1000};
-static constexpr settings_limits INTERVAL = {.min = 0, .max = 24 * 60 * 60};
-static constexpr settings_limits BRIDGE = {
+constexpr settings_limits TARGETS = {.takes = is_url,
+                                     .pattern = "^(http://[!-~]{1,248}|https://[!-~]{1,247})$",
+                                     .items_max = HOST_LIST_MAX,
+                                     .rule = "an http or https URL of up to 255 bytes"};
+constexpr settings_limits TOLERANCE = {.min = 1, .max = 1000};
+constexpr settings_limits INTERVAL = {.min = 0, .max = 24 * 60 * 60};
+constexpr settings_limits BRIDGE = {
     .takes = is_bridge_name,
     .pattern = "^[A-Za-z0-9._-]{0,15}$",
     .rule = "up to 15 letters, digits, points, underscores and hyphens"};
-static constexpr settings_limits SLOT = {.min = 0, .max = WIFI_SSIDS};
+constexpr settings_limits SLOT = {.min = 0, .max = WIFI_SSIDS};
 
-static constexpr settings_field INET_TEST_ROWS[] = {
+constexpr settings_field INET_TEST_ROWS[] = {
     {.key = "targets",
      .kind = SETTINGS_STRINGS,
      .limits = &TARGETS,
@@ -60,11 +59,11 @@ static constexpr settings_field INET_TEST_ROWS[] = {
      .meaning = "seconds between cycles; 0: no test",
      .error = "'test_interval' must be %d to %d, not %d"},
 };
-static constexpr auto INET_TEST_POLICY = settings_policy(INET_TEST_ROWS);
-static constexpr settings_level INET_TEST = {"inet_test", "Unable to parse inet_test arguments",
-                                             INET_TEST_ROWS, INET_TEST_POLICY, true};
+constexpr auto INET_TEST_POLICY = settings_policy(INET_TEST_ROWS);
+constexpr settings_level INET_TEST = {"inet_test", "Unable to parse inet_test arguments",
+                                      INET_TEST_ROWS, INET_TEST_POLICY, true};
 
-static constexpr settings_field CLIENT_ROWS[] = {
+constexpr settings_field CLIENT_ROWS[] = {
     {.key = "disable", .kind = SETTINGS_BOOL, .meaning = "no client behind the wired port"},
     {.key = "ssid",
      .kind = SETTINGS_INT,
@@ -72,11 +71,11 @@ static constexpr settings_field CLIENT_ROWS[] = {
      .meaning = "the network that a client behind the wired port joins; 0: none",
      .error = "'ssid' must be %d to %d, not %d"},
 };
-static constexpr auto CLIENT_POLICY = settings_policy(CLIENT_ROWS);
-static constexpr settings_level CLIENT = {"wired_client", "Unable to parse wired_client arguments",
-                                          CLIENT_ROWS, CLIENT_POLICY, true};
+constexpr auto CLIENT_POLICY = settings_policy(CLIENT_ROWS);
+constexpr settings_level CLIENT = {"wired_client", "Unable to parse wired_client arguments",
+                                   CLIENT_ROWS, CLIENT_POLICY, true};
 
-static constexpr settings_field TOP_ROWS[] = {
+constexpr settings_field TOP_ROWS[] = {
     {.key = "inet_test",
      .kind = SETTINGS_TABLE,
      .level = &INET_TEST,
@@ -92,7 +91,7 @@ static constexpr settings_field TOP_ROWS[] = {
      .meaning = "clients behind the wired port"},
     {.key = "igmp_proxy", .kind = SETTINGS_BOOL, .meaning = "the multicast proxy runs"},
 };
-static constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
+constexpr auto TOP_POLICY = settings_policy(TOP_ROWS);
 constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse arguments",
                                                      TOP_ROWS, TOP_POLICY, true};
 
@@ -100,7 +99,7 @@ constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse 
 static bool take_int(const settings_values &values, const char *key, std::optional<int> *out)
 {
     blob_attr *attr = values.get(key);
-    if (attr == nullptr)
+    if (!attr)
         return true;
     const int value = static_cast<int>(blobmsg_get_u32(attr));
     if (!values.fits(key)) {
@@ -114,14 +113,14 @@ static bool take_int(const settings_values &values, const char *key, std::option
 
 static void take_bool(blob_attr *attr, std::optional<bool> *out)
 {
-    if (attr != nullptr)
+    if (attr)
         *out = blobmsg_get_bool(attr);
 }
 
 static bool take_targets(const settings_values &values, wired_settings *settings)
 {
     blob_attr *array = values.get("targets");
-    if (array == nullptr)
+    if (!array)
         return true;
     const settings_field &row = settings_row(INET_TEST, "targets");
     settings->targets.emplace();
@@ -145,7 +144,7 @@ static bool take_targets(const settings_values &values, wired_settings *settings
 static bool take_inet_test(blob_attr *table, wired_settings *settings)
 {
     settings_values values;
-    if (table == nullptr)
+    if (!table)
         return true;
     return settings_parse_level(INET_TEST, table, &values) && take_targets(values, settings) &&
            take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
@@ -155,7 +154,7 @@ static bool take_inet_test(blob_attr *table, wired_settings *settings)
 static bool take_wired_client(blob_attr *table, wired_settings *settings)
 {
     settings_values values;
-    if (table == nullptr)
+    if (!table)
         return true;
     if (!settings_parse_level(CLIENT, table, &values))
         return false;

@@ -2,10 +2,10 @@
 // wired_parse.cpp's.
 #pragma once
 
-#include "platform/fw_core/settings_rows.h"
-
 #include <optional>
 #include <vector>
+
+#include "platform/fw_core/settings_rows.h"
 
 extern const settings_level WIRED_SETTINGS_TOP;
 

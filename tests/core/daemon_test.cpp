@@ -1,11 +1,11 @@
 // The daemon on the bus: what it publishes, which neighbours it follows, what it does for a port.
-#include "core/daemon_fixture.h"
-
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+
+#include "core/daemon_fixture.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The gateway facts come from the text of other programs: what is kept, what is refused, what is
 // said.
 
+#include <gtest/gtest.h>
+
 #include "mesh/gateway_facts.h"
 #include "support/own_log.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 

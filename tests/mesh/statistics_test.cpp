@@ -1,10 +1,9 @@
 // Collecting the gateway facts: the command lines, what the child may touch, what becomes of a
 // batctl that has no gateway, hangs or answers nonsense; and the lonely scan's trigger.
-#include "support/eventually.h"
-#include "wired/node_fixture.h"
-
 #include "mesh/mesh.h"
 #include "platform/zu/led.h"
+#include "support/eventually.h"
+#include "wired/node_fixture.h"
 
 namespace {
 
@@ -58,7 +57,7 @@ struct Statistics : node_fixture {
         std::string text;
         const mesh_gateway_facts &known = mesh().gateway;
         for (const char *fact : {known.mac, known.quality, known.route, known.latency, known.speed})
-            text += (text.empty() ? "" : " ") + std::string(fact != nullptr ? fact : "-");
+            text += (text.empty() ? "" : " ") + std::string(fact ? fact : "-");
         return text;
     }
 };

@@ -1,20 +1,18 @@
 // A broker of its own, and two connections to it on one loop: the daemon's and a stranger's.
 #pragma once
 
-#include "support/json_message.h"
-#include "support/temporary_directory.h"
-
-#include "platform/zu/event.h"
-
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <csignal>
 #include <functional>
+#include <gtest/gtest.h>
 #include <libubus.h>
 #include <optional>
 #include <sys/wait.h>
 #include <vector>
+
+#include "platform/zu/event.h"
+#include "support/json_message.h"
+#include "support/temporary_directory.h"
 
 /// What a call came back with; no document: "".
 struct answer {

@@ -2,10 +2,10 @@
 // it; it takes the place of the whole query file of the kernel access layer.
 #pragma once
 
-#include "netlink/nl80211.h"
-
 #include <cerrno>
 #include <map>
+
+#include "netlink/nl80211.h"
 
 /// What is told; null: nl80211 is not there.
 struct fake_radios {

@@ -1,14 +1,13 @@
 #pragma once
 
-#include "platform/zu/blobmsg_util.h"
-
 #include <gtest/gtest.h>
-
 #include <string>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
+
+#include "platform/zu/blobmsg_util.h"
 
 /// A message made from JSON text.
 struct json_message : blob_buffer {

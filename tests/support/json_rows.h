@@ -2,7 +2,6 @@
 #pragma once
 
 #include <json-c/json.h>
-
 #include <memory>
 #include <string>
 #include <vector>

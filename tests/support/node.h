@@ -1,13 +1,13 @@
 // The simulated node that a test runs on: its configuration, LED flags and journal of commands.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "support/occurrences.h"
 #include "support/own_log.h"
 #include "support/run.h"
 #include "support/temporary_directory.h"
-
-#include <string>
-#include <vector>
 
 /// Configuration and state as the node began with, an empty journal.
 inline void begin_anew()

@@ -1,13 +1,12 @@
 // What this process logs.
 #pragma once
 
-#include "support/occurrences.h"
-#include "support/temporary_directory.h"
-
-#include "platform/zu/log.h"
-
 #include <string>
 #include <vector>
+
+#include "platform/zu/log.h"
+#include "support/occurrences.h"
+#include "support/temporary_directory.h"
 
 /// The log for as long as one of these lives, in a file of its own.
 class own_log {

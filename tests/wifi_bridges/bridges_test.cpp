@@ -1,5 +1,13 @@
 // Which bridge each SSID's mesh interface is put into, on the kernel this runs on. It may know no
 // VLANs: the interfaces are plain ones under the names that the VLANs of bat0 have.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <string>
+
 #include "platform/zu/log.h"
 #include "state/owned.h"
 #include "support/own_log.h"
@@ -7,15 +15,6 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wired/upstream.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <net/if.h>
-#include <string>
 
 namespace {
 

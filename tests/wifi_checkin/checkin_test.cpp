@@ -1,14 +1,13 @@
 // The wireless section of the check-in in this process, with radios that no kernel has and a
 // neighbourhood that u80211d tells of.
-#include "support/fake_radios.h"
-#include "wifi_radio/radio_fixture.h"
+#include <fstream>
 
 #include "platform/fw_core/fw_core.h"
+#include "support/fake_radios.h"
 #include "support/occurrences.h"
 #include "wifi/checkin_rows.h"
 #include "wifi/radio/dfs.h"
-
-#include <fstream>
+#include "wifi_radio/radio_fixture.h"
 
 namespace {
 

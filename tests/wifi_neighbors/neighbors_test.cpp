@@ -1,14 +1,14 @@
 // The list of neighbouring access points between the push that brings it, the verdict on that push,
 // and what an access point is told.
-#include "support/json_message.h"
-#include "wifi/wifi.h"
-#include "wifi/wifi_internal.h"
+#include <cstdio>
 
 extern "C" {
 #include <libubox/uloop.h>
 }
 
-#include <cstdio>
+#include "support/json_message.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 
 namespace {
 

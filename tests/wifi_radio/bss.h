@@ -1,9 +1,9 @@
 // BSS entries as u80211d tells them, made from JSON text.
 #pragma once
 
-#include "support/bus_fixture.h"
-
 #include <string>
+
+#include "support/bus_fixture.h"
 
 /// The members of a message made from JSON, those that u80211d sends as 16 bits narrowed.
 struct bss_message : blob_buffer {

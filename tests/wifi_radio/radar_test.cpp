@@ -1,7 +1,6 @@
 // What the daemon makes of the kernel's radar and channel switch events.
-#include <libubox_host/clock.h>
-
 #include <fcntl.h>
+#include <libubox_host/clock.h>
 #include <sys/file.h>
 #include <unistd.h>
 

@@ -1,9 +1,8 @@
 // One BSS entry in, one scan-result record out, or the reason why not.
-#include "wifi/radio/scan_result.h"
-
 #include "bss.h"
 #include "platform/zu/log.h"
 #include "support/hex.h"
+#include "wifi/radio/scan_result.h"
 
 namespace {
 

@@ -1,17 +1,16 @@
 // Settings documents in a test: made from JSON text, parsed into a record of the test's own.
 #pragma once
 
-#include "support/json_message.h"
-#include "support/temporary_directory.h"
-
-#include "platform/zu/log.h"
-#include "platform/zu/platform_data.h"
-#include "wifi/settings/parse.h"
-
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "platform/zu/log.h"
+#include "platform/zu/platform_data.h"
+#include "support/json_message.h"
+#include "support/temporary_directory.h"
+#include "wifi/settings/parse.h"
 
 /// Two radios with settings and one that scans.
 constexpr char PLATFORM[] = R"({"wireless": {"num_radios": 3, "wifi_radios":

@@ -1,6 +1,5 @@
 // The settings as they are shown: whole documents compared, order included.
 #include "document.h"
-
 #include "wifi/settings/dump.h"
 
 namespace {

@@ -1,15 +1,14 @@
 // A thousand generated documents, each refused in the end, must leave no trace: neither in the live
 // record, compared bit for bit, nor in UCI.
-#include "document.h"
+#include <json-c/json.h>
+#include <json-c/json_pointer.h>
+#include <sstream>
 
+#include "document.h"
 #include "platform/zu/ng_uci.h"
 #include "support/run.h"
 #include "wifi/settings/document.h"
 #include "wifi/wifi_internal.h"
-
-#include <json-c/json.h>
-#include <json-c/json_pointer.h>
-#include <sstream>
 
 namespace {
 

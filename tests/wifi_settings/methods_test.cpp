@@ -1,10 +1,10 @@
 // The documents through the bus, into the running daemon.
+#include <fstream>
+
 #include "support/bus_fixture.h"
 #include "support/program.h"
 #include "support/run.h"
 #include "support/temporary_directory.h"
-
-#include <fstream>
 
 namespace {
 

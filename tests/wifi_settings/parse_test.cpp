@@ -1,6 +1,5 @@
 // What a document does to the record.
 #include "document.h"
-
 #include "wifi/wifi_internal.h"
 
 namespace {

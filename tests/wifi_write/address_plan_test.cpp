@@ -1,11 +1,10 @@
 // Addresses that follow from a node id or a MAC address, and the orphan network's key.
+#include <array>
+#include <gtest/gtest.h>
+
 #include "wifi/radio/dfs.h"
 #include "wifi/write/address_plan.h"
 #include "wifi/write/orphan_key.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
 
 TEST(AddressPlan, FollowsTheNodeIdElseTheMacElseAFixedBase)
 {

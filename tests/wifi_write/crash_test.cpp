@@ -1,14 +1,12 @@
 // The end of the process, or of the disk's room, at every single call of a push and of the
 // application of a delayed one that changes a file: after the next start the push is in force whole
 // or not at all.
-#include "support/temporary_directory.h"
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
 
 #include "support/run.h"
-
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <map>
+#include "support/temporary_directory.h"
 
 namespace {
 

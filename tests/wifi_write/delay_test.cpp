@@ -1,12 +1,12 @@
 // Which pushes wait, and what becomes of those that do.
-#include "writer_fixture.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 
 extern "C" {
 #include <libubox_host/clock.h>
 }
+
+#include "writer_fixture.h"
 
 namespace {
 

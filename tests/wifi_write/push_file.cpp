@@ -1,15 +1,6 @@
 // push_file [--apply] FILE...: pushes settings documents into the configuration of the sandbox it
 // runs in, as the daemon does, and prints what came of it: every package, the staged batch file,
 // the portal's host files. With --apply a delayed push is confirmed and its wait ended first.
-#include "support/temporary_directory.h"
-
-#include "platform/zu/blobmsg_util.h"
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/platform_data.h"
-#include "wifi/wifi.h"
-#include "wired/inet_probe.h"
-
 #include <cstdio>
 #include <cstring>
 
@@ -17,6 +8,14 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 #include <libubox/uloop.h>
 }
+
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "support/temporary_directory.h"
+#include "wifi/wifi.h"
+#include "wired/inet_probe.h"
 
 static int push(const char *path)
 {

@@ -1,14 +1,12 @@
 // A push as one change: what is written, what is not, and what stands in its way.
-#include "support/file_calls.h"
-#include "writer_fixture.h"
-
-#include "wifi/settings/fields.h"
-
 #include <fcntl.h>
+#include <memory>
 #include <sys/file.h>
 #include <sys/inotify.h>
 
-#include <memory>
+#include "support/file_calls.h"
+#include "wifi/settings/fields.h"
+#include "writer_fixture.h"
 
 namespace {
 

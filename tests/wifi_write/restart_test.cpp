@@ -1,10 +1,5 @@
 // What a push leaves behind is what a restarted daemon reads: for the examples and for generated
 // documents.
-#include "writer_fixture.h"
-
-#include "wifi/override.h"
-#include "wifi/settings/document.h"
-
 #include <fcntl.h>
 #include <random>
 #include <sys/file.h>
@@ -12,6 +7,10 @@
 extern "C" {
 #include <libubox_host/clock.h>
 }
+
+#include "wifi/override.h"
+#include "wifi/settings/document.h"
+#include "writer_fixture.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Texts that a shell, a batch file or UCI could stumble over, in every field of a document that
 // takes one.
-#include "writer_fixture.h"
-
 #include <map>
 #include <span>
+
+#include "writer_fixture.h"
 
 namespace {
 

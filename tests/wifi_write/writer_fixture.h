@@ -2,28 +2,26 @@
 // was made.
 #pragma once
 
-#include "support/json_message.h"
-#include "support/node.h"
-
-#include "platform/zu/blobmsg_util.h"
-#include "platform/zu/log.h"
-#include "platform/zu/ng_uci.h"
-#include "platform/zu/platform_data.h"
-#include "state/owned.h"
-#include "wifi/settings/dump.h"
-#include "wifi/wifi.h"
-#include "wifi/wifi_internal.h"
-#include "wired/inet_probe.h"
-#include "wired/upstream.h"
-
 #include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 
 extern "C" {
 #include <libubox/uloop.h>
 }
+
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
+#include "platform/zu/platform_data.h"
+#include "state/owned.h"
+#include "support/json_message.h"
+#include "support/node.h"
+#include "wifi/settings/dump.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
+#include "wired/inet_probe.h"
+#include "wired/upstream.h"
 
 struct writer_fixture : testing::Test, logging {
     writer_fixture() { debug_set_level(ZU_LOG_NOTICE); }

@@ -1,8 +1,7 @@
 // Forwarding rules and the captive portal's interfaces, at their edges.
-#include "wired/node_fixture.h"
-
 #include "wifi/write/portal.h"
 #include "wired/forwarding.h"
+#include "wired/node_fixture.h"
 
 namespace {
 

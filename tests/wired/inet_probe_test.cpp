@@ -1,18 +1,17 @@
 // The internet test over real interfaces to a simulated internet in a namespace of its own: plain
 // and TLS targets, the ways they fail, several interfaces, aborts.
-#include "support/eventually.h"
-#include "support/program.h"
-#include "wired/node_fixture.h"
-
-#include "mesh/mesh.h"
-#include "wired/bridges.h"
-#include "wired/netifd/iface.h"
-#include "wired/wired.h"
-#include "zu/curl_fixture.h"
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
+
+#include "mesh/mesh.h"
+#include "support/eventually.h"
+#include "support/program.h"
+#include "wired/bridges.h"
+#include "wired/netifd/iface.h"
+#include "wired/node_fixture.h"
+#include "wired/wired.h"
+#include "zu/curl_fixture.h"
 
 /// libcurl as a router may have it, built without its texts.
 static bool gTexts_missing;

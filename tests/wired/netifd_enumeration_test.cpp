@@ -37,7 +37,7 @@ struct Enumeration : node_fixture {
     static std::string facts(list_head *list, const char *path)
     {
         const iface_entry *entry = iface_list_find(list, path);
-        if (entry == nullptr)
+        if (!entry)
             return "unknown";
         return std::string(entry->answered ? "answered " : "") + (entry->up ? "up " : "down ") +
                entry->device + " " + entry->address;

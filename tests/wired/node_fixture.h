@@ -2,10 +2,9 @@
 // and bus, fresh for each test. Bus events are heard by a stranger.
 #pragma once
 
-#include <libubox_host/clock.h>
-
 #include <cstdio>
 #include <filesystem>
+#include <libubox_host/clock.h>
 #include <optional>
 
 #include "platform/zu/log.h"
@@ -81,7 +80,7 @@ struct node_fixture : bus_fixture, logging {
         ng_uci_renew_change_context(); // as in a callback of its own
         test().dispatch_complete = true;
         test().test_passed = passed != nullptr;
-        snprintf(test().passed_iface, 16, "%s", passed != nullptr ? passed : test().uplink_iface);
+        snprintf(test().passed_iface, 16, "%s", passed ? passed : test().uplink_iface);
         complete_inet_test(result);
         (void)ng_uci_flush();
     }

@@ -1,5 +1,11 @@
 // What the node does when its upstream changes, as whole lists: commands with what stood committed
 // when they ran, events, UCI values, kernel rules, LED flags. And what it does when that fails.
+#include <algorithm>
+#include <climits>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/file.h>
+
 #include "mesh/gateway_facts.h"
 #include "platform/zu/led.h"
 #include "wifi/override.h"
@@ -7,12 +13,6 @@
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"
 #include "wired/wired_event.h"
-
-#include <algorithm>
-#include <climits>
-#include <fcntl.h>
-#include <malloc.h>
-#include <sys/file.h>
 
 namespace {
 

@@ -1,8 +1,7 @@
 // The upstream decision: every row of its table, the grace periods of the mesh, the lonely service,
 // through the end of cycles.
-#include "wired/node_fixture.h"
-
 #include "wired/netifd/iface.h"
+#include "wired/node_fixture.h"
 
 namespace {
 

@@ -17,8 +17,6 @@ constexpr size_t FILE_MAX = 16 * 1024 * 1024;
 /// ubus cuts a caller off that sends more than 1 MiB; the call around the document is in it, too.
 constexpr size_t MESSAGE_MAX = 1024 * 1024 - 512;
 
-namespace {
-
 struct closer {
     void operator()(FILE *file) const
     {
@@ -28,8 +26,6 @@ struct closer {
     void operator()(json_object *object) const { json_object_put(object); }
     void operator()(json_tokener *tokener) const { json_tokener_free(tokener); }
 };
-
-} // namespace
 
 /// True when a text of the document, or of a key, holds a NUL: the bus would end it there.
 static bool holds_nul(json_object *value)

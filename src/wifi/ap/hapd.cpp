@@ -3,6 +3,11 @@
 // when that has changed, when it appears anew, and, after an answer that did not come or was no,
 // half a minute later.
 
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
@@ -10,13 +15,6 @@
 #include "state/state.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <vector>
-
-namespace {
 
 constexpr int CALL_LIMIT_MS = 5000;
 constexpr int TELL_AGAIN_MS = 30000;
@@ -33,7 +31,7 @@ struct hapd_instance {
     bool refusal_reported[SUBJECTS];
 };
 
-std::vector<hapd_instance> instances;
+static std::vector<hapd_instance> instances;
 
 /// A message on its way; the instance may go meanwhile.
 struct call_note {
@@ -41,8 +39,8 @@ struct call_note {
     subject about;
 };
 
-void neighbor_timer_cb(uloop_timeout *);
-void ft_bridge_timer_cb(uloop_timeout *);
+static void neighbor_timer_cb(uloop_timeout *);
+static void ft_bridge_timer_cb(uloop_timeout *);
 
 struct subject_row {
     const char *method;
@@ -57,7 +55,7 @@ struct subject_row {
      {.list = {}, .pending = false, .cb = ft_bridge_timer_cb, .time = {}}},
 };
 
-hapd_instance *find_instance(const char *path)
+static hapd_instance *find_instance(const char *path)
 {
     for (hapd_instance &instance : instances)
         if (instance.path == path)
@@ -65,7 +63,7 @@ hapd_instance *find_instance(const char *path)
     return nullptr;
 }
 
-std::string own_bssid(const hapd_instance &instance)
+static std::string own_bssid(const hapd_instance &instance)
 {
     char path[64];
     snprintf(path, sizeof(path), "/sys/class/net/ap%d_%d/address", instance.radio, instance.ssid);
@@ -74,14 +72,14 @@ std::string own_bssid(const hapd_instance &instance)
     return address;
 }
 
-void tell_again(subject about)
+static void tell_again(subject about)
 {
     uloop_timeout *timer = &subjects[about].timer;
     if (!timer->pending)
         uloop_timeout_set(timer, TELL_AGAIN_MS);
 }
 
-void not_taken(hapd_instance *instance, subject about, int status)
+static void not_taken(hapd_instance *instance, subject about, int status)
 {
     if (!instance->refusal_reported[about])
         log_notice("'%s' did not take its %s: %s", instance->path.c_str(), subjects[about].noun,
@@ -93,7 +91,7 @@ void not_taken(hapd_instance *instance, subject about, int status)
     tell_again(about);
 }
 
-void call_done(int status, void *priv)
+static void call_done(int status, void *priv)
 {
     const std::unique_ptr<call_note> note(static_cast<call_note *>(priv));
     hapd_instance *instance = find_instance(note->path.c_str());
@@ -105,7 +103,7 @@ void call_done(int status, void *priv)
         instance->refusal_reported[note->about] = false;
 }
 
-int call(const hapd_instance &instance, subject about, blob_buf *message)
+static int call(const hapd_instance &instance, subject about, blob_buf *message)
 {
     uint32_t id = 0;
     const int status = gUbus_ctx ? ubus_lookup_id(gUbus_ctx, instance.path.c_str(), &id)
@@ -121,7 +119,7 @@ int call(const hapd_instance &instance, subject about, blob_buf *message)
 }
 
 /// Sends the message unless it is what the instance was told last.
-void tell(hapd_instance *instance, subject about, blob_buf *message)
+static void tell(hapd_instance *instance, subject about, blob_buf *message)
 {
     std::string bytes(static_cast<const char *>(blob_data(message->head)), blob_len(message->head));
     if (bytes == instance->told[about])
@@ -131,7 +129,7 @@ void tell(hapd_instance *instance, subject about, blob_buf *message)
         not_taken(instance, about, status);
 }
 
-void tell_neighbors(hapd_instance *instance)
+static void tell_neighbors(hapd_instance *instance)
 {
     // Without a list since the start, hostapd keeps the one that it may have.
     if (!wifi_live_settings()->ssids[instance->ssid - 1].neigh_report ||
@@ -145,7 +143,7 @@ void tell_neighbors(hapd_instance *instance)
     tell(instance, NEIGHBORS, &message);
 }
 
-void tell_ft_bridge(hapd_instance *instance)
+static void tell_ft_bridge(hapd_instance *instance)
 {
     char bridge[16];
     if (determine_dest_ssid_bridge(instance->ssid, bridge) != 0)
@@ -156,19 +154,17 @@ void tell_ft_bridge(hapd_instance *instance)
     tell(instance, FT_BRIDGE, &message);
 }
 
-void neighbor_timer_cb(uloop_timeout *)
+static void neighbor_timer_cb(uloop_timeout *)
 {
     for (hapd_instance &instance : instances)
         tell_neighbors(&instance);
 }
 
-void ft_bridge_timer_cb(uloop_timeout *)
+static void ft_bridge_timer_cb(uloop_timeout *)
 {
     for (hapd_instance &instance : instances)
         tell_ft_bridge(&instance);
 }
-
-} // namespace
 
 void wifi_add_hapd_instance_to_list(const char *path, int)
 {

@@ -1,17 +1,15 @@
 // The list of neighbouring access points that the cloud gives: staged by a push, taken over when
 // the push is confirmed, handed to hostapd for its 802.11k neighbour reports.
 
-#include "platform/zu/log.h"
-#include "wifi/settings/document.h"
-#include "wifi/wifi.h"
-#include "wifi/wifi_internal.h"
-
 #include <cstring>
 #include <optional>
 #include <strings.h>
 #include <vector>
 
-namespace {
+#include "platform/zu/log.h"
+#include "wifi/settings/document.h"
+#include "wifi/wifi.h"
+#include "wifi/wifi_internal.h"
 
 struct neighbor {
     char bssid[18];
@@ -19,11 +17,12 @@ struct neighbor {
     std::string report;
 };
 
-std::optional<std::vector<neighbor>> staged; // an empty list is a list: it clears the live one
-std::vector<neighbor> live;
-bool live_is_known; // one was confirmed since the start
+static std::optional<std::vector<neighbor>>
+    staged; // an empty list is a list: it clears the live one
+static std::vector<neighbor> live;
+static bool live_is_known; // one was confirmed since the start
 
-bool parse_neighbor(blob_attr *element, neighbor *out)
+static bool parse_neighbor(blob_attr *element, neighbor *out)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_NEIGHBOR, element, &values))
@@ -50,9 +49,9 @@ bool parse_neighbor(blob_attr *element, neighbor *out)
     return true;
 }
 
-// Gives each element to `take` until one is refused; false then.
+/// Gives each element to `take` until one is refused; false then.
 template <typename Take>
-bool parse_list(blob_attr *list, Take take)
+static bool parse_list(blob_attr *list, Take take)
 {
     blob_attr *element;
     size_t rest;
@@ -66,12 +65,10 @@ bool parse_list(blob_attr *list, Take take)
     return true;
 }
 
-void add_text(blob_buf *buf, const std::string &text)
+static void add_text(blob_buf *buf, const std::string &text)
 {
     blobmsg_add_string(buf, nullptr, text.c_str());
 }
-
-} // namespace
 
 int wifi_check_neighbors(blob_attr *list)
 {

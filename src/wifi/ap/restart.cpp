@@ -34,7 +34,7 @@ static int reload_wireless(ubus_context *ctx)
     void *data = blobmsg_open_table(&msg, "data");
     blobmsg_add_string(&msg, "package", "wireless");
     blobmsg_close_table(&msg, data);
-    if (msg.head == nullptr) {
+    if (!msg.head) {
         log_error("Unable to allocate memory to trigger wifi iface reload");
         return UBUS_STATUS_UNKNOWN_ERROR;
     }

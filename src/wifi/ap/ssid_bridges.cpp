@@ -1,56 +1,54 @@
 // Which bridge an SSID belongs to, and putting its mesh interface there.
 
+#include <cstdio>
+#include <net/if.h>
+#include <unistd.h>
+
 #include "netlink/rtnl.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <cstdio>
-#include <net/if.h>
-#include <unistd.h>
-
-namespace {
-
 constexpr const char *BATMAN_IFACE = "bat0";
 
-wifi_mesh_class class_of(const wifi_ssid_settings &settings)
+static wifi_mesh_class class_of(const wifi_ssid_settings &settings)
 {
     if (settings.bridge_to_lan)
         return WIFI_MESH_LAN;
     return wifi_vlan_tag_is_valid(settings.vlan_tag) ? WIFI_MESH_VLAN : WIFI_MESH_PLAIN;
 }
 
-int batman_vid(wifi_mesh_class of, int ssid)
+static int batman_vid(wifi_mesh_class of, int ssid)
 {
     return 10 * of + ssid;
 }
 
-// Looked up in sysfs: asked for the index of a name that it does not know, the kernel would start
-// modprobe for it, which takes tens of milliseconds each time.
-bool iface_exists(const char *name)
+/// Looked up in sysfs: asked for the index of a name that it does not know, the kernel would start
+/// modprobe for it, which takes tens of milliseconds each time.
+static bool iface_exists(const char *name)
 {
     char path[80];
     snprintf(path, sizeof(path), "/sys/class/net/%s", name);
     return access(path, F_OK) == 0;
 }
 
-bool is_port_of(const char *bridge, const char *port)
+static bool is_port_of(const char *bridge, const char *port)
 {
     char path[80];
     snprintf(path, sizeof(path), "/sys/class/net/%s/brif/%s", bridge, port);
     return access(path, F_OK) == 0;
 }
 
-bool is_port(const char *name)
+static bool is_port(const char *name)
 {
     char path[80];
     snprintf(path, sizeof(path), "/sys/class/net/%s/master", name);
     return access(path, F_OK) == 0;
 }
 
-// True when bat0's VLAN interface is there, up and, if need be, made so just now.
-bool bring_up_batman_vlan(const char *name, int vid)
+/// True when bat0's VLAN interface is there, up and, if need be, made so just now.
+static bool bring_up_batman_vlan(const char *name, int vid)
 {
     if (!iface_exists(name) &&
         ng_rtnl_iface_create_vlan(BATMAN_IFACE, static_cast<uint16_t>(vid)) != 0)
@@ -58,7 +56,7 @@ bool bring_up_batman_vlan(const char *name, int vid)
     return ng_rtnl_iface_link_get_up(name, true) || ng_rtnl_iface_set_up(name, true) == 0;
 }
 
-void enslave_batman_vlan(int ssid, wifi_mesh_class of, const char *bridge)
+static void enslave_batman_vlan(int ssid, wifi_mesh_class of, const char *bridge)
 {
     const std::string name = wifi_mesh_iface(of, ssid);
     const char *port = name.c_str();
@@ -72,7 +70,7 @@ void enslave_batman_vlan(int ssid, wifi_mesh_class of, const char *bridge)
         (void)ng_rtnl_bridge_enslave(bridge, port); // logged there
 }
 
-void release_batman_vlan(int ssid, wifi_mesh_class of)
+static void release_batman_vlan(int ssid, wifi_mesh_class of)
 {
     const std::string name = wifi_mesh_iface(of, ssid);
     const char *port = name.c_str();
@@ -84,7 +82,7 @@ void release_batman_vlan(int ssid, wifi_mesh_class of)
         (void)ng_rtnl_bridge_release(port); // logged there
 }
 
-void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
+static void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
 {
     char bridge[IFNAMSIZ];
     if (determine_dest_ssid_bridge(ssid, bridge) != 0)
@@ -95,8 +93,6 @@ void apply_bridge_of_ssid(int ssid, const wifi_ssid_settings &settings)
             release_batman_vlan(ssid, of);
     enslave_batman_vlan(ssid, wanted, bridge);
 }
-
-} // namespace
 
 bool wifi_vlan_tag_is_valid(int vlan_tag)
 {

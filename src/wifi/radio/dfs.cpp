@@ -2,9 +2,9 @@
 
 #include "wifi/radio/dfs.h"
 
-#include "platform/zu/platform_data.h"
-
 #include <cstring>
+
+#include "platform/zu/platform_data.h"
 
 static void add_channel(wifi_dfs_table &table, size_t *count, const ng_nl80211_channel &channel)
 {

@@ -1,10 +1,10 @@
 // Channels on which radar has priority (dynamic frequency selection).
 #pragma once
 
-#include "netlink/nl80211.h"
-
 #include <array>
 #include <cstdint>
+
+#include "netlink/nl80211.h"
 
 /// A radar event was seen; shown in the wireless dump.
 extern bool dfs_event_detected;

@@ -1,12 +1,12 @@
 // Which interfaces are scanned and surveyed: a question to the configuration and the platform.
+#include <cstdio>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 #include "wifi/wifi.h"
-
-#include <cstdio>
 
 constexpr int LIST_AGAIN_MS = 10000;
 

@@ -1,6 +1,8 @@
 // Radar and channel switches, as the kernel tells them: bus events for whoever follows the channel
 // availability check, and once radar was seen, a radio override and a check-in, so that the cloud
 // learns that a radio has left its channel.
+#include <optional>
+
 #include "netlink/nl80211.h"
 #include "platform/fw_core/fw_core.h"
 #include "platform/zu/blobmsg_util.h"
@@ -10,8 +12,6 @@
 #include "wifi/override.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/radio/radio_internal.h"
-
-#include <optional>
 
 /// How often it is looked whether the kernel still delivers: when its wireless module is loaded
 /// anew, sockets are no longer members of its groups and are not told.

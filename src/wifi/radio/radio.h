@@ -3,7 +3,6 @@
 #pragma once
 
 #include <libubus.h>
-
 #include <optional>
 #include <vector>
 

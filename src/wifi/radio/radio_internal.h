@@ -5,9 +5,8 @@
 // a record that is freed has nothing in flight once its timer is stopped and its request aborted.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 #include "platform/fw_core/jobs.h"
 

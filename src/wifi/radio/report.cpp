@@ -1,9 +1,9 @@
 // What the check-in and the health check ask of scans and surveys.
+#include <algorithm>
+
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
-
-#include <algorithm>
 
 wifi_scan_status wifi_scan_status_now()
 {

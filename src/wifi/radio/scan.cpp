@@ -9,16 +9,16 @@
 //
 // The timer runs in every state but idle. u80211d may scan for reasons of its own, so a
 // notification is taken in any state. What cannot be asked now is asked again after a pause.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <new>
 
 constexpr int COLLECT_TIMEOUT_MS = 10000;
 

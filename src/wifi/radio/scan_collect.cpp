@@ -1,10 +1,10 @@
 // The answer to a dump: every BSS of it becomes a record of the interface's results.
+#include <cstring>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "wifi/radio/radio_internal.h"
 #include "wifi/radio/scan_result.h"
-
-#include <cstring>
 
 /// Bytes of records that are kept of one interface: what fits on the bus. Escapes make texts longer
 /// than they came.

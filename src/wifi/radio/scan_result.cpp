@@ -1,14 +1,12 @@
 #include "wifi/radio/scan_result.h"
 
-#include "platform/zu/log.h"
-
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
-namespace {
+#include "platform/zu/log.h"
 
 enum bss_member {
     BSS_BAND,
@@ -56,7 +54,7 @@ struct bss_entry {
 
 /// Bytes of the UTF-8 character that `text` begins with, 0 when it begins with none: neither longer
 /// than need be, nor half of a pair, nor beyond Unicode.
-size_t utf8_length(std::string_view text)
+static size_t utf8_length(std::string_view text)
 {
     struct lead {
         uint8_t first, last, second_first, second_last;
@@ -82,7 +80,7 @@ size_t utf8_length(std::string_view text)
     return 0;
 }
 
-bool is_plain(std::string_view text, size_t length)
+static bool is_plain(std::string_view text, size_t length)
 {
     if (length != 1)
         return length != 0;
@@ -92,7 +90,7 @@ bool is_plain(std::string_view text, size_t length)
 
 // ---- the record's members
 
-int missing(const bss_entry &bss, const char *name)
+static int missing(const bss_entry &bss, const char *name)
 {
     log_error("Scan result for bssid '%s' from interface '%s' does not have the '%s' attribute",
               bss.bssid(), bss.ifname, name);
@@ -100,7 +98,7 @@ int missing(const bss_entry &bss, const char *name)
 }
 
 /// 0 for a member that was added; else says so.
-int added(int result, const bss_entry &bss, const char *name)
+static int added(int result, const bss_entry &bss, const char *name)
 {
     if (result == 0)
         return 0;
@@ -109,7 +107,7 @@ int added(int result, const bss_entry &bss, const char *name)
     return -1;
 }
 
-int add_text(blob_buf *record, const bss_entry &bss, bss_member member, const char *name)
+static int add_text(blob_buf *record, const bss_entry &bss, bss_member member, const char *name)
 {
     if (!bss[member])
         return missing(bss, BSS_POLICY[member].name);
@@ -118,7 +116,7 @@ int add_text(blob_buf *record, const bss_entry &bss, bss_member member, const ch
     return added(blobmsg_add_string(record, name, shown.c_str()), bss, name);
 }
 
-int copy_channels_array(blob_buf *record, blob_attr *source)
+static int copy_channels_array(blob_buf *record, blob_attr *source)
 {
     void *array = blobmsg_open_array(record, "channels");
     if (!array) {
@@ -137,14 +135,14 @@ int copy_channels_array(blob_buf *record, blob_attr *source)
     return copied ? 0 : -1;
 }
 
-int add_width(blob_buf *record, const bss_entry &bss, uint32_t width_mhz)
+static int add_width(blob_buf *record, const bss_entry &bss, uint32_t width_mhz)
 {
     return added(blobmsg_add_u32(record, "channel_width", width_mhz), bss, "channel_width");
 }
 
 /// A mode that names its width in MHz; "80+80" is 160.
-int add_wide(blob_buf *record, const bss_entry &bss, bss_member mode, bss_member channels,
-             const char *mode_name)
+static int add_wide(blob_buf *record, const bss_entry &bss, bss_member mode, bss_member channels,
+                    const char *mode_name)
 {
     const std::string_view text = bss.text(mode);
     int width = 0;
@@ -163,7 +161,7 @@ int add_wide(blob_buf *record, const bss_entry &bss, bss_member mode, bss_member
     return copy_channels_array(record, bss[channels]);
 }
 
-int add_base_channel(blob_buf *record, const bss_entry &bss)
+static int add_base_channel(blob_buf *record, const bss_entry &bss)
 {
     if (add_width(record, bss, 20) != 0)
         return -1;
@@ -180,7 +178,7 @@ int add_base_channel(blob_buf *record, const bss_entry &bss)
 }
 
 /// The newest mode that is told with its channels counts.
-int parse_channel_array_and_width(blob_buf *record, const bss_entry &bss)
+static int parse_channel_array_and_width(blob_buf *record, const bss_entry &bss)
 {
     if (bss[BSS_HE] && bss[BSS_HE_CHANNELS])
         return add_wide(record, bss, BSS_HE, BSS_HE_CHANNELS, "HE");
@@ -193,7 +191,7 @@ int parse_channel_array_and_width(blob_buf *record, const bss_entry &bss)
     return copy_channels_array(record, bss[BSS_HT_CHANNELS]);
 }
 
-int add_encryption(blob_buf *record, const bss_entry &bss)
+static int add_encryption(blob_buf *record, const bss_entry &bss)
 {
     // WPA wins over the privacy flag, which WPA networks set as well. Four characters at most.
     std::string text = "NONE";
@@ -204,7 +202,7 @@ int add_encryption(blob_buf *record, const bss_entry &bss)
     return added(blobmsg_add_string(record, "encryption", text.c_str()), bss, "encryption");
 }
 
-int add_signal(blob_buf *record, const bss_entry &bss)
+static int add_signal(blob_buf *record, const bss_entry &bss)
 {
     if (!bss[BSS_MBM])
         return missing(bss, "mbm");
@@ -217,7 +215,7 @@ int add_signal(blob_buf *record, const bss_entry &bss)
 }
 
 /// False (logged) for an entry with a text that no access point sends.
-bool texts_are_short(const bss_entry &bss)
+static bool texts_are_short(const bss_entry &bss)
 {
     for (int i = 0; i < BSS_MEMBERS; i++) {
         const auto member = static_cast<bss_member>(i);
@@ -231,7 +229,7 @@ bool texts_are_short(const bss_entry &bss)
     return true;
 }
 
-bool read_entry(blob_attr *attr, bss_entry *bss)
+static bool read_entry(blob_attr *attr, bss_entry *bss)
 {
     if (!blobmsg_check_attr(attr, false) || blobmsg_type(attr) != BLOBMSG_TYPE_TABLE ||
         blobmsg_parse(BSS_POLICY, BSS_MEMBERS, bss->members, blobmsg_data(attr),
@@ -246,8 +244,6 @@ bool read_entry(blob_attr *attr, bss_entry *bss)
                   bss->ifname);
     return (*bss)[BSS_BSSID] != nullptr;
 }
-
-} // namespace
 
 std::string wifi_scan_text(const char *bytes, size_t length)
 {

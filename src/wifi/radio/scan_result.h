@@ -3,7 +3,6 @@
 #pragma once
 
 #include <libubus.h>
-
 #include <string>
 
 /// Longest text that is taken from a BSS entry, in bytes.

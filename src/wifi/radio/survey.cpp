@@ -7,14 +7,14 @@
 //            ├────────────────┤
 //            │                ▼ 6th, and no scan in flight
 //            └──────────── pause, u80211d restarted
+#include <cstdio>
+#include <new>
+
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
-
-#include <cstdio>
-#include <new>
 
 constexpr int SURVEY_PERIOD_MS = 300000;
 constexpr int SURVEY_TIMEOUT_MS = 30000;

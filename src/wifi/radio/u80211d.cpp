@@ -1,11 +1,11 @@
 // The radio daemon u80211d on the bus: which object it is, and the subscription to what it tells.
+#include <cstring>
+
 #include "platform/zu/log.h"
 #include "platform/zu/shell.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
-
-#include <cstring>
 
 constexpr int SUBSCRIBE_AGAIN_MS = 30000;
 

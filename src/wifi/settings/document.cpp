@@ -2,17 +2,15 @@
 
 #include "wifi/settings/document.h"
 
+#include <cstring>
+
 #include "wifi/settings/fields.h"
 #include "wifi/wifi_internal.h"
 
-#include <cstring>
-
-namespace {
-
-// Binds a key to the row of a setting; a key of another name gives that as well. What is not bound
-// is taken by the parser's code.
-consteval settings_field bound(std::span<const wifi_field> rows, const char *key, const char *name,
-                               settings_field field)
+/// Binds a key to the row of a setting; a key of another name gives that as well. What is not bound
+/// is taken by the parser's code.
+static consteval settings_field bound(std::span<const wifi_field> rows, const char *key,
+                                      const char *name, settings_field field)
 {
     const wifi_field *row = wifi_find_field(rows, name); // null does not compile
     field.key = key;
@@ -23,8 +21,8 @@ consteval settings_field bound(std::span<const wifi_field> rows, const char *key
     return field;
 }
 
-consteval settings_field bound(std::span<const wifi_field> rows, const char *key,
-                               settings_field field)
+static consteval settings_field bound(std::span<const wifi_field> rows, const char *key,
+                                      settings_field field)
 {
     return bound(rows, key, key, field);
 }
@@ -41,18 +39,18 @@ constexpr char MAC_RULE[] = "a MAC address, aa:bb:cc:dd:ee:ff";
 
 constexpr size_t REPORT_HEX_MAX = 510; // an element's body has at most 255 bytes
 
-bool is_country(const char *text)
+static bool is_country(const char *text)
 {
     return strlen(text) == sizeof(wifi_settings::reg_country) - 1;
 }
 
 /// Hostapd takes no address that is followed by anything.
-bool is_neighbor_bssid(const char *text)
+static bool is_neighbor_bssid(const char *text)
 {
     return str_is_mac_addr(text) && strlen(text) < sizeof("02:00:00:00:00:00");
 }
 
-bool is_report(const char *text)
+static bool is_report(const char *text)
 {
     const size_t length = strlen(text);
     return length > 0 && length % 2 == 0 && length <= REPORT_HEX_MAX &&
@@ -364,8 +362,6 @@ constexpr auto ORPHAN_CONNECT_POLICY = settings_policy(ORPHAN_CONNECT_ROWS);
 constexpr auto NEIGHBOR_POLICY = settings_policy(NEIGHBOR_ROWS);
 
 constexpr char BROKEN[] = "Unable to parse arguments";
-
-} // namespace
 
 constinit const settings_level SETTINGS_TOP = {"params", BROKEN, TOP_ROWS, TOP_POLICY};
 constinit const settings_level SETTINGS_MESH = {"mesh", "Unable to parse mesh arguments", MESH_ROWS,

@@ -9,9 +9,8 @@
 #include "wifi/settings/dump_table.h"
 #include "wifi/wifi.h"
 
-static constexpr dump_item BAND_ITEMS[] = {{"ssid_name", "band%d_ssid"},
-                                           {"enable", "band%d_enable"}};
-static constexpr dump_table BAND = {"band", BAND_FIELDS, BAND_ITEMS};
+constexpr dump_item BAND_ITEMS[] = {{"ssid_name", "band%d_ssid"}, {"enable", "band%d_enable"}};
+constexpr dump_table BAND = {"band", BAND_FIELDS, BAND_ITEMS};
 
 static int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -26,11 +25,11 @@ static int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
     return 0;
 }
 
-static constexpr dump_item DHCP_ITEMS[] = {
+constexpr dump_item DHCP_ITEMS[] = {
     {"enable", "dhcp_enable"}, {"gateway", "dhcp_gateway"},   {"netmask", "dhcp_netmask"},
     {"start", "dhcp_start"},   {"num_leases", "dhcp_leases"}, {"lease_len", "dhcp_lease_length"},
 };
-static constexpr dump_table DHCP = {"dhcp", DHCP_FIELDS, DHCP_ITEMS};
+constexpr dump_table DHCP = {"dhcp", DHCP_FIELDS, DHCP_ITEMS};
 
 static int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -41,9 +40,9 @@ static int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
 }
 
 // Shown of each SSID, and of an enabled one.
-static constexpr dump_item SSID_ENABLE_ITEMS[] = {{"enable"}};
-static constexpr dump_table SSID_ENABLE = {"ssid", SSID_FIELDS, SSID_ENABLE_ITEMS};
-static constexpr dump_item SSID_ITEMS[] = {
+constexpr dump_item SSID_ENABLE_ITEMS[] = {{"enable"}};
+constexpr dump_table SSID_ENABLE = {"ssid", SSID_FIELDS, SSID_ENABLE_ITEMS};
+constexpr dump_item SSID_ITEMS[] = {
     {"name", "ssid"},
     {"key"},
     {"enc"},
@@ -73,7 +72,7 @@ static constexpr dump_item SSID_ITEMS[] = {
     {.key = "dhcp", .add = dump_dhcp},
     {"shaping_enable"},
 };
-static constexpr dump_table SSID_TABLE = {"ssid", SSID_FIELDS, SSID_ITEMS};
+constexpr dump_table SSID_TABLE = {"ssid", SSID_FIELDS, SSID_ITEMS};
 
 static void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssid, int index,
                                     bool include_secrets)
@@ -89,13 +88,13 @@ static void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssi
 }
 
 // Shown of each radio, and of an enabled one.
-static constexpr dump_item RADIO_ENABLE_ITEMS[] = {{"enable"}};
-static constexpr dump_table RADIO_ENABLE = {"radio", RADIO_FIELDS, RADIO_ENABLE_ITEMS};
-static constexpr dump_item RADIO_ITEMS[] = {
+constexpr dump_item RADIO_ENABLE_ITEMS[] = {{"enable"}};
+constexpr dump_table RADIO_ENABLE = {"radio", RADIO_FIELDS, RADIO_ENABLE_ITEMS};
+constexpr dump_item RADIO_ITEMS[] = {
     {"channel"}, {"mode", "htmode"},      {"txpower"},
     {"rtscts"},  {"disable_lower_rates"}, {"mesh_enable"},
 };
-static constexpr dump_table RADIO_TABLE = {"radio", RADIO_FIELDS, RADIO_ITEMS};
+constexpr dump_table RADIO_TABLE = {"radio", RADIO_FIELDS, RADIO_ITEMS};
 
 static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, int index,
                                      const char *band)
@@ -111,9 +110,9 @@ static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &r
     dump_part(buf, {&RADIO_TABLE, &RADIO_ENABLE}, &radio, false);
 }
 
-static constexpr dump_item BATMAN_ITEMS[] = {
+constexpr dump_item BATMAN_ITEMS[] = {
     {"hop_penalty"}, {"gw_stickiness"}, {"bridge_loop_avoidance"}};
-static constexpr dump_table BATMAN = {"batman", NODE_FIELDS, BATMAN_ITEMS};
+constexpr dump_table BATMAN = {"batman", NODE_FIELDS, BATMAN_ITEMS};
 
 static int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -122,9 +121,9 @@ static int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
     return 0;
 }
 
-static constexpr dump_item MESH_ITEMS[] = {
+constexpr dump_item MESH_ITEMS[] = {
     {"protocol", "mesh_protocol"}, {.key = "batman", .add = dump_batman}, {"key", "mesh_key"}};
-static constexpr dump_table MESH = {"mesh", NODE_FIELDS, MESH_ITEMS};
+constexpr dump_table MESH = {"mesh", NODE_FIELDS, MESH_ITEMS};
 
 static int wifi_dump_mesh_settings(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -186,7 +185,7 @@ static int dump_antenna_type(blob_buf *buf, const void *part, bool)
     return blobmsg_add_string(buf, "antenna_type", NAMES[type == 1 || type == 2 ? type : 0]);
 }
 
-static constexpr dump_item TOP_ITEMS[] = {
+constexpr dump_item TOP_ITEMS[] = {
     {.key = "enable", .failed = "wifi enable flag"},
     {"ap_scan"},
     {"delayed"},
@@ -213,7 +212,7 @@ static constexpr dump_item TOP_ITEMS[] = {
     {.key = "antenna_type", .add = dump_antenna_type},
     {"recover_config_errors"},
 };
-static constexpr dump_table TOP = {"", NODE_FIELDS, TOP_ITEMS};
+constexpr dump_table TOP = {"", NODE_FIELDS, TOP_ITEMS};
 
 static_assert(dump_is_whole(BAND) && dump_is_whole(DHCP) && dump_is_whole(SSID_ENABLE) &&
               dump_is_whole(SSID_TABLE) && dump_is_whole(RADIO_ENABLE) &&

@@ -6,8 +6,8 @@
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
-// Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: one
-// element is made by libubox, the others are copies of it with another value.
+/// Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: one
+/// element is made by libubox, the others are copies of it with another value.
 static int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_t count,
                            size_t size)
 {
@@ -26,7 +26,7 @@ static int add_equal_texts(blob_buf *buf, const char *element, const char *texts
     return blob_put_raw(buf, elements.data(), static_cast<unsigned>(elements.size())) ? 0 : -1;
 }
 
-// Texts of `size` bytes each up to the first empty one.
+/// Texts of `size` bytes each up to the first empty one.
 static int add_texts(blob_buf *buf, const char *element, const char *texts, size_t slots,
                      size_t size)
 {

@@ -1,9 +1,9 @@
 // Tables of the state dump as tables of items; how they are walked.
 #pragma once
 
-#include "wifi/settings/fields.h"
-
 #include <initializer_list>
+
+#include "wifi/settings/fields.h"
 
 /// A key of a table: a setting, or what code makes of it.
 struct dump_item {

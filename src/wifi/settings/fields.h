@@ -7,13 +7,13 @@
 // older than the rows: the keys of the document, and the order of the dump (dump.cpp).
 #pragma once
 
-#include "platform/fw_core/settings_rows.h"
-#include "wifi/settings/record.h"
-
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
+
+#include "platform/fw_core/settings_rows.h"
+#include "wifi/settings/record.h"
 
 /// Which numbers the name of an option holds.
 enum scope : uint8_t {

@@ -2,19 +2,17 @@
 
 #include "wifi/settings/log_json.h"
 
-#include "platform/zu/blobmsg_util.h"
-#include "platform/zu/log.h"
-
 #include <cstring>
 
 extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
-namespace {
+#include "platform/zu/blobmsg_util.h"
+#include "platform/zu/log.h"
 
 /// The row of a key, on the level or within it; null for a key that no row has.
-const settings_field *find_row(const settings_level &level, const char *key)
+static const settings_field *find_row(const settings_level &level, const char *key)
 {
     for (const settings_field &field : level.fields) {
         if (strcmp(field.key, key) == 0)
@@ -27,7 +25,7 @@ const settings_field *find_row(const settings_level &level, const char *key)
 
 /// Hides every value but those of known keys that hold no secret: a secret may have been put under
 /// a wrong name, or in a place where another type is expected.
-const char *hide_unknown(void *level, blob_attr *attr)
+static const char *hide_unknown(void *level, blob_attr *attr)
 {
     const char *name = blobmsg_name(attr);
     if (!name[0] && blobmsg_type(attr) == BLOBMSG_TYPE_TABLE)
@@ -37,8 +35,6 @@ const char *hide_unknown(void *level, blob_attr *attr)
         row && !row->secret && blobmsg_type(attr) == settings_blobmsg_type(row->kind);
     return shown ? nullptr : "\"***\"";
 }
-
-} // namespace
 
 void settings_log_json(const settings_level &level, blob_attr *attr)
 {

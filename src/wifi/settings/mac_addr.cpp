@@ -1,11 +1,11 @@
 // The one test that says what counts as a MAC address in a settings document.
 
-#include "wifi/wifi_internal.h"
-
 #include <cctype>
 #include <cstdio>
 
-// The usual form, which an access list has thousands of; scanf takes ten times as long.
+#include "wifi/wifi_internal.h"
+
+/// The usual form, which an access list has thousands of; scanf takes ten times as long.
 static bool is_plain_mac_addr(const char *text)
 {
     for (int i = 0; i < 17; i++)

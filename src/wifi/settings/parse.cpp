@@ -4,6 +4,9 @@
 
 #include "wifi/settings/parse.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "wifi/override.h"
@@ -12,14 +15,9 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <algorithm>
-#include <cstring>
-
-namespace {
-
 constexpr int SECONDS_PER_MINUTE = 60;
 
-bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
+static bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_BATMAN, table, &values))
@@ -28,7 +26,7 @@ bool wifid_parse_batman(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
+static bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
 {
     settings_log_json(SETTINGS_MESH, table);
     settings_values values;
@@ -43,7 +41,7 @@ bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-void take_dfs_channels(blob_attr *array, wifi_settings *settings)
+static void take_dfs_channels(blob_attr *array, wifi_settings *settings)
 {
     memset(settings->dfs_channels, 0, sizeof(settings->dfs_channels));
     settings->dfs_channel_count = 0;
@@ -60,7 +58,7 @@ void take_dfs_channels(blob_attr *array, wifi_settings *settings)
     }
 }
 
-bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
+static bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_DFS, table, &values))
@@ -71,7 +69,7 @@ bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
+static bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_REGULATORY, table, &values))
@@ -93,7 +91,7 @@ bool wifid_parse_reg(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
+static bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_RADIO, table, &values))
@@ -124,9 +122,9 @@ bool wifid_parse_radio(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-// Parses every element of an array with `parse`.
-bool parse_elements(blob_attr *array, wifi_settings *settings,
-                    bool (*parse)(blob_attr *, wifi_settings *))
+/// Parses every element of an array with `parse`.
+static bool parse_elements(blob_attr *array, wifi_settings *settings,
+                           bool (*parse)(blob_attr *, wifi_settings *))
 {
     blob_attr *element;
     size_t rest;
@@ -138,17 +136,17 @@ bool parse_elements(blob_attr *array, wifi_settings *settings,
     return true;
 }
 
-bool check_neighbors(blob_attr *array, wifi_settings *)
+static bool check_neighbors(blob_attr *array, wifi_settings *)
 {
     return wifi_check_neighbors(array) == 0;
 }
 
-bool take_radios(blob_attr *array, wifi_settings *settings)
+static bool take_radios(blob_attr *array, wifi_settings *settings)
 {
     return parse_elements(array, settings, wifid_parse_radio);
 }
 
-bool take_ssids(blob_attr *array, wifi_settings *settings)
+static bool take_ssids(blob_attr *array, wifi_settings *settings)
 {
     return parse_elements(array, settings, wifid_parse_ssid);
 }
@@ -169,7 +167,7 @@ constexpr section SECTIONS[] = {
     {"neighbors", check_neighbors, "Failed to parse neighbor list"},
 };
 
-bool parse_sections(const settings_values &values, wifi_settings *settings)
+static bool parse_sections(const settings_values &values, wifi_settings *settings)
 {
     for (const section &part : SECTIONS) {
         blob_attr *value = values.get(part.key);
@@ -181,7 +179,7 @@ bool parse_sections(const settings_values &values, wifi_settings *settings)
     return true;
 }
 
-void take_antenna_type(blob_attr *attr, wifi_settings *settings)
+static void take_antenna_type(blob_attr *attr, wifi_settings *settings)
 {
     if (!attr)
         return;
@@ -191,15 +189,13 @@ void take_antenna_type(blob_attr *attr, wifi_settings *settings)
             settings->antenna_type = static_cast<int32_t>(i + 1);
 }
 
-void take_scanning_period(blob_attr *attr, wifi_settings *settings)
+static void take_scanning_period(blob_attr *attr, wifi_settings *settings)
 {
     // The product is taken modulo 2^32, as the 32-bit field holds it.
     if (attr)
         settings->scanning_period =
             static_cast<int32_t>(blobmsg_get_u32(attr) * SECONDS_PER_MINUTE);
 }
-
-} // namespace
 
 bool wifi_channel_is_valid(uint32_t channel)
 {

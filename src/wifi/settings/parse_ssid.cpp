@@ -1,5 +1,7 @@
 // One element of `ssids`: the network of one slot, with its bands, clients and addresses.
 
+#include <cstring>
+
 #include "platform/zu/log.h"
 #include "wifi/settings/log_json.h"
 #include "wifi/settings/parse.h"
@@ -7,11 +9,7 @@
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <cstring>
-
-namespace {
-
-bool wifid_parse_band_data(blob_attr *table, wifi_ssid_settings *ssid)
+static bool wifid_parse_band_data(blob_attr *table, wifi_ssid_settings *ssid)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_BAND, table, &values))
@@ -31,7 +29,7 @@ bool wifid_parse_band_data(blob_attr *table, wifi_ssid_settings *ssid)
     return true;
 }
 
-bool wifid_parse_bands(blob_attr *array, wifi_ssid_settings *ssid)
+static bool wifid_parse_bands(blob_attr *array, wifi_ssid_settings *ssid)
 {
     settings_log_json(SETTINGS_BAND, array);
     blob_attr *element;
@@ -44,8 +42,8 @@ bool wifid_parse_bands(blob_attr *array, wifi_ssid_settings *ssid)
     return true;
 }
 
-// An empty name server stays: it ends the list.
-bool is_kept(const settings_limits &limits, const char *text)
+/// An empty name server stays: it ends the list.
+static bool is_kept(const settings_limits &limits, const char *text)
 {
     if (settings_text_fault(limits, text) != SETTINGS_MALFORMED)
         return true;
@@ -53,9 +51,9 @@ bool is_kept(const settings_limits &limits, const char *text)
     return false;
 }
 
-// Copies the STRING elements that may be kept, until `slots` is full.
+/// Copies the STRING elements that may be kept, until `slots` is full.
 template <size_t Slots, size_t Size>
-void take_strings(const settings_values &values, const char *key, char (&slots)[Slots][Size])
+static void take_strings(const settings_values &values, const char *key, char (&slots)[Slots][Size])
 {
     blob_attr *array = values.get(key);
     if (!array)
@@ -75,7 +73,7 @@ void take_strings(const settings_values &values, const char *key, char (&slots)[
     }
 }
 
-bool wifid_parse_dhcp(blob_attr *table, wifi_dhcp_settings *dhcp)
+static bool wifid_parse_dhcp(blob_attr *table, wifi_dhcp_settings *dhcp)
 {
     settings_values values;
     if (!settings_parse_level(SETTINGS_DHCP, table, &values))
@@ -93,7 +91,7 @@ bool wifid_parse_dhcp(blob_attr *table, wifi_dhcp_settings *dhcp)
     return true;
 }
 
-bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *ssid, int slot)
+static bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *ssid, int slot)
 {
     blob_attr *bands = values.get("bands");
     if (bands && !wifid_parse_bands(bands, ssid)) {
@@ -109,8 +107,6 @@ bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *ssid, i
     }
     return true;
 }
-
-} // namespace
 
 bool wifid_parse_ssid(blob_attr *table, wifi_settings *settings)
 {

@@ -1,8 +1,8 @@
 // Access lists of the SSIDs, on every radio whether the SSID is active there or not.
+#include <unordered_set>
+
 #include "platform/zu/log.h"
 #include "wifi/write/write_internal.h"
-
-#include <unordered_set>
 
 using mac_set = std::unordered_set<std::string>;
 

@@ -4,14 +4,14 @@
 
 #include "wifi/write/commit.h"
 
+#include <memory>
+#include <new>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/write/fields_uci.h"
 
-#include <memory>
-#include <new>
-
-static constexpr const char *PACKAGES[] = {
+constexpr const char *PACKAGES[] = {
     "wireless", "network", "dhcp",     "firewall", "u80211d", "prequestd", "igmpproxy",
     "evlog",    "ap_mgr",  "udsplash", "udshape",  "fw_core", "tarn_net",
 };

@@ -1,9 +1,9 @@
 // Committing what a push changed, and what the radios are set to since.
 #pragma once
 
-#include "wifi/settings/record.h"
-
 #include <span>
+
+#include "wifi/settings/record.h"
 
 /// The packages that a push writes to.
 std::span<const char *const> wifi_written_packages();

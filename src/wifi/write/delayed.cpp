@@ -8,6 +8,13 @@
 // Neither a staged nor a pending file outlives the daemon: the cloud sees at the next check-in that
 // the settings are not in force, and pushes them again.
 
+#include <cerrno>
+#include <cstring>
+#include <glob.h>
+#include <optional>
+#include <unistd.h>
+
+#include "platform/fw_core/fw_core.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -19,41 +26,31 @@
 #include "wifi/write/commit.h"
 #include "wifi/write/fields_uci.h"
 
-#include "platform/fw_core/fw_core.h"
-
-#include <cerrno>
-#include <cstring>
-#include <glob.h>
-#include <optional>
-#include <unistd.h>
-
-namespace {
-
 constexpr int DELAYED_WAIT_MS = 420000;
 constexpr int AGAIN_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
 
-char staged_file[PATH_SIZE];
-char pending_file[PATH_SIZE];
-uloop_timeout delayed_timer;
-bool trying_again; // to apply the pending file
+static char staged_file[PATH_SIZE];
+static char pending_file[PATH_SIZE];
+static uloop_timeout delayed_timer;
+static bool trying_again; // to apply the pending file
 
-void forget(char *file)
+static void forget(char *file)
 {
     if (file[0])
         unlink(file);
     file[0] = '\0';
 }
 
-void drop_staged()
+static void drop_staged()
 {
     log_info("No changes in delayed wifi settings for file %s, deleting it", staged_file);
     forget(staged_file);
 }
 
-// Both names were made by the settings writer and hold nothing that a shell reads as more than
-// text.
-bool staged_equals_pending()
+/// Both names were made by the settings writer and hold nothing that a shell reads as more than
+/// text.
+static bool staged_equals_pending()
 {
     if (!pending_file[0])
         return false;
@@ -68,9 +65,9 @@ bool staged_equals_pending()
     return diff.exit_status == 0;
 }
 
-// One commit of everything: the file's changes and, as the radios now say more of what was pushed,
-// what is kept beside them. False when that cannot be now, for a lock or want of room.
-bool apply_pending()
+/// One commit of everything: the file's changes and, as the radios now say more of what was pushed,
+/// what is kept beside them. False when that cannot be now, for a lock or want of room.
+static bool apply_pending()
 {
     if (!wifi_packages_can_be_changed())
         return false;
@@ -84,7 +81,7 @@ bool apply_pending()
 
 /// Applies the pending file, if any, or sees to it that it is tried again; what stands in its way
 /// is said once.
-bool apply_or_try_again()
+static bool apply_or_try_again()
 {
     std::optional<zu_log_repetition> quiet;
     if (trying_again)
@@ -96,7 +93,7 @@ bool apply_or_try_again()
     return !trying_again;
 }
 
-void wifi_delayed_wireless_cb(uloop_timeout *)
+static void wifi_delayed_wireless_cb(uloop_timeout *)
 {
     if (!apply_or_try_again())
         return;
@@ -108,7 +105,7 @@ void wifi_delayed_wireless_cb(uloop_timeout *)
     gWifi_requests.test_uplink();
 }
 
-void staged_becomes_pending()
+static void staged_becomes_pending()
 {
     wifid_cancel_delayed_wireless();
     memcpy(pending_file, staged_file, sizeof(pending_file));
@@ -120,13 +117,11 @@ void staged_becomes_pending()
     update_led_flag("config", true);
 }
 
-void end_wait_now()
+static void end_wait_now()
 {
     uloop_timeout_cancel(&delayed_timer);
     wifi_delayed_wireless_cb(&delayed_timer);
 }
-
-} // namespace
 
 void parse_config_event_delayed_wireless(bool success)
 {

@@ -47,7 +47,7 @@ struct fixed_option {
     int value;
 };
 
-static constexpr fixed_option INSTANCE_OPTIONS[] = {
+constexpr fixed_option INSTANCE_OPTIONS[] = {
     {".localise_queries", 1}, {".rebind_localhost", 1}, {".readethers", 0}, {".nonwildcard", 0},
     {".bindinterface", 1},    {".expandhosts", 1},      {".boguspriv", 0},
 };

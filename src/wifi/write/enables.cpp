@@ -8,17 +8,15 @@
 //
 // So a notification that was missed, or that met another process's lock, leaves nothing off.
 
+#include <optional>
+#include <string>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/override.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
-
-#include <optional>
-#include <string>
-
-namespace {
 
 constexpr int RETRY_MS = 1000;
 
@@ -27,16 +25,16 @@ enum restoration {
     WHOLE,
 };
 
-uloop_timeout timer;               // a check, or the next try
-std::optional<restoration> failed; // the last try; said already
+static uloop_timeout timer;               // a check, or the next try
+static std::optional<restoration> failed; // the last try; said already
 
 /// The settings writer takes the scanning radio's sections away.
-bool has_interfaces(int radio)
+static bool has_interfaces(int radio)
 {
     return wifi_radio_band_type(radio) != WIFI_BAND_SCANNING;
 }
 
-void restore_access_points(int radio)
+static void restore_access_points(int radio)
 {
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
         int enable = 0;
@@ -52,7 +50,7 @@ void restore_access_points(int radio)
 }
 
 /// What the mesh interface's enable becomes: nothing on a DFS channel, else what is intended.
-int mesh_enable_on_channel(int radio, int intended)
+static int mesh_enable_on_channel(int radio, int intended)
 {
     int channel = 0;
     if (ng_uci_get_int(&channel, "wireless.radio%d.channel", radio) != 0) {
@@ -71,7 +69,7 @@ int mesh_enable_on_channel(int radio, int intended)
     return enable;
 }
 
-void restore_mesh(int radio)
+static void restore_mesh(int radio)
 {
     int intended = 0;
     if (ng_uci_get_int(&intended, "wireless.mesh%d.config_enable", radio) != 0) {
@@ -84,7 +82,7 @@ void restore_mesh(int radio)
                                radio);
 }
 
-void end_orphan_connection(int radio)
+static void end_orphan_connection(int radio)
 {
     // The scanning radio has no such interface.
     if (!wifi_radio_override_active() && ng_uci_exists("wireless.orph_conn%d", radio))
@@ -92,7 +90,7 @@ void end_orphan_connection(int radio)
                                    "wireless.orph_conn%d.enable", radio);
 }
 
-void save_enables(restoration kind)
+static void save_enables(restoration kind)
 {
     std::optional<zu_log_repetition> quiet;
     if (kind == CHECK)
@@ -107,7 +105,7 @@ void save_enables(restoration kind)
 }
 
 /// Commits every enable as intended. False when the package cannot be read or written now.
-bool commit_enables(restoration kind, bool *changed)
+static bool commit_enables(restoration kind, bool *changed)
 {
     std::optional<zu_log_repetition> quiet;
     if (failed)
@@ -123,7 +121,7 @@ bool commit_enables(restoration kind, bool *changed)
     return false;
 }
 
-void try_again(restoration kind)
+static void try_again(restoration kind)
 {
     if (!failed)
         log_warning("Unable to restore the interface configuration, trying again every second");
@@ -131,7 +129,7 @@ void try_again(restoration kind)
     uloop_timeout_set(&timer, RETRY_MS);
 }
 
-void restore(restoration kind, bool reload)
+static void restore(restoration kind, bool reload)
 {
     bool changed;
     if (!commit_enables(kind, &changed)) {
@@ -148,15 +146,13 @@ void restore(restoration kind, bool reload)
         (void)gWifi_requests.reload_config();
 }
 
-void timer_cb(uloop_timeout *)
+static void timer_cb(uloop_timeout *)
 {
     if (wifi_lldp_keeps_interfaces_off())
         failed.reset(); // the end of the negotiation restores
     else
         restore(failed.value_or(CHECK), false);
 }
-
-} // namespace
 
 void wifi_restore_config_enabled_interfaces(bool reload)
 {

@@ -2,9 +2,9 @@
 // no option says them, read back.
 #pragma once
 
-#include "wifi/settings/fields.h"
-
 #include <string>
+
+#include "wifi/settings/fields.h"
 
 struct ng_uci_batch;
 

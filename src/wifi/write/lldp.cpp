@@ -2,25 +2,23 @@
 // only their intent (config_enable) is kept. Any doubt about the negotiation means "done".
 // Switching them on is enables.cpp's.
 
+#include <charconv>
+#include <cstring>
+#include <string>
+
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
-#include <charconv>
-#include <cstring>
-#include <string>
-
-namespace {
-
 constexpr const char *LLDP_STATE = "wireless._lldp.negotiation_complete";
 
-ubus_subscriber subscriber;
-bool subscriber_registered;
-uint32_t subscribed_id; // 0: to no object
+static ubus_subscriber subscriber;
+static bool subscriber_registered;
+static uint32_t subscribed_id; // 0: to no object
 
-bool powered_without_lldp()
+static bool powered_without_lldp()
 {
     for (const char *path :
          {"/sys/class/gpio/dc_detect/value", "/sys/class/gpio/poe_at_detect/value"}) {
@@ -31,14 +29,14 @@ bool powered_without_lldp()
     return false;
 }
 
-bool read_decimal(const std::string &text, int *value)
+static bool read_decimal(const std::string &text, int *value)
 {
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, *value);
     return error == std::errc() && stop == end;
 }
 
-const char *state_doubt(ng_uci_state_result result)
+static const char *state_doubt(ng_uci_state_result result)
 {
     switch (result) {
     case NG_UCI_STATE_FOUND:
@@ -54,7 +52,7 @@ const char *state_doubt(ng_uci_state_result result)
 }
 
 /// The state of the negotiation, or in `doubt` why it is not known, which counts as complete.
-bool negotiation_complete(int *value, const char **doubt)
+static bool negotiation_complete(int *value, const char **doubt)
 {
     std::string text;
     *value = 1;
@@ -64,8 +62,9 @@ bool negotiation_complete(int *value, const char **doubt)
     return *doubt || *value != 0;
 }
 
-int qnet_lldp_negotiation_complete_handler(ubus_context *, ubus_object *, ubus_request_data *,
-                                           const char *method, blob_attr *)
+static int qnet_lldp_negotiation_complete_handler(ubus_context *, ubus_object *,
+                                                  ubus_request_data *, const char *method,
+                                                  blob_attr *)
 {
     if (!method)
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -75,8 +74,6 @@ int qnet_lldp_negotiation_complete_handler(ubus_context *, ubus_object *, ubus_r
     }
     return 0;
 }
-
-} // namespace
 
 bool wifi_lldp_negotiation_complete()
 {

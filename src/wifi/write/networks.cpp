@@ -1,5 +1,11 @@
 // Direct stage, networks: addresses, DHCP, forwarding and captive portal of the mesh gateway and of
 // every SSID.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -8,12 +14,6 @@
 #include "wifi/write/address_plan.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/write_internal.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <unistd.h>
 
 constexpr int WIRED_UPLINKS = 2;
 static const char *const PLANNED_NETMASK = "255.255.252.0";

@@ -1,11 +1,11 @@
 // Derived at run time, never stored beyond the interface it is for. Both ends know the BSSID.
 #include "wifi/write/orphan_key.h"
 
-#include "platform/zu/log.h"
-
 #include <cctype>
 #include <cstdio>
 #include <openssl/evp.h>
+
+#include "platform/zu/log.h"
 
 constexpr size_t BSSID_MAX = 19;
 constexpr int ROUNDS = 11;

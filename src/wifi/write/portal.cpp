@@ -27,7 +27,7 @@ static bool set_logout_rule(const char *name, int ssid, bool enabled)
 
 bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings)
 {
-    if (settings == nullptr) {
+    if (!settings) {
         log_error("%s is NULL", "wifi_settings");
         return false;
     }
@@ -68,8 +68,7 @@ static bool set_access_ifaces(bool here, int ssid)
     for (int radio = wifi_radio_count() - 1; radio >= 0; radio--) {
         snprintf(iface, sizeof iface, "ap%d_%d", radio, ssid);
         const char *band = platform_wireless_get_radio_band_name(radio);
-        good &=
-            set_access_iface(iface, ssid, here && band != nullptr && strcmp(band, "scanning") != 0);
+        good &= set_access_iface(iface, ssid, here && band && strcmp(band, "scanning") != 0);
     }
     return good;
 }
@@ -115,7 +114,7 @@ static bool commit(const char *package)
 
 bool set_udsplash_ifaces(uint32_t state, bool with_commit, const wifi_settings *settings)
 {
-    if (settings == nullptr) {
+    if (!settings) {
         log_error("%s is NULL", "wifi_settings");
         return false;
     }

@@ -1,5 +1,11 @@
 // The radio stage: what disturbs the radios or the mesh goes into a batch file, which is applied at
 // once or, when the change could cut a mesh node off, staged for later (delayed.cpp).
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci_batch.h"
 #include "wifi/radio/dfs.h"
@@ -7,12 +13,6 @@
 #include "wifi/wifi_internal.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/write_internal.h"
-
-#include <cstdio>
-#include <cstring>
-#include <ctime>
-#include <fcntl.h>
-#include <unistd.h>
 
 static void stage_put(ng_uci_batch *batch, const std::string &name, const char *value)
 {

@@ -1,14 +1,14 @@
 // Direct stage, radios: rates and power, orphan interfaces, access points, presence.
+#include <cstring>
+#include <initializer_list>
+#include <net/if.h>
+
 #include "platform/zu/ng_uci.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/orphan_key.h"
 #include "wifi/write/write_internal.h"
-
-#include <cstring>
-#include <initializer_list>
-#include <net/if.h>
 
 static void clear_options(const std::string &section, std::initializer_list<const char *> options)
 {

@@ -2,12 +2,12 @@
 // of the change context; push.cpp commits them.
 #pragma once
 
-#include "wifi/settings/record.h"
-#include "wifi/write/writer.h"
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "wifi/settings/record.h"
+#include "wifi/write/writer.h"
 
 /// One run of the writer.
 struct wifi_write {

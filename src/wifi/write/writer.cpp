@@ -20,7 +20,7 @@
 
 // ---- the direct stage, beyond radios and networks
 
-static constexpr const char *HOSTAPD_EVENTS[] = {
+constexpr const char *HOSTAPD_EVENTS[] = {
     "wifi.auth",
     "wifi.assoc",
     "wifi.reassoc",

@@ -1,9 +1,9 @@
 // Writing a settings record to the configuration.
 #pragma once
 
-#include "wifi/settings/record.h"
-
 #include <string>
+
+#include "wifi/settings/record.h"
 
 /// Writes `settings` as save actions, uncommitted. Radio settings that have to wait for the push's
 /// confirmation stand in the batch file that `held_back` then names. 0, or -1 (logged): then no

@@ -18,7 +18,7 @@ static void end(iface_enumeration *enumeration)
 {
     uloop_timeout_cancel(&enumeration->enumerate_timer);
     enumeration->enumerate_timer.cb = nullptr;
-    if (gEnded != nullptr)
+    if (gEnded)
         gEnded();
 }
 
@@ -74,7 +74,7 @@ static void search_bus(iface_enumeration *enumeration, ubus_context *ctx)
     const iface_kind *kind = enumeration->kind;
     for (const bus_object &object : bus_lookup_objects(ctx, kind->wanted)) {
         iface_entry *known = iface_list_find(&enumeration->list, object.path.c_str());
-        if (known != nullptr && known->id == object.id)
+        if (known && known->id == object.id)
             refresh(kind, ctx, known);
         else
             iface_enumeration_add(enumeration, kind, ctx, object.path.c_str(), object.id);
@@ -86,7 +86,7 @@ static void wait_to_enumerate_cb(uloop_timeout *timer)
     auto *enumeration = container_of(timer, iface_enumeration, enumerate_timer);
     const iface_kind *kind = enumeration->kind;
     ubus_context *ctx = gUbus_ctx;
-    if (ctx == nullptr) {
+    if (!ctx) {
         log_error("%s is NULL", "ctx");
     } else if (kind->is_known()) {
         iface_entry *entry;
@@ -117,18 +117,18 @@ bool iface_enumeration_start(iface_enumeration *enumeration, const iface_kind *k
 void iface_enumeration_add(iface_enumeration *enumeration, const iface_kind *kind,
                            ubus_context *ctx, const char *path, uint32_t id)
 {
-    if (ctx == nullptr || path == nullptr) {
-        log_error("%s is NULL", ctx == nullptr ? "ctx" : "obj_path");
+    if (!ctx || !path) {
+        log_error("%s is NULL", ctx ? "obj_path" : "ctx");
         return;
     }
     list_head *list = &enumeration->list;
     const iface_entry *known = iface_list_find(list, path);
-    if (known != nullptr && known->id == id)
+    if (known && known->id == id)
         return;
     // A path is on the bus once: an entry with another id is an object that is gone.
     iface_list_free_iface(list, path);
     iface_entry *entry = iface_list_new_iface(ctx, path, id);
-    if (entry == nullptr) {
+    if (!entry) {
         log_error("%s", kind->add_failure);
         return;
     }

@@ -7,9 +7,8 @@
 // that come and go later are told by the bus.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 
 #include "state/followed.h"
 #include "wired/netifd/iface.h"

@@ -61,8 +61,8 @@ static void destroy(iface_entry *entry)
 static int iface_list_notify_cb(ubus_context *, ubus_object *obj, ubus_request_data *, const char *,
                                 blob_attr *msg)
 {
-    if (obj == nullptr || msg == nullptr) {
-        log_error("%s is NULL", obj == nullptr ? "obj" : "msg");
+    if (!obj || !msg) {
+        log_error("%s is NULL", obj ? "msg" : "obj");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     auto *entry = container_of(container_of(obj, ubus_subscriber, obj), iface_entry, subscriber);
@@ -85,8 +85,8 @@ static void say_what_was_missed(const iface_entry *entry)
 
 static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
 {
-    if (req == nullptr || msg == nullptr) {
-        log_error("%s is NULL", req == nullptr ? "req" : "msg");
+    if (!req || !msg) {
+        log_error("%s is NULL", req ? "msg" : "req");
         return;
     }
     auto *entry = container_of(req, iface_entry, request);
@@ -97,7 +97,7 @@ static void get_iface_status_data_cb(ubus_request *req, int, blob_attr *msg)
 
 static void get_iface_status_complete_cb(ubus_request *req, int)
 {
-    if (req == nullptr) {
+    if (!req) {
         log_error("%s is NULL", "req");
         return;
     }
@@ -111,7 +111,7 @@ static void get_iface_status_complete_cb(ubus_request *req, int)
         iface_list_clear_facts(entry);
     }
     say_what_was_missed(entry);
-    if (entry->on_status != nullptr)
+    if (entry->on_status)
         entry->on_status(entry);
 }
 
@@ -137,8 +137,8 @@ static bool ask(iface_entry *entry, uint32_t id, int limit_ms)
 
 bool iface_list_call_status(ubus_context *ctx, iface_entry *entry, uint32_t id)
 {
-    if (ctx == nullptr || entry == nullptr) {
-        log_error("%s is NULL", ctx == nullptr ? "ctx" : "iface");
+    if (!ctx || !entry) {
+        log_error("%s is NULL", ctx ? "iface" : "ctx");
         return false;
     }
     entry->parsed = false;
@@ -183,13 +183,13 @@ static bool follow(iface_entry *entry)
 
 iface_entry *iface_list_new_iface(ubus_context *ctx, const char *obj_path, uint32_t id)
 {
-    if (ctx == nullptr || obj_path == nullptr) {
-        log_error("%s is NULL", ctx == nullptr ? "ctx" : "obj_path");
+    if (!ctx || !obj_path) {
+        log_error("%s is NULL", ctx ? "obj_path" : "ctx");
         return nullptr;
     }
     auto *entry = new (std::nothrow) iface_entry{};
     char *path = strdup(obj_path);
-    if (entry == nullptr || path == nullptr) {
+    if (!entry || !path) {
         log_error("Failed to allocate memory for a new iface listing");
         delete entry;
         free(path);
@@ -220,7 +220,7 @@ iface_entry *iface_list_find(list_head *list, const char *obj_path)
 void iface_list_free_iface(list_head *list, const char *obj_path)
 {
     iface_entry *entry = iface_list_find(list, obj_path);
-    if (entry == nullptr)
+    if (!entry)
         return;
     list_del(&entry->link);
     destroy(entry);
@@ -228,7 +228,7 @@ void iface_list_free_iface(list_head *list, const char *obj_path)
 
 void iface_list_free_all(list_head *list)
 {
-    if (list->next == nullptr) // never set up
+    if (!list->next) // never set up
         return;
     iface_entry *entry;
     iface_entry *next;
@@ -259,12 +259,12 @@ struct lookup_request {
 
 static void lookup_objects_cb(ubus_context *, ubus_object_data *obj, void *priv)
 {
-    if (obj == nullptr) {
+    if (!obj) {
         log_error("%s is NULL", "obj");
         return;
     }
     auto *request = static_cast<lookup_request *>(priv);
-    if (obj->path != nullptr && request->wanted(obj->path))
+    if (obj->path && request->wanted(obj->path))
         request->found.push_back({obj->path, obj->id});
 }
 
@@ -272,7 +272,7 @@ std::vector<bus_object> bus_lookup_objects(ubus_context *ctx, bool (*wanted)(con
 {
     // Collected first and handled by the caller: calls made from inside a look-up reorder it.
     lookup_request request{{}, wanted};
-    if (ctx != nullptr)
+    if (ctx)
         (void)ubus_lookup(ctx, nullptr, lookup_objects_cb, &request);
     return request.found;
 }

@@ -5,9 +5,8 @@
 // Who owns a list decides which objects enter it and when to ask again.
 #pragma once
 
-#include <libubus.h>
-
 #include <cstdint>
+#include <libubus.h>
 #include <string>
 #include <vector>
 

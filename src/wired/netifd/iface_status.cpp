@@ -44,7 +44,7 @@ static void clear_route(iface_entry *entry)
 
 static void tell_change(iface_entry *entry)
 {
-    if (entry->on_change != nullptr)
+    if (entry->on_change)
         entry->on_change(entry);
 }
 
@@ -61,7 +61,7 @@ static bool is_device_name(const char *name)
     if (*name == '\0')
         return false;
     for (const char *c = name; *c != '\0'; c++) {
-        if (isalnum(static_cast<unsigned char>(*c)) == 0 && strchr("._-:@", *c) == nullptr)
+        if (isalnum(static_cast<unsigned char>(*c)) == 0 && !strchr("._-:@", *c))
             return false;
     }
     return true;
@@ -69,23 +69,23 @@ static bool is_device_name(const char *name)
 
 static void take_gateway(iface_entry *entry, blob_attr *nexthop)
 {
-    if (nexthop == nullptr) {
+    if (!nexthop) {
         log_warning("Interface '%s' response to status() route member is missing a gateway IP",
                     entry->obj_path);
     }
     snprintf(entry->gateway, sizeof entry->gateway, "%s",
-             nexthop != nullptr ? blobmsg_get_string(nexthop) : "");
+             nexthop ? blobmsg_get_string(nexthop) : "");
     log_debug("%s gateway: %s", entry->obj_path, entry->gateway);
 }
 
 /// The address comes with its prefix length, "192.0.2.7/24".
 static void take_address(iface_entry *entry, blob_attr *source)
 {
-    if (source == nullptr) {
+    if (!source) {
         log_warning("Interface '%s' response to status() route member is missing a node IP",
                     entry->obj_path);
     }
-    const char *text = source != nullptr ? blobmsg_get_string(source) : "";
+    const char *text = source ? blobmsg_get_string(source) : "";
     snprintf(entry->address, sizeof entry->address, "%.*s", static_cast<int>(strcspn(text, "/")),
              text);
     log_debug("%s IP addr: %s", entry->obj_path, entry->address);
@@ -105,7 +105,7 @@ static bool take_route(iface_entry *entry, blob_attr *route)
         log_message(route, false);
         return false;
     }
-    if (tb[ROUTE_TARGET] == nullptr || tb[ROUTE_MASK] == nullptr) {
+    if (!tb[ROUTE_TARGET] || !tb[ROUTE_MASK]) {
         log_warning("Skipping '%s' set as potential wired upstream link, route did not contain "
                     "target and mask fields",
                     entry->obj_path);
@@ -134,7 +134,7 @@ static void take_routes(iface_entry *entry, blob_attr *routes)
 
 static bool take_device(iface_entry *entry, blob_attr *device)
 {
-    if (device == nullptr) {
+    if (!device) {
         log_error("Interface '%s' response to status() is missing the 'device' member",
                   entry->obj_path);
         return false;
@@ -160,7 +160,7 @@ static bool take_status(iface_entry *entry, blob_attr *msg)
         log_message(msg, true);
         return false;
     }
-    if (tb[STATUS_UP] == nullptr) {
+    if (!tb[STATUS_UP]) {
         log_error("Interface '%s' response to status() is missing the 'up' member",
                   entry->obj_path);
         return false;
@@ -168,7 +168,7 @@ static bool take_status(iface_entry *entry, blob_attr *msg)
     entry->up = blobmsg_get_bool(tb[STATUS_UP]);
     if (!take_device(entry, tb[STATUS_DEVICE]))
         return !entry->up;
-    if (tb[STATUS_ROUTE] == nullptr) // how netifd says down
+    if (!tb[STATUS_ROUTE]) // how netifd says down
         clear_route(entry);
     else
         take_routes(entry, tb[STATUS_ROUTE]);
@@ -177,8 +177,8 @@ static bool take_status(iface_entry *entry, blob_attr *msg)
 
 bool iface_list_parse_status(iface_entry *entry, blob_attr *msg)
 {
-    if (entry == nullptr || msg == nullptr) {
-        log_error("%s is NULL", entry == nullptr ? "iface" : "msg");
+    if (!entry || !msg) {
+        log_error("%s is NULL", entry ? "msg" : "iface");
         return false;
     }
     const bool usable = take_status(entry, msg);
