@@ -37,7 +37,7 @@ constexpr const char *FIND_GATEWAY =
     R"(awk '/\*/ {tq=$3;if (tq == "(") tq=$4;gsub(/[()]/,"",tq);printf("gwm|%s gwq|%s", $2, tq)}' | )"
     R"(tr -d '\(\)' > /tmp/mesh.info)";
 
-static mesh_state &state = gTarn_net_state.mesh;
+static mesh_state &gMesh = gTarn_net_state.mesh;
 
 // A command line with the gateway's MAC in its middle.
 struct gateway_command {
@@ -133,7 +133,7 @@ static void leave_parent(pid_t parent)
 
 static void kill_collection()
 {
-    if (kill(-state.stats_child.pid, SIGKILL) != 0 && kill(state.stats_child.pid, SIGKILL) != 0)
+    if (kill(-gMesh.stats_child.pid, SIGKILL) != 0 && kill(gMesh.stats_child.pid, SIGKILL) != 0)
         log_error("Failed to kill the batctl cmds fork, '%s'", strerror(errno));
 }
 
@@ -146,10 +146,10 @@ static int parse_batctl_cmds_output()
 {
     char text[MESH_INFO_MAX];
     const ssize_t length = file_read_bin(MESH_INFO_FILE, text, sizeof(text));
-    int result = mesh_gateway_facts_parse(&state.gateway,
+    int result = mesh_gateway_facts_parse(&gMesh.gateway,
                                           {text, length > 0 ? static_cast<size_t>(length) : 0});
     bool known = false;
-    const bool low = mesh_gateway_speed_is_low(&state.gateway, &known);
+    const bool low = mesh_gateway_speed_is_low(&gMesh.gateway, &known);
     if (!known)
         result = -1;
     update_led_flag("low_mesh_speed", low && gTarn_net_state.inet_test.upstream_state ==
@@ -160,8 +160,8 @@ static int parse_batctl_cmds_output()
 
 static void fork_and_execute_batctl_cmds_complete_cb(uloop_process *child, int status)
 {
-    const bool timed_out = !state.stats_timer.pending;
-    uloop_timeout_cancel(&state.stats_timer);
+    const bool timed_out = !gMesh.stats_timer.pending;
+    uloop_timeout_cancel(&gMesh.stats_timer);
     child->pid = 0;
     if (!WIFEXITED(status) || WEXITSTATUS(status) != NO_GATEWAY_STATUS) {
         if (timed_out)
@@ -188,30 +188,30 @@ void fork_and_execute_batctl_cmds(uloop_timeout *)
         _exit(execute_batctl_cmds() & 0xff);
     }
     setpgid(pid, pid); // here as well: the kill must find the group whoever runs first
-    state.stats_child.pid = pid;
-    state.stats_child.cb = fork_and_execute_batctl_cmds_complete_cb;
-    uloop_process_add(&state.stats_child);
-    state.stats_timer.cb = fork_and_execute_batctl_cmds_timeout_cb;
-    uloop_timeout_set(&state.stats_timer, STATS_LIMIT_MS);
+    gMesh.stats_child.pid = pid;
+    gMesh.stats_child.cb = fork_and_execute_batctl_cmds_complete_cb;
+    uloop_process_add(&gMesh.stats_child);
+    gMesh.stats_timer.cb = fork_and_execute_batctl_cmds_timeout_cb;
+    uloop_timeout_set(&gMesh.stats_timer, STATS_LIMIT_MS);
 }
 
 void mesh_statistics_arm()
 {
-    state.stats_timer.cb = fork_and_execute_batctl_cmds;
-    uloop_timeout_set(&state.stats_timer, STATS_INTERVAL_MS);
+    gMesh.stats_timer.cb = fork_and_execute_batctl_cmds;
+    uloop_timeout_set(&gMesh.stats_timer, STATS_INTERVAL_MS);
 }
 
 void mesh_statistics_abandon()
 {
-    uloop_timeout_cancel(&state.stats_timer);
-    if (state.stats_child.pid == 0)
+    uloop_timeout_cancel(&gMesh.stats_timer);
+    if (gMesh.stats_child.pid == 0)
         return;
     kill_collection();
-    uloop_process_delete(&state.stats_child);
-    state.stats_child.pid = 0;
+    uloop_process_delete(&gMesh.stats_child);
+    gMesh.stats_child.pid = 0;
 }
 
 void mesh_clear_gateway_info()
 {
-    mesh_gateway_facts_clear(&state.gateway);
+    mesh_gateway_facts_clear(&gMesh.gateway);
 }

@@ -34,8 +34,8 @@
 
 constexpr int AGAIN_MS = 1000;
 
-static bool is_read;
-static uloop_timeout again;
+static bool gIs_read;
+static uloop_timeout gAgain_timer;
 
 using record_handle = std::unique_ptr<wifi_settings>;
 
@@ -189,11 +189,11 @@ static int read_or_try_again()
 {
     const int status = read_record();
     if (status != UBUS_STATUS_OK) {
-        uloop_timeout_set(&again, AGAIN_MS);
+        uloop_timeout_set(&gAgain_timer, AGAIN_MS);
         return status;
     }
-    uloop_timeout_cancel(&again);
-    is_read = true;
+    uloop_timeout_cancel(&gAgain_timer);
+    gIs_read = true;
     return status;
 }
 
@@ -208,20 +208,20 @@ static void read_again_cb(uloop_timeout *)
 
 int wifi_reload_config(bool first_start)
 {
-    again.cb = read_again_cb;
+    gAgain_timer.cb = read_again_cb;
     if (first_start) {
         wifi_delayed_start();
         wifi_radio_start();
         wifi_check_enables();
         wifi_health_start();
-        is_read = false;
+        gIs_read = false;
     }
     return read_or_try_again();
 }
 
 bool wifi_settings_are_read()
 {
-    return is_read;
+    return gIs_read;
 }
 
 int wifi_reload_config_cb(ubus_context *, blob_attr *, blob_buf *)

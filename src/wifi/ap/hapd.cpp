@@ -31,7 +31,7 @@ struct hapd_instance {
     bool refusal_reported[SUBJECTS];
 };
 
-static std::vector<hapd_instance> instances;
+static std::vector<hapd_instance> gInstances;
 
 /// A message on its way; the instance may go meanwhile.
 struct call_note {
@@ -57,7 +57,7 @@ struct subject_row {
 
 static hapd_instance *find_instance(const char *path)
 {
-    for (hapd_instance &instance : instances)
+    for (hapd_instance &instance : gInstances)
         if (instance.path == path)
             return &instance;
     return nullptr;
@@ -156,13 +156,13 @@ static void tell_ft_bridge(hapd_instance *instance)
 
 static void neighbor_timer_cb(uloop_timeout *)
 {
-    for (hapd_instance &instance : instances)
+    for (hapd_instance &instance : gInstances)
         tell_neighbors(&instance);
 }
 
 static void ft_bridge_timer_cb(uloop_timeout *)
 {
-    for (hapd_instance &instance : instances)
+    for (hapd_instance &instance : gInstances)
         tell_ft_bridge(&instance);
 }
 
@@ -178,12 +178,12 @@ void wifi_add_hapd_instance_to_list(const char *path, int)
     }
     wifi_remove_hapd_instance_from_list(
         path); // a new one knows nothing of what the old one was told
-    instances.push_back(std::move(instance));
+    gInstances.push_back(std::move(instance));
 }
 
 void wifi_remove_hapd_instance_from_list(const char *path)
 {
-    std::erase_if(instances,
+    std::erase_if(gInstances,
                   [path](const hapd_instance &instance) { return instance.path == path; });
 }
 
@@ -204,13 +204,13 @@ void wifi_arm_ft_auth_bridge_timer(int delay_ms)
 
 void wifi_hapd_bridges_applied()
 {
-    if (!instances.empty() && !subjects[FT_BRIDGE].timer.pending)
+    if (!gInstances.empty() && !subjects[FT_BRIDGE].timer.pending)
         wifi_arm_ft_auth_bridge_timer(BRIDGES_SETTLE_MS);
 }
 
 void wifi_hapd_bus_reset()
 {
-    instances.clear();
+    gInstances.clear();
     for (subject_row &row : subjects)
         uloop_timeout_cancel(&row.timer);
 }

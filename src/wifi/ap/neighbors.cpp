@@ -18,9 +18,9 @@ struct neighbor {
 };
 
 static std::optional<std::vector<neighbor>>
-    staged; // an empty list is a list: it clears the live one
-static std::vector<neighbor> live;
-static bool live_is_known; // one was confirmed since the start
+    gStaged; // an empty list is a list: it clears the live one
+static std::vector<neighbor> gLive;
+static bool gLive_is_known; // one was confirmed since the start
 
 static bool parse_neighbor(blob_attr *element, neighbor *out)
 {
@@ -89,28 +89,28 @@ void wifi_stage_neighbors(blob_attr *list)
     const bool whole = parse_list(
         list, [&](neighbor &&entry) { add_while_there_is_room(&parsed, std::move(entry)); });
     if (whole)
-        staged = std::move(parsed);
+        gStaged = std::move(parsed);
 }
 
 void parse_config_event_neighbors(bool success)
 {
-    if (success && staged) {
-        live = std::move(*staged);
-        live_is_known = true;
+    if (success && gStaged) {
+        gLive = std::move(*gStaged);
+        gLive_is_known = true;
         wifi_arm_neighbor_list_timer(0);
     }
-    staged.reset();
+    gStaged.reset();
 }
 
 bool wifi_neighbors_are_known()
 {
-    return live_is_known;
+    return gLive_is_known;
 }
 
 void wifi_neighbors_add_to(blob_buf *list, int ssid, const char *own_bssid)
 {
     const char *name = wifi_live_settings()->ssids[ssid - 1].ssid;
-    for (const neighbor &entry : live) {
+    for (const neighbor &entry : gLive) {
         if (entry.ssid != ssid || strcasecmp(entry.bssid, own_bssid) == 0)
             continue;
         void *row = blobmsg_open_array(list, nullptr);

@@ -30,10 +30,10 @@ constexpr int DELAYED_WAIT_MS = 420000;
 constexpr int AGAIN_MS = 1000;
 constexpr size_t PATH_SIZE = 128;
 
-static char staged_file[PATH_SIZE];
-static char pending_file[PATH_SIZE];
-static uloop_timeout delayed_timer;
-static bool trying_again; // to apply the pending file
+static char gStaged_file[PATH_SIZE];
+static char gPending_file[PATH_SIZE];
+static uloop_timeout gDelayed_timer;
+static bool gTrying_again; // to apply the pending file
 
 static void forget(char *file)
 {
@@ -44,18 +44,18 @@ static void forget(char *file)
 
 static void drop_staged()
 {
-    log_info("No changes in delayed wifi settings for file %s, deleting it", staged_file);
-    forget(staged_file);
+    log_info("No changes in delayed wifi settings for file %s, deleting it", gStaged_file);
+    forget(gStaged_file);
 }
 
 /// Both names were made by the settings writer and hold nothing that a shell reads as more than
 /// text.
 static bool staged_equals_pending()
 {
-    if (!pending_file[0])
+    if (!gPending_file[0])
         return false;
     char command[2 * PATH_SIZE + sizeof("diff  ")];
-    snprintf(command, sizeof(command), "diff %s %s", pending_file, staged_file);
+    snprintf(command, sizeof(command), "diff %s %s", gPending_file, gStaged_file);
     const shell_result diff = shell_run(command);
     if (!diff.ran) {
         log_warning("diff command '%s' failed, errno = %d:%s", command, diff.error,
@@ -71,11 +71,11 @@ static bool apply_pending()
 {
     if (!wifi_packages_can_be_changed())
         return false;
-    (void)ng_uci_batch_apply(pending_file, false); // logged there; a bad file is not kept either
+    (void)ng_uci_batch_apply(gPending_file, false); // logged there; a bad file is not kept either
     wifi_keep_settings(gWifi_live_settings);
     if (wifi_commit_radio_settings() != 0)
         return false;
-    forget(pending_file);
+    forget(gPending_file);
     return true;
 }
 
@@ -84,13 +84,13 @@ static bool apply_pending()
 static bool apply_or_try_again()
 {
     std::optional<zu_log_repetition> quiet;
-    if (trying_again)
+    if (gTrying_again)
         quiet.emplace();
-    log_notice("Applying delayed wifi settings from file %s", pending_file);
-    trying_again = pending_file[0] && !apply_pending();
-    if (trying_again)
-        uloop_timeout_set(&delayed_timer, AGAIN_MS);
-    return !trying_again;
+    log_notice("Applying delayed wifi settings from file %s", gPending_file);
+    gTrying_again = gPending_file[0] && !apply_pending();
+    if (gTrying_again)
+        uloop_timeout_set(&gDelayed_timer, AGAIN_MS);
+    return !gTrying_again;
 }
 
 static void wifi_delayed_wireless_cb(uloop_timeout *)
@@ -108,24 +108,24 @@ static void wifi_delayed_wireless_cb(uloop_timeout *)
 static void staged_becomes_pending()
 {
     wifid_cancel_delayed_wireless();
-    memcpy(pending_file, staged_file, sizeof(pending_file));
-    staged_file[0] = '\0';
-    trying_again = false;
-    delayed_timer.cb = wifi_delayed_wireless_cb;
-    uloop_timeout_set(&delayed_timer, DELAYED_WAIT_MS);
-    log_notice("Starting timer for delayed wifi settings with file %s", pending_file);
+    memcpy(gPending_file, gStaged_file, sizeof(gPending_file));
+    gStaged_file[0] = '\0';
+    gTrying_again = false;
+    gDelayed_timer.cb = wifi_delayed_wireless_cb;
+    uloop_timeout_set(&gDelayed_timer, DELAYED_WAIT_MS);
+    log_notice("Starting timer for delayed wifi settings with file %s", gPending_file);
     update_led_flag("config", true);
 }
 
 static void end_wait_now()
 {
-    uloop_timeout_cancel(&delayed_timer);
-    wifi_delayed_wireless_cb(&delayed_timer);
+    uloop_timeout_cancel(&gDelayed_timer);
+    wifi_delayed_wireless_cb(&gDelayed_timer);
 }
 
 void parse_config_event_delayed_wireless(bool success)
 {
-    if (!staged_file[0])
+    if (!gStaged_file[0])
         return;
     if (!success || staged_equals_pending())
         drop_staged();
@@ -135,14 +135,14 @@ void parse_config_event_delayed_wireless(bool success)
 
 void wifi_delayed_drop()
 {
-    forget(staged_file);
+    forget(gStaged_file);
     wifid_cancel_delayed_wireless();
 }
 
 void wifi_delayed_start()
 {
     wifid_cancel_delayed_wireless();
-    staged_file[0] = '\0'; // its file goes with those of an earlier run
+    gStaged_file[0] = '\0'; // its file goes with those of an earlier run
     glob_t found;
     if (glob(WIFI_DELAYED_FILES "*", GLOB_NOSORT, nullptr, &found) == 0)
         for (size_t i = 0; i < found.gl_pathc; i++) {
@@ -155,30 +155,30 @@ void wifi_delayed_start()
 
 void wifi_delayed_stage(const char *path)
 {
-    forget(staged_file);
-    snprintf(staged_file, sizeof(staged_file), "%s", path);
+    forget(gStaged_file);
+    snprintf(gStaged_file, sizeof(gStaged_file), "%s", path);
 }
 
 wifi_delayed_status wifi_delayed_now()
 {
-    if (!pending_file[0])
-        return {staged_file[0] ? "staged" : "idle", 0};
-    const int64_t left_ms = uloop_timeout_remaining64(&delayed_timer);
+    if (!gPending_file[0])
+        return {gStaged_file[0] ? "staged" : "idle", 0};
+    const int64_t left_ms = uloop_timeout_remaining64(&gDelayed_timer);
     return {"pending", left_ms > 0 ? static_cast<int>((left_ms + 999) / 1000) : 0};
 }
 
 bool wifi_delayed_settings_pending()
 {
-    return pending_file[0] != '\0';
+    return gPending_file[0] != '\0';
 }
 
 void wifid_cancel_delayed_wireless()
 {
-    if (!pending_file[0])
+    if (!gPending_file[0])
         return;
-    log_notice("Aborting delayed wifi settings from file %s", pending_file);
-    uloop_timeout_cancel(&delayed_timer);
-    forget(pending_file);
+    log_notice("Aborting delayed wifi settings from file %s", gPending_file);
+    uloop_timeout_cancel(&gDelayed_timer);
+    forget(gPending_file);
     update_led_flag("config", false);
 }
 

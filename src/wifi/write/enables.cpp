@@ -25,8 +25,8 @@ enum restoration {
     WHOLE,
 };
 
-static uloop_timeout timer;               // a check, or the next try
-static std::optional<restoration> failed; // the last try; said already
+static uloop_timeout gTimer;               // a check, or the next try
+static std::optional<restoration> gFailed; // the last try; said already
 
 /// The settings writer takes the scanning radio's sections away.
 static bool has_interfaces(int radio)
@@ -108,7 +108,7 @@ static void save_enables(restoration kind)
 static bool commit_enables(restoration kind, bool *changed)
 {
     std::optional<zu_log_repetition> quiet;
-    if (failed)
+    if (gFailed)
         quiet.emplace();
     *changed = false;
     const ng_uci_readability wireless = ng_uci_check_readable("wireless");
@@ -123,10 +123,10 @@ static bool commit_enables(restoration kind, bool *changed)
 
 static void try_again(restoration kind)
 {
-    if (!failed)
+    if (!gFailed)
         log_warning("Unable to restore the interface configuration, trying again every second");
-    failed = failed == WHOLE ? WHOLE : kind;
-    uloop_timeout_set(&timer, RETRY_MS);
+    gFailed = gFailed == WHOLE ? WHOLE : kind;
+    uloop_timeout_set(&gTimer, RETRY_MS);
 }
 
 static void restore(restoration kind, bool reload)
@@ -137,11 +137,11 @@ static void restore(restoration kind, bool reload)
         return;
     }
     // The reload that may have followed a failed try came too early.
-    const bool late = failed == WHOLE || (kind == CHECK && changed);
+    const bool late = gFailed == WHOLE || (kind == CHECK && changed);
     if (late)
         log_notice("Restored the interface configuration");
-    failed.reset();
-    uloop_timeout_cancel(&timer);
+    gFailed.reset();
+    uloop_timeout_cancel(&gTimer);
     if (reload || late)
         (void)gWifi_requests.reload_config();
 }
@@ -149,9 +149,9 @@ static void restore(restoration kind, bool reload)
 static void timer_cb(uloop_timeout *)
 {
     if (wifi_lldp_keeps_interfaces_off())
-        failed.reset(); // the end of the negotiation restores
+        gFailed.reset(); // the end of the negotiation restores
     else
-        restore(failed.value_or(CHECK), false);
+        restore(gFailed.value_or(CHECK), false);
 }
 
 void wifi_restore_config_enabled_interfaces(bool reload)
@@ -160,13 +160,13 @@ void wifi_restore_config_enabled_interfaces(bool reload)
         log_notice("LLDP negotiation is in progress, skipping wifi interface config restoration");
         return;
     }
-    timer.cb = timer_cb;
+    gTimer.cb = timer_cb;
     restore(WHOLE, reload);
 }
 
 void wifi_check_enables()
 {
-    timer.cb = timer_cb;
-    if (!timer.pending)
-        uloop_timeout_set(&timer, 0);
+    gTimer.cb = timer_cb;
+    if (!gTimer.pending)
+        uloop_timeout_set(&gTimer, 0);
 }

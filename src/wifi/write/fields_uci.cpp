@@ -123,7 +123,7 @@ static std::string kept_option(const wifi_part &part, const wifi_field &row)
 // ---- read back
 
 /// Options that were passed over since the record was last read.
-static constinit std::vector<std::string> said_unfit;
+static constinit std::vector<std::string> gSaid_unfit;
 
 /// What the option holds, but for what no setting can hold, which is said once.
 static values items_of(const std::string &name)
@@ -133,9 +133,9 @@ static values items_of(const std::string &name)
         return !ng_uci_is_value(item.c_str());
     });
     if (unfit != items.end() &&
-        std::find(said_unfit.begin(), said_unfit.end(), name) == said_unfit.end()) {
+        std::find(gSaid_unfit.begin(), gSaid_unfit.end(), name) == gSaid_unfit.end()) {
         log_warning("Dropping the value of '%s': it holds a control character", name.c_str());
-        said_unfit.push_back(name);
+        gSaid_unfit.push_back(name);
     }
     items.erase(unfit, items.end());
     return items;
@@ -294,7 +294,7 @@ void wifi_keep_settings(const wifi_settings &settings)
 void wifi_read_settings(wifi_settings *settings, bool with_kept)
 {
     if (with_kept)
-        said_unfit.clear();
+        gSaid_unfit.clear();
     for_each_row(*settings, [with_kept](const wifi_part &part, const wifi_field &row) {
         read_row(part, row, with_kept);
     });

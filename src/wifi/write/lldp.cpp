@@ -14,9 +14,9 @@
 
 constexpr const char *LLDP_STATE = "wireless._lldp.negotiation_complete";
 
-static ubus_subscriber subscriber;
-static bool subscriber_registered;
-static uint32_t subscribed_id; // 0: to no object
+static ubus_subscriber gSubscriber;
+static bool gSubscriber_registered;
+static uint32_t gSubscribed_id; // 0: to no object
 
 static bool powered_without_lldp()
 {
@@ -105,38 +105,38 @@ void qnet_lldp_register_subscriber(ubus_context *ctx, uint32_t id)
         log_error("%s is NULL", "ctx");
         return;
     }
-    if (!subscriber_registered) {
-        subscriber.cb = qnet_lldp_negotiation_complete_handler;
-        if (ubus_register_subscriber(ctx, &subscriber) != 0) {
+    if (!gSubscriber_registered) {
+        gSubscriber.cb = qnet_lldp_negotiation_complete_handler;
+        if (ubus_register_subscriber(ctx, &gSubscriber) != 0) {
             log_error("Unable to register a subscriber for LLDP negotiation notifications");
             return;
         }
-        subscriber_registered = true;
+        gSubscriber_registered = true;
         log_info("Registered subscriber");
     }
-    if (id == subscribed_id)
+    if (id == gSubscribed_id)
         return;
-    if (ubus_subscribe(ctx, &subscriber, id) != 0) {
+    if (ubus_subscribe(ctx, &gSubscriber, id) != 0) {
         log_error("Unable to subscribe to LLDP negotiation notifications");
         return;
     }
-    subscribed_id = id;
+    gSubscribed_id = id;
     log_info("Registered for LLDP negotiation notifications obj_id = %d", static_cast<int>(id));
     wifi_check_enables(); // for what was notified before
 }
 
 void qnet_lldp_unregister_subscriber(ubus_context *ctx, uint32_t)
 {
-    if (subscribed_id != 0)
-        (void)ubus_unsubscribe(ctx, &subscriber, subscribed_id); // the object is gone already
-    subscribed_id = 0;
+    if (gSubscribed_id != 0)
+        (void)ubus_unsubscribe(ctx, &gSubscriber, gSubscribed_id); // the object is gone already
+    gSubscribed_id = 0;
     log_info("Unregistered LLDP subscriber");
 }
 
 void wifi_lldp_bus_reset(ubus_context *ctx)
 {
     // One that cannot be unregistered is still in the library's hands and stays as it is.
-    if (subscriber_registered && ubus_unregister_subscriber(ctx, &subscriber) == 0)
-        subscriber_registered = false;
-    subscribed_id = 0;
+    if (gSubscriber_registered && ubus_unregister_subscriber(ctx, &gSubscriber) == 0)
+        gSubscriber_registered = false;
+    gSubscribed_id = 0;
 }

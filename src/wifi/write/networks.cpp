@@ -163,7 +163,7 @@ static void write_portal_hosts(int ssid, const char *address)
         log_warning("Failed to write %s: %s", path.c_str(), strerror(errno));
 }
 
-static char portal_addresses[WIFI_SSIDS][sizeof(wifi_dhcp_settings::gateway_ip)];
+static char gPortal_addresses[WIFI_SSIDS][sizeof(wifi_dhcp_settings::gateway_ip)];
 
 static void write_portal(int ssid)
 {
@@ -171,13 +171,13 @@ static void write_portal(int ssid)
     (void)ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid); // as written just now
     for (const char *rule : {"_cp", "_lan_cp"})
         uci_put(numbered("firewall.ssid", ssid, rule) + ".src_dip", address.c_str());
-    snprintf(portal_addresses[ssid - 1], sizeof portal_addresses[0], "%s", address.c_str());
+    snprintf(gPortal_addresses[ssid - 1], sizeof gPortal_addresses[0], "%s", address.c_str());
 }
 
 void wifi_write_portal_hosts()
 {
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
-        write_portal_hosts(ssid, portal_addresses[ssid - 1]);
+        write_portal_hosts(ssid, gPortal_addresses[ssid - 1]);
 }
 
 // ---- firewall
