@@ -26,10 +26,8 @@ static uloop_timeout gCommit_timer;
 static void save(const wifi_settings *settings)
 {
     wifi_make_local_section();
-    ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->radio_override,
-                           NONCE_OPTION);
-    ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, settings->override_reason,
-                           REASON_OPTION);
+    ng_uci_put(NONCE_OPTION, settings->radio_override);
+    ng_uci_put(REASON_OPTION, settings->override_reason);
 }
 
 bool wifi_radio_override_active()
@@ -46,8 +44,7 @@ bool wifi_radio_override_delete()
 {
     if (wifi_radio_override_active()) // another one since
         return true;
-    const bool deleted = ng_uci_save_action_ctx(ng_uci_change_context(), ng_uci_delete_option,
-                                                nullptr, NONCE_OPTION) == 0;
+    const bool deleted = ng_uci_clear(NONCE_OPTION);
     ng_uci_renew_change_context();
     return ng_uci_commit("tarn_net") == 0 && deleted;
 }

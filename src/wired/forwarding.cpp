@@ -25,8 +25,7 @@ bool firewall_set_forwarding_rule(const char *iface, const char *source, bool en
                   source, iface);
         return false;
     }
-    if (ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, enable ? 1 : 0,
-                                   "firewall.%swan_%s.enabled", source, iface) == 0)
+    if (ng_uci_put(ng_uci_name("firewall.%swan_%s.enabled", source, iface), enable ? 1 : 0))
         return true;
     log_error("Failed to %s firewall forwarding rule from %s to %s", enable ? "enable" : "disable",
               source, iface);
@@ -110,8 +109,7 @@ bool firewall_revert_forwarding_rules()
 static bool set_portal_source(const char *iface, int ssid)
 {
     const char *dash = strchr(iface, '-');
-    return !dash || ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, dash + 1,
-                                           "firewall.ssid%d_lan_cp.src", ssid) == 0;
+    return !dash || ng_uci_put(ng_uci_name("firewall.ssid%d_lan_cp.src", ssid), dash + 1);
 }
 
 static bool move_forwarding(const char *from, const char *to)

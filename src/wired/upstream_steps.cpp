@@ -105,18 +105,14 @@ static bool remove_dns_interfaces()
 
 static bool set_dhcp_ignore(bool own_setting)
 {
-    uci_context *ctx = ng_uci_change_context();
     bool good = true;
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
         if (!ng_uci_exists("dhcp.ssid%d", ssid))
             continue; // a relay serves it
         const bool bridged = wifi_live_settings()->ssids[ssid - 1].bridge_to_lan;
-        good &= ng_uci_save_action_int_ctx(ctx, uci_set_string, own_setting ? bridged : 1,
-                                           "dhcp.ssid%d.ignore", ssid) == 0;
+        good &= ng_uci_put(ng_uci_name("dhcp.ssid%d.ignore", ssid), own_setting ? bridged : 1);
     }
-    return ng_uci_save_action_int_ctx(ctx, uci_set_string, own_setting ? 0 : 1,
-                                      "dhcp.mesh_gw.ignore") == 0 &&
-           good;
+    return ng_uci_put("dhcp.mesh_gw.ignore", own_setting ? 0 : 1) && good;
 }
 
 static bool make_dhcp(uint32_t state)

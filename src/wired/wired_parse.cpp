@@ -17,44 +17,33 @@ constexpr char PROXY_SECTION[] = "igmpproxy.igmpproxy";
 constexpr const char *PACKAGES[] = {"tarn_net", "igmpproxy"};
 
 template <typename T>
-static int save_int(const std::optional<T> &value, const char *section, const char *option)
+static bool save_int(const std::optional<T> &value, const char *section, const char *option)
 {
-    return value ? ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, *value,
-                                              "%s.%s", section, option)
-                 : 0;
+    return !value || ng_uci_put(ng_uci_name("%s.%s", section, option), *value);
 }
 
-static int save_section(const char *section, const char *type)
+static bool save_section(const char *section, const char *type)
 {
-    return ng_uci_exists("%s", section)
-               ? 0
-               : ng_uci_save_action_ctx(ng_uci_change_context(), uci_set_string, type, "%s",
-                                        section);
+    return ng_uci_exists("%s", section) || ng_uci_put(section, type);
 }
 
-static int save_targets(const std::vector<const char *> &targets)
+static bool save_targets(const std::vector<const char *> &targets)
 {
-    uci_context *ctx = ng_uci_change_context();
-    constexpr char OPTION[] = "inet_test_targets";
-    if (ng_uci_exists("%s.%s", TEST_SECTION, OPTION) &&
-        ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, "%s.%s", TEST_SECTION, OPTION))
-        return -1;
-    for (const char *target : targets) {
-        if (ng_uci_save_action_ctx(ctx, ng_uci_add_list, target, "%s.%s", TEST_SECTION, OPTION))
-            return -1;
-    }
-    return 0;
+    const std::string option = ng_uci_name("%s.inet_test_targets", TEST_SECTION);
+    if (ng_uci_exists("%s", option.c_str()) && !ng_uci_clear(option))
+        return false;
+    for (const char *target : targets)
+        if (!ng_uci_add(option, target))
+            return false;
+    return true;
 }
 
-static int save_lan_bridge(const char *bridge)
+static bool save_lan_bridge(const char *bridge)
 {
-    uci_context *ctx = ng_uci_change_context();
+    const std::string option = ng_uci_name("%s.lan_bridge", WIRED_SECTION);
     if (bridge[0] != '\0')
-        return ng_uci_save_action_ctx(ctx, uci_set_string, bridge, "%s.lan_bridge", WIRED_SECTION);
-    if (!ng_uci_exists("%s.lan_bridge", WIRED_SECTION))
-        return 0;
-    return ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, "%s.lan_bridge",
-                                  WIRED_SECTION);
+        return ng_uci_put(option, bridge);
+    return !ng_uci_exists("%s", option.c_str()) || ng_uci_clear(option);
 }
 
 /// `changed`: something of it was not configured already.
@@ -63,16 +52,16 @@ static bool save(const wired_settings &settings, bool *changed)
     const bool test = settings.targets || settings.failure_tolerance || settings.test_interval;
     const bool wired = settings.lan_bridge || settings.client_disable || settings.client_ssid;
     return ng_uci_make_package("tarn_net") == 0 &&
-           (!test || save_section(TEST_SECTION, "inet_test") == 0) &&
-           (!wired || save_section(WIRED_SECTION, "wired") == 0) &&
-           (!settings.igmp_proxy || save_section(PROXY_SECTION, "igmpproxy") == 0) &&
-           (!settings.targets || save_targets(*settings.targets) == 0) &&
-           save_int(settings.failure_tolerance, TEST_SECTION, "failure_tolerance") == 0 &&
-           save_int(settings.test_interval, TEST_SECTION, "test_interval") == 0 &&
-           (!settings.lan_bridge || save_lan_bridge(settings.lan_bridge) == 0) &&
-           save_int(settings.client_disable, WIRED_SECTION, "disable_wired_client") == 0 &&
-           save_int(settings.client_ssid, WIRED_SECTION, "wired_client_ssid") == 0 &&
-           save_int(settings.igmp_proxy, PROXY_SECTION, "enable") == 0 &&
+           (!test || save_section(TEST_SECTION, "inet_test")) &&
+           (!wired || save_section(WIRED_SECTION, "wired")) &&
+           (!settings.igmp_proxy || save_section(PROXY_SECTION, "igmpproxy")) &&
+           (!settings.targets || save_targets(*settings.targets)) &&
+           save_int(settings.failure_tolerance, TEST_SECTION, "failure_tolerance") &&
+           save_int(settings.test_interval, TEST_SECTION, "test_interval") &&
+           (!settings.lan_bridge || save_lan_bridge(settings.lan_bridge)) &&
+           save_int(settings.client_disable, WIRED_SECTION, "disable_wired_client") &&
+           save_int(settings.client_ssid, WIRED_SECTION, "wired_client_ssid") &&
+           save_int(settings.igmp_proxy, PROXY_SECTION, "enable") &&
            ng_uci_commit_all(PACKAGES, changed) == 0;
 }
 

@@ -190,15 +190,15 @@ TEST_F(Change, WholeListIsAsIfAddedOneByOne)
     const std::vector<std::string> items = {"s", "q", "s", "", "it's", "q"};
     for (const std::string &item : items)
         EXPECT_EQ(act(ng_uci_add_list, item.c_str(), "zt.b.items"), 0);
-    EXPECT_EQ(ng_uci_set_list(items, "zt.a.items"), 0);
-    EXPECT_EQ(ng_uci_set_list({}, "zt.a.single"), 0);
+    EXPECT_TRUE(ng_uci_put_list("zt.a.items", items));
+    EXPECT_TRUE(ng_uci_put_list("zt.a.single", {}));
     EXPECT_EQ(act(ng_uci_add_list, "more", "zt.a.items"), 0);
     EXPECT_EQ(act(ng_uci_add_list, "more", "zt.b.items"), 0);
     EXPECT_EQ(ng_uci_commit("zt"), 0);
     EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
     EXPECT_FALSE(ng_uci_exists("zt.a.single"));
-    EXPECT_EQ(ng_uci_set_list({"a", "b\n"}, "zt.a.items"), -1);
-    EXPECT_EQ(ng_uci_set_list({"a"}, "zt.none.items"), -1);
+    EXPECT_FALSE(ng_uci_put_list("zt.a.items", {"a", "b\n"}));
+    EXPECT_FALSE(ng_uci_put_list("zt.none.items", {"a"}));
     EXPECT_EQ(shell("uci get zt.b.items"), shell("uci get zt.a.items"));
 }
 

@@ -36,8 +36,9 @@ int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value
                                const char *name_format, ...) __attribute__((format(printf, 4, 5)));
 
 /// Makes the option a list of these items, each once (where it stands last); nothing when it is
-/// that list already. As adding them one by one, in a fraction of the time. 0 or -1 (logged).
-int ng_uci_set_list(const std::vector<std::string> &items, const char *name);
+/// that list already. As adding them one by one, in a fraction of the time. False when it could not
+/// be (logged).
+bool ng_uci_put_list(const std::string &name, const std::vector<std::string> &items);
 
 /// Save actions by a plain name, for one option each. False when it could not be made (logged).
 bool ng_uci_put(const std::string &name, const char *value);

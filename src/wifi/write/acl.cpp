@@ -2,6 +2,7 @@
 #include <unordered_set>
 
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
 #include "wifi/write/write_internal.h"
 
 using mac_set = std::unordered_set<std::string>;
@@ -20,7 +21,7 @@ std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings)
 /// Takes out what has vanished and adds what is new; what stays keeps its place.
 static void reconcile(const std::string &list, const std::vector<std::string> &wanted)
 {
-    const std::vector<std::string> before = uci_items(list);
+    const std::vector<std::string> before = ng_uci_items(list);
     if (before == wanted)
         return;
     const mac_set all(wanted.begin(), wanted.end());
@@ -32,7 +33,7 @@ static void reconcile(const std::string &list, const std::vector<std::string> &w
     for (const std::string &mac : wanted)
         if (there.insert(mac).second)
             after.push_back(mac);
-    uci_put_list(list, after);
+    ng_uci_put_list(list, after);
 }
 
 void wifi_write_acl_list_config(const wifi_write &w, int ssid)
@@ -44,9 +45,9 @@ void wifi_write_acl_list_config(const wifi_write &w, int ssid)
         if (wifi_write_is_scanning(w, radio))
             continue; // it has no access points
         const std::string ap = wifi_ap_section(radio, ssid);
-        uci_clear(ap + ".macfilter");
+        ng_uci_clear(ap + ".macfilter");
         if (!wanted.empty())
-            uci_put(ap + ".macfilter", "allow");
+            ng_uci_put(ap + ".macfilter", "allow");
         reconcile(ap + ".maclist", wanted);
     }
 }

@@ -1,6 +1,7 @@
 // DNS of an SSID: the node's common instance, or one of the SSID's own when its queries are
 // intercepted or it has name servers of its own.
 #include "wifi/write/dns.h"
+#include "platform/zu/ng_uci.h"
 
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/write_internal.h"
@@ -27,15 +28,15 @@ static std::string vlan_bridge(int ssid)
 static void put_instance(const wifi_ssid_settings &settings, int ssid, const std::string &instance)
 {
     if (!settings.dhcp.relay[0])
-        uci_put(numbered("dhcp.ssid", ssid, ".instance"), instance.c_str());
+        ng_uci_put(numbered("dhcp.ssid", ssid, ".instance"), instance.c_str());
 }
 
 static void use_common_instance(const wifi_ssid_settings &settings, int ssid)
 {
-    uci_clear(numbered("dhcp.ssid", ssid, "_dns"));
+    ng_uci_clear(numbered("dhcp.ssid", ssid, "_dns"));
     for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
         (void)change_dns_interface(ng_uci_del_list, bridge.c_str());
-        uci_remove(LAN_NOTINTERFACE, bridge);
+        ng_uci_remove(LAN_NOTINTERFACE, bridge);
         if (!settings.dhcp.relay[0])
             (void)change_dns_interface(ng_uci_add_list, bridge.c_str());
     }
@@ -55,13 +56,13 @@ constexpr fixed_option INSTANCE_OPTIONS[] = {
 static void write_servers(const wifi_ssid_settings &settings, const std::string &instance)
 {
     const std::string servers = instance + ".server";
-    uci_clear(servers);
+    ng_uci_clear(servers);
     if (!settings.dns_servers[0][0])
-        uci_add(servers, "127.0.0.1");
+        ng_uci_add(servers, "127.0.0.1");
     for (const char *server : settings.dns_servers) {
         if (!server[0])
             break;
-        uci_add(servers, server);
+        ng_uci_add(servers, server);
     }
 }
 
@@ -70,14 +71,14 @@ static void write_other_interfaces(const std::string &list, int ssid)
 {
     std::string lan_bridge;
     if (ng_uci_get_string(lan_bridge, "tarn_net.wired.lan_bridge") == 0)
-        uci_add(list, lan_bridge);
+        ng_uci_add(list, lan_bridge);
     for (const char *name : {"br-mesh_gw", "br-mesh_rp", "lo"})
-        uci_add(list, name);
+        ng_uci_add(list, name);
     for (int other = 1; other <= WIFI_SSIDS; other++) {
         if (other == ssid)
             continue;
-        uci_add(list, ssid_bridge(other));
-        uci_add(list, vlan_bridge(ssid)); // this SSID's own, not the other's: meant so
+        ng_uci_add(list, ssid_bridge(other));
+        ng_uci_add(list, vlan_bridge(ssid)); // this SSID's own, not the other's: meant so
     }
 }
 
@@ -85,28 +86,28 @@ static void write_listening(const wifi_ssid_settings &settings, const std::strin
                             int ssid)
 {
     if (settings.bridge_to_lan) {
-        uci_clear(instance + ".interface");
-        uci_clear(instance + ".notinterface");
-        uci_put(instance + ".port", 1100 + ssid);
+        ng_uci_clear(instance + ".interface");
+        ng_uci_clear(instance + ".notinterface");
+        ng_uci_put(instance + ".port", 1100 + ssid);
         return;
     }
-    uci_add(instance + ".interface", numbered("ssid", ssid));
-    uci_add(instance + ".interface", vlan_bridge(ssid));
+    ng_uci_add(instance + ".interface", numbered("ssid", ssid));
+    ng_uci_add(instance + ".interface", vlan_bridge(ssid));
     write_other_interfaces(instance + ".notinterface", ssid);
-    uci_clear(instance + ".port");
+    ng_uci_clear(instance + ".port");
 }
 
 static void write_own_instance(const wifi_ssid_settings &settings, int ssid)
 {
     const std::string instance = numbered("dhcp.ssid", ssid, "_dns");
     const std::string number = std::to_string(ssid);
-    uci_put(instance, "dnsmasq");
+    ng_uci_put(instance, "dnsmasq");
     for (const fixed_option &option : INSTANCE_OPTIONS)
-        uci_put(instance + option.name, option.value);
-    uci_put(instance + ".domain", ("ssid" + number).c_str());
-    uci_clear(instance + ".local");
-    uci_put(instance + ".leasefile", ("/tmp/dhcp_ssid" + number + ".leases").c_str());
-    uci_put(instance + ".resolvfile", ("/tmp/resolv.conf.ssid" + number).c_str());
+        ng_uci_put(instance + option.name, option.value);
+    ng_uci_put(instance + ".domain", ("ssid" + number).c_str());
+    ng_uci_clear(instance + ".local");
+    ng_uci_put(instance + ".leasefile", ("/tmp/dhcp_ssid" + number + ".leases").c_str());
+    ng_uci_put(instance + ".resolvfile", ("/tmp/resolv.conf.ssid" + number).c_str());
     write_servers(settings, instance);
     write_listening(settings, instance, ssid);
 }
@@ -120,7 +121,7 @@ void wifi_write_dns(const wifi_write &w, int ssid)
     }
     for (const std::string &bridge : {ssid_bridge(ssid), vlan_bridge(ssid)}) {
         (void)change_dns_interface(ng_uci_del_list, bridge.c_str());
-        uci_add(LAN_NOTINTERFACE, bridge);
+        ng_uci_add(LAN_NOTINTERFACE, bridge);
     }
     put_instance(settings, ssid, numbered("ssid", ssid, "_dns"));
     write_own_instance(settings, ssid);

@@ -44,8 +44,7 @@ static void restore_access_points(int radio)
                             ssid);
             continue;
         }
-        ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, enable,
-                                   "wireless.ap%d_%d.enable", radio, ssid);
+        ng_uci_put(ng_uci_name("wireless.ap%d_%d.enable", radio, ssid), enable);
     }
 }
 
@@ -77,17 +76,15 @@ static void restore_mesh(int radio)
             log_warning("Unable to read 'config_enable' UCI option for iface mesh%i", radio);
         return;
     }
-    ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string,
-                               mesh_enable_on_channel(radio, intended), "wireless.mesh%d.enable",
-                               radio);
+    ng_uci_put(ng_uci_name("wireless.mesh%d.enable", radio),
+               mesh_enable_on_channel(radio, intended));
 }
 
 static void end_orphan_connection(int radio)
 {
     // The scanning radio has no such interface.
     if (!wifi_radio_override_active() && ng_uci_exists("wireless.orph_conn%d", radio))
-        ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, 0,
-                                   "wireless.orph_conn%d.enable", radio);
+        ng_uci_put(ng_uci_name("wireless.orph_conn%d.enable", radio), 0);
 }
 
 static void save_enables(restoration kind)

@@ -128,7 +128,7 @@ static constinit std::vector<std::string> gSaid_unfit;
 /// What the option holds, but for what no setting can hold, which is said once.
 static values items_of(const std::string &name)
 {
-    values items = uci_items(name);
+    values items = ng_uci_items(name);
     const auto unfit = std::remove_if(items.begin(), items.end(), [](const std::string &item) {
         return !ng_uci_is_value(item.c_str());
     });
@@ -184,16 +184,16 @@ static void keep_row(const wifi_part &part, const wifi_field &row)
 {
     const std::string name = kept_option(part, row);
     const values wanted = field_texts(row, part.record);
-    uci_clear(name);
+    ng_uci_clear(name);
     if (row.stage == FOREIGN || wanted == option_values(part, row))
         return;
     if (!field_is_list(row)) {
-        uci_put(name, ("=" + wanted.front()).c_str());
+        ng_uci_put(name, ("=" + wanted.front()).c_str());
         return;
     }
-    uci_add(name, "="); // also of an empty list there is something to be seen
+    ng_uci_add(name, "="); // also of an empty list there is something to be seen
     for (size_t i = 0; i < wanted.size(); i++)
-        uci_add(name, std::to_string(i) + "=" + wanted[i]);
+        ng_uci_add(name, std::to_string(i) + "=" + wanted[i]);
 }
 
 static bool row_can_be_written(const wifi_part &part, const wifi_field &row)
@@ -260,9 +260,9 @@ void fields_write(const wifi_part &part, const char *section)
     for_each_option(part, section, DIRECT,
                     [](const wifi_field &row, const std::string &name, const values &wanted) {
                         if (field_is_list(row))
-                            uci_put_list(name, wanted);
+                            ng_uci_put_list(name, wanted);
                         else
-                            uci_put(name, wanted.front().c_str());
+                            ng_uci_put(name, wanted.front().c_str());
                     });
 }
 
@@ -287,7 +287,7 @@ void fields_stage(ng_uci_batch *batch, const wifi_part &part, const char *sectio
 
 void wifi_keep_settings(const wifi_settings &settings)
 {
-    for_each_part(settings, [](const wifi_part &part) { uci_put(part.kept, "settings"); });
+    for_each_part(settings, [](const wifi_part &part) { ng_uci_put(part.kept, "settings"); });
     for_each_row(settings, keep_row);
 }
 

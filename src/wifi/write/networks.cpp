@@ -24,15 +24,15 @@ static void add_masquerade(const std::string &address, int bits)
 {
     const std::string network = address + "/" + std::to_string(bits);
     for (int uplink = 0; uplink < WIRED_UPLINKS; uplink++)
-        uci_add(numbered("firewall.wired", uplink, ".masq_src"), network);
+        ng_uci_add(numbered("firewall.wired", uplink, ".masq_src"), network);
 }
 
 static void write_mesh_gateway(const wifi_write &w)
 {
     const std::string address = wifi_plan_address(w.address_base);
-    uci_put("network.mesh_gw.ipaddr", address.c_str());
+    ng_uci_put("network.mesh_gw.ipaddr", address.c_str());
     for (int uplink = 0; uplink < WIRED_UPLINKS; uplink++)
-        uci_clear(numbered("firewall.wired", uplink, ".masq_src"));
+        ng_uci_clear(numbered("firewall.wired", uplink, ".masq_src"));
     add_masquerade(address, PLANNED_BITS);
 }
 
@@ -50,12 +50,12 @@ static void make_dhcp_section(const wifi_ssid_settings &settings, int ssid)
         return;
     const std::string section = numbered("dhcp.ssid", ssid);
     if (!has_dhcp_section(ssid)) {
-        uci_put(section, "dhcp");
-        uci_put(section + ".interface", numbered("ssid", ssid).c_str());
-        uci_put(section + ".dhcpv6", "server");
-        uci_put(section + ".ra", "server");
+        ng_uci_put(section, "dhcp");
+        ng_uci_put(section + ".interface", numbered("ssid", ssid).c_str());
+        ng_uci_put(section + ".dhcpv6", "server");
+        ng_uci_put(section + ".ra", "server");
     }
-    uci_clear(numbered("dhcp.relay_ssid", ssid));
+    ng_uci_clear(numbered("dhcp.relay_ssid", ssid));
 }
 
 static void write_dhcp_role(const wifi_write &w, int ssid)
@@ -66,9 +66,9 @@ static void write_dhcp_role(const wifi_write &w, int ssid)
     const std::string section = numbered("dhcp.ssid", ssid);
     const bool gateway = w.upstream_state == TARN_NET_UPSTREAM_WAN_STATE;
     const char *role = wifi_vlan_tag_is_valid(settings.vlan_tag) ? "relay" : "server";
-    uci_put(section + ".ignore", gateway ? settings.bridge_to_lan : 1);
-    uci_put(section + ".dhcpv6", role);
-    uci_put(section + ".ra", role);
+    ng_uci_put(section + ".ignore", gateway ? settings.bridge_to_lan : 1);
+    ng_uci_put(section + ".dhcpv6", role);
+    ng_uci_put(section + ".ra", role);
 }
 
 static void write_planned_leases(int ssid)
@@ -76,23 +76,23 @@ static void write_planned_leases(int ssid)
     if (!has_dhcp_section(ssid))
         return;
     const std::string section = numbered("dhcp.ssid", ssid);
-    uci_put(section + ".start", 20);
-    uci_put(section + ".limit", 1000);
-    uci_put(section + ".leasetime", "5m");
+    ng_uci_put(section + ".start", 20);
+    ng_uci_put(section + ".limit", 1000);
+    ng_uci_put(section + ".leasetime", "5m");
 }
 
 static void write_planned_addresses(const wifi_write &w, int ssid)
 {
     const std::string network = numbered("network.ssid", ssid);
     const std::string address = wifi_plan_address(wifi_plan_ssid(w.address_base, ssid));
-    uci_put(network + ".ipaddr", address.c_str());
-    uci_put(network + ".netmask", PLANNED_NETMASK);
+    ng_uci_put(network + ".ipaddr", address.c_str());
+    ng_uci_put(network + ".netmask", PLANNED_NETMASK);
     write_planned_leases(ssid);
     add_masquerade(address, PLANNED_BITS);
     if (ssid != 1) // once is enough: the option is the uplinks', not the SSID's
         return;
     for (int uplink = 0; uplink < WIRED_UPLINKS; uplink++)
-        uci_clear(numbered("igmpproxy.wired", uplink, ".altnet"));
+        ng_uci_clear(numbered("igmpproxy.wired", uplink, ".altnet"));
 }
 
 /// The text if it is an IPv4 address, else none: dnsmasq and the firewall would stumble over it.
@@ -108,12 +108,12 @@ static const char *address_of(const char *text, const char *what, int ssid)
 static void write_relay(const wifi_dhcp_settings &dhcp, const char *gateway, int ssid)
 {
     const std::string section = numbered("dhcp.relay_ssid", ssid);
-    uci_clear(section);
-    uci_put(section, "relay");
-    uci_put(section + ".local_addr", gateway);
-    uci_put(section + ".server_addr", address_of(dhcp.relay, "relay", ssid));
-    uci_put(section + ".interface", numbered("ssid", ssid).c_str());
-    uci_clear(numbered("dhcp.ssid", ssid));
+    ng_uci_clear(section);
+    ng_uci_put(section, "relay");
+    ng_uci_put(section + ".local_addr", gateway);
+    ng_uci_put(section + ".server_addr", address_of(dhcp.relay, "relay", ssid));
+    ng_uci_put(section + ".interface", numbered("ssid", ssid).c_str());
+    ng_uci_clear(numbered("dhcp.ssid", ssid));
 }
 
 static void write_custom_addresses(const wifi_settings &settings, int ssid)
@@ -122,8 +122,8 @@ static void write_custom_addresses(const wifi_settings &settings, int ssid)
     const std::string network = numbered("network.ssid", ssid);
     const char *gateway = address_of(dhcp.gateway_ip, "gateway_ip", ssid);
     const char *netmask = address_of(dhcp.netmask, "netmask", ssid);
-    uci_put(network + ".ipaddr", gateway);
-    uci_put(network + ".netmask", netmask);
+    ng_uci_put(network + ".ipaddr", gateway);
+    ng_uci_put(network + ".netmask", netmask);
     if (has_dhcp_section(ssid))
         fields_write(wifi_dhcp_part(settings, ssid), "dhcp.ssid%d");
     if (dhcp.relay[0])
@@ -170,7 +170,7 @@ static void write_portal(int ssid)
     std::string address;
     (void)ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid); // as written just now
     for (const char *rule : {"_cp", "_lan_cp"})
-        uci_put(numbered("firewall.ssid", ssid, rule) + ".src_dip", address.c_str());
+        ng_uci_put(numbered("firewall.ssid", ssid, rule) + ".src_dip", address.c_str());
     snprintf(gPortal_addresses[ssid - 1], sizeof gPortal_addresses[0], "%s", address.c_str());
 }
 
@@ -186,15 +186,15 @@ static void write_smtp_redirect(const wifi_write &w, int ssid)
 {
     const std::string section = numbered("firewall.ssid", ssid, "smtp");
     if (!w.settings->ssids[ssid - 1].smtp_redir[0]) {
-        uci_clear(section);
+        ng_uci_clear(section);
         return;
     }
-    uci_put(section, "redirect");
-    uci_put(section + ".src", numbered("ssid", ssid).c_str());
+    ng_uci_put(section, "redirect");
+    ng_uci_put(section + ".src", numbered("ssid", ssid).c_str());
     fields_write(wifi_ssid_part(*w.settings, ssid, -1), "firewall.ssid%dsmtp");
-    uci_put(section + ".dest_port", 25);
-    uci_put(section + ".proto", "tcp");
-    uci_put(section + ".target", "DNAT");
+    ng_uci_put(section + ".dest_port", 25);
+    ng_uci_put(section + ".proto", "tcp");
+    ng_uci_put(section + ".target", "DNAT");
 }
 
 static void write_lan_block(const wifi_ssid_settings &settings, int ssid)
@@ -202,13 +202,13 @@ static void write_lan_block(const wifi_ssid_settings &settings, int ssid)
     for (int uplink = 0; uplink < WIRED_UPLINKS; uplink++) {
         const std::string section = numbered("firewall.ssid", ssid) + numbered("wired", uplink);
         if (!settings.lan_block) {
-            uci_clear(section);
+            ng_uci_clear(section);
             continue;
         }
-        uci_put(section, "forwarding");
-        uci_put(section + ".src", numbered("ssid", ssid).c_str());
+        ng_uci_put(section, "forwarding");
+        ng_uci_put(section + ".src", numbered("ssid", ssid).c_str());
         // In the same option, with no destination written: meant so.
-        uci_put(section + ".src", numbered("wired", uplink).c_str());
+        ng_uci_put(section + ".src", numbered("wired", uplink).c_str());
     }
 }
 
@@ -218,7 +218,7 @@ static void write_rebind_protection(const wifi_settings &settings)
 {
     const bool all = std::all_of(std::begin(settings.ssids), std::end(settings.ssids),
                                  [](const wifi_ssid_settings &s) { return s.rebind_protection; });
-    uci_put("dhcp.lan_dns.rebind_protection", all);
+    ng_uci_put("dhcp.lan_dns.rebind_protection", all);
 }
 
 void wifi_write_networks(const wifi_write &w)

@@ -21,8 +21,7 @@ static bool portal_is_here(uint32_t state)
 
 static bool set_logout_rule(const char *name, int ssid, bool enabled)
 {
-    return ng_uci_save_action_int_ctx(ng_uci_change_context(), uci_set_string, enabled ? 1 : 0,
-                                      "firewall.ssid%d_%s.enabled", ssid, name) == 0;
+    return ng_uci_put(ng_uci_name("firewall.ssid%d_%s.enabled", ssid, name), enabled ? 1 : 0);
 }
 
 bool set_udsplash_logout_firewall(uint32_t state, const wifi_settings *settings)
@@ -86,21 +85,19 @@ static std::string wired_gateway_iface()
 
 static bool set_shaper(uint32_t state, const wifi_ssid_settings &settings, int ssid)
 {
-    uci_context *ctx = ng_uci_change_context();
-    constexpr char ACCESS[] = "udshape.ssid%d.accessif";
-    constexpr char GATEWAY[] = "udshape.ssid%d.gatewayif";
+    const std::string access_ifaces = ng_uci_name("udshape.ssid%d.accessif", ssid);
+    const std::string gateway_ifaces = ng_uci_name("udshape.ssid%d.gatewayif", ssid);
     bool good = true;
     if (!portal_is_here(state) && !upstream_knows_wired_bridge()) {
-        good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth0", ACCESS, ssid) == 0;
-        good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, "eth1", ACCESS, ssid) == 0;
+        good &= ng_uci_remove(access_ifaces, "eth0");
+        good &= ng_uci_remove(access_ifaces, "eth1");
     }
     const std::string gateway =
         portal_is_here(state) ? wired_gateway_iface() : wifi_ssid_mesh_iface(settings, ssid);
-    const char *iface = gateway.c_str();
-    good &= ng_uci_save_action_ctx(ctx, ng_uci_delete_option, nullptr, GATEWAY, ssid) == 0;
-    log_info("Setting udshape gatewayif to '%s'", iface);
-    good &= ng_uci_save_action_ctx(ctx, ng_uci_add_list, iface, GATEWAY, ssid) == 0;
-    good &= ng_uci_save_action_ctx(ctx, ng_uci_del_list, iface, ACCESS, ssid) == 0;
+    good &= ng_uci_clear(gateway_ifaces);
+    log_info("Setting udshape gatewayif to '%s'", gateway.c_str());
+    good &= ng_uci_add(gateway_ifaces, gateway);
+    good &= ng_uci_remove(access_ifaces, gateway);
     return good;
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/zu/log.h"
+#include "platform/zu/ng_uci.h"
 #include "platform/zu/ng_uci_batch.h"
 #include "wifi/radio/dfs.h"
 #include "wifi/wifi.h"
@@ -30,7 +31,8 @@ static void stage_radio_options(ng_uci_batch *batch, const wifi_write &w, int ra
 {
     fields_stage(batch, wifi_radio_part(*w.settings, radio), "wireless.radio%d");
     fields_stage(batch, wifi_node_part(*w.settings, radio, -1), "wireless.radio%d");
-    uci_put("u80211d.global.country", w.settings->reg_country); // not held back, and that is meant
+    ng_uci_put("u80211d.global.country",
+               w.settings->reg_country); // not held back, and that is meant
 }
 
 static void stage_access_points(ng_uci_batch *batch, const wifi_write &w, int radio)

@@ -13,7 +13,7 @@
 static void clear_options(const std::string &section, std::initializer_list<const char *> options)
 {
     for (const char *option : options)
-        uci_clear(section + "." + option);
+        ng_uci_clear(section + "." + option);
 }
 
 // ---- rates, in kbit/s; by disable_lower_rates
@@ -49,10 +49,10 @@ static void write_rates(const wifi_radio_settings &settings, int radio)
     if (!rates)
         return;
     for (const char *rate : rates->supported)
-        uci_add(section + ".supported_rates", rate);
+        ng_uci_add(section + ".supported_rates", rate);
     for (const char *rate : rates->basic) {
-        uci_add(section + ".basic_rate", rate);
-        uci_add(mesh + ".mesh_basic_rates", rate);
+        ng_uci_add(section + ".basic_rate", rate);
+        ng_uci_add(mesh + ".mesh_basic_rates", rate);
     }
 }
 
@@ -62,13 +62,13 @@ static void put_orphan_key(const std::string &section, const char *bssid)
 {
     std::string key;
     if (wifi_generate_orphan_key(bssid, &key) == 0)
-        uci_put(section + ".key", key.c_str());
+        ng_uci_put(section + ".key", key.c_str());
 }
 
 static void write_orphan(const wifi_settings &settings, int radio)
 {
     const std::string section = numbered("wireless.orphan", radio);
-    uci_put(section + ".enable", settings.save_orphans);
+    ng_uci_put(section + ".enable", settings.save_orphans);
     std::string bssid;
     if (settings.save_orphans && ng_uci_get_string(bssid, "%s.macaddr", section.c_str()) == 0)
         put_orphan_key(section, bssid.c_str());
@@ -79,12 +79,12 @@ static void write_orphan_connect(const wifi_settings &settings, int radio)
     const std::string section = numbered("wireless.orph_conn", radio);
     if (settings.orphan_connect_bssid[0] && settings.orphan_connect_radio == radio) {
         put_orphan_key(section, settings.orphan_connect_bssid);
-        uci_put(section + ".bssid", settings.orphan_connect_bssid);
-        uci_put(section + ".enable", 1);
+        ng_uci_put(section + ".bssid", settings.orphan_connect_bssid);
+        ng_uci_put(section + ".enable", 1);
         return;
     }
     clear_options(section, {"key", "bssid"});
-    uci_put(section + ".enable", 0);
+    ng_uci_put(section + ".enable", 0);
 }
 
 // ---- access points
@@ -98,9 +98,9 @@ static bool is(const char *text, const char *other)
 static void put_or_clear(const std::string &name, const char *value)
 {
     if (value)
-        uci_put(name, value);
+        ng_uci_put(name, value);
     else
-        uci_clear(name);
+        ng_uci_clear(name);
 }
 
 static void write_encryption(const std::string &ap, const wifi_ssid_settings &settings)
@@ -108,8 +108,8 @@ static void write_encryption(const std::string &ap, const wifi_ssid_settings &se
     const bool wpa3 = is(settings.enc, "wpa3");
     const bool psk = is(settings.enc, "psk-mixed") || is(settings.enc, "psk2");
     put_or_clear(ap + ".ieee80211w_mgmt_cipher", wpa3 ? "BIP-GMAC-256" : nullptr);
-    uci_put(ap + ".ft_psk_generate_local", psk);
-    uci_put(ap + ".ft_over_ds", !wpa3);
+    ng_uci_put(ap + ".ft_psk_generate_local", psk);
+    ng_uci_put(ap + ".ft_over_ds", !wpa3);
 }
 
 /// Fast transition. Without a domain or a key nothing of an earlier one stays in force.
@@ -118,12 +118,12 @@ static void write_roaming(const std::string &ap, const wifi_ssid_settings &setti
     const bool roams = settings.roaming_domain[0] != '\0';
     char bridge[IFNAMSIZ];
     wifi_dest_ssid_bridge(settings, ssid, bridge);
-    uci_put(ap + ".ieee80211r", roams);
-    uci_put(ap + ".mobility_domain", settings.roaming_domain);
+    ng_uci_put(ap + ".ieee80211r", roams);
+    ng_uci_put(ap + ".mobility_domain", settings.roaming_domain);
     put_or_clear(ap + ".ft_auth_bridge", roams ? bridge : nullptr);
     if (settings.roaming_key[0]) {
-        uci_put(ap + ".r0kh", (WIFI_R0KH_PREFIX + std::string(settings.roaming_key)).c_str());
-        uci_put(
+        ng_uci_put(ap + ".r0kh", (WIFI_R0KH_PREFIX + std::string(settings.roaming_key)).c_str());
+        ng_uci_put(
             ap + ".r1kh",
             ("00:00:00:00:00:00,00:00:00:00:00:00," + std::string(settings.roaming_key)).c_str());
     } else {
@@ -137,8 +137,8 @@ static void write_access_list(const std::string &ap, const wifi_ssid_settings &s
         clear_options(ap, {"macfilter", "maclist"});
         return;
     }
-    uci_put(ap + ".macfilter", "allow");
-    uci_put_list(ap + ".maclist", wifi_acl_entries(settings));
+    ng_uci_put(ap + ".macfilter", "allow");
+    ng_uci_put_list(ap + ".maclist", wifi_acl_entries(settings));
 }
 
 static void write_access_point(const wifi_write &w, int radio, int ssid)
@@ -146,7 +146,7 @@ static void write_access_point(const wifi_write &w, int radio, int ssid)
     const wifi_ssid_settings &settings = w.settings->ssids[ssid - 1];
     const char *band_name = settings.bands[w.bands[radio]].ssid;
     const std::string ap = wifi_ap_section(radio, ssid);
-    uci_put(ap + ".ssid", band_name[0] ? band_name : settings.ssid);
+    ng_uci_put(ap + ".ssid", band_name[0] ? band_name : settings.ssid);
     fields_write(wifi_ssid_part(*w.settings, ssid, radio), "wireless.ap%d_%d");
     write_encryption(ap, settings);
     write_roaming(ap, settings, ssid);
@@ -154,7 +154,7 @@ static void write_access_point(const wifi_write &w, int radio, int ssid)
     const rate_set *rates = find_rates(w.settings->radios[radio].disable_lower_rates);
     put_or_clear(ap + ".mcast_rate", rates ? rates->multicast : nullptr);
     for (const char *option : {".acl_accept_notify", ".acl_deny_notify"})
-        uci_put(ap + option, settings.safecheck_enable);
+        ng_uci_put(ap + option, settings.safecheck_enable);
 }
 
 /// The first access point of the radio also hears presence probes.
@@ -166,8 +166,8 @@ static void write_access_points(const wifi_write &w, int radio)
             continue;
         write_access_point(w, radio, ssid);
         if (first)
-            uci_add("prequestd.prequestd.interface",
-                    numbered("ap", radio, "_") + std::to_string(ssid));
+            ng_uci_add("prequestd.prequestd.interface",
+                       numbered("ap", radio, "_") + std::to_string(ssid));
         first = false;
     }
 }
@@ -178,18 +178,18 @@ static void write_access_points(const wifi_write &w, int radio)
 static void write_scanning_radio(const wifi_settings &settings, int radio)
 {
     for (const char *section : {"radio", "mesh", "orphan", "orph_conn"})
-        uci_clear(std::string("wireless.") + section + std::to_string(radio));
+        ng_uci_clear(std::string("wireless.") + section + std::to_string(radio));
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
-        uci_clear(wifi_ap_section(radio, ssid));
+        ng_uci_clear(wifi_ap_section(radio, ssid));
     fields_write(wifi_node_part(settings, -1, -1), "u80211d.global");
-    uci_put("u80211d.global.scan_phy", radio);
+    ng_uci_put("u80211d.global.scan_phy", radio);
 }
 
 static void write_radio(const wifi_write &w, int radio)
 {
     fields_write(wifi_radio_part(*w.settings, radio), "wireless.radio%d");
-    uci_put(numbered("wireless.radio", radio, ".noscan"),
-            !w.settings->ap_scan); // 1: no document switches ap_scan on
+    ng_uci_put(numbered("wireless.radio", radio, ".noscan"),
+               !w.settings->ap_scan); // 1: no document switches ap_scan on
     write_rates(w.settings->radios[radio], radio);
     write_orphan(*w.settings, radio);
     write_orphan_connect(*w.settings, radio);
@@ -199,9 +199,9 @@ static void write_radio(const wifi_write &w, int radio)
 void wifi_write_radios(const wifi_write &w)
 {
     fields_write(wifi_node_part(*w.settings, -1, -1), "prequestd.prequestd");
-    uci_clear("prequestd.prequestd.interface");
+    ng_uci_clear("prequestd.prequestd.interface");
     for (int radio = 0; radio < w.radios; radio++) {
-        uci_clear(numbered("wireless.mesh", radio, ".pre_config"));
+        ng_uci_clear(numbered("wireless.mesh", radio, ".pre_config"));
         if (wifi_write_is_scanning(w, radio))
             write_scanning_radio(*w.settings, radio);
         else if (w.settings->radios[radio].enable != 0) // one that is off keeps what it has

@@ -25,22 +25,10 @@ bool wifi_write_has_dfs(const wifi_write &w, int radio);
 /// SSID `ssid` (1..4) is to be on the air on the radio.
 bool wifi_write_ssid_is_active(const wifi_write &w, int radio, int ssid);
 
-// Options by name ("package.section.option"); failures are logged where they happen and ignored.
-
-void uci_put(const std::string &name, const char *value);
-void uci_put(const std::string &name, int value);
-void uci_clear(const std::string &name);
-void uci_add(const std::string &list, const std::string &value);
-void uci_remove(const std::string &list, const std::string &value);
-
 /// "wireless.ap0_1" and the like.
 std::string wifi_ap_section(int radio, int ssid);
-/// Makes the option a list of these.
-void uci_put_list(const std::string &name, const std::vector<std::string> &items);
 /// The access list's entries.
 std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings);
-/// The items of a list, or the one text of an option; empty when there is none.
-std::vector<std::string> uci_items(const std::string &name);
 /// PREFIX followed by the number and SUFFIX.
 std::string numbered(const char *prefix, int number, const char *suffix = "");
 

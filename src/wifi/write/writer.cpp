@@ -36,13 +36,13 @@ constexpr const char *HOSTAPD_EVENTS[] = {
 
 static void write_local(const wifi_settings &settings)
 {
-    uci_put("u80211d.global.scan_ap_force", !platform_wireless_get_scanning_support());
+    ng_uci_put("u80211d.global.scan_ap_force", !platform_wireless_get_scanning_support());
     const wifi_part node = wifi_node_part(settings, -1, -1);
     fields_write(node, "tarn_net.local");
     fields_write(node, "fw_core.local");
-    uci_clear("evlog.hostapd.events");
+    ng_uci_clear("evlog.hostapd.events");
     for (const char *event : HOSTAPD_EVENTS)
-        uci_add("evlog.hostapd.events", event);
+        ng_uci_add("evlog.hostapd.events", event);
 }
 
 static void write_direct_stage(const wifi_write &w)
@@ -63,7 +63,7 @@ void wifi_make_local_section()
 {
     (void)ng_uci_make_package("tarn_net"); // a failure is logged there, and the commit's as well
     if (!ng_uci_exists("tarn_net.local"))
-        uci_put("tarn_net.local", "local");
+        ng_uci_put("tarn_net.local", "local");
 }
 
 static const char *management_mac()

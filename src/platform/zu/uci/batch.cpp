@@ -185,7 +185,7 @@ static void apply_commands(const std::vector<ng_uci_batch_command> &commands)
         if (added.size() > 1) {
             std::vector<std::string> items = ng_uci_items(command.name);
             items.insert(items.end(), added.begin(), added.end());
-            (void)ng_uci_set_list(items, command.name.c_str());
+            (void)ng_uci_put_list(command.name, items);
             at += 2 * added.size();
             continue;
         }

@@ -124,21 +124,21 @@ static int replace_items(uci_context *ctx, const char *name, const std::vector<s
     return err;
 }
 
-int ng_uci_set_list(const std::vector<std::string> &items, const char *name)
+bool ng_uci_put_list(const std::string &name, const std::vector<std::string> &items)
 {
     uci_context *ctx = ng_uci_change_context();
     const bool good = std::all_of(items.begin(), items.end(), [](const std::string &item) {
         return ng_uci_is_value(item.c_str());
     });
-    if (!ctx || !ng_uci_is_name(name) || !good) {
-        log_error("Refusing a value with control characters for '%s', or its name", name);
-        return -1;
+    if (!ctx || !ng_uci_is_name(name.c_str()) || !good) {
+        log_error("Refusing a value with control characters for '%s', or its name", name.c_str());
+        return false;
     }
-    const int err = replace_items(ctx, name, without_repetition(items));
+    const int err = replace_items(ctx, name.c_str(), without_repetition(items));
     if (!err || (err == UCI_ERR_NOTFOUND && is_in_no_package(name)))
-        return 0;
-    log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
-    return -1;
+        return true;
+    log_error("Failed to change '%s': %s", name.c_str(), ng_uci_error(ctx).get());
+    return false;
 }
 
 // ---- save actions
