@@ -7,6 +7,7 @@
 
 #include "core/bus_internal.h"
 #include "mesh/mesh.h"
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
@@ -148,9 +149,7 @@ static bool parse_object_event(ubus_context *ctx, const char *name, blob_attr *m
         return false;
     }
     blob_attr *tb[2];
-    if (blobmsg_parse(gObject_policy, 2, tb, blob_data(msg),
-                      static_cast<unsigned>(blob_len(msg))) != 0 ||
-        !tb[OBJECT_ID] || !tb[OBJECT_PATH]) {
+    if (!zu_blobmsg_parse(gObject_policy, tb, msg) || !tb[OBJECT_ID] || !tb[OBJECT_PATH]) {
         log_error("%s message didn't contain an ID or path", name);
         return false;
     }

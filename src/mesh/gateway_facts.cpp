@@ -5,13 +5,14 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "platform/zu/log.h"
+#include "platform/zu/mac.h"
+#include "platform/zu/number.h"
 
 constexpr int QUALITY_MAX = 255; // batman-adv's transmit quality
 constexpr int LOW_SPEED_KB_S = 250;
@@ -30,14 +31,12 @@ static bool str_is_in_range(const std::string &text, int min, int max)
 {
     log_debug("str = %s, %i <= %s <= %i", text.c_str(), min, text.c_str(), max);
     int value = 0;
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    return error == std::errc() && stop == end && value >= min && value <= max;
+    return zu_number_read(text, &value) && value >= min && value <= max;
 }
 
 static bool is_mac(const std::string &text)
 {
-    return mesh_text_is_mac(text);
+    return zu_text_is_mac(text);
 }
 
 static bool is_quality(const std::string &text)
@@ -50,7 +49,7 @@ static bool is_route(const std::string &text)
     std::string_view rest = text;
     std::string_view hop;
     while (next_piece(rest, ',', hop))
-        if (!mesh_text_is_mac(hop))
+        if (!zu_text_is_mac(hop))
             return false;
     return !text.empty() && text.back() != ',';
 }
@@ -170,23 +169,6 @@ static void take_token(mesh_gateway_facts *facts, std::string_view token)
     }
     log_warning("Parsed token (%.*s) does not match any of the known token types",
                 static_cast<int>(token.size()), token.data());
-}
-
-bool mesh_text_is_mac(std::string_view text)
-{
-    int groups = 0;
-    std::string_view group;
-    if (text.ends_with(':'))
-        return false;
-    while (next_piece(text, ':', group)) {
-        if (group.empty() || group.size() > 2)
-            return false;
-        for (const char c : group)
-            if (!isxdigit(static_cast<unsigned char>(c)))
-                return false;
-        groups++;
-    }
-    return groups == 6;
 }
 
 void mesh_gateway_facts_clear(mesh_gateway_facts *facts)

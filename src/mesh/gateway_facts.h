@@ -18,7 +18,3 @@ int mesh_gateway_facts_parse(mesh_gateway_facts *facts, std::string_view text);
 /// True when the throughput to the gateway is below 250 KB/s, with a NOTICE; `*known` tells whether
 /// there is a speed to judge at all.
 bool mesh_gateway_speed_is_low(const mesh_gateway_facts *facts, bool *known);
-
-/// True for six groups of one or two hexadecimal digits joined by colons and nothing else: the only
-/// text from batctl that may become part of a command line.
-bool mesh_text_is_mac(std::string_view text);

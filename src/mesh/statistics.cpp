@@ -22,6 +22,7 @@
 #include "platform/zu/file.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
+#include "platform/zu/mac.h"
 #include "platform/zu/shell.h"
 #include "state/owned.h"
 
@@ -65,7 +66,7 @@ constexpr std::array<gateway_command, 3> GATEWAY_COMMANDS = {{
 static std::string_view gateway_mac(std::string_view text)
 {
     const std::string_view token = text.substr(0, text.find(' '));
-    if (!token.starts_with("gwm|") || !mesh_text_is_mac(token.substr(4)))
+    if (!token.starts_with("gwm|") || !zu_text_is_mac(token.substr(4)))
         return {};
     return token.substr(4);
 }

@@ -12,17 +12,17 @@
 #include <string>
 #include <vector>
 
+#include "platform/zu/mac.h"
+
 struct nl_sock;
 struct nl_cb;
-
-using ng_mac_address = std::array<uint8_t, 6>;
 
 struct ng_nl80211_iface {
     std::string name;
     uint32_t ifindex;
     uint32_t wiphy;
     uint32_t type; ///< ng_nl80211_iface_type_name() tells what it is
-    ng_mac_address mac;
+    zu_mac mac;
     uint32_t frequency_mhz; ///< 0: on no channel
     uint32_t width_mhz;     ///< 0: on no channel
     uint32_t center_mhz;    ///< middle of the whole channel, 0: on no channel
@@ -30,7 +30,7 @@ struct ng_nl80211_iface {
 };
 
 struct ng_nl80211_station {
-    ng_mac_address mac;
+    zu_mac mac;
     std::optional<int8_t> signal_dbm;
     uint32_t rx_rate_kbps; ///< 0: not known
     uint32_t tx_rate_kbps; ///< 0: not known

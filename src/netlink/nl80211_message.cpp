@@ -8,7 +8,7 @@
 #include "netlink/nl_attr.h"
 
 constexpr uint32_t RATE_UNIT_KBPS = 100;
-constexpr uint16_t MAC_LENGTH = std::tuple_size_v<ng_mac_address>;
+constexpr uint16_t MAC_LENGTH = std::tuple_size_v<zu_mac>;
 /// Attributes above this one are of no use here; old kernels know fewer, new ones more.
 constexpr size_t HIGHEST_ATTR = 294;
 
@@ -99,9 +99,9 @@ static bool message_parse(nl_attributes<HIGHEST_ATTR> *out, nlmsghdr *message, u
     return generic->cmd == command && nl_message_parse(out, generic, MESSAGE_POLICY);
 }
 
-static ng_mac_address mac_read(nlattr *attribute)
+static zu_mac mac_read(nlattr *attribute)
 {
-    ng_mac_address mac = {};
+    zu_mac mac = {};
     if (attribute)
         memcpy(mac.data(), nla_data(attribute), mac.size());
     return mac;

@@ -162,8 +162,7 @@ static heard_ap read_record(blob_attr *record)
     static constexpr blobmsg_policy POLICY[COUNT] = {{"bssid", BLOBMSG_TYPE_STRING},
                                                      {"signal", BLOBMSG_TYPE_DOUBLE}};
     blob_attr *tb[COUNT] = {};
-    (void)blobmsg_parse(POLICY, COUNT, tb, blobmsg_data(record),
-                        static_cast<unsigned>(blobmsg_data_len(record)));
+    (void)zu_blobmsg_parse(POLICY, tb, record);
     return {record, tb[BSSID] ? blobmsg_get_string(tb[BSSID]) : "",
             tb[SIGNAL] ? blobmsg_get_double(tb[SIGNAL]) : 0};
 }
@@ -212,10 +211,7 @@ static void add_ap_list(blob_buf *buf)
 /// A check-in of the type "status" is for somebody at the node: it is not what the cloud will know.
 static bool is_for_the_cloud(blob_attr *msg)
 {
-    blob_attr *type = nullptr;
-    if (msg)
-        (void)blobmsg_parse(ubus_package_gen_checkin_policy, 1, &type, blobmsg_data(msg),
-                            static_cast<unsigned>(blobmsg_data_len(msg)));
+    blob_attr *type = zu_blobmsg_member(msg, ubus_package_gen_checkin_policy[0]);
     return !type || strcmp(blobmsg_get_string(type), "status") != 0;
 }
 

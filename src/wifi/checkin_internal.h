@@ -42,9 +42,6 @@ void checkin_put_element(blob_buf *buf, const checkin_row &row, Fill fill)
     blobmsg_close_table(buf, table);
 }
 
-/// A MAC address as text: six pairs of digits.
-std::string checkin_mac_text(const ng_mac_address &mac);
-
 // The radios (checkin_radios.cpp)
 
 /// Adds the radios and who is heard over them. With `report` a channel that radar made a radio

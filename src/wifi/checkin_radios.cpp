@@ -105,14 +105,6 @@ static bool has_room(const blob_buf *buf)
     return zu_blob_size(buf) < PACKAGE_REPLY_MAX / 2;
 }
 
-std::string checkin_mac_text(const ng_mac_address &mac)
-{
-    char text[18];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    return text;
-}
-
 static std::vector<ng_nl80211_station> stations_of(const radio_iface &iface)
 {
     std::vector<ng_nl80211_station> stations;
@@ -129,7 +121,7 @@ static void put_rate(blob_buf *buf, const checkin_row &row, uint32_t kbps)
 
 static void add_station(blob_buf *buf, const ng_nl80211_station &station, int ssid)
 {
-    checkin_put_text(buf, STATION_MAC, checkin_mac_text(station.mac).c_str());
+    checkin_put_text(buf, STATION_MAC, zu_mac_text(station.mac).c_str());
     checkin_put_int(buf, STATION_SSID_INDEX, ssid);
     if (station.signal_dbm)
         checkin_put_int(buf, STATION_SIGNAL, *station.signal_dbm);
@@ -142,7 +134,7 @@ static void add_station(blob_buf *buf, const ng_nl80211_station &station, int ss
 static void add_neighbor(blob_buf *buf, const ng_nl80211_station &station, int radio)
 {
     checkin_put_int(buf, NEIGHBOR_RADIO, radio);
-    checkin_put_text(buf, NEIGHBOR_MAC, checkin_mac_text(station.mac).c_str());
+    checkin_put_text(buf, NEIGHBOR_MAC, zu_mac_text(station.mac).c_str());
     if (station.signal_dbm)
         checkin_put_int(buf, NEIGHBOR_SIGNAL, *station.signal_dbm);
     put_rate(buf, NEIGHBOR_RX_RATE, station.rx_rate_kbps);

@@ -19,6 +19,7 @@
 #include <optional>
 #include <unistd.h>
 
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wifi/health.h"
@@ -55,7 +56,7 @@ int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
         {"params", BLOBMSG_TYPE_TABLE},
     };
     blob_attr *fields[CONFIG_FIELDS] = {};
-    if (!msg || blobmsg_parse(POLICY, CONFIG_FIELDS, fields, blob_data(msg), blob_len(msg)) != 0) {
+    if (!zu_blobmsg_parse(POLICY, fields, msg)) {
         log_error("Unable to parse arguments");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
@@ -157,7 +158,7 @@ void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, cons
         return;
     }
     blob_attr *success = nullptr;
-    if (blobmsg_parse(POLICY, 1, &success, blob_data(msg), blob_len(msg)) != 0) {
+    if (!zu_blobmsg_parse(POLICY, {&success, 1}, msg)) {
         log_error("Unable to parse parse_config status event");
         return;
     }

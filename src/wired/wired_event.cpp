@@ -95,17 +95,15 @@ void wired_event_weigh_cycle(bool passed_over_wire)
 int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
 {
     blob_attr *tb[2];
-    if (!msg ||
-        blobmsg_parse(gWired_event_policy, 2, tb, blob_data(msg),
-                      static_cast<unsigned>(blob_len(msg))) != 0 ||
-        !tb[EVENT_INTERFACE] || !tb[EVENT_ACTION])
+    if (!zu_blobmsg_parse(gWired_event_policy, tb, msg) || !tb[EVENT_INTERFACE] ||
+        !tb[EVENT_ACTION])
         return UBUS_STATUS_INVALID_ARGUMENT;
     const char *name = blobmsg_get_string(tb[EVENT_INTERFACE]);
     const char *action = blobmsg_get_string(tb[EVENT_ACTION]);
     if (strlen(name) != 6 || strncmp(name, "wired", 5) != 0)
         return UBUS_STATUS_OK;
     log_debug("wired event %s:%s", name, action);
-    // There are two ports; a name like "wired7" is none of them.
+    // There are two ports; a name like "wired7" belongs to neither.
     if (strcmp(action, "ifup") == 0 && (name[5] == '0' || name[5] == '1'))
         take_over(ctx, name, name[5] == '0' ? 1 : 0);
     return UBUS_STATUS_OK;
@@ -113,11 +111,7 @@ int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const cha
 
 int debug_event(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
 {
-    blob_attr *enable = nullptr;
-    if (msg)
-        (void)blobmsg_parse(gDebug_event_policy, 1, &enable, blob_data(msg),
-                            static_cast<unsigned>(blob_len(msg)));
-    if (enable)
+    if (zu_blobmsg_member(msg, gDebug_event_policy[0]))
         return UBUS_STATUS_OK;
     log_error("Failed to find 'enable' key in msg");
     return UBUS_STATUS_INVALID_ARGUMENT;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "wired/inet_probe.h"
@@ -67,11 +68,7 @@ static bool save(const wired_settings &settings, bool *changed)
 
 int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
 {
-    static const blobmsg_policy policy[1] = {{"params", BLOBMSG_TYPE_TABLE}};
-    blob_attr *params = nullptr;
-    if (msg)
-        (void)blobmsg_parse(policy, 1, &params, blob_data(msg),
-                            static_cast<unsigned>(blob_len(msg)));
+    blob_attr *params = zu_blobmsg_member(msg, {"params", BLOBMSG_TYPE_TABLE});
     if (!params) {
         log_error("%s is NULL", "params");
         return UBUS_STATUS_INVALID_ARGUMENT;

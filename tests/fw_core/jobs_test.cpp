@@ -16,7 +16,7 @@ struct fake_job : generic_job {
         name = "ap_scan";
         parse_params = [](generic_job *job, blob_attr *given) {
             auto *self = static_cast<fake_job *>(job);
-            const json_text text = zu_blobmsg_json(given, true);
+            const zu_text text = zu_blobmsg_json(given, true);
             self->params = text ? text.get() : "none";
             return self->parse_result;
         };

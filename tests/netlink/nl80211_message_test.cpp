@@ -31,7 +31,7 @@ TEST_F(Nl80211Message, CapturedInterfacesStationsAndSurveys)
     ASSERT_TRUE(nl80211_iface_read(header_of(data), &iface));
     EXPECT_EQ(iface.name, "wlan0");
     EXPECT_STREQ(ng_nl80211_iface_type_name(iface.type), "AP");
-    EXPECT_EQ(iface.mac, (ng_mac_address{2, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(iface.mac, (zu_mac{2, 0, 0, 0, 0, 0}));
     EXPECT_EQ(told(iface.ifindex, iface.wiphy, iface.frequency_mhz, iface.width_mhz,
                    iface.center_mhz, iface.txpower_mbm.value_or(0)),
               "2 0 5180 20 5180 2300 ");
@@ -39,7 +39,7 @@ TEST_F(Nl80211Message, CapturedInterfacesStationsAndSurveys)
     data = read_hex_file("nl80211-station.hex").at(0);
     ng_nl80211_station station;
     ASSERT_TRUE(nl80211_station_read(header_of(data), &station));
-    EXPECT_EQ(station.mac, (ng_mac_address{2, 0, 0, 0, 2, 0}));
+    EXPECT_EQ(station.mac, (zu_mac{2, 0, 0, 0, 2, 0}));
     EXPECT_EQ(told(station.signal_dbm.value_or(0), station.rx_rate_kbps, station.tx_rate_kbps,
                    station.rx_bytes, station.tx_bytes),
               "-20 13000 6000 604 547 ");

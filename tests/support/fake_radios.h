@@ -15,7 +15,7 @@ struct fake_radios {
 };
 inline const fake_radios *gFake_radios;
 
-inline ng_mac_address fake_mac(uint32_t number)
+inline zu_mac fake_mac(uint32_t number)
 {
     return {0x02,
             0x5e,

@@ -9,7 +9,7 @@ std::string dump(const wifi_settings &settings, bool include_secrets)
     blob_buffer buf;
     blobmsg_buf_init(&buf);
     EXPECT_EQ(wifi_dump_settings(&buf, &settings, include_secrets), 0);
-    const json_text json(blobmsg_format_json_indent(buf.head, true, 0));
+    const zu_text json(blobmsg_format_json_indent(buf.head, true, 0));
     return std::string(json.get()) + "\n";
 }
 

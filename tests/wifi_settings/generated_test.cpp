@@ -142,7 +142,7 @@ TEST_F(Generated, ARefusedNeighbourListIsNotStaged)
     blob_buffer list;
     blobmsg_buf_init(&list);
     wifi_neighbors_add_to(&list, 1, "nobody");
-    const json_text shown(blobmsg_format_json(list.head, true));
+    const zu_text shown(blobmsg_format_json(list.head, true));
     EXPECT_NE(std::string(shown.get()).find("02:00:00:00:00:01"), std::string::npos) << shown.get();
     EXPECT_EQ(std::string(shown.get()).find("02:00:00:00:00:08"), std::string::npos);
 }

@@ -49,7 +49,7 @@ struct Delay : writer_fixture {
         blob_buffer buf;
         blob_buf_init(&buf, 0);
         EXPECT_EQ(wifi_dump_settings_and_state(&buf, false), 0);
-        const std::string shown = json_text(blobmsg_format_json(buf.head, true)).get();
+        const std::string shown = zu_text(blobmsg_format_json(buf.head, true)).get();
         char state[16] = "";
         int left = -1;
         const size_t at = shown.find(R"(,"delayed":{)");

@@ -217,7 +217,7 @@ TEST_F(Restarted, KnowsAThousandGeneratedDocuments)
         blob_buffer buf;
         blob_buf_init(&buf, 0);
         add_table(&buf, "params", SETTINGS_TOP);
-        const json_text text(blobmsg_format_json(buf.head, true));
+        const zu_text text(blobmsg_format_json(buf.head, true));
         taken += push(buf.head) == 0;
         confirm(random_below(2) == 0);
         waiting += wifi_delayed_settings_pending();

@@ -92,7 +92,7 @@ struct writer_fixture : testing::Test, logging {
         blob_buffer buf;
         blob_buf_init(&buf, 0);
         EXPECT_EQ(wifi_dump_settings(&buf, &all, true), 0);
-        const json_text shown(blobmsg_format_json(buf.head, true));
+        const zu_text shown(blobmsg_format_json(buf.head, true));
         return enables + shown.get();
     }
     /// The dump's own view.
@@ -101,7 +101,7 @@ struct writer_fixture : testing::Test, logging {
         blob_buffer buf;
         blob_buf_init(&buf, 0);
         EXPECT_EQ(wifi_dump_settings(&buf, wifi_live_settings(), true), 0);
-        return json_text(blobmsg_format_json(buf.head, true)).get();
+        return zu_text(blobmsg_format_json(buf.head, true)).get();
     }
 
     static std::string batch_file()

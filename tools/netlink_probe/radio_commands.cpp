@@ -11,18 +11,10 @@
 #include "netlink/nl80211.h"
 #include "probe.h"
 
-/// "-" for what is not told.
-static std::string told(std::optional<int64_t> number)
+/// "-" for a number that is missing.
+static std::string shown(std::optional<int64_t> number)
 {
     return number ? std::to_string(*number) : "-";
-}
-
-static std::string mac_text(const ng_mac_address &mac)
-{
-    char text[sizeof "00:11:22:33:44:55"];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    return text;
 }
 
 /// The exit status for the result of a query.
@@ -42,8 +34,8 @@ static int run_ifaces(arguments)
         printf("iface %s index=%u phy=%u type=\"%s\" mac=%s frequency=%u width=%u center=%u "
                "txpower=%s\n",
                i.name.c_str(), i.ifindex, i.wiphy, ng_nl80211_iface_type_name(i.type),
-               mac_text(i.mac).c_str(), i.frequency_mhz, i.width_mhz, i.center_mhz,
-               told(i.txpower_mbm).c_str());
+               zu_mac_text(i.mac).c_str(), i.frequency_mhz, i.width_mhz, i.center_mhz,
+               shown(i.txpower_mbm).c_str());
     return query_status(result);
 }
 
@@ -60,8 +52,8 @@ static int run_stations(arguments args)
     const int result = ng_nl80211_station_list(index_of(args[0]), &list);
     for (const ng_nl80211_station &s : list)
         printf("station %s signal=%s rx_kbps=%u tx_kbps=%u rx_bytes=%llu tx_bytes=%llu\n",
-               mac_text(s.mac).c_str(), told(s.signal_dbm).c_str(), s.rx_rate_kbps, s.tx_rate_kbps,
-               (unsigned long long)s.rx_bytes, (unsigned long long)s.tx_bytes);
+               zu_mac_text(s.mac).c_str(), shown(s.signal_dbm).c_str(), s.rx_rate_kbps,
+               s.tx_rate_kbps, (unsigned long long)s.rx_bytes, (unsigned long long)s.tx_bytes);
     return query_status(result);
 }
 
@@ -71,7 +63,7 @@ static int run_survey(arguments args)
     const int result = ng_nl80211_survey_list(index_of(args[0]), &list);
     for (const ng_nl80211_survey &s : list)
         printf("survey %u in_use=%d noise=%s active=%llu busy=%llu rx=%llu tx=%llu\n",
-               s.frequency_mhz, s.in_use, told(s.noise_dbm).c_str(),
+               s.frequency_mhz, s.in_use, shown(s.noise_dbm).c_str(),
                (unsigned long long)s.active_ms, (unsigned long long)s.busy_ms,
                (unsigned long long)s.rx_ms, (unsigned long long)s.tx_ms);
     return query_status(result);
@@ -105,10 +97,10 @@ static void event_print(const ng_nl80211_event *event, void *count)
     ++*(uint32_t *)count;
     printf("event %u well_formed=%d phy=%s index=%s radar=%s frequency=%s width=%u center=%u "
            "count=%s quiet=%d\n",
-           event->command, event->well_formed, told(event->wiphy).c_str(),
-           told(event->ifindex).c_str(), told(event->radar_event).c_str(),
-           told(event->frequency_mhz).c_str(), event->width_mhz, event->center_mhz,
-           told(event->ch_switch_count).c_str(), event->ch_switch_block_tx);
+           event->command, event->well_formed, shown(event->wiphy).c_str(),
+           shown(event->ifindex).c_str(), shown(event->radar_event).c_str(),
+           shown(event->frequency_mhz).c_str(), event->width_mhz, event->center_mhz,
+           shown(event->ch_switch_count).c_str(), event->ch_switch_block_tx);
     fflush(stdout);
 }
 

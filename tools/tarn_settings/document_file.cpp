@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include "json_text.h"
+#include "platform/zu/blobmsg_util.h"
 
 constexpr size_t FILE_MAX = 16 * 1024 * 1024;
 /// ubus cuts a caller off that sends more than 1 MiB; the call around the document is in it, too.
@@ -98,9 +99,5 @@ bool read_message(const std::string &path, blob_buf *message, std::string &error
 
 blob_attr *params_of(blob_buf *message)
 {
-    static constexpr blobmsg_policy POLICY = {"params", BLOBMSG_TYPE_TABLE};
-    blob_attr *params = nullptr;
-    (void)blobmsg_parse(&POLICY, 1, &params, blob_data(message->head),
-                        static_cast<unsigned>(blob_len(message->head)));
-    return params;
+    return zu_blobmsg_member(message->head, {"params", BLOBMSG_TYPE_TABLE});
 }

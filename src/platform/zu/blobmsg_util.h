@@ -9,8 +9,6 @@ extern "C" {
 
 #include "platform/zu/handle.h"
 
-using json_text = zu_text;
-
 /// A blob buffer that is freed with its scope.
 struct blob_buffer : blob_buf {
     blob_buffer() : blob_buf{} {}

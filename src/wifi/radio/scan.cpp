@@ -194,9 +194,7 @@ static scanning_result *find(const char *ifname)
 
 static int scan_done(blob_attr *msg)
 {
-    static constexpr blobmsg_policy POLICY[] = {{"ifname", BLOBMSG_TYPE_STRING}};
-    blob_attr *ifname = nullptr;
-    (void)blobmsg_parse(POLICY, 1, &ifname, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
+    blob_attr *ifname = zu_blobmsg_member(msg, {"ifname", BLOBMSG_TYPE_STRING});
     if (!ifname) {
         log_error("wifi.scan.done event didn't contain an ID or path");
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -207,7 +205,7 @@ static int scan_done(blob_attr *msg)
                   blobmsg_get_string(ifname));
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    abort_request(entry); // told twice, a dump may be in flight already
+    abort_request(entry); // of an event that came twice a dump may be in flight already
     entry->data_generated = false;
     entry->scan_retry_count = 0;
     if (dump(entry) == 0)
@@ -273,12 +271,10 @@ void wifi_init_scan_state()
 int ubus_wifi_ap_scan_now(ubus_context *, ubus_object *, ubus_request_data *, const char *,
                           blob_attr *msg)
 {
-    static constexpr blobmsg_policy POLICY[] = {{"checkin_after_scan", BLOBMSG_TYPE_BOOL}};
     if (!msg) {
         log_error("%s is NULL", "msg");
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    blob_attr *checkin = nullptr;
-    (void)blobmsg_parse(POLICY, 1, &checkin, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
+    blob_attr *checkin = zu_blobmsg_member(msg, {"checkin_after_scan", BLOBMSG_TYPE_BOOL});
     return wifi_scan_now_handler(checkin && blobmsg_get_bool(checkin));
 }

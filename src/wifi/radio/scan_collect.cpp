@@ -34,10 +34,7 @@ static int append(scanning_result *entry, const blob_buf *record)
 
 static const char *bssid_of(const blob_buf *record)
 {
-    constexpr blobmsg_policy POLICY[] = {{"bssid", BLOBMSG_TYPE_STRING}};
-    blob_attr *bssid = nullptr;
-    (void)blobmsg_parse(POLICY, 1, &bssid, blob_data(record->head),
-                        static_cast<unsigned>(blob_len(record->head)));
+    blob_attr *bssid = zu_blobmsg_member(record->head, {"bssid", BLOBMSG_TYPE_STRING});
     return bssid ? blobmsg_get_string(bssid) : "";
 }
 

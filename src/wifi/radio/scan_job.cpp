@@ -1,6 +1,7 @@
 // How a scan ends for those who asked for it: the job "ap_scan" is reported, the check-in
 // requested.
 #include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
@@ -15,8 +16,7 @@ static int scan_job_parse_params_handler(generic_job *, blob_attr *params)
     static constexpr blobmsg_policy POLICY[] = {{"checkin_after_scan", BLOBMSG_TYPE_BOOL}};
     blob_attr *checkin = nullptr;
     if (params && blobmsg_data_len(params) > 0 &&
-        blobmsg_parse(POLICY, 1, &checkin, blobmsg_data(params),
-                      static_cast<unsigned>(blobmsg_data_len(params))) != 0) {
+        !zu_blobmsg_parse(POLICY, {&checkin, 1}, params)) {
         log_error("Unable to parse scan job params");
         return -1;
     }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
 enum bss_member {
@@ -232,8 +233,7 @@ static bool texts_are_short(const bss_entry &bss)
 static bool read_entry(blob_attr *attr, bss_entry *bss)
 {
     if (!blobmsg_check_attr(attr, false) || blobmsg_type(attr) != BLOBMSG_TYPE_TABLE ||
-        blobmsg_parse(BSS_POLICY, BSS_MEMBERS, bss->members, blobmsg_data(attr),
-                      static_cast<unsigned>(blobmsg_data_len(attr))) != 0) {
+        !zu_blobmsg_parse(BSS_POLICY, bss->members, attr)) {
         log_error("Unable to parse a scan result from interface '%s'", bss->ifname);
         return false;
     }

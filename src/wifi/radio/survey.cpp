@@ -62,8 +62,7 @@ static void read_channel(survey_entry *entry, blob_attr *member)
     };
     blob_attr *channel[MEMBERS];
     if (!blobmsg_check_attr(member, false) || blobmsg_type(member) != BLOBMSG_TYPE_TABLE ||
-        blobmsg_parse(POLICY, MEMBERS, channel, blobmsg_data(member),
-                      static_cast<unsigned>(blobmsg_data_len(member))) != 0) {
+        !zu_blobmsg_parse(POLICY, channel, member)) {
         log_error("Unable to parse a survey result for this frequency on iface '%s'",
                   entry->ifname);
         return;

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "platform/zu/mac.h"
 #include "wifi/settings/fields.h"
 #include "wifi/wifi_internal.h"
 
@@ -42,6 +43,12 @@ constexpr size_t REPORT_HEX_MAX = 510; // an element's body has at most 255 byte
 static bool is_country(const char *text)
 {
     return strlen(text) == sizeof(wifi_settings::reg_country) - 1;
+}
+
+bool str_is_mac_addr(const char *text)
+{
+    zu_mac unused;
+    return zu_mac_read(text, &unused);
 }
 
 /// Hostapd takes no address that is followed by anything.

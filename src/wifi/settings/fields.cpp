@@ -2,8 +2,9 @@
 #include "wifi/settings/fields.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
+
+#include "platform/zu/number.h"
 
 using values = std::vector<std::string>;
 
@@ -31,10 +32,9 @@ static values integers_of(const wifi_field &row, const char *member)
 
 static int number_of(const std::string &text, int otherwise)
 {
-    const char *end = text.data() + text.size();
-    int32_t number;
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stop == end ? number : otherwise;
+    int32_t number = otherwise;
+    (void)zu_number_read(text, &number);
+    return number;
 }
 
 static void store_one(const wifi_field &row, char *member, const std::string &text, int otherwise)

@@ -41,7 +41,7 @@ void settings_log_json(const settings_level &level, blob_attr *attr)
     if (!zu_log_wanted(ZU_LOG_DEBUG))
         return;
     // libubox formats by recursion without a limit.
-    json_text json;
+    zu_text json;
     if (zu_blobmsg_valid(attr))
         json.reset(blobmsg_format_json_with_cb(attr, true, hide_unknown,
                                                const_cast<settings_level *>(&level), -1));

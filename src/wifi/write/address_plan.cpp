@@ -5,14 +5,15 @@
 #include <bit>
 #include <cstdio>
 
+#include "platform/zu/mac.h"
+
 constexpr uint32_t BASE_WITHOUT_ANYTHING = 0xFD00;
 constexpr uint32_t NETWORK_STEP = 4; // third octets in a /22
 
 static uint32_t base_of_mac(const char *mac)
 {
-    unsigned char m[6];
-    if (!mac ||
-        sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]) != 6)
+    zu_mac m;
+    if (!mac || !zu_mac_read(mac, &m))
         return BASE_WITHOUT_ANYTHING;
     return (static_cast<uint32_t>(m[4] & 0x3F) << 10) | (static_cast<uint32_t>(m[5]) << 2);
 }

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "platform/fw_core/fw_core.h"
+#include "platform/zu/blobmsg_util.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -189,8 +190,7 @@ void wifid_maint_window_handler(ubus_context *, ubus_event_handler *, const char
         return;
     }
     blob_attr *active = nullptr;
-    if (blobmsg_parse(ubus_package_maint_window_event_policy, 1, &active, blob_data(msg),
-                      blob_len(msg)) != 0) {
+    if (!zu_blobmsg_parse(ubus_package_maint_window_event_policy, {&active, 1}, msg)) {
         log_error("Unable to parse maintenance window event");
         return;
     }

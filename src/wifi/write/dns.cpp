@@ -1,8 +1,8 @@
 // DNS of an SSID: the node's common instance, or one of the SSID's own when its queries are
 // intercepted or it has name servers of its own.
 #include "wifi/write/dns.h"
-#include "platform/zu/ng_uci.h"
 
+#include "platform/zu/ng_uci.h"
 #include "wifi/write/fields_uci.h"
 #include "wifi/write/write_internal.h"
 

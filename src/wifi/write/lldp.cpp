@@ -2,13 +2,13 @@
 // only their intent (config_enable) is kept. Any doubt about the negotiation means "done".
 // Switching them on is enables.cpp's.
 
-#include <charconv>
 #include <cstring>
 #include <string>
 
 #include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
+#include "platform/zu/number.h"
 #include "wifi/wifi.h"
 #include "wifi/wifi_internal.h"
 
@@ -27,13 +27,6 @@ static bool powered_without_lldp()
             return true;
     }
     return false;
-}
-
-static bool read_decimal(const std::string &text, int *value)
-{
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, *value);
-    return error == std::errc() && stop == end;
 }
 
 static const char *state_doubt(ng_uci_state_result result)
@@ -57,7 +50,7 @@ static bool negotiation_complete(int *value, const char **doubt)
     std::string text;
     *value = 1;
     *doubt = state_doubt(ng_uci_get_state("/var/state", LLDP_STATE, text));
-    if (!*doubt && !read_decimal(text, value))
+    if (!*doubt && !zu_number_read(text, value))
         *doubt = "LLDP negotiation state is not an integer";
     return *doubt || *value != 0;
 }

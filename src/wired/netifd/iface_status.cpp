@@ -31,7 +31,7 @@ static void log_message(blob_attr *msg, bool list)
 {
     if (!zu_log_wanted(ZU_LOG_DEBUG))
         return;
-    const json_text text = zu_blobmsg_json(msg, list);
+    const zu_text text = zu_blobmsg_json(msg, list);
     log_debug("'%s'", text ? text.get() : "NULL");
 }
 
@@ -99,8 +99,7 @@ static bool take_route(iface_entry *entry, blob_attr *route)
         return false;
     }
     blob_attr *tb[ROUTE_MEMBERS];
-    if (blobmsg_parse(gRoute_policy, ROUTE_MEMBERS, tb, blobmsg_data(route),
-                      static_cast<unsigned>(blobmsg_len(route))) != 0) {
+    if (!zu_blobmsg_parse(gRoute_policy, tb, route)) {
         log_error("Interface '%s' response to status() route member is malformed", entry->obj_path);
         log_message(route, false);
         return false;
@@ -154,8 +153,7 @@ static bool take_device(iface_entry *entry, blob_attr *device)
 static bool take_status(iface_entry *entry, blob_attr *msg)
 {
     blob_attr *tb[STATUS_MEMBERS];
-    if (blobmsg_parse(gStatus_policy, STATUS_MEMBERS, tb, blob_data(msg),
-                      static_cast<unsigned>(blob_len(msg))) != 0) {
+    if (!zu_blobmsg_parse(gStatus_policy, tb, msg)) {
         log_error("Failed to parse interface '%s' status response", entry->obj_path);
         log_message(msg, true);
         return false;
