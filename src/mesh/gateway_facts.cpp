@@ -152,7 +152,7 @@ constexpr std::array<token_kind, 5> TOKEN_KINDS = {{
 }};
 
 /// Each kind is taken once: a second token of a kind counts as unknown.
-static void take_token(mesh_gateway_facts *facts, std::string_view token)
+static void read_token(mesh_gateway_facts *facts, std::string_view token)
 {
     for (const token_kind &kind : TOKEN_KINDS) {
         if (facts->*kind.fact || !token.starts_with(kind.prefix))
@@ -188,7 +188,7 @@ int mesh_gateway_facts_parse(mesh_gateway_facts *facts, std::string_view text)
         if (token.empty())
             continue;
         any = true;
-        take_token(facts, token);
+        read_token(facts, token);
     }
     if (!any)
         log_error(

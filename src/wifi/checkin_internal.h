@@ -45,5 +45,5 @@ void checkin_put_element(blob_buf *buf, const checkin_row &row, Fill fill)
 // The radios (checkin_radios.cpp)
 
 /// Adds the radios and who is heard over them. With `report` a channel that radar made a radio
-/// leave is told as an event, once.
+/// leave is sent as an event, once.
 void checkin_add_radios(blob_buf *buf, bool report);

@@ -81,7 +81,7 @@ static void report_moved(int radio, int from, int to)
     (void)_zu_send_event("dfs.ch_switch", event.head);
 }
 
-/// After radar the cloud is told once that a radio is not on the channel that it knew any more.
+/// After radar the cloud hears once that a radio is not on the channel that it knew any more.
 static void report_channels(const std::vector<radio_iface> &ifaces)
 {
     for (int radio = 0; radio < wifi_radio_count(); radio++) {

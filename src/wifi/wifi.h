@@ -12,7 +12,7 @@
 const wifi_settings *wifi_live_settings();
 /// False until the live record has been read from UCI: what is built on it is built on nothing.
 bool wifi_settings_are_read();
-/// Name of a band type ("2.4GHz", ...), or null when `band` is none.
+/// Name of a band type ("2.4GHz", ...), or null for another number.
 const char *wifi_band_name(int band);
 /// Band type of a name, or -1.
 int wifid_find_band_by_type(const char *name);

@@ -19,7 +19,7 @@ void wifi_hapd_bus_reset();
 
 /// True when the instance of that bus path is there.
 bool wifi_hapd_is_known(const char *path);
-/// The SSIDs' bridges may have changed: each instance whose bridge did is told soon.
+/// The SSIDs' bridges may have changed: each instance whose bridge did hears of it soon.
 void wifi_hapd_bridges_applied();
 
 /// True when the text begins with six hexadecimal bytes joined by colons.

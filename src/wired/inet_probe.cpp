@@ -166,8 +166,8 @@ static bool in_force(const online_settings &fresh)
            same_targets(fresh.targets, gOnline_settings.targets);
 }
 
-/// A bus status. Settings that cannot be read now are no failure: they will be.
-static int take_settings(bool also_same)
+/// A bus status. Settings that cannot be read now are read later, which is no failure.
+static int reread_settings(bool also_same)
 {
     uloop_timeout *timer = &gTarn_net_state.inet_test.read_timer;
     if (ng_uci_check_readable("tarn_net") == NG_UCI_UNREADABLE) {
@@ -189,12 +189,12 @@ static int take_settings(bool also_same)
 
 int reload_inet_test_config()
 {
-    return take_settings(true);
+    return reread_settings(true);
 }
 
 int inet_test_take_pushed_config()
 {
-    return take_settings(false);
+    return reread_settings(false);
 }
 
 static bool in_flight()

@@ -202,7 +202,7 @@ static bool is_uplink(const char *iface)
             strncmp(upstream.forwarding_to, iface, 16) == 0);
 }
 
-static void take_passed_cycle(uint32_t result)
+static void follow_passed_cycle(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     log_debug("Test passed");
@@ -318,7 +318,7 @@ void complete_inet_test(uint32_t result)
         test.upstream_state == TARN_NET_LONELY_ORPHAN_STATE)
         result = lonely_cycle_result(result);
     if (test.test_passed != 0) {
-        take_passed_cycle(result);
+        follow_passed_cycle(result);
     } else {
         log_debug("Test failed");
         test.test_failures++;

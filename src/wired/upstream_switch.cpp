@@ -124,7 +124,7 @@ bool update_uplink_interface(uint32_t state)
     return switched;
 }
 
-// ---- another wired uplink, told by netifd
+// ---- another wired uplink, as netifd reports it
 
 static void commit_or_repeat(const char *package, upstream_step step, const char *failure)
 {

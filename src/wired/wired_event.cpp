@@ -67,7 +67,7 @@ static void send_linkbeat(const char *name)
     (void)_zu_send_event("network.linkbeat", event.head);
 }
 
-static void take_over(ubus_context *ctx, const char *name, int other)
+static void switch_port(ubus_context *ctx, const char *name, int other)
 {
     char other_name[8];
     snprintf(other_name, sizeof other_name, "wired%d", other);
@@ -105,7 +105,7 @@ int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const cha
     log_debug("wired event %s:%s", name, action);
     // There are two ports; a name like "wired7" belongs to neither.
     if (strcmp(action, "ifup") == 0 && (name[5] == '0' || name[5] == '1'))
-        take_over(ctx, name, name[5] == '0' ? 1 : 0);
+        switch_port(ctx, name, name[5] == '0' ? 1 : 0);
     return UBUS_STATUS_OK;
 }
 

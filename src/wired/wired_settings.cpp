@@ -96,7 +96,7 @@ constinit const settings_level WIRED_SETTINGS_TOP = {"params", "Unable to parse 
                                                      TOP_ROWS, TOP_POLICY, true};
 
 /// An integer within its row's limits; false (logged) when it is outside.
-static bool take_int(const settings_values &values, const char *key, std::optional<int> *out)
+static bool parse_int(const settings_values &values, const char *key, std::optional<int> *out)
 {
     blob_attr *attr = values.get(key);
     if (!attr)
@@ -111,13 +111,13 @@ static bool take_int(const settings_values &values, const char *key, std::option
     return true;
 }
 
-static void take_bool(blob_attr *attr, std::optional<bool> *out)
+static void parse_bool(blob_attr *attr, std::optional<bool> *out)
 {
     if (attr)
         *out = blobmsg_get_bool(attr);
 }
 
-static bool take_targets(const settings_values &values, wired_settings *settings)
+static bool parse_targets(const settings_values &values, wired_settings *settings)
 {
     blob_attr *array = values.get("targets");
     if (!array)
@@ -141,28 +141,28 @@ static bool take_targets(const settings_values &values, wired_settings *settings
     return false;
 }
 
-static bool take_inet_test(blob_attr *table, wired_settings *settings)
+static bool parse_inet_test(blob_attr *table, wired_settings *settings)
 {
     settings_values values;
     if (!table)
         return true;
-    return settings_parse_level(INET_TEST, table, &values) && take_targets(values, settings) &&
-           take_int(values, "failure_tolerance", &settings->failure_tolerance) &&
-           take_int(values, "test_interval", &settings->test_interval);
+    return settings_parse_level(INET_TEST, table, &values) && parse_targets(values, settings) &&
+           parse_int(values, "failure_tolerance", &settings->failure_tolerance) &&
+           parse_int(values, "test_interval", &settings->test_interval);
 }
 
-static bool take_wired_client(blob_attr *table, wired_settings *settings)
+static bool parse_wired_client(blob_attr *table, wired_settings *settings)
 {
     settings_values values;
     if (!table)
         return true;
     if (!settings_parse_level(CLIENT, table, &values))
         return false;
-    take_bool(values.get("disable"), &settings->client_disable);
-    return take_int(values, "ssid", &settings->client_ssid);
+    parse_bool(values.get("disable"), &settings->client_disable);
+    return parse_int(values, "ssid", &settings->client_ssid);
 }
 
-static bool take_lan_bridge(const settings_values &values, wired_settings *settings)
+static bool parse_lan_bridge(const settings_values &values, wired_settings *settings)
 {
     if (!values.fits("lan_bridge")) {
         log_error("'lan_bridge' is no interface name");
@@ -178,7 +178,8 @@ bool wired_settings_parse(blob_attr *params, wired_settings *settings)
     settings_values values;
     if (!settings_parse_level(WIRED_SETTINGS_TOP, params, &values))
         return false;
-    take_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
-    return take_inet_test(values.get("inet_test"), settings) && take_lan_bridge(values, settings) &&
-           take_wired_client(values.get("wired_client"), settings);
+    parse_bool(values.get("igmp_proxy"), &settings->igmp_proxy);
+    return parse_inet_test(values.get("inet_test"), settings) &&
+           parse_lan_bridge(values, settings) &&
+           parse_wired_client(values.get("wired_client"), settings);
 }

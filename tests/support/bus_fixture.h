@@ -1,4 +1,5 @@
-// A broker of its own, and two connections to it on one loop: the daemon's and a stranger's.
+// A broker of its own, and two connections to it on one loop: the daemon's and that of another
+// program.
 #pragma once
 
 #include <chrono>
@@ -133,7 +134,7 @@ private:
     }
 };
 
-/// Remembers the events a stranger hears.
+/// Remembers the events that the other program hears.
 struct event_log : ubus_event_handler {
     std::vector<received_event> all;
 

@@ -2,8 +2,8 @@
 
 #include "support/bus_fixture.h"
 
-/// An object of netifd: answers "status" with what it is told to ("": without data), at once or
-/// when told to.
+/// An object of netifd: answers "status" with what the test says ("": without data), at once or
+/// when the test says so.
 struct fake_interface : ubus_object {
     std::string path, status;
     bool answers = true;

@@ -7,7 +7,7 @@
 
 #include "netlink/nl80211.h"
 
-/// What is told; null: nl80211 is not there.
+/// What the kernel says; null: nl80211 is not there.
 struct fake_radios {
     std::vector<ng_nl80211_iface> ifaces;
     std::map<uint32_t, std::vector<ng_nl80211_station>> stations; ///< by interface

@@ -17,7 +17,7 @@ inline void begin_anew()
         "cp /tmp/config/* /etc/config/; : >/var/log/journal");
 }
 
-/// The committed value; a list's items with blanks between; "" when there is none.
+/// The committed value; a list's items with blanks between; "" without the option.
 inline std::string uci(const std::string &option)
 {
     const std::string value = run("uci -q get " + option).output;

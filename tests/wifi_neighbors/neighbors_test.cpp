@@ -1,5 +1,5 @@
 // The list of neighbouring access points between the push that brings it, the verdict on that push,
-// and what an access point is told.
+// and what an access point is sent.
 #include <cstdio>
 
 extern "C" {

@@ -1,5 +1,5 @@
-// Scans and surveys in this process, on a simulated root: a stranger on the bus plays u80211d and
-// the cloud's daemon. Time does not pass by itself: a test ends a wait by hand.
+// Scans and surveys in this process, on a simulated root: another connection to the bus plays
+// u80211d and the cloud's daemon. Time does not pass by itself: a test ends a wait by hand.
 #pragma once
 
 #include "bss.h"

@@ -179,7 +179,7 @@ TEST_F(Scan, AHangingDumpEndsAndItsLateAnswerIsNobodys)
     u80211d->behaves["scan"] = fake_peer::HANGS;
     EXPECT_EQ(scan_now(R"({"checkin_after_scan":true})"), 0);
     scan_done("scan");
-    scan_done("scan"); // told twice: the first dump is given up
+    scan_done("scan"); // the event comes twice: the first dump is given up
     EXPECT_EQ(calls(), (strings{TRIGGER, DUMP, DUMP}));
     expire(&scanned()->timer, 10000);
     EXPECT_EQ(logged("iface scan scan hit timeout"), 1);

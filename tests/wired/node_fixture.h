@@ -1,5 +1,5 @@
 // The wired subsystem in this process, on a simulated root: real UCI files, commands, kernel rules
-// and bus, fresh for each test. Bus events are heard by a stranger.
+// and bus, fresh for each test. A second connection hears the bus events.
 #pragma once
 
 #include <cstdio>

@@ -165,7 +165,7 @@ constexpr lint_row ROWS[] = {
     {"inet_test", "targets", emptiness_doubt},
 };
 
-/// By which member the elements of a level are told apart.
+/// By which member the elements of a level are distinguished.
 constexpr struct {
     const char *level, *key;
 } IDENTITIES[] = {

@@ -14,12 +14,12 @@ struct bus_release {
 };
 using bus_handle = std::unique_ptr<ubus_context, bus_release>;
 
-static void take_answer_cb(ubus_request *req, int, blob_attr *msg)
+static void answer_cb(ubus_request *req, int, blob_attr *msg)
 {
     if (!msg)
         return;
     auto *answer = static_cast<json_object **>(req->priv);
-    json_object_put(*answer); // told twice, the last one counts
+    json_object_put(*answer); // when two answers come, the last one counts
     char *text = blobmsg_format_json(msg, true);
     *answer = text ? json_tokener_parse(text) : nullptr;
     free(text);
@@ -35,7 +35,7 @@ static json_object *ask(ubus_context *ctx, const char *object, const char *metho
     if (type)
         blobmsg_add_string(&message, "checkin_type", type);
     if (ubus_lookup_id(ctx, object, &id) == UBUS_STATUS_OK)
-        (void)ubus_invoke(ctx, id, method, message.head, take_answer_cb, &answer, CALL_LIMIT_MS);
+        (void)ubus_invoke(ctx, id, method, message.head, answer_cb, &answer, CALL_LIMIT_MS);
     blob_buf_free(&message);
     return answer;
 }

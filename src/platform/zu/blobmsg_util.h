@@ -24,9 +24,9 @@ constexpr int ZU_BLOBMSG_DEPTH_MAX = 32;
 /// libubox checks one level only, and formats text by recursion without a limit. Null is not valid.
 bool zu_blobmsg_valid(blob_attr *attr);
 
-/// Finds the members that the policy names in a message or a table. `members` is null where there
-/// is none of the right type, and everywhere when `message` is null. False when the message is
-/// malformed, or has no member at all.
+/// Finds the members that the policy names in a message or a table. A member that is
+/// missing or has another type becomes null, and so does every one when `message` is null. False
+/// when the message is malformed or empty.
 bool zu_blobmsg_parse(std::span<const blobmsg_policy> policy, std::span<blob_attr *> members,
                       blob_attr *message);
 /// The one member, or null.

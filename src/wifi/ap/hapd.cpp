@@ -1,5 +1,5 @@
 // The hostapd instances on the bus, one per enabled access point ("hostapd.apR_S"), and what each
-// is told: its 802.11k neighbour list and its fast-transition bridge. An instance is told again
+// is sent: its 802.11k neighbour list and its fast-transition bridge. An instance is sent again
 // when that has changed, when it appears anew, and, after an answer that did not come or was no,
 // half a minute later.
 
@@ -20,14 +20,14 @@ constexpr int CALL_LIMIT_MS = 5000;
 constexpr int TELL_AGAIN_MS = 30000;
 constexpr int BRIDGES_SETTLE_MS = 1000;
 
-/// What instances are told.
+/// What instances are sent.
 enum subject { NEIGHBORS, FT_BRIDGE, SUBJECTS };
 
 struct hapd_instance {
     std::string path;
     int radio;
     int ssid;                   // 1..4
-    std::string told[SUBJECTS]; // the message that was sent last; empty: none, or not taken
+    std::string sent[SUBJECTS]; // the message that was sent last; empty: none, or not taken
     bool refusal_reported[SUBJECTS];
 };
 
@@ -87,7 +87,7 @@ static void not_taken(hapd_instance *instance, subject about, int status)
     instance->refusal_reported[about] = true;
     if (status == UBUS_STATUS_METHOD_NOT_FOUND)
         return; // it never will
-    instance->told[about].clear();
+    instance->sent[about].clear();
     tell_again(about);
 }
 
@@ -118,13 +118,13 @@ static int call(const hapd_instance &instance, subject about, blob_buf *message)
     return sent;
 }
 
-/// Sends the message unless it is what the instance was told last.
+/// Sends the message unless it is what the instance was sent last.
 static void tell(hapd_instance *instance, subject about, blob_buf *message)
 {
     std::string bytes(static_cast<const char *>(blob_data(message->head)), blob_len(message->head));
-    if (bytes == instance->told[about])
+    if (bytes == instance->sent[about])
         return;
-    instance->told[about] = std::move(bytes);
+    instance->sent[about] = std::move(bytes);
     if (const int status = call(*instance, about, message); status != UBUS_STATUS_OK)
         not_taken(instance, about, status);
 }
@@ -177,7 +177,7 @@ void wifi_add_hapd_instance_to_list(const char *path, int)
         return;
     }
     wifi_remove_hapd_instance_from_list(
-        path); // a new one knows nothing of what the old one was told
+        path); // a new one knows nothing of what the old one was sent
     gInstances.push_back(std::move(instance));
 }
 

@@ -14,7 +14,7 @@
 #include "wifi/radio/radio_internal.h"
 
 /// How often it is looked whether the kernel still delivers: when its wireless module is loaded
-/// anew, sockets are no longer members of its groups and are not told.
+/// anew, sockets are no longer members of its groups, and nothing says so.
 constexpr int LISTENER_CHECK_MS = 30000;
 
 static ng_nl80211_listener gListener;
@@ -56,7 +56,7 @@ static void channel_switch_radar_detect(const ng_nl80211_event *event)
     const int mhz = static_cast<int>(*event->frequency_mhz);
     const int channel = sys_freq2chan(mhz);
     switch (*event->radar_event) {
-    case NG_NL80211_RADAR_DETECTED: // told so whether or not a check was running
+    case NG_NL80211_RADAR_DETECTED: // comes whether or not a check was running
         send_cac_result(false, "radar detected during CAC");
         log_notice("DFS: Radar detected on %d MHz, chan = %d", mhz, channel);
         dfs_event_detected = true;

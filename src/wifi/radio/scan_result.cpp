@@ -178,7 +178,7 @@ static int add_base_channel(blob_buf *record, const bss_entry &bss)
     return 0;
 }
 
-/// The newest mode that is told with its channels counts.
+/// The newest mode counts for which the result lists channels.
 static int parse_channel_array_and_width(blob_buf *record, const bss_entry &bss)
 {
     if (bss[BSS_HE] && bss[BSS_HE_CHANNELS])

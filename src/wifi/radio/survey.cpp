@@ -41,7 +41,7 @@ static void arm(survey_entry *entry, uloop_timeout_handler cb)
 
 enum { ACTIVE, BUSY, TX, RX, IN_USE, MEMBERS };
 
-static void take_sample(survey_entry *entry, blob_attr *const *channel)
+static void add_sample(survey_entry *entry, blob_attr *const *channel)
 {
     const auto counter = [channel](int member) -> uint64_t {
         return channel[member] ? blobmsg_get_u64(channel[member]) : 0;
@@ -72,7 +72,7 @@ static void read_channel(survey_entry *entry, blob_attr *member)
                    "result",
                    entry->ifname);
     else if (blobmsg_get_bool(channel[IN_USE]))
-        take_sample(entry, channel);
+        add_sample(entry, channel);
 }
 
 void wifi_survey_data_cb(ubus_request *req, int, blob_attr *msg)

@@ -41,7 +41,7 @@ static bool wifid_parse_mesh(blob_attr *table, wifi_settings *settings)
     return true;
 }
 
-static void take_dfs_channels(blob_attr *array, wifi_settings *settings)
+static void parse_dfs_channels(blob_attr *array, wifi_settings *settings)
 {
     memset(settings->dfs_channels, 0, sizeof(settings->dfs_channels));
     settings->dfs_channel_count = 0;
@@ -65,7 +65,7 @@ static bool wifid_parse_dfs(blob_attr *table, wifi_settings *settings)
         return false;
     settings_store(values, settings);
     if (blob_attr *channels = values.get("channels"))
-        take_dfs_channels(channels, settings);
+        parse_dfs_channels(channels, settings);
     return true;
 }
 
@@ -141,12 +141,12 @@ static bool check_neighbors(blob_attr *array, wifi_settings *)
     return wifi_check_neighbors(array) == 0;
 }
 
-static bool take_radios(blob_attr *array, wifi_settings *settings)
+static bool parse_radios(blob_attr *array, wifi_settings *settings)
 {
     return parse_elements(array, settings, wifid_parse_radio);
 }
 
-static bool take_ssids(blob_attr *array, wifi_settings *settings)
+static bool parse_ssids(blob_attr *array, wifi_settings *settings)
 {
     return parse_elements(array, settings, wifid_parse_ssid);
 }
@@ -162,8 +162,8 @@ struct section {
 constexpr section SECTIONS[] = {
     {"mesh", wifid_parse_mesh, "Failed to parse mesh data"},
     {"regulatory", wifid_parse_reg, "Failed to parse regulatory data"},
-    {"radios", take_radios, "Failed to parse radios data"},
-    {"ssids", take_ssids, "Failed to parse ssids data"},
+    {"radios", parse_radios, "Failed to parse radios data"},
+    {"ssids", parse_ssids, "Failed to parse ssids data"},
     {"neighbors", check_neighbors, "Failed to parse neighbor list"},
 };
 
@@ -179,7 +179,7 @@ static bool parse_sections(const settings_values &values, wifi_settings *setting
     return true;
 }
 
-static void take_antenna_type(blob_attr *attr, wifi_settings *settings)
+static void parse_antenna_type(blob_attr *attr, wifi_settings *settings)
 {
     if (!attr)
         return;
@@ -189,7 +189,7 @@ static void take_antenna_type(blob_attr *attr, wifi_settings *settings)
             settings->antenna_type = static_cast<int32_t>(i + 1);
 }
 
-static void take_scanning_period(blob_attr *attr, wifi_settings *settings)
+static void parse_scanning_period(blob_attr *attr, wifi_settings *settings)
 {
     // The product is taken modulo 2^32, as the 32-bit field holds it.
     if (attr)
@@ -224,10 +224,10 @@ int wifi_settings_parse(blob_attr *params, wifi_parsed_document *parsed)
     if (!parse_sections(values, settings))
         return UBUS_STATUS_INVALID_ARGUMENT;
     parsed->neighbors = values.get("neighbors");
-    take_scanning_period(values.get("scanning_period"), settings);
+    parse_scanning_period(values.get("scanning_period"), settings);
     settings->save_orphans = values.get("save_orphans") != nullptr;
     if (!wifi_override_parse(values, parsed))
         return UBUS_STATUS_INVALID_ARGUMENT;
-    take_antenna_type(values.get("antenna_type"), settings);
+    parse_antenna_type(values.get("antenna_type"), settings);
     return 0;
 }

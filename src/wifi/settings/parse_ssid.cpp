@@ -53,7 +53,8 @@ static bool is_kept(const settings_limits &limits, const char *text)
 
 /// Copies the STRING elements that may be kept, until `slots` is full.
 template <size_t Slots, size_t Size>
-static void take_strings(const settings_values &values, const char *key, char (&slots)[Slots][Size])
+static void parse_strings(const settings_values &values, const char *key,
+                          char (&slots)[Slots][Size])
 {
     blob_attr *array = values.get(key);
     if (!array)
@@ -98,8 +99,8 @@ static bool parse_ssid_lists(const settings_values &values, wifi_ssid_settings *
         log_error("Failed to parse band, ssid_idx = %d", slot);
         return false;
     }
-    take_strings(values, "access_control_list", ssid->acl_list);
-    take_strings(values, "dns_servers", ssid->dns_servers);
+    parse_strings(values, "access_control_list", ssid->acl_list);
+    parse_strings(values, "dns_servers", ssid->dns_servers);
     blob_attr *dhcp = values.get("dhcp");
     if (dhcp && !wifid_parse_dhcp(dhcp, &ssid->dhcp)) {
         log_error("Failed to parse DHCP settings, ssid_idx = %d", slot);

@@ -8,7 +8,8 @@
 /// The packages that a push writes to.
 std::span<const char *const> wifi_written_packages();
 /// False (logged) when another process holds a lock on a package that a push writes, for which the
-/// loop must not stand still, or the package does not parse: half a push is none.
+/// loop must not stand still, or the package does not parse: a push is in force whole or not at
+/// all.
 [[nodiscard]] bool wifi_packages_can_be_changed();
 /// Commits what is changed in any of a push's packages, as one; `changed`, unless null, says
 /// whether anything was. 0, or -1 (logged): then nothing is changed and no change waits.

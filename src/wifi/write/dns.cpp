@@ -78,7 +78,8 @@ static void write_other_interfaces(const std::string &list, int ssid)
         if (other == ssid)
             continue;
         ng_uci_add(list, ssid_bridge(other));
-        ng_uci_add(list, vlan_bridge(ssid)); // this SSID's own, not the other's: meant so
+        // Not vlan_bridge(other): what deployed nodes have configured must not change.
+        ng_uci_add(list, vlan_bridge(ssid));
     }
 }
 

@@ -1,9 +1,10 @@
 // The rows of the settings and their options.
 //
 // What a push writes for other services mostly says what was pushed. What no option says (a
-// disabled network's key, say) is kept in sections of our own package: "settings", "settings_ssid1"
-// to 4, "settings_radio0" to 2. What stands there counts before the option and is there only while
-// the option says something else, so what an operator configures is read back. Values are kept with
+// disabled network's key, say) is kept in sections of the daemon's own package: "settings",
+// "settings_ssid1" to 4, "settings_radio0" to 2. What stands there counts before the option and is
+// there only while the option says something else, so what an operator configures is read back.
+// Values are kept with
 // "=" before them, as an option cannot be empty; list items with their number, as lists hold no
 // duplicates.
 #include "wifi/write/fields_uci.h"
@@ -90,7 +91,7 @@ static std::string fill(const char *format, int first, int second = 0)
     return name;
 }
 
-/// The option's name; empty when there is none.
+/// The option's name; empty for a setting without an option.
 static std::string option_of(const wifi_part &part, const wifi_field &row)
 {
     if (!row.option)

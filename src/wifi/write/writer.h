@@ -12,7 +12,8 @@
 /// Why wifi_write_settings() would write the radio settings at once ("no radio carries the mesh"),
 /// or null when it would hold them back.
 const char *wifi_at_once_reason(const wifi_settings &settings);
-/// Makes the section of our own that the node's own options stand in, where it is missing.
+/// Makes the section of the daemon's own package that the node's own options stand in, where it is
+/// missing.
 void wifi_make_local_section();
 /// The portal's host files, with the addresses written last; to be called when they are committed.
 void wifi_write_portal_hosts();

@@ -4,7 +4,7 @@
 //
 // The wired bridges (wired/bridges.h) and the mesh interfaces (mesh/mesh.h) have one each. While
 // one runs the internet test waits; a cycle that was skipped for it runs when it ends. Interfaces
-// that come and go later are told by the bus.
+// that come and go later are announced by the bus.
 #pragma once
 
 #include <cstdint>

@@ -67,7 +67,7 @@ static bool is_device_name(const char *name)
     return true;
 }
 
-static void take_gateway(iface_entry *entry, blob_attr *nexthop)
+static void read_gateway(iface_entry *entry, blob_attr *nexthop)
 {
     if (!nexthop) {
         log_warning("Interface '%s' response to status() route member is missing a gateway IP",
@@ -79,7 +79,7 @@ static void take_gateway(iface_entry *entry, blob_attr *nexthop)
 }
 
 /// The address comes with its prefix length, "192.0.2.7/24".
-static void take_address(iface_entry *entry, blob_attr *source)
+static void read_address(iface_entry *entry, blob_attr *source)
 {
     if (!source) {
         log_warning("Interface '%s' response to status() route member is missing a node IP",
@@ -92,7 +92,7 @@ static void take_address(iface_entry *entry, blob_attr *source)
 }
 
 /// Takes one element of "route"; true when it is the default route, which ends the walk.
-static bool take_route(iface_entry *entry, blob_attr *route)
+static bool read_route(iface_entry *entry, blob_attr *route)
 {
     if (blobmsg_type(route) != BLOBMSG_TYPE_TABLE) {
         log_warning("unexpected route type found (expected table)");
@@ -110,28 +110,28 @@ static bool take_route(iface_entry *entry, blob_attr *route)
                     entry->obj_path);
         return false;
     }
-    take_gateway(entry, tb[ROUTE_NEXTHOP]);
-    take_address(entry, tb[ROUTE_SOURCE]);
+    read_gateway(entry, tb[ROUTE_NEXTHOP]);
+    read_address(entry, tb[ROUTE_SOURCE]);
     return strcmp(blobmsg_get_string(tb[ROUTE_TARGET]), "0.0.0.0") == 0 &&
            blobmsg_get_u32(tb[ROUTE_MASK]) == 0;
 }
 
 /// Without a default route, gateway and address are the last element's.
-static void take_routes(iface_entry *entry, blob_attr *routes)
+static void read_routes(iface_entry *entry, blob_attr *routes)
 {
     clear_route(entry);
     blob_attr *route;
     size_t rem;
     blobmsg_for_each_attr(route, routes, rem)
     {
-        if (take_route(entry, route)) {
+        if (read_route(entry, route)) {
             entry->has_default_route = true;
             return;
         }
     }
 }
 
-static bool take_device(iface_entry *entry, blob_attr *device)
+static bool read_device(iface_entry *entry, blob_attr *device)
 {
     if (!device) {
         log_error("Interface '%s' response to status() is missing the 'device' member",
@@ -150,7 +150,7 @@ static bool take_device(iface_entry *entry, blob_attr *device)
 
 /// False when the message does not say whether the interface is up, or names no device for one that
 /// is.
-static bool take_status(iface_entry *entry, blob_attr *msg)
+static bool read_status(iface_entry *entry, blob_attr *msg)
 {
     blob_attr *tb[STATUS_MEMBERS];
     if (!zu_blobmsg_parse(gStatus_policy, tb, msg)) {
@@ -164,12 +164,12 @@ static bool take_status(iface_entry *entry, blob_attr *msg)
         return false;
     }
     entry->up = blobmsg_get_bool(tb[STATUS_UP]);
-    if (!take_device(entry, tb[STATUS_DEVICE]))
+    if (!read_device(entry, tb[STATUS_DEVICE]))
         return !entry->up;
     if (!tb[STATUS_ROUTE]) // how netifd says down
         clear_route(entry);
     else
-        take_routes(entry, tb[STATUS_ROUTE]);
+        read_routes(entry, tb[STATUS_ROUTE]);
     return true;
 }
 
@@ -179,7 +179,7 @@ bool iface_list_parse_status(iface_entry *entry, blob_attr *msg)
         log_error("%s is NULL", entry ? "msg" : "iface");
         return false;
     }
-    const bool usable = take_status(entry, msg);
+    const bool usable = read_status(entry, msg);
     tell_change(entry);
     return usable;
 }

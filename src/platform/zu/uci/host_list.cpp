@@ -1,9 +1,10 @@
 // Host lists: the items of a list option as a linked list that outlives the UCI context.
+#include "platform/zu/host_list.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "platform/zu/host_list.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
 #include "platform/zu/uci/uci_internal.h"
