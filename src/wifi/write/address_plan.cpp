@@ -21,7 +21,7 @@ static uint32_t base_of_mac(const char *mac)
 uint32_t wifi_plan_base(int32_t node_id, const char *management_mac)
 {
     // Unsigned, so that any id wraps around instead of overflowing.
-    const uint32_t start = node_id >= 0 ? (static_cast<uint32_t>(node_id) * uint32_t(-20)) & 0xFFFC
+    const uint32_t start = node_id >= 0 ? (static_cast<uint32_t>(node_id) * -20u) & 0xFFFC
                                         : base_of_mac(management_mac);
     return (start & 0xFFFF) - NETWORK_STEP;
 }
