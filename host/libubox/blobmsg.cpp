@@ -275,6 +275,8 @@ void *blobmsg_open_nested(blob_buf *buf, const char *name, bool array)
 
 void *blobmsg_alloc_string_buffer(blob_buf *buf, const char *name, unsigned int maxlen)
 {
+    if (maxlen > BLOB_ATTR_LEN_MASK) // with 32 bits the sums below would start anew at 0
+        return nullptr;
     blob_attr *attr = add_named(buf, BLOBMSG_TYPE_STRING, name, size_t{maxlen} + 1);
     if (!attr)
         return nullptr;
@@ -285,6 +287,8 @@ void *blobmsg_alloc_string_buffer(blob_buf *buf, const char *name, unsigned int 
 
 void *blobmsg_realloc_string_buffer(blob_buf *buf, unsigned int maxlen)
 {
+    if (maxlen > BLOB_ATTR_LEN_MASK)
+        return nullptr;
     blob_attr *attr = blob_next(buf->head);
     size_t text = blob_offset(buf, attr) + sizeof(*attr) + header_len(attr);
     if (!blob_buf_reserve(buf, text + maxlen + 1 + BLOB_ATTR_ALIGN - 1))
