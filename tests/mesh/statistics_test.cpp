@@ -7,11 +7,11 @@
 
 namespace {
 
+using lines = std::vector<std::string>;
+
 constexpr char MAC[] = "02:11:00:00:00:01";
 constexpr int LIMIT_MS = 30000;
 constexpr int INTERVAL_MS = 150000;
-
-using lines = std::vector<std::string>;
 
 struct Statistics : node_fixture {
     void SetUp() override

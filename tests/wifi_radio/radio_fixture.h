@@ -8,45 +8,25 @@
 #include "platform/zu/platform_data.h"
 #include "state/owned.h"
 #include "support/bus_fixture.h"
+#include "support/fake_object.h"
 #include "support/node.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
 
+#include <map>
+
 /// An object that answers every call of a method with `replies[method]`; by default with nothing.
-struct fake_peer : ubus_object {
+struct fake_peer : fake_object {
     enum behaviour { ANSWERS, HANGS, TWICE, FAILS };
-    std::string path;
-    ubus_context *bus;
-    ubus_method table[3] = {};
-    ubus_object_type its_type = {};
-    std::vector<std::string> called; ///< "method {arguments}"
     std::map<std::string, behaviour> behaves;
     std::map<std::string, std::function<void(blob_buf *)>> replies;
     std::vector<ubus_request_data> unanswered;
 
     fake_peer(ubus_context *ctx, const char *object_path)
-        : ubus_object{}, path(object_path), bus(ctx)
+        : fake_object(ctx, object_path, {"scan", "survey", "checkin"})
     {
-        for (int i = 0; i < 3; i++) {
-            table[i].name = (const char *[]){"scan", "survey", "checkin"}[i];
-            table[i].handler = call;
-        }
-        its_type = {path.c_str(), 0, table, 3};
-        name = path.c_str();
-        type = &its_type;
-        methods = table;
-        n_methods = 3;
-        EXPECT_EQ(ubus_add_object(bus, this), 0) << path;
-    }
-    ~fake_peer() { leave(); }
-    fake_peer(const fake_peer &) = delete;
-    fake_peer &operator=(const fake_peer &) = delete;
-    void leave()
-    {
-        if (id != 0)
-            ubus_remove_object(bus, this);
     }
     void answer(ubus_request_data *request, const std::string &method)
     {
@@ -67,23 +47,15 @@ struct fake_peer : ubus_object {
         unanswered.clear();
     }
     std::vector<std::string> take_calls() { return std::exchange(called, {}); }
-
-private:
-    static int call(ubus_context *ctx, ubus_object *self, ubus_request_data *req,
-                    const char *method, blob_attr *msg)
+    int on_call(ubus_request_data *request, const std::string &method) override
     {
-        auto *peer = static_cast<fake_peer *>(self);
-        peer->called.push_back(std::string(method) + " " + zu_blobmsg_json(msg, true).get());
-        const behaviour behaves = peer->behaves[method];
-        if (behaves == HANGS) {
-            peer->unanswered.emplace_back();
-            ubus_defer_request(ctx, req, &peer->unanswered.back());
-            return 0;
-        }
-        if (behaves == FAILS)
+        if (behaves[method] == HANGS)
+            ubus_defer_request(bus, request, &unanswered.emplace_back());
+        else if (behaves[method] == FAILS)
             return UBUS_STATUS_UNKNOWN_ERROR;
-        for (int i = 0; i < (behaves == TWICE ? 2 : 1); i++)
-            peer->answer(req, method);
+        else
+            for (int i = 0; i < (behaves[method] == TWICE ? 2 : 1); i++)
+                answer(request, method);
         return 0;
     }
 };

@@ -1,39 +1,10 @@
 // The documents through the bus, into the running daemon.
-#include <fstream>
-
-#include "support/bus_fixture.h"
-#include "support/program.h"
-#include "support/run.h"
-#include "support/temporary_directory.h"
+#include "core/daemon_fixture.h"
+#include "document.h"
 
 namespace {
 
-std::string example(const std::string &name)
-{
-    return read_file(std::string(EXAMPLES_DIR) + "/" + name + ".json");
-}
-
-struct SettingsMethods : bus_fixture {
-    std::optional<program> tarn_net;
-
-    void SetUp() override
-    {
-        bus_fixture::SetUp();
-        run("mkdir -p /var/run/ubus; rm -f /tmp/debug_tarn_net.log /tmp/wifi-delayed-*; "
-            "ln -sf " +
-            socket_path + " /var/run/ubus/ubus.sock");
-        tarn_net.emplace(std::vector<std::string>{TARN_NET_PROGRAM});
-        run_until([&] {
-            uint32_t id;
-            return ubus_lookup_id(stranger, "qnet.wifi", &id) == 0;
-        });
-        (void)call("qnet.wifi", "set_debug_level", R"({"level":5})");
-    }
-    void TearDown() override
-    {
-        tarn_net.reset();
-        bus_fixture::TearDown();
-    }
+struct SettingsMethods : daemon_fixture {
     answer push(const std::string &json) { return call("qnet.wifi", "parse_config", json); }
     std::string dump(bool secrets)
     {
@@ -42,7 +13,6 @@ struct SettingsMethods : bus_fixture {
                 .document;
         return document.substr(0, document.find(R"(,"state":{)"));
     }
-    static std::string log() { return read_file("/tmp/debug_tarn_net.log"); }
 };
 
 constexpr char TAKEN[] = R"({"success":true,"messages":[]})";

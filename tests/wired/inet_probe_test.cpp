@@ -25,9 +25,6 @@ extern "C" const char *curl_easy_strerror(CURLcode code)
 
 namespace {
 
-constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
-constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
-constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
 constexpr int MESH_IFACES = 8; // one more than a cycle takes
 
 constexpr char PLAIN[] = "http://203.0.113.80";

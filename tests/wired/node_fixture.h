@@ -20,6 +20,10 @@
 #include "wired/inet_probe.h"
 #include "wired/upstream.h"
 
+constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
+constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
+constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
+constexpr uint32_t LONELY = TARN_NET_LONELY_ORPHAN_STATE;
 /// Writes down what stood committed when it was run.
 constexpr char RELOAD_CONFIG[] = R"sh(#!/bin/sh
 rules=$(ip rule show priority 500 | sed 's/^500:[[:space:]]*//; s/ *$//' | paste -sd ';')

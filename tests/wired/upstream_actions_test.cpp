@@ -16,13 +16,9 @@
 
 namespace {
 
-constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
-constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
-constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
-constexpr uint32_t LONELY = TARN_NET_LONELY_ORPHAN_STATE;
-constexpr char GATEWAY_FACTS[] = "gwm|02:00:00:00:00:01 gwq|255 tr|x p|1.5 tp|2.00-MB/s";
-
 using lines = std::vector<std::string>;
+
+constexpr char GATEWAY_FACTS[] = "gwm|02:00:00:00:00:01 gwq|255 tr|x p|1.5 tp|2.00-MB/s";
 
 struct UpstreamActions : node_fixture {
     void SetUp() override

@@ -5,11 +5,6 @@
 
 namespace {
 
-constexpr uint32_t NONE = TARN_NET_UPSTREAM_NONE;
-constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE;
-constexpr uint32_t MESH = TARN_NET_UPSTREAM_MESH_STATE;
-constexpr uint32_t LONELY = TARN_NET_LONELY_ORPHAN_STATE;
-
 struct Upstream : node_fixture {
     void SetUp() override
     {
