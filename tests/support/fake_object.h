@@ -1,10 +1,10 @@
 #pragma once
 
-#include "support/json_message.h"
-
 #include <libubus.h>
 #include <string>
 #include <vector>
+
+#include "support/json_message.h"
 
 /// An object on the bus with three methods; what a call comes to is its heir's.
 struct fake_object : ubus_object {

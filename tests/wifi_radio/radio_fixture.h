@@ -2,6 +2,8 @@
 // u80211d and the cloud's daemon. Time does not pass by itself: a test ends a wait by hand.
 #pragma once
 
+#include <map>
+
 #include "bss.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -14,8 +16,6 @@
 #include "wifi/radio/radio_internal.h"
 #include "wifi/settings/dump.h"
 #include "wifi/wifi.h"
-
-#include <map>
 
 /// An object that answers every call of a method with `replies[method]`; by default with nothing.
 struct fake_peer : fake_object {
