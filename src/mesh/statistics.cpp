@@ -182,6 +182,7 @@ void fork_and_execute_batctl_cmds(uloop_timeout *)
     const pid_t pid = fork();
     if (pid < 0) {
         log_error("Failed to create a fork to generate the mesh.info file with batctl cmds");
+        mesh_statistics_arm(); // there may be a process to be had then
         return;
     }
     if (pid == 0) {

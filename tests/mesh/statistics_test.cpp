@@ -1,9 +1,19 @@
 // Collecting the gateway facts: the command lines, what the child may touch, what becomes of a
 // batctl that has no gateway, hangs or answers nonsense; and the lonely scan's trigger.
+#include <dlfcn.h>
+
 #include "mesh/mesh.h"
 #include "platform/zu/led.h"
 #include "support/eventually.h"
 #include "wired/node_fixture.h"
+
+/// A node that is out of processes.
+static bool gNo_process;
+extern "C" pid_t fork() noexcept
+{
+    static const auto real = reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"));
+    return gNo_process ? -1 : real();
+}
 
 namespace {
 
@@ -39,11 +49,14 @@ struct Statistics : node_fixture {
     static bool collecting() { return mesh().stats_child.pid != 0; }
     void collect()
     {
+        uloop_clock_virtual(true); // which stands still
         fork_and_execute_batctl_cmds(nullptr);
         ASSERT_TRUE(collecting());
-        EXPECT_NEAR(uloop_timeout_remaining64(&mesh().stats_timer), LIMIT_MS, 100);
+        EXPECT_EQ(uloop_timeout_remaining64(&mesh().stats_timer), LIMIT_MS);
+        uloop_clock_virtual(false);
         run_until([] { return !collecting(); });
-        EXPECT_NEAR(uloop_timeout_remaining64(&mesh().stats_timer), INTERVAL_MS, 100);
+        EXPECT_EQ(mesh().stats_timer.cb, fork_and_execute_batctl_cmds) << "the next one is armed";
+        EXPECT_GT(uloop_timeout_remaining64(&mesh().stats_timer), LIMIT_MS);
     }
     /// Starts a collection whose first command does not come back.
     void collect_and_hang()
@@ -135,7 +148,6 @@ TEST_F(Statistics, HungBatctlIsKilledWithItsGroup)
     EXPECT_TRUE(logged("The batctl cmds collecting gateway statistics timed out."));
     EXPECT_EQ(facts(), std::string(MAC) + " 251 - - -");
     EXPECT_TRUE(eventually([] { return run("pgrep -f '[s]leep 4242'").status != 0; }));
-    EXPECT_EQ(mesh().stats_timer.cb, fork_and_execute_batctl_cmds) << "the next one is armed";
     run("rm /tmp/bin/batctl");
 }
 
@@ -181,6 +193,20 @@ TEST_F(Statistics, SpeedIsLowOnlyForARepeater)
         collect();
         EXPECT_EQ(led("low_mesh_speed"), c.low);
     }
+}
+
+TEST_F(Statistics, WithoutAProcessToCollectTheNextIntervalTriesAgain)
+{
+    gNo_process = true;
+    uloop_clock_virtual(true);
+    init_mesh_info();
+    uloop_clock_run_ms(2 * INTERVAL_MS);
+    EXPECT_EQ(logged("Failed to create a fork"), 2);
+    gNo_process = false;
+    uloop_clock_run_ms(INTERVAL_MS - 1);
+    EXPECT_FALSE(collecting());
+    uloop_clock_run_ms(1);
+    EXPECT_TRUE(collecting());
 }
 
 TEST_F(Statistics, ResetKillsTheCollectionThatRuns)
