@@ -27,6 +27,7 @@ struct upstream_record {
     int32_t make_up_delay_ms;
     bool reload_hangs;            ///< the last "reload_config" had to be ended
     char forwarding_to[16];       ///< where forwarding is to lead while that step is unmade
+    bool forwarding_ended;        ///< while lonely, so that none leads to the uplink any more
     char wired_uplink_bridge[16]; ///< "br-wired0", ...; empty while none is known
     char served_bridge[16]; ///< that DHCP and traffic shaper name while in WAN; empty: not the same
 };

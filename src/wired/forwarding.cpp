@@ -140,6 +140,7 @@ int set_firewall_forwarding_rules(const char *iface, uint32_t state)
     }
     const inet_test_state &test = gTarn_net_state.inet_test;
     const char *current = test.uplink_iface;
+    gTarn_net_state.upstream.forwarding_ended = state == TARN_NET_LONELY_ORPHAN_STATE;
     log_debug("Set forwarding to %s:%s", iface, upstream_state_name(state));
     bool done;
     switch (state) {

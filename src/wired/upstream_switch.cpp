@@ -88,7 +88,8 @@ static bool switch_forwarding(uint32_t state)
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
     upstream_forget(UPSTREAM_FORWARDING); // to an interface of an earlier switch
-    if (strncmp(test.uplink_iface, test.passed_iface, sizeof test.uplink_iface) == 0) {
+    if (strncmp(test.uplink_iface, test.passed_iface, sizeof test.uplink_iface) == 0 &&
+        !gTarn_net_state.upstream.forwarding_ended) {
         log_debug("system_inet_interface did not change");
         return false;
     }

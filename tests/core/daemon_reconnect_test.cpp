@@ -73,6 +73,10 @@ struct Reconnect : daemon_fixture {
         EXPECT_EQ(logged("New interface 'network.interface.orph_conn1'"), added + 1);
         other.leave();
         run_until([&] { return follows("network.interface.orph_conn1") == 0; });
+        const int registered = logged("Registered for LLDP negotiation notifications");
+        const fake_interface lldp(daemon, "qnet.lldp", "{}");
+        run_until(
+            [&] { return logged("Registered for LLDP negotiation notifications") > registered; });
     }
 };
 
@@ -96,12 +100,16 @@ TEST_F(Reconnect, ManyTimesInARow)
 
 TEST_F(Reconnect, AtAwkwardMoments)
 {
+    fake_interface gone(daemon, "network.interface.mesh_rp", STATUS); // which does not come back
+    run_until([&] { return follows(gone.path) == 1; });
+    gone.id = 0;
     wired->answers = false; // with a question pending
     wired->leave();
     EXPECT_EQ(ubus_add_object(daemon, wired.get()), 0);
     const int asked = wired->asked;
     run_until([&] { return wired->asked > asked; });
     bus_restart();
+    EXPECT_EQ(follows(gone.path), 0);
     expect_everything_once();
 
     // While the daemon puts itself back on the bus.

@@ -75,6 +75,7 @@ TEST_F(Daemon, OnlyTheFirstStartWithoutArgumentsTouchesTheNode)
     // Its end makes room for the next one, however it ended.
     tarn_net->end(SIGKILL);
     start_daemon();
+    EXPECT_EQ(uci("firewall.meshwan_wired0.enabled"), "0") << "it has no upstream yet";
 }
 
 TEST_F(Daemon, WhatItOpensStaysItsOwnAndWhatItWritesIsNobodyElsesToChange)
@@ -120,7 +121,10 @@ TEST_F(Daemon, WhatItOpensStaysItsOwnAndWhatItWritesIsNobodyElsesToChange)
 TEST_F(Daemon, NegotiationThatEndedUnheardSwitchesTheRadiosOn)
 {
     run("uci set wireless.ap0_1.enable=0; uci commit wireless");
-    const fake_interface lldp(daemon, "qnet.lldp", "{}");
+    fake_interface lldp(daemon, "qnet.lldp", "{}");
+    run_until([] { return uci("wireless.ap0_1.enable") == "1"; });
+    run("uci set wireless.ap0_1.enable=0; uci commit wireless"); // and one that is heard of
+    ubus_notify(daemon, &lldp, "lldp_negotiation_complete", json_message("{}").head, -1);
     run_until([] { return uci("wireless.ap0_1.enable") == "1"; });
 }
 
@@ -208,6 +212,7 @@ TEST_F(Daemon, CablePluggedIntoTheOtherPort)
         EXPECT_TRUE(state_holds(R"("wired_uplink_bridge":"br-)" + ports[port] + "\""));
     }
     settle();
+    EXPECT_FALSE(state_holds("\"make_up\"")) << "without an upstream there is nothing to repeat";
     ASSERT_EQ(beats.all.size(), 2u);
     EXPECT_EQ(beats.all[1].document, R"({"interface":"wired1","found":true})");
     const std::string dns = " " + uci("dhcp.lan_dns.interface") + " ";

@@ -222,14 +222,14 @@ TEST_F(SettingsMethods, TheWiredDocumentIsTakenWholeOrNotAtAll)
     EXPECT_EQ(push_wired(R"({"igmp_proxy":true})").document, TAKEN);
     run("mv /tmp/igmpproxy /etc/config");
     EXPECT_EQ(push_wired(R"({"inet_test":{"targets":["http://203.0.113.80","https://b/c"],
-        "failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan",
+        "failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan-of-15-by",
         "wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})")
                   .document,
               TAKEN);
     const std::string shown = call("qnet.wired", "dump_state").document;
     EXPECT_NE(
         shown.find(R"({"settings":{"inet_test":{"targets":["http://203.0.113.80","https://b/c"],)"
-                   R"("failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan",)"
+                   R"("failure_tolerance":5,"test_interval":60},"lan_bridge":"br-lan-of-15-by",)"
                    R"("wired_client":{"disable":true,"ssid":2},"igmp_proxy":true})"),
         std::string::npos)
         << shown;

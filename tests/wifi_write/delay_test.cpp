@@ -177,6 +177,7 @@ TEST_F(Delay, ConfirmedPushIsAppliedSevenMinutesLater)
     EXPECT_EQ(journal("reload_config"), reloads + 1);
     EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 1);
     EXPECT_EQ(wifi_live_settings()->radios[1].channel, 40u);
+    EXPECT_EQ(gTarn_net_state.inet_test.test_passed, 1u) << "the uplink is tested on new terms";
     EXPECT_EQ(uci("tarn_net.settings_radio1.channel"), "") << "the radio says it again";
     all_packages_quiet();
     ASSERT_EQ(push_channel(40), 0);
@@ -256,6 +257,7 @@ TEST_F(Delay, PushThatDoesNotWaitEndsThePendingAndTheStagedOne)
     confirm(true);
     pass_ms(500000);
     EXPECT_EQ(channel(), "48");
+    EXPECT_EQ(journal("/etc/init.d/dnsmasq reload"), 0) << "its timer went with it";
 }
 
 TEST_F(Delay, EndedByHandAndByTheMaintenanceWindow)
@@ -423,6 +425,8 @@ TEST_F(Delay, OnlyAStateThatSaysZeroKeepsInterfacesOff)
     run("mv /etc/config/wireless /tmp/wireless");
     EXPECT_TRUE(wifi_lldp_negotiation_complete());
     EXPECT_EQ(logged("NOTICE: Unable to find LLDP negotiation UCI state"), 1);
+    wifi_restore_config_enabled_interfaces(false);
+    EXPECT_EQ(logged("trying again every second"), 0) << "there is nothing to restore";
     run("mv /tmp/wireless /etc/config/wireless");
     gDebug_log_level = ZU_LOG_NOTICE;
 }
@@ -487,9 +491,10 @@ TEST_F(Delay, InterfacesThatNobodyKeepsOffComeOn)
     pass_ms(5000);
     EXPECT_EQ(enables(), "00");
     negotiated(1); // and nobody heard of it
+    run("uci set wireless.orph_conn0.enable=1; uci commit wireless");
     restart();
     pass_ms(1);
-    EXPECT_EQ(enables(), "11");
+    EXPECT_EQ(enables() + uci("wireless.orph_conn0.enable"), "111") << "an orphan stays connected";
     EXPECT_EQ(journal("reload_config"), 1);
     restart();
     pass_ms(1);
@@ -502,6 +507,7 @@ TEST_F(Delay, InterfacesThatNobodyKeepsOffComeOn)
         const int rival = open("/etc/config/wireless", O_RDWR | O_CLOEXEC);
         ASSERT_EQ(flock(rival, LOCK_EX), 0);
         wifi_restore_config_enabled_interfaces(true);
+        all_packages_quiet();
         const int said = logged("is locked by another process");
         pass_ms(5500);
         EXPECT_EQ(logged("trying again every second"), 1);

@@ -130,6 +130,7 @@ TEST_F(Enumeration, LateAnswerIsTaken)
     // What is removed takes timer and question with it.
     pass(30000);
     EXPECT_EQ(netifd.asked, 3);
+    EXPECT_EQ(facts(&gTarn_net_state.bridges.list, WIRED0), "up br-x 10.0.0.7") << "not yet";
     enumerate_bridges_remove(WIRED0);
     netifd.answer_open();
     pass(60000);
@@ -140,11 +141,11 @@ TEST_F(Enumeration, PathUnderANewIdIsFollowedAnew)
 {
     std::optional<fake_interface> netifd;
     netifd.emplace(stranger, WIRED0, R"({"up":false,"device":"br-x"})");
+    init_bridge_info(); // which no answer ends before the bus has been searched
     enumerate_bridges_add_new(daemon, WIRED0, netifd->id);
     settle();
     netifd.reset();
     netifd.emplace(stranger, WIRED0, R"({"up":false,"device":"br-y"})");
-    init_bridge_info();
     pass(5000);
     EXPECT_EQ(facts(&gTarn_net_state.bridges.list, WIRED0), "answered down br-y ");
     netifd->notify(GOOD);

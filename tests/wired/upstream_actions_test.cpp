@@ -4,10 +4,13 @@
 #include <climits>
 #include <fcntl.h>
 #include <malloc.h>
+#include <poll.h>
 #include <sys/file.h>
+#include <thread>
 
 #include "mesh/gateway_facts.h"
 #include "platform/zu/led.h"
+#include "support/fake_interface.h"
 #include "wifi/override.h"
 #include "wired/node_fixture.h"
 #include "wired/upstream_internal.h"
@@ -78,8 +81,16 @@ TEST_F(UpstreamActions, FirstWiredSuccess)
 
 TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
 {
+    run("for b in br-wired0 br-wired1 br-ssid4; do ip link add $b type bridge; done; "
+        "ip link add bat0 type veth; ip link add bat0.34 type veth");
+    gWifi_live_settings.ssids[3].enable = true;
+    const auto lan_bridge = [] {
+        std::error_code error;
+        return std::filesystem::read_symlink("/sys/class/net/bat0.34/master", error).filename();
+    };
     stand_in(NONE, "", "br-wired0");
     end_cycle(WAN, "br-wired0");
+    EXPECT_EQ(lan_bridge(), "br-wired0");
     const std::string gateway = "reload_config [from all lookup 10] dns [lo br-wired1] forward ";
     const std::string forwards = "[ssid1wan_wired1 ssid2wan_wired1 meshwan_wired1]";
     snprintf(upstream().wired_uplink_bridge, 16, "br-wired1");
@@ -90,12 +101,15 @@ TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
     EXPECT_EQ(commands(), (lines{"batctl gw_mode server", gateway + forwards, gateway + forwards}));
     EXPECT_EQ(uci("udshape.ssid1.gatewayif") + " " + uci("firewall.ssid1_lan_cp.src"),
               "eth1 wired1");
+    EXPECT_EQ(lan_bridge(), "br-wired1");
     // There and back before a cycle has passed over it.
     uplink_set("wired0");
+    EXPECT_EQ(lan_bridge(), "br-wired0");
     snprintf(upstream().wired_uplink_bridge, 16, "br-wired1");
     (void)commands();
     end_cycle(WAN, "br-wired1");
     EXPECT_EQ(commands(), lines{gateway + forwards});
+    EXPECT_EQ(lan_bridge(), "br-wired1");
     end_cycle(WAN, "br-wired1");
     EXPECT_EQ(commands(), lines{});
     // Commits that meet a lock.
@@ -111,6 +125,15 @@ TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
     EXPECT_EQ(upstream().unmade, 0u);
     EXPECT_NE(uci("dhcp.lan_dns.interface").find("br-wired0"), std::string::npos);
     EXPECT_EQ(run("uci changes").output, "");
+    // What the wired settings' reload finds elsewhere; and without a wire.
+    run("ip link set bat0.34 nomaster");
+    gWired_taken_down = 0;
+    EXPECT_EQ(wired_reload_config(nullptr, nullptr, nullptr), 0);
+    gWired_taken_down = -1;
+    EXPECT_EQ(lan_bridge(), "br-wired0");
+    fail_cycles(3);
+    EXPECT_EQ(lan_bridge(), "br-ssid4");
+    run("for i in br-wired0 br-wired1 br-ssid4 bat0 bat0.34; do ip link del $i; done");
 }
 
 TEST_F(UpstreamActions, WireToMeshToLonelyAndBack)
@@ -148,21 +171,36 @@ TEST_F(UpstreamActions, WireToMeshToLonelyAndBack)
     snprintf(gWifi_live_settings.radio_override, 8, "1.2");
     run("uci set tarn_net.local.radio_override=1.2; uci commit tarn_net");
     upstream().mesh_ready = upstream().mesh_up = true;
+    uloop_clock_virtual(true); // which stands still
     fail_cycles(3);
+    EXPECT_EQ(uloop_timeout_remaining64(&gTarn_net_state.mesh.lonely_timer), 500000);
+    uloop_clock_virtual(false);
     EXPECT_EQ(commands(), (lines{repeater + "[]", "/etc/init.d/orphand stop", repeater + "[]"}));
     EXPECT_EQ(sent_events(), lines{"network.inet_test {\"success\":false,\"message\":\"internet "
                                    "test failed\"}"});
     EXPECT_EQ(uci("tarn_net.local.radio_override"), "");
     EXPECT_FALSE(wifi_radio_override_active());
     EXPECT_TRUE(gTarn_net_state.mesh.lonely_timer.pending);
-    EXPECT_NEAR(uloop_timeout_remaining64(&gTarn_net_state.mesh.lonely_timer), 500000, 5000);
 
+    run("uci set wireless.ap0_1.config_enable=1; uci set wireless.ap0_1.enable=0; "
+        "uci commit wireless; mkdir -p /var/sim/exit/etc/init.d");
     end_cycle(MESH, "br-mesh_rp");
+    EXPECT_EQ(uci("wireless.ap0_1.enable"), "1") << "what the scan switched off";
     lines climbed = commands();
     ASSERT_GE(climbed.size(), 2u);
     EXPECT_EQ(climbed.front(), "/etc/init.d/lonely stop");
     EXPECT_FALSE(gTarn_net_state.mesh.lonely_timer.pending);
     EXPECT_EQ(test().upstream_state, MESH);
+
+    // A scan that does not stop is stopped again, unless it is wanted meanwhile.
+    stand_in(LONELY, "br-mesh_rp", "br-wired1");
+    write_file("/var/sim/exit/etc/init.d/lonely", "1\n");
+    end_cycle(MESH, "br-mesh_rp");
+    EXPECT_EQ(upstream().unmade, UPSTREAM_STOP_LONELY);
+    upstream().mesh_ready = upstream().mesh_up = true;
+    fail_cycles(3);
+    EXPECT_EQ(test().upstream_state, LONELY);
+    EXPECT_EQ(upstream().unmade, 0u);
 }
 
 TEST_F(UpstreamActions, NoSuccessBetweenWireAndWire)
@@ -170,22 +208,30 @@ TEST_F(UpstreamActions, NoSuccessBetweenWireAndWire)
     stand_in(NONE, "", "br-wired1");
     end_cycle(WAN, "br-wired1");
     const std::string dns = uci("dhcp.lan_dns.interface").substr(sizeof "lo");
-    const std::string sources = run("uci show firewall | grep _lan_cp.src").output;
-    for (uint32_t state : {MESH, LONELY}) {
+    const auto rules = [] {
+        return run("uci show firewall | grep -E \"_lan_cp.src|wan_wired1.enabled\"").output;
+    };
+    const std::string before = rules();
+    for (uint32_t state : {MESH, LONELY, WAN}) {
         (void)mesh_gateway_facts_parse(&gTarn_net_state.mesh.gateway, GATEWAY_FACTS);
         update_led_flag("low_mesh_speed", true);
         upstream().mesh_ready = upstream().mesh_up = true;
-        fail_cycles(3);
+        if (state != WAN) {
+            fail_cycles(3);
+        } else { // the cable is plugged in again
+            uplink_set("wired1");
+            EXPECT_NE(rules(), before) << "a lonely node forwards nothing";
+            EXPECT_EQ(leds(), (lines{"gateway", "repeater", "network_fail", "dhcp_inet_fail"}));
+            end_cycle(WAN, "br-wired1");
+        }
         EXPECT_EQ(test().upstream_state, state);
         EXPECT_EQ(gTarn_net_state.mesh.gateway.mac, nullptr) << "they are of another upstream";
         EXPECT_EQ(led("low_mesh_speed"), "0");
-        EXPECT_EQ(uci("dhcp.lan_dns.interface"), dns.substr(0, dns.rfind(' ')) + " br-mesh_rp");
+        const std::string others = dns.substr(0, dns.rfind(' '));
+        EXPECT_EQ(uci("dhcp.lan_dns.interface"), state != WAN ? others + " br-mesh_rp" : dns);
         test().test_failures = 0;
     }
-    EXPECT_EQ(leds(), (lines{"gateway", "repeater", "network_fail", "dhcp_inet_fail"}));
-    end_cycle(WAN, "br-wired1");
-    EXPECT_EQ(uci("dhcp.lan_dns.interface"), dns);
-    EXPECT_EQ(run("uci show firewall | grep _lan_cp.src").output, sources);
+    EXPECT_EQ(rules(), before);
     EXPECT_EQ(leds(), lines{"gateway"});
     EXPECT_EQ(run("ip rule show priority 500").output, "500:\tfrom all lookup 10\n");
     EXPECT_STREQ(test().uplink_iface, "br-wired1");
@@ -267,8 +313,8 @@ TEST_F(UpstreamActions, WhatFailsOfASwitchIsSaidOnceAndItAloneIsRepeated)
             end_cycle(WAN, "br-wired0");
         EXPECT_EQ(names(), lines{}) << "a passed cycle does not repeat the switch";
         uloop_clock_virtual(true);
-        uloop_clock_run_ms(100000); // 1, 3, 7, 15, 31 and 63 s after the failure
-        EXPECT_EQ(names(), row.tried ? lines(6, row.tried) : lines{});
+        uloop_clock_run_ms(250000); // 1, 3, 7, 15, 31, 63, 123, 183 and 243 s after it
+        EXPECT_EQ(names(), row.tried ? lines(9, row.tried) : lines{});
         EXPECT_EQ(faults_said(), said);
         run(row.mend);
         close(rival);
@@ -319,6 +365,66 @@ TEST_F(UpstreamActions, ForwardingIsAllOrNothing)
     EXPECT_EQ(uci("firewall.ssid1wan_wired1.enabled"), "0");
     EXPECT_EQ(run("uci changes firewall").output, "");
     EXPECT_STREQ(test().uplink_iface, "br-mesh_rp");
+    upstream_take_back(UPSTREAM_FORWARDING); // as what meets a lock meanwhile does
+    EXPECT_STREQ(upstream().forwarding_to, "br-wired1");
+    fail_cycles(3);
+    EXPECT_EQ(test().upstream_state, MESH);
+    EXPECT_EQ(upstream().unmade, 0u) << "nothing is to be moved any more";
+    stand_in(WAN, "br-wired1", "br-wired1");
+    uplink_set("wired1");
+    EXPECT_EQ(upstream().unmade, UPSTREAM_FORWARDING) << "said, and made when it can be";
+}
+
+TEST_F(UpstreamActions, PortThatYieldedIsBroughtUpWhenTheOtherOneFailsUntilThatIsDone)
+{
+    gUbus_ctx = daemon;
+    stand_in(WAN, "br-wired0", "br-wired0");
+    const json_message plugged(R"({"interface":"wired1","action":"ifup"})");
+    EXPECT_EQ(wired_event(daemon, nullptr, nullptr, nullptr, plugged.head), 0);
+    const auto asked = [this] { return logged("bringing wired0 up again"); };
+    fail_cycles(2);
+    end_cycle(WAN, "br-wired1");
+    fail_cycles(2);
+    EXPECT_EQ(asked(), 0) << "in a row, that is";
+    fail_cycles(1);
+    EXPECT_EQ(asked(), 1);
+    for (int i = 0; i < 3; i++) // netifd is away, and the mesh is no reason to leave the port down
+        end_cycle(MESH, "br-mesh_rp");
+    EXPECT_EQ(asked(), 2);
+    ubus_context *other = ubus_connect(socket_path.c_str());
+    {
+        fake_interface netifd(other, "network.interface", "{}");
+        std::thread answering([&] {
+            pollfd bus = {other->sock.fd, POLLIN, 0};
+            while (netifd.called.size() < 2 && poll(&bus, 1, 10000) > 0)
+                ubus_handle_event(other);
+        });
+        for (int i = 0; i < 6; i++)
+            end_cycle(MESH, "br-mesh_rp");
+        answering.join();
+        EXPECT_EQ(netifd.called,
+                  (lines{R"(down {"interface":"wired0"})", R"(up {"interface":"wired0"})"}));
+    }
+    EXPECT_EQ(asked(), 3) << "it has been done";
+    ubus_free(other);
+    gUbus_ctx = nullptr;
+    gWired_taken_down = -1;
+}
+
+TEST_F(UpstreamActions, WhatWasMadeOfSettingsThatWereNotReadYetIsMadeAgain)
+{
+    const int rival = open("/etc/config/wireless", O_RDWR);
+    ASSERT_EQ(flock(rival, LOCK_EX), 0);
+    ng_uci_renew_change_context();
+    (void)wifi_reload_config(true);
+    stand_in(NONE, "", "br-wired0");
+    end_cycle(WAN, "br-wired0");
+    EXPECT_EQ(upstream().unmade,
+              UPSTREAM_DHCP | UPSTREAM_FIREWALL | UPSTREAM_PORTAL | UPSTREAM_FORWARDING);
+    close(rival);
+    uloop_clock_virtual(true);
+    uloop_clock_run_ms(4000);
+    EXPECT_EQ(upstream().unmade, 0u);
 }
 
 TEST_F(UpstreamActions, EarlierLifesLeftoversEndWhenTheStateIsKnown)

@@ -30,6 +30,7 @@ void no_mesh(Upstream &)
 void old_mesh(Upstream &test)
 {
     test.mesh_is_old();
+    uloop_timeout_set(&test.upstream().mesh_ready_timer, 60000);
 }
 void override_radio(Upstream &)
 {
@@ -103,7 +104,8 @@ const transition TRANSITIONS[] = {
     {.name = "MeshCarriesOn", .from = {MESH, RP}, .bridge = "",
      .cycle = {MESH, RP}, .to = {MESH, RP}},
     {.name = "FirstMeshSuccess", .from = {MESH, WIRE, 3}, .cycle = {MESH, RP}, .to = {MESH, RP}},
-    {.name = "WireIsBack", .from = {MESH, RP}, .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
+    {.name = "WireIsBack", .from = {MESH, RP}, .arrange = old_mesh,
+     .cycle = {WAN, WIRE}, .to = {WAN, WIRE}},
     {.name = "FreshMeshFails", .from = {MESH, RP, 2},
      .cycle = {MESH}, .to = {MESH, RP}, .grace_begins = true},
     {.name = "OldMeshFails", .from = {MESH, RP, 1}, .arrange = old_mesh,
@@ -154,7 +156,13 @@ TEST_P(Transition, EndsWhereTheTableSays)
     EXPECT_STREQ(test().uplink_iface, row.to.uplink);
     EXPECT_EQ(test().test_failures, row.to.failures);
     EXPECT_EQ(test().interfaces_to_test, 0);
-    EXPECT_EQ(upstream().mesh_ready_timer.pending, row.grace_begins);
+    EXPECT_EQ(upstream().since_s != 0, row.to.state != row.from.state);
+    const bool old = row.arrange == old_mesh && row.to.state == MESH; // each mesh has its own grace
+    EXPECT_EQ(upstream().mesh_up, old);
+    EXPECT_EQ(upstream().mesh_ready_timer.pending, old || row.grace_begins);
+    if (row.to.failures == 3) { // which is too many
+        EXPECT_EQ(led("dhcp_inet_fail"), row.bridge[0] != '\0' ? "1" : "0");
+    }
 }
 INSTANTIATE_TEST_SUITE_P(Upstream, Transition, testing::ValuesIn(TRANSITIONS),
                          [](const auto &row) { return row.param.name; });
