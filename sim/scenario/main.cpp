@@ -74,6 +74,8 @@ static bool within(const statement &said)
 {
     std::string wanted = said.rest, why;
     const long limit_ms = parse_duration_ms(cut_word(&wanted));
+    if (limit_ms < 0)
+        return fail(said, "that is no time");
     const long again_ms = std::clamp(limit_ms / LOOKS, LOOK_AGAIN_LEAST_MS, LOOK_AGAIN_MOST_MS);
     expectations++;
     for (long waited = 0; waited <= limit_ms; waited += again_ms) {
@@ -220,9 +222,12 @@ int main(int argc, char **argv)
         raise(SIGKILL); // see stage_break()
     std::vector<statement> script;
     std::string error;
-    if (argc != 2 || !script_read(argv[1], &script, &error)) {
-        fprintf(stderr, "%s: %s\n", argc == 2 ? argv[1] : "usage: sim_scenario FILE",
-                error.c_str());
+    if (argc != 2) {
+        fprintf(stderr, "usage: sim_scenario FILE\n");
+        return 2;
+    }
+    if (!script_read(argv[1], &script, &error)) {
+        fprintf(stderr, "%s: %s\n", argv[1], error.c_str());
         return 2;
     }
     uloop_init();
