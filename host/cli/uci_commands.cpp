@@ -7,7 +7,7 @@
 
 int uci_tool_failed(uci_tool &tool)
 {
-    // A failure without a code (an item number that is none) has no message.
+    // A failure without a code (text in the place of an item number) has no message.
     if (tool.ctx->err && !tool.quiet)
         uci_perror(tool.ctx, tool.name);
     return 1;

@@ -1,3 +1,4 @@
+// Reading the file, and the channels that an access point takes; see neighbourhood.h.
 #include "neighbourhood.h"
 
 #include <cstdio>

@@ -297,7 +297,7 @@ TEST_F(Broker, MalformedAttributesCountAsAbsent)
          UBUS_STATUS_OK},
         {"empty path", UBUS_MSG_LOOKUP, attribute(UBUS_ATTR_OBJPATH, 5, std::string(4, 0)),
          UBUS_STATUS_INVALID_ARGUMENT},
-        {"event data that is none", UBUS_MSG_INVOKE,
+        {"event data that holds no attribute", UBUS_MSG_INVOKE,
          object_id(UBUS_SYSTEM_OBJECT_EVENT) +
              attribute(UBUS_ATTR_METHOD, 9, std::string("send\0\0\0\0", 8)) +
              attribute(UBUS_ATTR_DATA, 12, "\xff\xff\xff\xff\xff\xff\xff\xff"),

@@ -1,3 +1,4 @@
+// Runs the tool in a child; see tool_run.h.
 #include "tool_run.h"
 
 #include <filesystem>

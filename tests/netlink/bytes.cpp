@@ -1,3 +1,4 @@
+// Messages put together and taken from files; see bytes.h.
 #include "netlink/bytes.h"
 
 #include <cstring>

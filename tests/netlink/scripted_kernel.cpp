@@ -1,3 +1,4 @@
+// The functions of the C library that the script stands in for; see scripted_kernel.h.
 #include "netlink/scripted_kernel.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// An interface of netifd that does what a test says.
 #pragma once
 
 #include "support/bus_fixture.h"

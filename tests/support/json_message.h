@@ -1,3 +1,4 @@
+// Messages made from JSON text.
 #pragma once
 
 #include <gtest/gtest.h>

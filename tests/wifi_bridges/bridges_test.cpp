@@ -107,7 +107,7 @@ TEST_F(Bridges, RepeatingItChangesNothing)
     ASSERT_EQ(places(), "br-ssid2||");
     ip("link set bat0.12 down");
     ASSERT_EQ(places(), "br-ssid2||");
-    EXPECT_TRUE(is_up("bat0.12")) << "a port that is in place and down is none";
+    EXPECT_TRUE(is_up("bat0.12")) << "a port that is in place and down does not count";
     // Each change of a link is announced in the log.
     const own_log log(ZU_LOG_NOTICE);
     EXPECT_EQ(places(), "br-ssid2||");

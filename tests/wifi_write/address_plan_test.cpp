@@ -1,4 +1,5 @@
-// Addresses that follow from a node id or a MAC address, and the orphan network's key.
+// What follows from a text or a number alone: addresses from a node id or a MAC address, which
+// channels radar concerns, the orphan network's key.
 #include <array>
 #include <gtest/gtest.h>
 

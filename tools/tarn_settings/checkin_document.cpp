@@ -1,3 +1,4 @@
+// The rows of the check-in as a schema, by way of json-c, and as the tables of a manual.
 #include "checkin_document.h"
 
 #include <cstdio>
@@ -8,7 +9,7 @@
 
 constexpr char INTRODUCTION[] = R"(# The wireless section of the check-in
 
-Written by `tarn-settings checkin-manual`; a test fails when it is out of date.
+Written by `./dev manual`; a test fails when it is out of date.
 
 `gen_checkin` of `qnet.wifi` answers it, made anew each time of what is known at that moment. What
 cannot be had is absent, never invented; members marked "always" are always there. The section stays

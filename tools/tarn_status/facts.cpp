@@ -1,3 +1,4 @@
+// Four calls to the daemon, and reading what they answer.
 #include "facts.h"
 
 #include <cstdlib>

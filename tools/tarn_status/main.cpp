@@ -51,7 +51,7 @@ int main(int argc, char **argv)
     const char *option = argc > 1 ? argv[1] : "";
     const bool watch = strcmp(option, "--watch") == 0, json = strcmp(option, "--json") == 0;
     if (strcmp(option, "--help") == 0 || strcmp(option, "--version") == 0) {
-        fputs(option[2] == 'h' ? USAGE : "tarn-status " TARN_NET_VERSION "\n", stdout);
+        fputs(option[2] == 'h' ? USAGE : "tarn-status " TARN_VERSION "\n", stdout);
         return 0;
     }
     if (argc > 2 || (argc == 2 && !watch && !json)) {
