@@ -27,9 +27,8 @@ uint32_t nl80211_width_mhz(uint32_t width);
 
 struct nl80211_dump_request {
     uint8_t command;
-    uint32_t ifindex = 0; ///< 0: of everything
-    bool split_wiphy =
-        false; ///< radio descriptions in pieces; without it the kernel leaves things out
+    uint32_t ifindex = 0;     ///< 0: of everything
+    bool split_wiphy = false; ///< radios in pieces; else the kernel leaves out what is too much
     bool (*reader)(nlmsghdr *message, void *arg);
     void *arg = nullptr;
 };

@@ -1,3 +1,4 @@
+// The rows, table by table: key, type, meaning, and where the value comes from.
 #include "wifi/checkin_rows.h"
 
 #include <iterator>

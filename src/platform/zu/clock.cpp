@@ -1,3 +1,4 @@
+// The monotonic clock in whole seconds, and the way back to a date.
 #include "platform/zu/clock.h"
 
 int64_t zu_monotonic_s()

@@ -176,8 +176,8 @@ void wifi_add_hapd_instance_to_list(const char *path, int)
         log_debug("'%s' is no access point of this node", path);
         return;
     }
-    wifi_remove_hapd_instance_from_list(
-        path); // a new one knows nothing of what the old one was sent
+    // A new one knows nothing of what the old one was sent.
+    wifi_remove_hapd_instance_from_list(path);
     gInstances.push_back(std::move(instance));
 }
 

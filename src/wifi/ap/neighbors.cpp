@@ -17,8 +17,8 @@ struct neighbor {
     std::string report;
 };
 
-static std::optional<std::vector<neighbor>>
-    gStaged; // an empty list is a list: it clears the live one
+/// An empty list is one too: it clears the live one.
+static std::optional<std::vector<neighbor>> gStaged;
 static std::vector<neighbor> gLive;
 static bool gLive_is_known; // one was confirmed since the start
 

@@ -1,3 +1,4 @@
+// Judging an entry, putting its texts into UTF-8, and naming its band, width and encryption.
 #include "wifi/radio/scan_result.h"
 
 #include <charconv>

@@ -1,3 +1,4 @@
+// Looks the interfaces up on the bus, asks each of them, and asks again whoever does not answer.
 #include "wired/netifd/enumeration.h"
 
 #include "platform/zu/log.h"
