@@ -105,6 +105,8 @@ static std::map<std::string, std::string> options_of(int number)
             {"network.mesh_gw.ipaddr", "'" + address(number, 0) + "'"},
             {"network.ssid1.ipaddr", "'" + address(number, 1) + "'"},
             {"network.ssid3.ipaddr", "'172.16." + n + ".1'"},
+            {"network.ssid2.bridge_to_lan", push_is_bridged(number) ? "'1'" : "'0'"},
+            {"network.ssid3_vlan.vid", push_has_vlan(number) ? "'30'" : "'-1'"},
             {"firewall.ssid1_cp.src_dip", "'" + address(number, 1) + "'"},
             {"firewall.wired0.masq_src", sources},
             {"dhcp.ssid3.limit", "'" + n + "'"}};

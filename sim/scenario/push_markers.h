@@ -13,6 +13,10 @@ std::string push_refusable(int number);
 
 /// The channel that it gives the radio of 2.4 GHz.
 int push_channel(int number);
+/// Does it bridge its second SSID into the wired LAN?
+bool push_is_bridged(int number);
+/// Does it put its third SSID into VLAN 30?
+bool push_has_vlan(int number);
 
 /// Is one push whole in force, in UCI (as `uci show` has it) and in the live record, and is it the
 /// last one the daemon said it took, or a later one of which nobody knows? Adds what is not to
