@@ -51,8 +51,8 @@ struct wifi_field {
     const char *prefix = "";    ///< before the value in the option
     int absent = 0;             ///< what a number is when there is no option
     bool while_enabled = false; ///< the option says it only while the part's `enable` is set
-    bool secret = false;        ///< never in a log
-    bool dumped_openly = false; ///< in the state dump although it is secret
+    bool secret = false;        ///< never in a log; in the state dump only when asked for
+    bool dumped_openly = false; ///< there although it is secret
     bool hidden = false;        ///< never in the state dump
 };
 

@@ -192,9 +192,10 @@ static void keep_row(const wifi_part &part, const wifi_field &row)
         ng_uci_put(name, ("=" + wanted.front()).c_str());
         return;
     }
-    ng_uci_add(name, "="); // also of an empty list there is something to be seen
+    values items = {"="}; // also of an empty list there is something to be seen
     for (size_t i = 0; i < wanted.size(); i++)
-        ng_uci_add(name, std::to_string(i) + "=" + wanted[i]);
+        items.push_back(std::to_string(i) + "=" + wanted[i]);
+    (void)ng_uci_put_list(name, items); // a failure is logged there
 }
 
 static bool row_can_be_written(const wifi_part &part, const wifi_field &row)
