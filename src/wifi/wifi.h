@@ -10,7 +10,7 @@
 
 /// The live record. Never null; changed only through the functions of this folder.
 const wifi_settings *wifi_live_settings();
-/// False until the live record has been read from UCI: what is built on it is built on nothing.
+/// False until the live record has been read from UCI; before that nothing may be decided by it.
 bool wifi_settings_are_read();
 /// Name of a band type ("2.4GHz", ...), or null for another number.
 const char *wifi_band_name(int band);
