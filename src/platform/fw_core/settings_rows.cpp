@@ -166,7 +166,7 @@ void settings_save(settings_kind kind, uint32_t size, char *member, const settin
     const bool on = value.number != 0;
     const uint32_t number = kind == SETTINGS_FLAG ? on : value.number;
     if (kind == SETTINGS_STRING)
-        settings_store_text(member, size, value.text);
+        settings_store_text(member, size, value.text ? value.text : "");
     else if (kind == SETTINGS_BOOL)
         memcpy(member, &on, sizeof(on));
     else
