@@ -7,7 +7,6 @@
 
 #include "platform/zu/blobmsg_util.h"
 #include "wifi/radio/radio_internal.h"
-#include "wifi/radio/survey_internal.h"
 
 /// The bytes as the members of a message.
 static std::vector<uint8_t> message_of(const uint8_t *data, size_t size)
@@ -23,7 +22,7 @@ static std::vector<uint8_t> message_of(const uint8_t *data, size_t size)
 
 static void check_text(blob_buf *results)
 {
-    const json_text text = zu_blobmsg_json(results->head, true);
+    const zu_text text = zu_blobmsg_json(results->head, true);
     if (!text)
         abort();
     for (const char *c = text.get(); *c; c++)

@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     }
     // An allocation of just this size lets the sanitizer see a read past the end.
-    const json_text copy(static_cast<char *>(malloc(size)));
+    const zu_text copy(static_cast<char *>(malloc(size)));
     if (size < sizeof(blob_attr))
         return 0;
     memcpy(copy.get(), data, size);
