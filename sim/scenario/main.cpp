@@ -35,7 +35,7 @@ static bool fail(const statement &said, const std::string &why)
 
 static std::string node_script(const char *name)
 {
-    return std::string(getenv("TARN_SOURCE")) + "/sim/node.d/" + name;
+    return std::string("\"$TARN_SOURCE/sim/node.d/") + name + "\"";
 }
 
 static bool run(const statement &said, const std::string &command)

@@ -8,7 +8,7 @@
 #include "support/run.h"
 #include "support/temporary_directory.h"
 
-static const std::string SANDBOX = std::string(getenv("TARN_SOURCE")) + "/sim/sandbox/run ";
+static const std::string SANDBOX = "'" + std::string(getenv("TARN_SOURCE")) + "/sim/sandbox/run' ";
 
 TEST(Sandbox, PassesStatusArgumentsAndInputThrough)
 {

@@ -39,7 +39,7 @@ struct Checkin : radio_fixture {
     static void expect_valid(const std::string &json)
     {
         std::ofstream("/tmp/checkin.json") << json;
-        const auto done = run(VALID_CHECKIN " /tmp/checkin.json");
+        const auto done = run("'" VALID_CHECKIN "' /tmp/checkin.json");
         if (done.status == 77)
             puts("python3-jsonschema is not installed: the schema was not asked");
         else

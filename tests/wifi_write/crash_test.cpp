@@ -30,13 +30,13 @@ void configure(const packages &all)
 
 std::string push(const std::string &arguments)
 {
-    return std::string(PUSH_FILE_PROGRAM) + " " + arguments + " >/dev/null 2>&1";
+    return "'" PUSH_FILE_PROGRAM "' " + arguments + " >/dev/null 2>&1";
 }
 
 std::string with_fault(const std::string &command, int at, bool full)
 {
     return "FAULT_AT=" + std::to_string(at) + (full ? " FAULT_FULL=1" : "") +
-           " LD_PRELOAD=" FAULT_AT_LIBRARY " " + command + " 9>/tmp/calls";
+           " LD_PRELOAD=/tmp/fault_at.so " + command + " 9>/tmp/calls";
 }
 
 struct crash_case {
@@ -56,9 +56,10 @@ struct Crash : testing::TestWithParam<crash_case> {
 
     void SetUp() override
     {
-        run("cp $TARN_SOURCE/sim/root/etc/config/* /etc/config/; "
+        run("cp \"$TARN_SOURCE\"/sim/root/etc/config/* /etc/config/; "
+            "cp '" FAULT_AT_LIBRARY "' /tmp/fault_at.so; " // LD_PRELOAD takes no blanks
             "sed -i /inet_test_targets/d /etc/config/tarn_net");
-        run(push(EXAMPLES_DIR "/mesh_repeater.json"));
+        run(push("'" EXAMPLES_DIR "/mesh_repeater.json'"));
         before = configured();
         run(push(GetParam().file));
         waiting = configured();
@@ -127,6 +128,6 @@ TEST_P(Crash, DiskFullFromACallOn)
 
 INSTANTIATE_TEST_SUITE_P(Of, Crash,
                          testing::Values(crash_case{"a push that is applied at once", "",
-                                                    EXAMPLES_DIR "/home.json"},
+                                                    "'" EXAMPLES_DIR "/home.json'"},
                                          crash_case{"a delayed push and its application",
-                                                    "--apply ", EXAMPLES_DIR "/office.json"}));
+                                                    "--apply ", "'" EXAMPLES_DIR "/office.json'"}));
