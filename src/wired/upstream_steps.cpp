@@ -51,7 +51,7 @@ static bool succeeded(const char *command, const shell_result &result)
 
 static bool run_command(const char *command)
 {
-    return succeeded(command, shell_run(command));
+    return succeeded(command, shell_run_bound(command));
 }
 
 // ---- the steps; false on failure (logged)

@@ -11,7 +11,8 @@
 #include <fcntl.h>
 #include <memory>
 #include <poll.h>
-#include <spawn.h>
+#include <string>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,28 +39,30 @@ static void descriptors_close_on_exec()
     }
 }
 
-/// 0 and the child's id, or errno. What the command says is nobody's business here, and `diff` says
-/// the keys that files of settings hold: it must not reach the system log, where our own output may
-/// go.
-static int spawn_shell(const char *command, pid_t *pid)
+/// In the child. What the command says is nobody's business here, and `diff` says the keys that
+/// files of settings hold: it must not reach the system log, where our own output may go.
+[[noreturn]] static void become_shell(const char *command, bool bound, pid_t daemon)
 {
-    posix_spawnattr_t attributes;
-    int error = posix_spawnattr_init(&attributes);
-    if (error != 0)
-        return error;
-    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP); // a group of its own
-    posix_spawn_file_actions_t files;
-    if (error = posix_spawn_file_actions_init(&files); error != 0) {
-        (void)posix_spawnattr_destroy(&attributes);
-        return error;
-    }
-    (void)posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    char shell[] = "sh", option[] = "-c";
-    char *arguments[] = {shell, option, const_cast<char *>(command), nullptr};
-    error = posix_spawn(pid, "/bin/sh", &files, &attributes, arguments, environ);
-    (void)posix_spawn_file_actions_destroy(&files);
-    (void)posix_spawnattr_destroy(&attributes);
-    return error;
+    (void)setpgid(0, 0); // a group of its own
+    if (bound)
+        (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const bool orphan = bound && getppid() != daemon;
+    if (!orphan && nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) >= 0)
+        execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
+    _exit(127); // as a shell says that it could not run a command
+}
+
+/// 0 and the child's id, or errno.
+static int spawn_shell(const char *command, bool bound, pid_t *pid)
+{
+    // Not every shell becomes a single command by itself, which would then outlive the shell.
+    const std::string text = std::string(bound ? "exec " : "") + command;
+    const pid_t daemon = getpid();
+    *pid = fork();
+    if (*pid == 0)
+        become_shell(text.c_str(), bound, daemon);
+    return *pid < 0 ? errno : 0;
 }
 
 static long now_ms()
@@ -91,12 +94,12 @@ static bool wait_for(pid_t pid, int limit_ms, int *status)
     return ended != 0;
 }
 
-shell_result shell_run(const char *command)
+static shell_result run(const char *command, bool bound)
 {
     descriptors_close_on_exec();
     pid_t pid;
     int status = 0;
-    if (const int error = spawn_shell(command, &pid); error != 0)
+    if (const int error = spawn_shell(command, bound, &pid); error != 0)
         return {false, error, 0};
     if (!wait_for(pid, LIMIT_MS, &status)) {
         log_error("'%s' has not ended within %d seconds, ending it", command, LIMIT_MS / 1000);
@@ -107,6 +110,16 @@ shell_result shell_run(const char *command)
     if (!WIFEXITED(status))
         return {false, EINTR, 0};
     return {true, 0, WEXITSTATUS(status)};
+}
+
+shell_result shell_run(const char *command)
+{
+    return run(command, false);
+}
+
+shell_result shell_run_bound(const char *command)
+{
+    return run(command, true);
 }
 
 bool shell_run_in_group(const char *command)
