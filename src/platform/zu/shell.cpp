@@ -48,7 +48,8 @@ static void descriptors_close_on_exec()
         (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     const bool orphan = bound && getppid() != daemon;
-    if (!orphan && nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) >= 0)
+    if (!orphan && nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) >= 0 &&
+        fcntl(STDOUT_FILENO, F_SETFD, 0) == 0) // it may have been closed, and be `nowhere` now
         execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     _exit(127); // as a shell says that it could not run a command
 }
