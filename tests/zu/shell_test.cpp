@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <libubus.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/zu/shell.h"
 #include "support/temporary_directory.h"
@@ -28,6 +30,26 @@ TEST(Shell, TellsHowACommandEnded)
         EXPECT_EQ(result.exit_status, c.exit_status) << c.command;
         EXPECT_EQ(result.error != 0, !c.ran) << c.command;
     }
+}
+
+TEST(Shell, ABoundCommandDiesWithItsCaller)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t caller = fork();
+    if (caller == 0) {
+        dup2(ends[1], STDERR_FILENO);
+        (void)!shell_run_bound("sh -c 'echo started >&2; exec sleep 60'").ran;
+        _exit(0);
+    }
+    close(ends[1]);
+    char text[16];
+    EXPECT_EQ(read(ends[0], text, sizeof text), 8);
+    kill(caller, SIGKILL);
+    waitpid(caller, nullptr, 0);
+    pollfd left = {ends[0], POLLIN, 0};
+    EXPECT_EQ(poll(&left, 1, 20000), 1) << "the command still holds its standard error";
+    close(ends[0]);
 }
 
 TEST(Shell, AChildInheritsTheStandardDescriptorsOnly)
