@@ -27,7 +27,7 @@ struct wifi_requests {
     /// Services are to follow the committed configuration; repeated until they do.
     bool (*reload_config)();
     /// Those SSIDs, and no others, are to be forwarded to the present uplink; uncommitted.
-    bool (*forward_ssids)(uint32_t state, const wifi_settings *settings);
+    bool (*forward_ssids)(const wifi_settings *settings);
     /// Delayed settings are in force: the cycle counts as passed, and the next one starts at once.
     void (*test_uplink)();
 };

@@ -58,9 +58,10 @@ bool firewall_set_ssid_forwarding_rule(const char *iface, int ssid, bool enable)
     return set_ssid_rule(iface, ssid, enable);
 }
 
-bool set_ssid_forwarding(uint32_t state, const wifi_settings *settings)
+bool set_ssid_forwarding(const wifi_settings *settings)
 {
-    if (state != TARN_NET_UPSTREAM_WAN_STATE)
+    // Not by the state: on the mesh forwarding leads to the wire until the mesh has been reached.
+    if (gTarn_net_state.upstream.forwarding_ended)
         return true;
     bool set = true;
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)

@@ -332,20 +332,24 @@ TEST_F(Pushed, KeepsEverythingOffUntilPowerIsNegotiated)
 
 TEST_F(Pushed, ForwardingToTheWireFollowsVlanAndBridging)
 {
-    gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_WAN_STATE;
     strcpy(gTarn_net_state.inet_test.uplink_iface, "br-wired1");
+    constexpr uint32_t WAN = TARN_NET_UPSTREAM_WAN_STATE, MESH = TARN_NET_UPSTREAM_MESH_STATE;
     const struct {
+        uint32_t state;
+        bool ended;
         const char *member, *enabled;
-    } cases[] = {{R"("vlan_tag":30)", "0"},
-                 {R"("vlan_tag":-1)", "1"},
-                 {R"("bridge_to_lan":true)", "0"},
-                 {R"("bridge_to_lan":false)", "1"}};
+    } cases[] = {{WAN, false, R"("vlan_tag":30)", "0"},
+                 {WAN, false, R"("vlan_tag":-1)", "1"},
+                 {MESH, false, R"("bridge_to_lan":true)", "0"}, // not reached yet
+                 {MESH, false, R"("bridge_to_lan":false)", "1"},
+                 {WAN, false, R"("vlan_tag":30)", "0"},
+                 {TARN_NET_LONELY_ORPHAN_STATE, true, R"("vlan_tag":-1)", "0"}};
     for (const auto &c : cases) {
+        gTarn_net_state.inet_test.upstream_state = c.state;
+        gTarn_net_state.upstream.forwarding_ended = c.ended;
         ASSERT_EQ(push(std::string(R"({"ssids":[{"index":3,)") + c.member + "}]}"), 0);
         EXPECT_EQ(uci("firewall.ssid3wan_wired1.enabled"), c.enabled) << c.member;
     }
-    gTarn_net_state.inet_test.uplink_iface[0] = '\0';
-    gTarn_net_state.inet_test.upstream_state = TARN_NET_UPSTREAM_NONE;
 }
 
 TEST_F(Pushed, AddressesOfAnSsidAreWrittenFromAddressesOnly)

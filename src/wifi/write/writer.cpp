@@ -52,7 +52,7 @@ static void write_direct_stage(const wifi_write &w)
     write_local(*w.settings);
     // An SSID that leaves its VLAN is forwarded from now on, not only after the next change of
     // upstream.
-    (void)gWifi_requests.forward_ssids(w.upstream_state, w.settings);
+    (void)gWifi_requests.forward_ssids(w.settings);
     set_udsplash_logout_firewall(w.upstream_state, w.settings);
     (void)set_udsplash_ifaces(w.upstream_state, false, w.settings);
 }
