@@ -87,14 +87,17 @@ static void apply_state(uint32_t state)
 static bool switch_forwarding(uint32_t state)
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
-    upstream_forget(UPSTREAM_FORWARDING); // to an interface of an earlier switch
-    if (strncmp(test.uplink_iface, test.passed_iface, sizeof test.uplink_iface) == 0 &&
-        !gTarn_net_state.upstream.forwarding_ended) {
+    upstream_record &upstream = gTarn_net_state.upstream;
+    // What an earlier switch left unmade may have been to lead to this very interface.
+    const bool leads_there =
+        !upstream.forwarding_ended && (upstream.unmade & UPSTREAM_FORWARDING) == 0;
+    upstream_forget(UPSTREAM_FORWARDING); // to an interface of that switch
+    if (leads_there &&
+        strncmp(test.uplink_iface, test.passed_iface, sizeof test.uplink_iface) == 0) {
         log_debug("system_inet_interface did not change");
         return false;
     }
-    auto &to = gTarn_net_state.upstream.forwarding_to;
-    memcpy(to, test.passed_iface, sizeof to);
+    memcpy(upstream.forwarding_to, test.passed_iface, sizeof upstream.forwarding_to);
     return upstream_make(UPSTREAM_FORWARDING, state);
 }
 
