@@ -17,7 +17,12 @@ bool bridges_is_interface_path(const char *path)
 
 void uplink_bridge_set(const char *device)
 {
-    auto &name = gTarn_net_state.upstream.wired_uplink_bridge;
+    upstream_record &upstream = gTarn_net_state.upstream;
+    auto &name = upstream.wired_uplink_bridge;
+    // A push may name the new one at once: what names it follows the next passed cycle in any case,
+    // also back to the old one.
+    if (strcmp(name, device) != 0)
+        upstream.served_bridge[0] = '\0';
     snprintf(name, sizeof name, "%s", device);
 }
 

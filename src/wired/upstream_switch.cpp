@@ -149,8 +149,6 @@ void uplink_set(const char *name)
         (void)change_dns_interface(ng_uci_add_list, bridge);
     }
     uplink_bridge_set(bridge);
-    // The shaper follows with the next passed cycle.
-    gTarn_net_state.upstream.served_bridge[0] = '\0';
     wifid_apply_bridges();
     const bool forwarding =
         set_firewall_forwarding_rules(gTarn_net_state.inet_test.uplink_iface,

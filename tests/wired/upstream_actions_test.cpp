@@ -12,6 +12,7 @@
 #include "platform/zu/led.h"
 #include "support/fake_interface.h"
 #include "wifi/override.h"
+#include "wired/bridges.h"
 #include "wired/node_fixture.h"
 #include "wired/upstream_internal.h"
 #include "wired/wired.h"
@@ -89,6 +90,13 @@ TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
         return std::filesystem::read_symlink("/sys/class/net/bat0.34/master", error).filename();
     };
     stand_in(NONE, "", "br-wired0");
+    end_cycle(WAN, "br-wired0");
+    EXPECT_EQ(lan_bridge(), "br-wired0");
+    // To the other one and back before a cycle has passed over it; a push has looked meanwhile.
+    uplink_bridge_set("br-wired1");
+    wifid_apply_bridges();
+    EXPECT_EQ(lan_bridge(), "br-wired1");
+    uplink_bridge_set("br-wired0");
     end_cycle(WAN, "br-wired0");
     EXPECT_EQ(lan_bridge(), "br-wired0");
     const std::string gateway = "reload_config [from all lookup 10] dns [lo br-wired1] forward ";
