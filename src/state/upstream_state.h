@@ -25,6 +25,7 @@ struct upstream_record {
     uint32_t unmade; ///< steps (upstream_step) that could not be put into force
     uloop_timeout make_up_timer;
     int32_t make_up_delay_ms;
+    int32_t gw_mode_of;           ///< index of the bat0 whose gateway mode was set; 0: of none
     bool reload_hangs;            ///< the last "reload_config" had to be ended
     char forwarding_to[16];       ///< where forwarding is to lead while that step is unmade
     bool forwarding_ended;        ///< while lonely, so that none leads to the uplink any more

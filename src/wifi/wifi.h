@@ -74,7 +74,8 @@ void wifi_bus_reset(ubus_context *ctx);
 
 // Bridges, power negotiation and delayed settings
 
-/// Puts the mesh interface of each enabled SSID into its bridge. Repeating it changes nothing.
+/// Puts the mesh interface of each enabled SSID into its bridge, from then on also when it has been
+/// taken out. Repeating it changes nothing.
 void wifid_apply_bridges();
 /// Bridge that SSID `ssid` (1..4) belongs to; `bridge` holds at least 16 bytes. 0, or -1 when out
 /// of range.

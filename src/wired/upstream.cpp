@@ -327,5 +327,6 @@ void complete_inet_test(uint32_t result)
               test.test_failures, inet_test_settings().failure_tolerance);
     if (test.test_failures >= inet_test_settings().failure_tolerance)
         fall_back(result);
+    upstream_follow_mesh();
     wired_event_weigh_cycle(passed_over_wire);
 }

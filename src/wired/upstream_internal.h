@@ -28,6 +28,8 @@ void upstream_forget(upstream_step step);
 /// Lets DHCP and traffic shaper name the wired uplink bridge that a cycle has just passed over, if
 /// they name another port's. True when they had to change: "reload_config" has to follow.
 bool upstream_follow_bridge();
+/// Sets the gateway mode of a bat0 that was made anew, as netifd does when its options change.
+void upstream_follow_mesh();
 /// Sends "netconfigd.gateway_mode" for a change to `next`.
 void upstream_send_gateway_mode(uint32_t next);
 /// Sends "network.inet_test": "internet test passed" or "internet test failed".

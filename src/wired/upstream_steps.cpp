@@ -10,6 +10,7 @@
 
 #include "mesh/mesh.h"
 #include "netlink/rtnl.h"
+#include "platform/zu/file.h"
 #include "platform/zu/led.h"
 #include "platform/zu/log.h"
 #include "platform/zu/ng_uci.h"
@@ -69,8 +70,18 @@ static bool make_override(uint32_t)
     return wifi_radio_override_delete();
 }
 
+/// The kernel's number of bat0, 0 without one. From sysfs: asked for the index of a name that it
+/// does not know, the kernel would look for a module.
+static int32_t mesh_index()
+{
+    int index = 0;
+    (void)file_read_int("/sys/class/net/bat0/ifindex", &index);
+    return index;
+}
+
 static bool make_gw_mode(uint32_t state)
 {
+    gTarn_net_state.upstream.gw_mode_of = mesh_index();
     const char *mode = state == TARN_NET_UPSTREAM_WAN_STATE ? "server" : "client";
     log_info("Set batctl mode to %s", mode);
     // Left a gateway in the mesh's eyes, a repeater would draw other nodes to itself.
@@ -247,6 +258,16 @@ bool upstream_make(upstream_step step, uint32_t state)
     else
         make_later(step);
     return made;
+}
+
+void upstream_follow_mesh()
+{
+    const upstream_record &upstream = gTarn_net_state.upstream;
+    const uint32_t state = gTarn_net_state.inet_test.upstream_state;
+    const int32_t index = mesh_index();
+    if (index != 0 && index != upstream.gw_mode_of && state != TARN_NET_UPSTREAM_NONE &&
+        (upstream.unmade & UPSTREAM_GW_MODE) == 0)
+        (void)upstream_make(UPSTREAM_GW_MODE, state);
 }
 
 void upstream_reapply_forwarding()

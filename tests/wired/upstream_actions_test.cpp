@@ -133,6 +133,16 @@ TEST_F(UpstreamActions, WhatNamesTheBridgeMovesWithIt)
     EXPECT_EQ(upstream().unmade, 0u);
     EXPECT_NE(uci("dhcp.lan_dns.interface").find("br-wired0"), std::string::npos);
     EXPECT_EQ(run("uci changes").output, "");
+    // netifd makes the mesh anew and takes ports out.
+    end_cycle(WAN, "br-wired0");
+    run("ip link set bat0.34 nomaster; ip link del bat0; ip link add bat0 type veth");
+    (void)commands();
+    end_cycle(WAN, "br-wired0");
+    end_cycle(WAN, "br-wired0");
+    EXPECT_EQ(commands(), lines{"batctl gw_mode server"});
+    EXPECT_EQ(lan_bridge(), "");
+    uloop_clock_run_ms(60000);
+    EXPECT_EQ(lan_bridge(), "br-wired0");
     // What the wired settings' reload finds elsewhere; and without a wire.
     run("ip link set bat0.34 nomaster");
     gWired_taken_down = 0;

@@ -1,4 +1,6 @@
-// Which bridge an SSID belongs to, and putting its mesh interface there.
+// Which bridge an SSID belongs to, and putting its mesh interface there. Again each minute: netifd
+// makes bridges when radios start, and anew, as it does bat0, when they or the network restart, and
+// tells nobody.
 
 #include <cstdio>
 #include <net/if.h>
@@ -11,6 +13,9 @@
 #include "wifi/wifi_internal.h"
 
 constexpr const char *BATMAN_IFACE = "bat0";
+constexpr int LOOK_AGAIN_MS = 60000;
+
+static uloop_timeout gLook_timer;
 
 static wifi_mesh_class class_of(const wifi_ssid_settings &settings)
 {
@@ -129,8 +134,16 @@ int determine_dest_ssid_bridge(int ssid, char *bridge)
     return 0;
 }
 
+static void look_again_cb(uloop_timeout *)
+{
+    const zu_log_repetition said;
+    wifid_apply_bridges();
+}
+
 void wifid_apply_bridges()
 {
+    gLook_timer.cb = look_again_cb;
+    uloop_timeout_set(&gLook_timer, LOOK_AGAIN_MS);
     const wifi_settings *settings = wifi_live_settings();
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
         if (settings->ssids[ssid - 1].enable)
