@@ -25,6 +25,6 @@ bool firewall_revert_forwarding_rules();
 /// -1 with the firewall package reverted.
 [[nodiscard]] int set_firewall_forwarding_rules(const char *iface, uint32_t state);
 
-/// Lets the SSIDs of those settings, and no others, be forwarded to the wired uplink that forwarding
-/// leads to, if it does to one; uncommitted. False when not all could be set.
+/// Lets the SSIDs of those settings, and no others, be forwarded to the wired uplink that
+/// forwarding leads to, if it does to one; uncommitted. False when not all could be set.
 bool set_ssid_forwarding(const wifi_settings *settings);

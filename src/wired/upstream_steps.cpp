@@ -274,8 +274,9 @@ void upstream_reapply_forwarding()
 {
     const inet_test_state &test = gTarn_net_state.inet_test;
     if (test.upstream_state == TARN_NET_UPSTREAM_NONE) {
-        (void)set_firewall_forwarding_rules(test.uplink_iface, test.upstream_state); // which says so
-        return; // a repetition could but fail
+        (void)set_firewall_forwarding_rules(test.uplink_iface,
+                                            test.upstream_state); // which says so
+        return;                                                   // a repetition could but fail
     }
     keep_forwarding();
     (void)upstream_make(UPSTREAM_FORWARDING, test.upstream_state);
