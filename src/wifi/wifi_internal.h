@@ -29,8 +29,8 @@ bool str_is_mac_addr(const char *text);
 
 /// As !wifi_lldp_negotiation_complete(), without a word in the log.
 bool wifi_lldp_keeps_interfaces_off();
-/// Looks, as soon as the loop runs, whether an access point or mesh interface is not as intended
-/// although nothing keeps it off any longer, and restores it.
+/// Looks, as soon as the loop runs and then while the negotiation keeps interfaces off, whether an
+/// access point or mesh interface is not as intended although nothing does, and restores it.
 void wifi_check_enables();
 
 // Delayed settings (write/delayed.cpp)

@@ -524,4 +524,17 @@ TEST_F(Delay, InterfacesThatNobodyKeepsOffComeOn)
     pass_ms(5000);
     EXPECT_EQ(enables(), "00");
     EXPECT_EQ(logged("for iface ap2_"), 0) << "the scanning radio has no interfaces to restore";
+
+    // Neither is notified, whoever wrote the zeros.
+    for (const char *power : {"uci -P /var/state set wireless._lldp.negotiation_complete=1",
+                              "echo 1 >/sys/class/gpio/dc_detect/value"}) {
+        SCOPED_TRACE(power);
+        run(power);
+        pass_ms(31000);
+        EXPECT_EQ(enables(), "11");
+        negotiated(0);
+        ASSERT_EQ(push(R"({"ssids":[{"index":1,"enable":true}]})"), 0);
+        pass_ms(31000);
+        EXPECT_EQ(enables(), "00");
+    }
 }

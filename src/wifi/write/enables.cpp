@@ -2,11 +2,12 @@
 // the power negotiation keeps them off no longer.
 //
 //     notification, end of a delayed wait ──► restoration ─── read or commit fails ─┐
-//     start of the daemon, subscription ────► check ── some enable is not ──────────┤
-//                                                      as intended, and that fails  │
+//     start of the daemon, subscription, ───► check ── some enable is not ──────────┤
+//     each half minute while they are off              as intended, and that fails  │
 //                                   restoration, with a reload ◄── after a second ◄─┘ until done
 //
-// So a notification that was missed, or that met another process's lock, leaves nothing off.
+// So a notification that was missed, or that met another process's lock, leaves nothing off, nor
+// does power that comes from elsewhere meanwhile, of which nobody tells.
 
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@
 #include "wifi/wifi_internal.h"
 
 constexpr int RETRY_MS = 1000;
+constexpr int KEPT_OFF_MS = 30000;
 
 enum restoration {
     CHECK, ///< silent, and of use where it changes something
@@ -145,16 +147,19 @@ static void restore(restoration kind, bool reload)
 
 static void timer_cb(uloop_timeout *)
 {
-    if (wifi_lldp_keeps_interfaces_off())
-        gFailed.reset(); // the end of the negotiation restores
-    else
+    if (!wifi_lldp_keeps_interfaces_off()) {
         restore(gFailed.value_or(CHECK), false);
+        return;
+    }
+    gFailed.reset(); // the end of the negotiation restores
+    uloop_timeout_set(&gTimer, KEPT_OFF_MS);
 }
 
 void wifi_restore_config_enabled_interfaces(bool reload)
 {
     if (!wifi_lldp_negotiation_complete()) {
         log_notice("LLDP negotiation is in progress, skipping wifi interface config restoration");
+        wifi_check_enables();
         return;
     }
     gTimer.cb = timer_cb;
@@ -164,6 +169,6 @@ void wifi_restore_config_enabled_interfaces(bool reload)
 void wifi_check_enables()
 {
     gTimer.cb = timer_cb;
-    if (!gTimer.pending)
+    if (!gFailed)
         uloop_timeout_set(&gTimer, 0);
 }

@@ -103,5 +103,7 @@ int wifi_write_settings(const wifi_settings &settings, std::string *held_back)
     }
     write_direct_stage(w);
     wifi_keep_settings(settings);
+    if (!w.lldp_complete)
+        wifi_check_enables(); // what is written off now comes on as soon as it may
     return 0;
 }
