@@ -66,7 +66,7 @@ int wifi_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
     }
     const int status = wifid_parse_config(fields[CONFIG_PARAMS]);
     if (fields[CONFIG_PARAMS])
-        settings_explain_unknown_keys(SETTINGS_TOP, fields[CONFIG_PARAMS]);
+        settings_explain_passed_over(SETTINGS_TOP, fields[CONFIG_PARAMS]);
     return status;
 }
 

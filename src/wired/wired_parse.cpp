@@ -73,7 +73,7 @@ int wired_parse_config(ubus_context *, blob_attr *msg, blob_buf *)
         log_error("%s is NULL", "params");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    settings_explain_unknown_keys(WIRED_SETTINGS_TOP, params);
+    settings_explain_passed_over(WIRED_SETTINGS_TOP, params);
     wired_settings settings{};
     if (!wired_settings_parse(params, &settings))
         return UBUS_STATUS_INVALID_ARGUMENT;

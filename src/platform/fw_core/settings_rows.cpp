@@ -52,41 +52,55 @@ bool settings_parse_level(const settings_level &level, blob_attr *table, setting
     return false;
 }
 
-// ---- keys that no row has
+// ---- what is passed over
 
-/// How many are named.
-constexpr unsigned UNKNOWN_KEYS_MAX = 8;
+/// How many places are named.
+constexpr unsigned PLACES_MAX = 8;
 
-struct unknown_keys {
-    std::string text;
+/// Places of a document with what they have in common.
+struct passed_over {
+    const char *reason;
+    std::string places{};
     unsigned count = 0;
 
     void add(const std::string &place)
     {
-        if (++count <= UNKNOWN_KEYS_MAX)
-            text += (count == 1 ? "'" : ", '") + place + "'";
+        if (++count <= PLACES_MAX)
+            places += (count == 1 ? "'" : ", '") + place + "'";
+    }
+    void explain() const
+    {
+        std::string text = std::string("Passed over, as ") + reason + ": " + places;
+        if (count > PLACES_MAX)
+            text += " and " + std::to_string(count - PLACES_MAX) + " more";
+        if (count > 0)
+            package_explain(text.c_str());
     }
 };
 
-static void find_unknown_keys(const settings_level &level, blob_attr *table,
-                              const std::string &place, unknown_keys *found);
+struct findings {
+    passed_over unknown{"no setting has this name"}, mistyped{"the value is of another type"};
+};
 
-static void find_unknown_within(const settings_field &field, blob_attr *value,
-                                const std::string &place, unknown_keys *found)
+static void find_passed_over(const settings_level &level, blob_attr *table,
+                             const std::string &place, findings *found);
+
+static void find_within(const settings_field &field, blob_attr *value, const std::string &place,
+                        findings *found)
 {
     blob_attr *element;
     size_t rest, index = 0;
-    if (!field.level || blobmsg_type(value) != settings_blobmsg_type(field.kind))
-        return;
-    if (field.kind == SETTINGS_TABLE)
-        find_unknown_keys(*field.level, value, place + ".", found);
-    else
-        blobmsg_for_each_attr(element, value, rest) find_unknown_keys(
+    if (blobmsg_type(value) != settings_blobmsg_type(field.kind))
+        found->mistyped.add(place);
+    else if (field.kind == SETTINGS_TABLE)
+        find_passed_over(*field.level, value, place + ".", found);
+    else if (field.level)
+        blobmsg_for_each_attr(element, value, rest) find_passed_over(
             *field.level, element, place + "[" + std::to_string(index++) + "].", found);
 }
 
-static void find_unknown_keys(const settings_level &level, blob_attr *table,
-                              const std::string &place, unknown_keys *found)
+static void find_passed_over(const settings_level &level, blob_attr *table,
+                             const std::string &place, findings *found)
 {
     blob_attr *member;
     size_t rest;
@@ -96,21 +110,18 @@ static void find_unknown_keys(const settings_level &level, blob_attr *table,
     {
         const std::string at = place + blobmsg_name(member);
         if (const settings_field *row = settings_find_row(level, blobmsg_name(member)))
-            find_unknown_within(*row, member, at, found);
+            find_within(*row, member, at, found);
         else
-            found->add(at);
+            found->unknown.add(at);
     }
 }
 
-void settings_explain_unknown_keys(const settings_level &level, blob_attr *params)
+void settings_explain_passed_over(const settings_level &level, blob_attr *params)
 {
-    unknown_keys found;
-    find_unknown_keys(level, params, "", &found);
-    if (found.count == 0)
-        return;
-    if (found.count > UNKNOWN_KEYS_MAX)
-        found.text += " and " + std::to_string(found.count - UNKNOWN_KEYS_MAX) + " more";
-    package_explain(("Passed over, as no setting has this name: " + found.text).c_str());
+    findings found;
+    find_passed_over(level, params, "", &found);
+    found.unknown.explain();
+    found.mistyped.explain();
 }
 
 // ---- judging values

@@ -135,9 +135,10 @@ struct settings_values {
 /// blobmsg_parse does.
 [[nodiscard]] bool settings_parse_level(const settings_level &level, blob_attr *table,
                                         settings_values *out);
-/// Tells the caller of parse_config in one message which keys of the document no row has, with
-/// their places ("ssids[0].psk"). Only for a message that zu_blobmsg_valid() accepts.
-void settings_explain_unknown_keys(const settings_level &level, blob_attr *params);
+/// Tells the caller of parse_config which keys of the document no row has, and which values are of
+/// another type than their row's, with their places ("ssids[0].psk"): one message each. Only for a
+/// message that zu_blobmsg_valid() accepts.
+void settings_explain_passed_over(const settings_level &level, blob_attr *params);
 /// A value on its way between document, record and configuration: a number, unless it is a text.
 struct settings_value {
     uint32_t number = 0;
