@@ -75,19 +75,18 @@ int wifi_check_neighbors(blob_attr *list)
     return parse_list(list, [](neighbor &&) {}) ? 0 : -1;
 }
 
-static void add_while_there_is_room(std::vector<neighbor> *list, neighbor &&entry)
-{
-    if (list->size() < SETTINGS_NEIGHBORS_MAX)
-        list->push_back(std::move(entry));
-    else
-        log_warning("Neighbor list is full, ignoring '%s'", entry.bssid);
-}
-
 void wifi_stage_neighbors(blob_attr *list)
 {
     std::vector<neighbor> parsed;
-    const bool whole = parse_list(
-        list, [&](neighbor &&entry) { add_while_there_is_room(&parsed, std::move(entry)); });
+    size_t too_many = 0;
+    const bool whole = parse_list(list, [&](neighbor &&entry) {
+        if (parsed.size() < SETTINGS_NEIGHBORS_MAX)
+            parsed.push_back(std::move(entry));
+        else
+            too_many++;
+    });
+    if (too_many > 0)
+        log_warning("Neighbor list is full, ignoring its last %zu", too_many);
     if (whole)
         gStaged = std::move(parsed);
 }
