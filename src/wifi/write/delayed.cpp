@@ -111,7 +111,6 @@ static void staged_becomes_pending()
     wifid_cancel_delayed_wireless();
     memcpy(gPending_file, gStaged_file, sizeof(gPending_file));
     gStaged_file[0] = '\0';
-    gTrying_again = false;
     gDelayed_timer.cb = wifi_delayed_wireless_cb;
     uloop_timeout_set(&gDelayed_timer, DELAYED_WAIT_MS);
     log_notice("Starting timer for delayed wifi settings with file %s", gPending_file);
@@ -179,6 +178,7 @@ void wifid_cancel_delayed_wireless()
         return;
     log_notice("Aborting delayed wifi settings from file %s", gPending_file);
     uloop_timeout_cancel(&gDelayed_timer);
+    gTrying_again = false;
     forget(gPending_file);
     update_led_flag("config", false);
 }
