@@ -193,7 +193,16 @@ TEST_F(SettingsMethods, TheWiredDocumentIsTakenWholeOrNotAtAll)
     };
     const auto uci = [](const std::string &what) { return run("uci -q show " + what).output; };
     const std::string before = uci("tarn_net") + uci("igmpproxy");
-    const std::pair<const char *, const char *> refused[] = {
+    const auto targets = [](const std::string &url, int count) {
+        std::string all = R"({"inet_test":{"targets":[")" + url;
+        for (int i = 1; i < count; i++)
+            all += "\",\"" + url;
+        return all + "\"]}}";
+    };
+    const std::string longest = "http://" + std::string(248, 'u');
+    const std::pair<std::string, const char *> refused[] = {
+        {targets(longest + "u", 1), "'targets' may only hold http and https URLs"},
+        {targets(longest, 33), "'targets' may hold 32 URLs, not 33"},
         {R"({"lan_bridge":"br0","inet_test":{"targets":["ftp://a"]}})",
          "'targets' may only hold http and https URLs"},
         {R"({"inet_test":{"test_interval":3,"failure_tolerance":0}})",
@@ -222,6 +231,7 @@ TEST_F(SettingsMethods, TheWiredDocumentIsTakenWholeOrNotAtAll)
     EXPECT_EQ(push_wired("{}").document, TAKEN) << "nothing is given";
     EXPECT_EQ(uci("tarn_net") + uci("igmpproxy"), before);
 
+    EXPECT_EQ(push_wired(targets(longest, 32)).document, TAKEN);
     run("mv /etc/config/igmpproxy /tmp"); // no fault, and nothing to be said of it
     EXPECT_EQ(push_wired(R"({"igmp_proxy":true})").document, TAKEN);
     run("mv /tmp/igmpproxy /etc/config");

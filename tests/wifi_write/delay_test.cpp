@@ -507,7 +507,6 @@ TEST_F(Delay, InterfacesThatNobodyKeepsOffComeOn)
         const int rival = open("/etc/config/wireless", O_RDWR | O_CLOEXEC);
         ASSERT_EQ(flock(rival, LOCK_EX), 0);
         wifi_restore_config_enabled_interfaces(true);
-        all_packages_quiet();
         const int said = logged("is locked by another process");
         pass_ms(5500);
         EXPECT_EQ(logged("trying again every second"), 1);

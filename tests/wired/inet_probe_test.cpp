@@ -140,15 +140,17 @@ TEST_F(InetTest, WordsForAFailureAreOursWhereLibcurlHasNone)
 {
     targets({REFUSED, UNTRUSTED});
     stand_in(WAN, "br-wired0", "br-wired0");
+    const auto shown = [] {
+        json_message dump;
+        inet_test_dump_outcomes(&dump);
+        return std::string(zu_text(blobmsg_format_json(dump.head, true)).get());
+    };
     const auto ask = [&](bool missing) {
         gTexts_missing = missing;
         cycle();
-        json_message dump;
-        inet_test_dump_outcomes(&dump);
+        const std::string dumped = shown();
         gTexts_missing = false;
-        const std::unique_ptr<char, decltype(&free)> text(blobmsg_format_json(dump.head, true),
-                                                          free);
-        return std::string(text.get());
+        return dumped;
     };
     EXPECT_NE(ask(false).find("\"Couldn't connect to server\""), std::string::npos);
     EXPECT_EQ(logged("Code 7 of libcurl"), 0);
@@ -156,6 +158,8 @@ TEST_F(InetTest, WordsForAFailureAreOursWhereLibcurlHasNone)
     EXPECT_EQ(logged("NOTICE: Connection failed. Error:7."), 1);
     EXPECT_EQ(logged("NOTICE: Code 7 of libcurl: could not connect"), 1);
     EXPECT_NE(dumped.find("\"the certificate is not trusted\""), std::string::npos) << dumped;
+    targets({PLAIN, TLS});
+    EXPECT_EQ(shown(), "{}") << "what failed were other targets";
 }
 
 TEST_F(InetTest, SlowHandshakesAndNamesRunIntoTheLimit)
@@ -185,6 +189,12 @@ TEST_F(InetTest, FirstWiredSuccessSwitchesAtOnce)
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_TRUE(sent[0].starts_with("netconfigd.gateway_mode"));
     EXPECT_TRUE(sent[1].starts_with("network.inet_test {\"success\":true"));
+
+    stand_in(NONE, "", "");
+    cycle(); // the one success ends it, too
+    EXPECT_EQ(test().upstream_state, NONE) << "not before it is known which bridge that is";
+    EXPECT_STREQ(test().uplink_iface, "");
+    EXPECT_TRUE(gTarn_net_state.bridges.enumerate_timer.pending);
 }
 
 TEST_F(InetTest, EightInterfacesAndThirtyTwoTargets)
@@ -397,9 +407,6 @@ TEST_F(InetTest, CycleThatAnEnumerationDelaysRunsWhenThatEnds)
 
 TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
 {
-    targets({PLAIN, PLAIN}, 5);
-    stand_in(WAN, "br-wired0", "br-wired9"); // no such interface
-    test().test_failures = 1;
     const auto begin = [&] {          // a cycle that loses one of its tests
         test().ticks_in_cycle = 1000; // of the one before
         run_uplink_test();
@@ -407,22 +414,28 @@ TEST_F(InetTest, CycleThatCannotEndIsGivenUp)
         uloop_curl_easy_destroy(&test().slots[0][0].easy);
         run_until([&] { return test().test_run_count == 1; });
     };
-    begin();
-    run_uplink_test();
-    EXPECT_EQ(logged("Previous test still in progress"), 1);
-    ASSERT_EQ(reload(), 0);
-    EXPECT_TRUE(idle()) << "a reload ends it without a verdict";
+    for (const int interval_s : {5, 20}) { // more than a minute, and more than ten ticks
+        targets({PLAIN, PLAIN}, interval_s);
+        stand_in(WAN, "br-wired0", "br-wired9"); // no such interface
+        test().test_failures = 1;
+        log.clear();
+        begin();
+        run_uplink_test();
+        EXPECT_EQ(logged("Previous test still in progress"), 1);
+        ASSERT_EQ(reload(), 0);
+        EXPECT_TRUE(idle()) << "a reload ends it without a verdict";
 
-    begin();
-    uloop_clock_virtual(true);
-    uloop_clock_run_ms(61000);
-    EXPECT_FALSE(idle());
-    EXPECT_EQ(test().test_failures, 1);
-    uloop_clock_run_ms(5000);
-    EXPECT_EQ(logged("WARNING: The internet test cannot end (1 of 2 reported)"), 1);
-    EXPECT_GE(test().test_failures, 2);
-    uloop_clock_virtual(false);
-    run_until([&] { return idle() && test().test_failures == 3; }); // the next one ran at once
+        begin();
+        uloop_clock_virtual(true);
+        uloop_clock_run_ms(std::max(60, 10 * interval_s) * 1000 + 1000);
+        EXPECT_FALSE(idle());
+        EXPECT_EQ(test().test_failures, 1);
+        uloop_clock_run_ms(interval_s * 1000);
+        EXPECT_EQ(logged("WARNING: The internet test cannot end (1 of 2 reported)"), 1);
+        EXPECT_GE(test().test_failures, 2);
+        uloop_clock_virtual(false);
+        run_until([&] { return idle() && test().test_failures == 3; }); // the next one ran at once
+    }
 }
 
 TEST_F(InetTest, InterfacesThatCannotBeTestedAndNamesThatMove)
@@ -459,7 +472,11 @@ TEST_F(InetTest, SettingsThatAreMissingOrBad)
                                        "\toption failure_tolerance '7'\n"
                                        "\toption test_interval '2147483647'\n"
                                        "\tlist inet_test_targets 'http://203.0.113.80'\n");
+    test().last_verdict.at_s = 1;
     EXPECT_EQ(reload(), 0);
+    EXPECT_LT(inet_test_seconds_since_verdict(), 60) << "the time without a test does not count";
+    test().last_verdict.at_s = std::exchange(gOnline_settings.taken_at_s, 1);
+    EXPECT_LT(inet_test_seconds_since_verdict(), 60);
     EXPECT_EQ(gOnline_settings.failure_tolerance, 7);
     EXPECT_GT(uloop_timeout_remaining64(&test().timer), 2147480000) << "no overflow";
     write_file("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"

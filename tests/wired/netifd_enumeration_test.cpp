@@ -5,6 +5,7 @@
 #include "wired/bridges.h"
 #include "wired/netifd/iface.h"
 #include "wired/node_fixture.h"
+#include "wired/wired.h"
 
 namespace {
 
@@ -126,6 +127,13 @@ TEST_F(Enumeration, LateAnswerIsTaken)
     netifd.answer_open();
     settle();
     EXPECT_EQ(facts(&gTarn_net_state.bridges.list, WIRED0), "answered up br-x 10.0.0.7");
+    const auto checkin = [] {
+        json_message section;
+        EXPECT_EQ(gen_checkin_wired_section(nullptr, nullptr, &section), 0);
+        return std::string(zu_text(blobmsg_format_json(section.head, true)).get());
+    };
+    EXPECT_EQ(checkin(), R"({"maint_ip":"10.0.0.7"})");
+    EXPECT_FALSE(gTarn_net_state.bridges.enumerate_timer.pending);
 
     // What is removed takes timer and question with it.
     pass(30000);
@@ -135,6 +143,8 @@ TEST_F(Enumeration, LateAnswerIsTaken)
     netifd.answer_open();
     pass(60000);
     EXPECT_EQ(netifd.asked, 3);
+    EXPECT_EQ(checkin(), "{}");
+    EXPECT_TRUE(gTarn_net_state.bridges.enumerate_timer.pending) << "it is looked for";
 }
 
 TEST_F(Enumeration, PathUnderANewIdIsFollowedAnew)

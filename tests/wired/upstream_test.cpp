@@ -294,12 +294,3 @@ TEST_F(Upstream, RepeaterWithACableBecomesAGateway)
     EXPECT_FALSE(gTarn_net_state.mesh.lonely_timer.pending);
     run("ip link del eth0; ip link del eth1");
 }
-
-TEST_F(Upstream, NothingIsWeighedBeforeTheCycleIsDispatched)
-{
-    stand_in(WAN, WIRE, WIRE);
-    test().dispatch_complete = false;
-    test().test_passed = 0;
-    complete_inet_test(WAN);
-    EXPECT_EQ(test().test_failures, 0);
-}

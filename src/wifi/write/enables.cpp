@@ -124,7 +124,7 @@ static void try_again(restoration kind)
 {
     if (!gFailed)
         log_warning("Unable to restore the interface configuration, trying again every second");
-    gFailed = gFailed == WHOLE ? WHOLE : kind;
+    gFailed = kind; // of a whole one only a whole one comes after it
     uloop_timeout_set(&gTimer, RETRY_MS);
 }
 
