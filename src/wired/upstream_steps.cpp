@@ -265,8 +265,7 @@ void upstream_follow_mesh()
     const upstream_record &upstream = gTarn_net_state.upstream;
     const uint32_t state = gTarn_net_state.inet_test.upstream_state;
     const int32_t index = mesh_index();
-    if (index != 0 && index != upstream.gw_mode_of && state != TARN_NET_UPSTREAM_NONE &&
-        (upstream.unmade & UPSTREAM_GW_MODE) == 0)
+    if (index != 0 && index != upstream.gw_mode_of && state != TARN_NET_UPSTREAM_NONE)
         (void)upstream_make(UPSTREAM_GW_MODE, state);
 }
 
