@@ -120,6 +120,16 @@ static void radios_follow(const wifi_settings &live, const std::string &held_bac
     wifi_delayed_drop();
 }
 
+/// The daemon of the orphan network follows it, and is started also when it has been stopped since:
+/// a change of upstream does that.
+static void orphand_follows(bool was_on, bool is_on)
+{
+    if (is_on)
+        (void)wifid_start_orphand();
+    else if (was_on)
+        wifid_stop_orphand();
+}
+
 int wifid_write_config(const wifi_settings *settings)
 {
     if (!settings) {
@@ -135,6 +145,7 @@ int wifid_write_config(const wifi_settings *settings)
         return no_memory(-1);
     if (write_and_commit(*settings, next.get(), &held_back, &changed) != 0)
         return -1;
+    const bool saved_orphans = gWifi_live_settings.save_orphans;
     gWifi_live_settings = *next;
     radios_follow(*next, held_back);
     wifi_write_portal_hosts();
@@ -143,6 +154,7 @@ int wifid_write_config(const wifi_settings *settings)
         (void)gWifi_requests.reload_config();
         wifi_radio_list_ifaces();
     }
+    orphand_follows(saved_orphans, next->save_orphans);
     wifid_apply_bridges();
     return 0;
 }

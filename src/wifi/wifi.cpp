@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "platform/zu/log.h"
 #include "platform/zu/platform_data.h"
 #include "platform/zu/shell.h"
 #include "wifi/radio/radio.h"
@@ -52,6 +53,18 @@ void wifi_bus_reset(ubus_context *ctx)
     wifi_lldp_bus_reset(ctx);
     wifi_hapd_bus_reset();
     u80211d_bus_reset(ctx);
+}
+
+int wifid_start_orphand()
+{
+    const shell_result start = shell_run("/etc/init.d/orphand start");
+    if (!start.ran) {
+        log_warning("Unable to start orphand.  errno=%d:%s", start.error, strerror(start.error));
+        return -1;
+    }
+    if (start.exit_status != 0)
+        log_warning("orphand exited with rc %d", start.exit_status);
+    return start.exit_status;
 }
 
 void wifid_stop_orphand()

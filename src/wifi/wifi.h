@@ -92,5 +92,7 @@ bool wifi_lldp_negotiation_complete();
 void wifi_restore_config_enabled_interfaces(bool reload);
 /// True while delayed wireless settings wait for their timer.
 bool wifi_delayed_settings_pending();
-/// Stops the daemon that serves orphaned nodes.
+/// Starts or stops the daemon that serves orphaned nodes. The exit status of the start, or -1 when
+/// it could not be run; a failure is logged.
+int wifid_start_orphand();
 void wifid_stop_orphand();

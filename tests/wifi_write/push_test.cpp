@@ -265,12 +265,16 @@ TEST_F(Pushed, MakesAndUnmakesOptionsInTurn)
     run("uci set tarn_net.wired=wired; uci set tarn_net.wired.lan_bridge=br-wired1; "
         "uci set dhcp.ssid1_dns=dnsmasq; uci add_list dhcp.ssid1_dns.notinterface=br-office; "
         "uci commit");
+    run("mkdir -p /var/sim/exit/etc/init.d; echo 3 >/var/sim/exit/etc/init.d/orphand");
     (void)ng_uci_renew_change_context();
     for (const auto &turn : turns) {
         ASSERT_EQ(push(turn.params), 0) << turn.params;
         for (const auto &[name, value] : turn.options)
             EXPECT_EQ(uci(name), value) << name << " after " << turn.params;
     }
+    EXPECT_EQ(journal("/etc/init.d/orphand start"), 1);
+    EXPECT_EQ(logged("WARNING: orphand exited with rc 3"), 1);
+    EXPECT_EQ(journal("/etc/init.d/orphand stop"), 1);
     EXPECT_EQ(logged("WARNING: Disabling mesh1 due to DFS radio channel"), 2);
     EXPECT_EQ(logged("NOTICE: No valid ACL for ssid 1"), 8) << "counted from 0";
     EXPECT_EQ(logged("ERROR"), 0);
