@@ -163,8 +163,8 @@ static int name_batch(char *path, size_t size)
     return 0;
 }
 
-int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
-                           std::string *held_back)
+int wifid_write_delayed_config(const wifi_write &w, const wifi_settings &in_force,
+                               std::string *held_back)
 {
     char path[64];
     if (name_batch(path, sizeof path) != 0)

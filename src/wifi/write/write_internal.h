@@ -39,8 +39,8 @@ const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &
 /// Writes what disturbs radios and mesh to a batch file and applies it (uncommitted), or leaves it,
 /// its path in `held_back`, for when the push is committed. 0, or -1 (logged). `in_force` is what
 /// the radios are set to.
-int wifi_write_radio_stage(const wifi_write &w, const wifi_settings &in_force,
-                           std::string *held_back);
+int wifid_write_delayed_config(const wifi_write &w, const wifi_settings &in_force,
+                               std::string *held_back);
 /// Radios, access points, orphan interfaces, presence.
 void wifi_write_radios(const wifi_write &w);
 /// Addresses, DHCP, DNS, forwarding and portal of the mesh gateway and every SSID.

@@ -97,7 +97,7 @@ int wifi_write_settings(const wifi_settings &settings, std::string *held_back)
 {
     wifi_make_local_section();
     const wifi_write w = begin(settings);
-    if (wifi_write_radio_stage(w, wifi_in_force(), held_back) != 0) {
+    if (wifid_write_delayed_config(w, wifi_in_force(), held_back) != 0) {
         ng_uci_drop_changes();
         return -1;
     }
