@@ -2,12 +2,15 @@
 // it fail, the other one is brought up again.
 #include "wired/wired_event.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <unistd.h>
 
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/event.h"
+#include "platform/zu/file.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wired/inet_probe.h"
@@ -17,11 +20,33 @@
 constexpr int NETIFD_TIMEOUT_MS = 500;
 
 int32_t gWired_taken_down = -1;
-/// While that interface is still down.
+/// The port that is still down for the other one. In a file as well: netifd keeps it down also when
+/// this daemon has ended meanwhile.
+constexpr char YIELDED_FILE[] = "/var/run/tarn_net.yielded";
 static struct {
-    bool waits;
+    bool known;       ///< what an earlier life left behind has been read
+    int32_t port;     ///< -1: none
     int32_t failures; ///< cycles in a row without a success over the wire that it yielded to
 } gYielded;
+
+static void note_yielded(int32_t port)
+{
+    gYielded = {.known = true, .port = port, .failures = 0};
+    if (port < 0)
+        (void)unlink(YIELDED_FILE);
+    else if (_file_write_string_fmt(YIELDED_FILE, false, "%d\n", port) != 0)
+        log_warning("Failed to write %s: %s", YIELDED_FILE, strerror(errno));
+}
+
+static int32_t yielded_port()
+{
+    if (gYielded.known)
+        return gYielded.port;
+    int port;
+    const bool left = file_read_int(YIELDED_FILE, &port) == 0 && (port == 0 || port == 1);
+    gYielded = {.known = true, .port = left ? port : -1, .failures = 0};
+    return gYielded.port;
+}
 
 enum { EVENT_INTERFACE, EVENT_ACTION };
 const blobmsg_policy gWired_event_policy[2] = {
@@ -35,7 +60,7 @@ static bool ask_netifd(ubus_context *ctx, const char *name, bool up, bool *prese
 {
     log_debug("sending event to uds %s:%s", name, up ? "up" : "down");
     uint32_t id = 0;
-    *present = ubus_lookup_id(ctx, "network.interface", &id) == UBUS_STATUS_OK;
+    *present = ctx && ubus_lookup_id(ctx, "network.interface", &id) == UBUS_STATUS_OK;
     if (!*present) {
         log_error("failed to look up network.interface");
         return false;
@@ -71,25 +96,27 @@ static void switch_port(ubus_context *ctx, const char *name, int other)
 {
     char other_name[8];
     snprintf(other_name, sizeof other_name, "wired%d", other);
+    note_yielded(other); // first: the daemon may end here
     (void)netifd_event(ctx, other_name, false);
     uplink_set(name);
     gWired_taken_down = other;
-    gYielded = {.waits = true, .failures = 0};
     send_linkbeat(name);
 }
 
 void wired_event_weigh_cycle(bool passed_over_wire)
 {
-    if (!gYielded.waits)
+    const int32_t port = yielded_port();
+    if (port < 0)
         return;
     gYielded.failures = passed_over_wire ? 0 : gYielded.failures + 1;
     if (gYielded.failures < inet_test_settings().failure_tolerance)
         return;
-    const std::string name = "wired" + std::to_string(gWired_taken_down);
+    const std::string name = "wired" + std::to_string(port);
     log_notice("The wire is not available, bringing %s up again", name.c_str());
-    // What cannot be asked or refuses now is asked again after as many cycles.
     bool present;
-    gYielded = {.waits = !ask_netifd(gUbus_ctx, name.c_str(), true, &present), .failures = 0};
+    gYielded.failures = 0; // what cannot be asked or refuses now is asked again after as many
+    if (ask_netifd(gUbus_ctx, name.c_str(), true, &present))
+        note_yielded(-1);
 }
 
 int wired_event(ubus_context *ctx, ubus_object *, ubus_request_data *, const char *, blob_attr *msg)
