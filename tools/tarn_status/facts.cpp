@@ -26,19 +26,20 @@ static void answer_cb(ubus_request *req, int, blob_attr *msg)
     free(text);
 }
 
-/// What the method answers, or null.
-static json_object *ask(ubus_context *ctx, const char *object, const char *method, const char *type)
+/// The bus's status, and what the method answers if it does.
+static int ask(ubus_context *ctx, const char *object, const char *method, const char *type,
+               json_object **answer)
 {
     uint32_t id = 0;
-    json_object *answer = nullptr;
     blob_buf message{};
     blob_buf_init(&message, 0);
     if (type)
         blobmsg_add_string(&message, "checkin_type", type);
-    if (ubus_lookup_id(ctx, object, &id) == UBUS_STATUS_OK)
-        (void)ubus_invoke(ctx, id, method, message.head, answer_cb, &answer, CALL_LIMIT_MS);
+    int status = ubus_lookup_id(ctx, object, &id);
+    if (status == UBUS_STATUS_OK)
+        status = ubus_invoke(ctx, id, method, message.head, answer_cb, answer, CALL_LIMIT_MS);
     blob_buf_free(&message);
-    return answer;
+    return status;
 }
 
 /// The one key that dump_state shows to everybody.
@@ -65,9 +66,14 @@ json_handle facts_ask(std::string *why)
         {"health", "qnet.wifi", "health_check", nullptr},
     };
     json_handle all(json_object_new_object());
-    for (const auto &call : calls)
-        if (json_object *answer = ask(ctx.get(), call.object, call.method, call.type))
+    for (const auto &call : calls) {
+        json_object *answer = nullptr;
+        const int status = ask(ctx.get(), call.object, call.method, call.type, &answer);
+        if (answer)
             json_object_object_add(all.get(), call.key, answer);
+        if (status == UBUS_STATUS_TIMEOUT) // it hangs: the others would wait as long in vain
+            break;
+    }
     drop_roaming_keys(all.get());
     if (json_object_object_length(all.get()) != 0)
         return all;

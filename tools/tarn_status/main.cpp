@@ -30,13 +30,14 @@ static int show(bool as_json, bool clear)
 {
     std::string why;
     const json_handle facts = facts_ask(&why);
+    const bool terminal = isatty(STDOUT_FILENO) != 0;
+    if (clear && terminal) // what was known goes also when nobody answers any more
+        fputs("\033[H\033[2J", stdout);
     if (!facts) {
+        fflush(stdout);
         fprintf(stderr, "tarn-status: %s\n", why.c_str());
         return 1;
     }
-    const bool terminal = isatty(STDOUT_FILENO) != 0;
-    if (clear && terminal)
-        fputs("\033[H\033[2J", stdout);
     if (as_json)
         puts(json_object_to_json_string_ext(facts.get(), JSON_C_TO_STRING_PRETTY |
                                                              JSON_C_TO_STRING_NOSLASHESCAPE));
