@@ -20,6 +20,11 @@ endif()
 if(TARN_OPENWRT_LIBS STREQUAL host OR NOT system_libs)
   set(TARN_HOST_LIBS TRUE)
   message(STATUS "OpenWrt libraries: the stand-ins in host/")
+  # glibc counts seconds in 32 bits on a 32-bit machine unless it is asked; musl never does. What the libraries were built
+  # with decides, as their records hold times: with a router's own ones this is for its whole system to say.
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_TIME_BITS=64 _FILE_OFFSET_BITS=64)
+  endif()
   add_subdirectory(host)
 else()
   set(TARN_HOST_LIBS FALSE)
