@@ -71,8 +71,8 @@ TEST_F(BatmanQuery, CapturedDumpsAreCounted)
     ASSERT_FALSE(kernel.requests.empty());
     bytes request = kernel.requests.back();
     std::fill(request.begin() + 8, request.begin() + 16, 0);
-    EXPECT_EQ(to_hex(request), "1c0000002100050300000000000000000901000008000300"
-                               "04000000");
+    EXPECT_EQ(request,
+              generic_hex("1c000000 2100 0503 00000000 00000000 09010000 0800 0300 04000000"));
 }
 
 TEST_F(BatmanQuery, OnlyWholeNeighborsAreCounted)

@@ -1,4 +1,5 @@
-// Netlink messages as bytes: from hexadecimal text, from files of captured ones, and built by hand.
+// Netlink messages as bytes: from hexadecimal text, from files of captured ones, and built by hand;
+// always in the byte order of this machine, as netlink is.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +13,16 @@
 
 using bytes = std::vector<uint8_t>;
 
-/// One element a line of tests/data/netlink/NAME.
+/// A message, in hexadecimal as a little-endian machine has it, in the byte order of this one: a
+/// datagram of generic ones, or a request of the route family.
+bytes generic_hex(const std::string &hex);
+bytes route_hex(const std::string &hex);
+/// One datagram a line of tests/data/netlink/NAME.
 std::vector<bytes> read_hex_file(const std::string &name);
 
 /// One attribute with its padding; the length field counts `payload` alone.
 bytes attr(uint16_t type, const bytes &payload);
+bytes attr_u16(uint16_t type, uint16_t value);
 bytes attr_u32(uint16_t type, uint32_t value);
 bytes attr_text(uint16_t type, const std::string &text);
 bytes join(std::initializer_list<bytes> parts);

@@ -159,7 +159,7 @@ TEST_F(Nl80211Message, EntriesWithoutIdentityAreNoEntries)
 
 TEST_F(Nl80211Message, OldDriversCountIn32BitsAndRatesIn16)
 {
-    const bytes rate = attr(NL80211_RATE_INFO_BITRATE, {0x3c, 0});
+    const bytes rate = attr_u16(NL80211_RATE_INFO_BITRATE, 60);
     const bytes both = join({rate, attr_u32(NL80211_RATE_INFO_BITRATE32, 70000)});
     bytes data = generic_message(
         FAMILY, NL80211_CMD_NEW_STATION,

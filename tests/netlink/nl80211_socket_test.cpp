@@ -44,7 +44,7 @@ TEST_F(Nl80211Query, RequestsByteByByte)
     std::vector<ng_nl80211_radio> radios;
     const auto expect_request = [this](int result, const char *expected) {
         EXPECT_EQ(result, 0);
-        EXPECT_EQ(last_request(), to_hex(from_hex(expected)));
+        EXPECT_EQ(last_request(), to_hex(generic_hex(expected)));
     };
     kernel.answer(std::vector<bytes>(4, done_message(0)));
     expect_request(ng_nl80211_iface_list(&list), "14000000 2100 0503 00000000 00000000 05000000");

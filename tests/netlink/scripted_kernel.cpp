@@ -64,7 +64,7 @@ static bytes family(const std::string &name, uint16_t flags)
                                 attr_text(CTRL_ATTR_MCAST_GRP_NAME, "mlme")}));
     return generic_message(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY,
                            join({attr_text(CTRL_ATTR_FAMILY_NAME, name),
-                                 attr(CTRL_ATTR_FAMILY_ID, {scripted_kernel::FAMILY & 0xff, 0}),
+                                 attr_u16(CTRL_ATTR_FAMILY_ID, scripted_kernel::FAMILY),
                                  attr(CTRL_ATTR_MCAST_GROUPS, group)}),
                            flags);
 }
@@ -91,13 +91,19 @@ static void family_answer(const bytes &request)
         gKernel->answers.push_front({.datagram = *datagram});
 }
 
-/// The number of the look-up family is that of RTM_NEWLINK on a route socket.
-static bool generic_socket(int fd)
+/// Of the last socket. The number of the look-up family is that of RTM_NEWLINK on a route socket.
+static int gProtocol;
+
+/// An emulator of another machine may know route sockets alone: any will do where the script
+/// answers.
+extern "C" int socket(int domain, int type, int protocol) noexcept
 {
-    int protocol = 0;
-    socklen_t length = sizeof protocol;
-    getsockopt(fd, SOL_SOCKET, SO_PROTOCOL, &protocol, &length);
-    return protocol == NETLINK_GENERIC;
+    using function = int (*)(int, int, int);
+    static const auto real = (function)dlsym(RTLD_NEXT, "socket");
+    if (domain == AF_NETLINK)
+        gProtocol = protocol;
+    const int fd = real(domain, type, protocol);
+    return fd < 0 && domain == AF_NETLINK ? real(domain, type, NETLINK_ROUTE) : fd;
 }
 
 static uint32_t gRequest_seq;
@@ -116,7 +122,7 @@ extern "C" ssize_t sendmsg(int fd, const msghdr *msg, int flags)
         request.insert(request.end(), part, part + msg->msg_iov[i].iov_len);
     }
     gRequest_seq = header_of(request, 0)->nlmsg_seq;
-    if (generic_socket(fd) && header_of(request, 0)->nlmsg_type == GENL_ID_CTRL)
+    if (gProtocol == NETLINK_GENERIC && header_of(request, 0)->nlmsg_type == GENL_ID_CTRL)
         family_answer(request);
     else
         gKernel->requests.push_back(request);

@@ -189,7 +189,8 @@ TEST_F(Log, OnlyAPlainFileOfOurOwnBecomesTheLog)
         write_file(victim, "precious");
         chmod(victim.c_str(), 0640);
         if (c.plant() != 0) {
-            EXPECT_EQ(errno, EPERM) << "only root makes a file another user's";
+            EXPECT_TRUE(errno == EPERM || errno == EINVAL)
+                << "only root has other users to give to";
             continue;
         }
         debug_init(path.c_str());
