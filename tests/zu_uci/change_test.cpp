@@ -205,20 +205,22 @@ TEST_F(Change, WholeListIsAsIfAddedOneByOne)
 TEST_F(Change, WhatComesToNothingIsNoChange)
 {
     const std::string before = config();
-    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.a.items"), 0);
-    for (const char *value : {"p", "q", "r"})
-        EXPECT_EQ(act(ng_uci_add_list, value, "zt.a.items"), 0);
-    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.b"), 0);
-    EXPECT_EQ(act(uci_set_string, "part", "zt.b"), 0);
-    EXPECT_EQ(act(uci_set_string, "1", "zt.b.one"), 0);
-    EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
-    EXPECT_EQ(act(uci_set_string, "1", "zt.a.one"), 0);
-    EXPECT_EQ(act(uci_set_string, "part", "zt.new"), 0);
-    EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.new"), 0);
     bool changed = true;
-    EXPECT_EQ(ng_uci_commit("zt", &changed), 0);
-    EXPECT_FALSE(changed);
-    EXPECT_EQ(config(), before);
+    for (const bool whole : {false, true}) { // what is made anew stands at another place
+        for (const char *name : {"zt.a.items", "zt.a.single", whole ? "zt.a" : "zt.a.none"})
+            EXPECT_EQ(act(ng_uci_delete_option, nullptr, name), 0);
+        EXPECT_EQ(act(uci_set_string, "part", "zt.a"), 0);
+        for (const char *value : {"p", "q", "r"})
+            EXPECT_EQ(act(ng_uci_add_list, value, "zt.a.items"), 0);
+        EXPECT_EQ(act(uci_set_string, "x", "zt.a.single"), 0);
+        EXPECT_EQ(act(uci_set_string, "2", "zt.a.one"), 0);
+        EXPECT_EQ(act(uci_set_string, "1", "zt.a.one"), 0);
+        EXPECT_EQ(act(uci_set_string, "part", "zt.new"), 0);
+        EXPECT_EQ(act(ng_uci_delete_option, nullptr, "zt.new"), 0);
+        EXPECT_EQ(ng_uci_commit("zt", &changed), 0);
+        EXPECT_FALSE(changed);
+        EXPECT_EQ(config(), before);
+    }
 
     EXPECT_EQ(act(uci_set_string, "kind", "zt.b"), 0);
     EXPECT_EQ(act(ng_uci_del_list, "q", "zt.a.items"), 0);

@@ -89,18 +89,34 @@ extern "C" int rename(const char *from, const char *to) noexcept
     return renameat(AT_FDCWD, from, AT_FDCWD, to);
 }
 
-TEST_F(Commit, TakesInWhatOthersSaved)
+TEST_F(Commit, TakesInWhatOthersChangeMeanwhile)
 {
-    EXPECT_EQ(act(uci_set_string, "mine", "zt.b.two"), 0);
-    shell("uci set zt.b.one=theirs");
-    EXPECT_EQ(ng_uci_commit("zt"), 0);
-    EXPECT_EQ(shell("uci get zt.b.one; uci get zt.b.two"), "theirs\nmine\n");
-    EXPECT_EQ(delta(), "");
-    EXPECT_EQ(left_behind(), 0);
-    std::string text;
-    EXPECT_EQ(ng_uci_get_string(text, "zt.b.one"), 0);
-    EXPECT_EQ(text, "theirs");
-    EXPECT_EQ(ng_uci_commit("zt"), 0) << "nothing to commit is no failure";
+    const struct {
+        const char *before, *meanwhile, *theirs;
+    } cases[] = {
+        {":", "uci set zt.b.one=2", "2"},
+        {":", "uci set zt.b.one=2; uci commit zt", "2"},
+        {"uci set zt.b.one=2", "uci revert zt", "1"},
+        {":", // in place, and by length and time it is what it was
+         "cp -p /etc/config/zt /tmp/zt; sed s/1/2/ /tmp/zt >/etc/config/zt; "
+         "touch -r /tmp/zt /etc/config/zt",
+         "2"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.meanwhile);
+        reset();
+        shell(c.before);
+        EXPECT_EQ(act(uci_set_string, "mine", "zt.b.two"), 0);
+        shell(c.meanwhile);
+        EXPECT_EQ(ng_uci_commit("zt"), 0);
+        EXPECT_EQ(shell("uci get zt.b.one; uci get zt.b.two"), c.theirs + std::string("\nmine\n"));
+        EXPECT_EQ(delta(), "");
+        EXPECT_EQ(left_behind(), 0);
+        std::string text;
+        EXPECT_EQ(ng_uci_get_string(text, "zt.b.one"), 0);
+        EXPECT_EQ(text, c.theirs);
+        EXPECT_EQ(ng_uci_commit("zt"), 0) << "nothing to commit is no failure";
+    }
 }
 
 TEST_F(Commit, OnFullDiskLeavesTheOldFile)

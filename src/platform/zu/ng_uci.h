@@ -40,6 +40,9 @@ int ng_uci_save_action_int_ctx(uci_context *ctx, ng_uci_action action, int value
 /// be (logged).
 bool ng_uci_put_list(const std::string &name, const std::vector<std::string> &items);
 
+/// True when the option is a list of these items, or missing and there are none.
+bool ng_uci_is_list(const std::string &name, const std::vector<std::string> &items);
+
 /// Save actions by a plain name, for one option each. False when it could not be made (logged).
 bool ng_uci_put(const std::string &name, const char *value);
 bool ng_uci_put(const std::string &name, int value);

@@ -2,6 +2,7 @@
 // is to walk the list, where it must not stand twice; thousands are added as a whole.
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <unordered_set>
 
 #include "platform/zu/log.h"
@@ -77,18 +78,19 @@ static bool is_in_no_package(const std::string &name)
 // ---- a whole list
 
 /// The items without repetition, each where it stands last.
-static std::vector<std::string> without_repetition(const std::vector<std::string> &items)
+static std::vector<const char *> without_repetition(const std::vector<std::string> &items)
 {
-    std::vector<std::string> once;
-    std::unordered_set<std::string> seen;
+    std::vector<const char *> once;
+    std::unordered_set<std::string_view> seen;
     for (auto item = items.rbegin(); item != items.rend(); ++item)
         if (seen.insert(*item).second)
-            once.push_back(*item);
+            once.push_back(item->c_str());
     std::reverse(once.begin(), once.end());
     return once;
 }
 
-static bool is_list_of(const uci_option *option, const std::vector<std::string> &items)
+template <typename Items>
+static bool is_list_of(const uci_option *option, const Items &items)
 {
     if (!option || option->type != UCI_TYPE_LIST)
         return !option && items.empty();
@@ -96,36 +98,46 @@ static bool is_list_of(const uci_option *option, const std::vector<std::string> 
     uci_element *e;
     uci_foreach_element(&const_cast<uci_option *>(option)->v.list, e)
     {
-        if (at == items.size() || items[at] != e->name)
+        if (at == items.size() || items[at] != std::string_view(e->name))
             return false;
         at++;
     }
     return at == items.size();
 }
 
-static int replace_items(uci_context *ctx, const char *name, const std::vector<std::string> &items)
+static int replace_items(uci_context *ctx, const char *name, const std::vector<const char *> &items)
 {
     std::string text;
     uci_ptr ptr;
     int err = ng_uci_lookup(ctx, &ptr, text, name);
     if (err || is_list_of(ptr.o, items))
         return err;
+    ng_uci_changes_of(ptr.package).touch(ptr);
     if (ptr.o)
         err = uci_delete(ctx, &ptr);
     if (!err)
         err = ng_uci_lookup(ctx, &ptr, text, name);
-    for (const std::string &item : items) {
-        ptr.value = item.c_str();
+    for (const char *item : items) {
+        ptr.value = item;
         if (!err)
             err = uci_add_list(ctx, &ptr);
     }
-    if (!err)
-        ng_uci_changes_of(ptr.package).touch(ptr.section, ptr.option);
     return err;
+}
+
+bool ng_uci_is_list(const std::string &name, const std::vector<std::string> &items)
+{
+    uci_context *ctx = ng_uci_change_context();
+    std::string text;
+    uci_ptr ptr;
+    return ctx && ng_uci_is_name(name.c_str()) &&
+           ng_uci_lookup(ctx, &ptr, text, name.c_str()) == UCI_OK && is_list_of(ptr.o, items);
 }
 
 bool ng_uci_put_list(const std::string &name, const std::vector<std::string> &items)
 {
+    if (ng_uci_is_list(name, items))
+        return true;
     uci_context *ctx = ng_uci_change_context();
     const bool good = std::all_of(items.begin(), items.end(), [](const std::string &item) {
         return ng_uci_is_value(item.c_str());
@@ -163,18 +175,15 @@ static int save_action(ng_uci_action action, const char *value, const char *name
     std::string text;
     uci_ptr ptr;
     int err = ng_uci_lookup(ctx, &ptr, text, name);
-    const std::string section = !err && ptr.section ? ptr.section : ""; // deleting frees it
     ptr.value = value;
-    if (!err)
+    if (!err) {
+        ng_uci_changes_of(ptr.p->e.name).touch(ptr);
         err = act(ctx, action, ptr);
-    if (err) {
-        if (err == UCI_ERR_NOTFOUND && is_in_no_package(name))
-            return 0;
-        log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
-        return -1;
     }
-    ng_uci_changes_of(ptr.p->e.name).touch(section.c_str(), ptr.option);
-    return 0;
+    if (!err || (err == UCI_ERR_NOTFOUND && is_in_no_package(name)))
+        return 0;
+    log_error("Failed to change '%s': %s", name, ng_uci_error(ctx).get());
+    return -1;
 }
 
 int ng_uci_save_action_ctx(uci_context *ctx, ng_uci_action action, const char *value,

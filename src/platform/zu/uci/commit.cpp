@@ -104,7 +104,7 @@ static attempt prepare_locked(source_file &config, const source_file &delta, uci
 {
     char path[PATH_MAX];
     std::string text;
-    if (!realpath(package->path, path) || !export_text(ctx, package, text))
+    if (!realpath(config.path.c_str(), path) || !export_text(ctx, package, text))
         return failed_to_commit(config.path, strerror(errno));
     config.path = part.path = path;
     part.config = zu_descriptor(open(path, O_RDWR | O_CLOEXEC));
@@ -114,13 +114,13 @@ static attempt prepare_locked(source_file &config, const source_file &delta, uci
     return file_holds(part.config, text) ? DONE : write_new(part, config.before.st_mode, text);
 }
 
-/// True when the file says, byte for byte, what the package in memory does: far quicker to find out
-/// than by reading the file as a package, and what most commits of an equal push come to.
-static bool holds_already(const source_file &config, uci_package *package)
+/// True when the file is, byte for byte, the one that the package in memory was read from: then
+/// nobody else's change has to be taken in, and the file need not be read as a package again.
+static bool is_as_read(const source_file &config, const char *package)
 {
-    std::string text;
+    const std::string *text = ng_uci_noted_file(package);
     const zu_descriptor file(open(config.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    return file >= 0 && export_text(package->ctx, package, text) && file_holds(file, text);
+    return text && file >= 0 && file_holds(file, *text);
 }
 
 static attempt try_to_prepare(const ng_uci_commit_item &item, commit_part &part)
@@ -131,8 +131,11 @@ static attempt try_to_prepare(const ng_uci_commit_item &item, commit_part &part)
     const bool saved = delta.before.st_size != 0;
     if (!item.from && !saved && config.exists())
         return DONE;
-    if (item.from && !saved && holds_already(config, item.from))
-        return DONE;
+    if (item.from && !saved && is_as_read(config, name)) {
+        if (!item.changes.came_to_something(item.from))
+            return DONE;
+        return prepare_locked(config, delta, item.from->ctx, item.from, part);
+    }
     const uci_context_handle ctx(uci_alloc_context());
     std::string differences;
     if (ng_uci_is_absent(name))

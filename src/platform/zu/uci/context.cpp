@@ -17,6 +17,12 @@ extern "C" {
 static constinit uci_context_handle gContext;
 static constinit std::vector<ng_uci_changes> gChanges; // that are in memory only
 
+/// A package's file as the change context has read it.
+struct file_read {
+    std::string package, text;
+};
+static constinit std::vector<file_read> gFiles;
+
 // ---- the end of the callback
 
 static void end_of_callback_cb(uloop_timeout *)
@@ -44,6 +50,31 @@ uci_context *ng_uci_change_context()
     return gContext.get();
 }
 
+// ---- what was read
+
+static void forget_file(const std::string &package)
+{
+    std::erase_if(gFiles, [&](const file_read &file) { return file.package == package; });
+}
+
+void ng_uci_note_file(const uci_context *ctx, const std::string &package,
+                      const ng_uci_read_locks &locks)
+{
+    if (!ctx || ctx != gContext.get())
+        return;
+    forget_file(package);
+    if (std::optional<std::string> text = locks.whole_text())
+        gFiles.push_back({package, std::move(*text)});
+}
+
+const std::string *ng_uci_noted_file(const std::string &package)
+{
+    for (const file_read &file : gFiles)
+        if (file.package == package)
+            return &file.text;
+    return nullptr;
+}
+
 // ---- writing
 
 ng_uci_changes &ng_uci_changes_of(const char *package)
@@ -57,9 +88,8 @@ ng_uci_changes &ng_uci_changes_of(const char *package)
 static void forget_package(uci_package *package)
 {
     const std::string name = package->e.name;
-    gChanges.erase(std::remove_if(gChanges.begin(), gChanges.end(),
-                                  [&](const ng_uci_changes &c) { return c.package == name; }),
-                   gChanges.end());
+    std::erase_if(gChanges, [&](const ng_uci_changes &c) { return c.package == name; });
+    forget_file(name);
     (void)uci_unload(gContext.get(), package);
 }
 
@@ -94,6 +124,7 @@ int ng_uci_flush()
 void ng_uci_drop_changes()
 {
     gChanges.clear();
+    gFiles.clear();
     gContext.reset();
 }
 
@@ -123,6 +154,7 @@ static uci_package *load_package(uci_context *ctx, const char *name, int *err)
         return nullptr;
     }
     const ng_uci_read_locks locks(ctx, name);
+    ng_uci_note_file(ctx, name, locks);
     *err = locks ? uci_load(ctx, name, &package) : UCI_ERR_IO;
     if (locks && *err != UCI_OK && *err != UCI_ERR_NOTFOUND)
         log_error("Failed to load %s: %s", name, ng_uci_error(ctx).get());

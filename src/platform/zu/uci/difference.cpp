@@ -6,19 +6,6 @@
 
 #include "platform/zu/uci/uci_internal.h"
 
-void ng_uci_changes::touch(const char *section, const char *option)
-{
-    auto place = std::find_if(sections.begin(), sections.end(),
-                              [&](const touched &t) { return t.section == section; });
-    if (place == sections.end())
-        place = sections.insert(place, {section, {}, false});
-    if (!option)
-        place->whole = true;
-    else if (std::find(place->options.begin(), place->options.end(), option) ==
-             place->options.end())
-        place->options.emplace_back(option);
-}
-
 static bool same_items(uci_list &a, uci_list &b)
 {
     uci_list *left = a.next, *right = b.next;
@@ -45,6 +32,56 @@ static bool same_option(uci_option *a, uci_option *b)
                                       : same_items(a->v.list, b->v.list);
 }
 
+// ---- noting what is changed, and how it was
+
+static std::string text_of(uci_option *option)
+{
+    if (option->type == UCI_TYPE_STRING)
+        return option->e.name + std::string("=") + option->v.string;
+    std::string text = option->e.name;
+    uci_element *e;
+    uci_foreach_element(&option->v.list, e) text.append(1, '\0').append("|").append(e->name);
+    return text;
+}
+
+/// The same for any order of the options; empty for no section.
+static std::string text_of(uci_section *section)
+{
+    if (!section)
+        return {};
+    std::vector<std::string> options;
+    uci_element *e;
+    uci_foreach_element(&section->options, e) if (in_file(uci_to_option(e)))
+        options.push_back(text_of(uci_to_option(e)));
+    std::sort(options.begin(), options.end());
+    std::string text = section->type;
+    for (const std::string &option : options)
+        text.append(1, '\0').append(option);
+    return text;
+}
+
+void ng_uci_changes::touch(const uci_ptr &ptr)
+{
+    auto place = std::find_if(sections.begin(), sections.end(),
+                              [&](const touched &t) { return t.section == ptr.section; });
+    if (place == sections.end())
+        place = sections.insert(place, {ptr.section, text_of(ptr.s), {}, false});
+    if (!ptr.option)
+        place->whole = true;
+    else if (std::find(place->options.begin(), place->options.end(), ptr.option) ==
+             place->options.end())
+        place->options.emplace_back(ptr.option);
+}
+
+bool ng_uci_changes::came_to_something(uci_package *now) const
+{
+    return std::any_of(sections.begin(), sections.end(), [now](const touched &t) {
+        return text_of(uci_lookup_section(now->ctx, now, t.section.c_str())) != t.before;
+    });
+}
+
+// ---- carrying over
+
 /// The first of `items` past those that the option begins with; null when it holds others or is
 /// no list.
 static uci_list *after_common(uci_option *option, uci_list &items)
@@ -62,7 +99,7 @@ static uci_list *after_common(uci_option *option, uci_list &items)
     return item;
 }
 
-// ---- carrying over into another context's package; each gives libuci's error
+// Into another context's package; each gives libuci's error.
 
 struct carrier {
     uci_context *ctx;
@@ -170,14 +207,13 @@ int ng_uci_carry_over(const ng_uci_changes &changes, uci_package *from, uci_cont
     int err = UCI_OK;
     for (const ng_uci_changes::touched &t : changes.sections) {
         uci_section *wanted = uci_lookup_section(from->ctx, from, t.section.c_str());
-        if (t.whole || !wanted) {
+        if (t.whole)
             err = carry.whole_section(t.section.c_str(), wanted);
-        } else {
-            for (const std::string &name : t.options)
-                if (!err)
-                    err = carry.option(t.section.c_str(), name.c_str(),
-                                       uci_lookup_option(from->ctx, wanted, name.c_str()));
-        }
+        for (const std::string &name : t.options)
+            if (!err && !t.whole)
+                err = carry.option(t.section.c_str(), name.c_str(),
+                                   wanted ? uci_lookup_option(from->ctx, wanted, name.c_str())
+                                          : nullptr);
         if (err)
             break;
     }

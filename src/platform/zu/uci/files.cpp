@@ -3,6 +3,7 @@
 // takes its own; shared locks do not exclude each other, so libuci's, which are for reading, come
 // at once. And its delta file, the changes that are saved and not committed: lines are added to it
 // all or none, where libuci's own saving leaves a torn line on a full disk and calls it a success.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -64,6 +65,25 @@ ng_uci_read_locks::ng_uci_read_locks(const uci_context *ctx, const char *package
 bool ng_uci_read_locks::add(const std::string &path)
 {
     return ng_uci_open_locked(path, O_RDONLY, LOCK_SH, &held_.emplace_back(-1));
+}
+
+static bool is_empty(int fd)
+{
+    struct stat info;
+    return fd < 0 || (fstat(fd, &info) == 0 && info.st_size == 0);
+}
+
+std::optional<std::string> ng_uci_read_locks::whole_text() const
+{
+    struct stat info;
+    const zu_descriptor &config = held_.front();
+    if (!std::all_of(held_.begin() + 1, held_.end(), is_empty) || config < 0 ||
+        fstat(config, &info) != 0)
+        return {};
+    std::string text(static_cast<size_t>(info.st_size), '\0');
+    if (pread(config, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+        return {};
+    return text;
 }
 
 bool ng_uci_is_free(const char *package)

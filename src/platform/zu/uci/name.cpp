@@ -106,6 +106,7 @@ int ng_uci_lookup(uci_context *ctx, uci_ptr *ptr, std::string &text, const char 
     if (uci_lookup_package(ctx, package.c_str()))
         return uci_lookup_ptr(ctx, ptr, text.data(), true);
     const ng_uci_read_locks locks(ctx, package.c_str()); // the look-up loads the package
+    ng_uci_note_file(ctx, package, locks);
     return locks ? uci_lookup_ptr(ctx, ptr, text.data(), true) : UCI_ERR_IO;
 }
 

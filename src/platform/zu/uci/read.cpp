@@ -15,18 +15,26 @@ static bool find(const char *name, std::string &text, uci_ptr *ptr)
     return ctx && ng_uci_lookup(ctx, ptr, text, name) == UCI_OK && ng_uci_is_found(*ptr);
 }
 
-int _ng_uci_get_val_cb(const char *name, void (*cb)(const char *value, void *priv), void *priv)
+/// False when there is no such option.
+static bool read_items(const char *name, std::vector<std::string> &items)
 {
     std::string text;
     uci_ptr ptr;
     if (!find(name, text, &ptr) || !ptr.o)
-        return -1;
-    std::vector<std::string> values; // copies: the callback may change the option
+        return false;
     uci_element *e;
     if (ptr.o->type == UCI_TYPE_STRING)
-        values.emplace_back(ptr.o->v.string);
+        items.emplace_back(ptr.o->v.string);
     else
-        uci_foreach_element(&ptr.o->v.list, e) values.emplace_back(e->name);
+        uci_foreach_element(&ptr.o->v.list, e) items.emplace_back(e->name);
+    return true;
+}
+
+int _ng_uci_get_val_cb(const char *name, void (*cb)(const char *value, void *priv), void *priv)
+{
+    std::vector<std::string> values; // copies: the callback may change the option
+    if (!read_items(name, values))
+        return -1;
     for (const std::string &value : values)
         cb(value.c_str(), priv);
     return 0;
@@ -35,10 +43,7 @@ int _ng_uci_get_val_cb(const char *name, void (*cb)(const char *value, void *pri
 std::vector<std::string> ng_uci_items(const std::string &name)
 {
     std::vector<std::string> items;
-    const auto add = [](const char *value, void *priv) {
-        static_cast<std::vector<std::string> *>(priv)->emplace_back(value);
-    };
-    (void)_ng_uci_get_val_cb(name.c_str(), add, &items);
+    (void)read_items(name.c_str(), items);
     return items;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,14 +42,18 @@ bool ng_uci_is_found(const uci_ptr &ptr);
 struct ng_uci_changes {
     struct touched {
         std::string section;
+        std::string before; ///< all of the section as one text, before the first change
         std::vector<std::string> options;
         bool whole; ///< made, deleted or given another type: all of its options count
     };
     std::string package;
     std::vector<touched> sections;
 
-    /// Notes an option, or with a null option the section as a whole.
-    void touch(const char *section, const char *option);
+    /// To be called before what `ptr` names is changed: an option, or without one the section as a
+    /// whole.
+    void touch(const uci_ptr &ptr);
+    /// False when all that was touched is again what it was.
+    bool came_to_something(uci_package *now) const;
 };
 
 /// The changes noted so far of a package of the change context.
@@ -74,12 +79,22 @@ public:
     ng_uci_read_locks(const uci_context *ctx, const char *package);
     /// False (logged) when another process does not let go of its lock.
     explicit operator bool() const { return free_; }
+    /// The package's file, when that is all there is: null while changes are saved beside it.
+    std::optional<std::string> whole_text() const;
 
 private:
     bool add(const std::string &path);
     std::vector<zu_descriptor> held_;
     bool free_;
 };
+
+/// To be called before libuci reads a package into `ctx`; what it reads is noted when that is the
+/// change context.
+void ng_uci_note_file(const uci_context *ctx, const std::string &package,
+                      const ng_uci_read_locks &locks);
+/// The file that the change context has read the package from; null when it also read changes that
+/// were saved beside it.
+const std::string *ng_uci_noted_file(const std::string &package);
 
 /// Adds the lines to the package's delta file, all or none. 0 or -1 (logged).
 [[nodiscard]] int ng_uci_delta_add(const char *package, const std::string &lines);
