@@ -96,17 +96,26 @@ int wifid_parse_config(blob_attr *params)
 
 // ---- record ─► configuration ─► radios
 
-/// Writes and commits; `next` becomes the record to be in force. 0 or -1: then nothing is changed.
-static int write_and_commit(const wifi_settings &settings, wifi_settings *next,
-                            std::string *held_back, bool *changed)
+/// What a commit puts into force.
+struct written_push {
+    record_handle live;
+    wifi_first_ssids on_air;
+    std::string held_back; ///< batch file of the radio stage, when that has to wait
+    bool changed;          ///< a package is another now
+};
+
+/// Writes and commits. 0 or -1: then nothing is changed.
+static int write_and_commit(const wifi_settings &settings, written_push *push)
 {
-    if (wifi_write_settings(settings, held_back) != 0)
+    if (wifi_write_settings(settings, &push->held_back) != 0)
         return -1;
-    wifi_read_foreign_settings(next); // after the commit another process may lock the packages
-    if (wifi_commit_packages(changed) == 0)
+    // Now: after the commit another process may lock the packages.
+    wifi_read_foreign_settings(push->live.get());
+    push->on_air = wifi_radio_first_ssids();
+    if (wifi_commit_packages(&push->changed) == 0)
         return 0;
-    if (!held_back->empty())
-        (void)unlink(held_back->c_str());
+    if (!push->held_back.empty())
+        (void)unlink(push->held_back.c_str());
     return -1;
 }
 
@@ -138,23 +147,21 @@ int wifid_write_config(const wifi_settings *settings)
     }
     if (!wifi_settings_can_be_written(*settings) || !wifi_packages_can_be_changed())
         return -1;
-    const record_handle next(new (std::nothrow) wifi_settings(*settings));
-    std::string held_back;
-    bool changed = false;
-    if (!next)
+    written_push push{record_handle(new (std::nothrow) wifi_settings(*settings)), {}, {}, false};
+    if (!push.live)
         return no_memory(-1);
-    if (write_and_commit(*settings, next.get(), &held_back, &changed) != 0)
+    if (write_and_commit(*settings, &push) != 0)
         return -1;
     const bool saved_orphans = gWifi_live_settings.save_orphans;
-    gWifi_live_settings = *next;
-    radios_follow(*next, held_back);
+    gWifi_live_settings = *push.live;
+    radios_follow(*push.live, push.held_back);
     wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
-    if (changed) {
+    if (push.changed) {
         (void)gWifi_requests.reload_config();
-        wifi_radio_list_ifaces();
+        wifi_radio_list_ifaces(push.on_air);
     }
-    orphand_follows(saved_orphans, next->save_orphans);
+    orphand_follows(saved_orphans, push.live->save_orphans);
     wifid_apply_bridges();
     return 0;
 }

@@ -10,7 +10,6 @@
 
 constexpr int LIST_AGAIN_MS = 10000;
 
-/// Number (1..4) of the first SSID that is meant to be on the air on the radio, or 0.
 static int first_access_point(int radio)
 {
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++) {
@@ -23,13 +22,12 @@ static int first_access_point(int radio)
 
 /// A radio with an access point is surveyed there, and scanned there when the platform has no radio
 /// that scans beside the others.
-static void list_radio(int radio, bool scan_access_points)
+static void list_radio(int radio, int ssid, bool scan_access_points)
 {
     if (wifi_radio_band_type(radio) == WIFI_BAND_SCANNING) {
         add_scanning_iface("scan", false);
         return;
     }
-    const int ssid = first_access_point(radio);
     if (ssid == 0)
         return;
     char ifname[16];
@@ -51,23 +49,38 @@ static void list_ifaces_cb(uloop_timeout *)
     wifi_radio_list_ifaces();
 }
 
-void wifi_radio_list_ifaces()
+static uloop_timeout gAgain = {.list = {}, .pending = false, .cb = list_ifaces_cb, .time = {}};
+
+wifi_first_ssids wifi_radio_first_ssids()
 {
-    static uloop_timeout again = {.list = {}, .pending = false, .cb = list_ifaces_cb, .time = {}};
-    if (!is_readable()) { // the lists stay as they are
-        log_info("The interfaces to scan and to survey cannot be read now");
-        uloop_timeout_set(&again, LIST_AGAIN_MS);
-        return;
-    }
-    uloop_timeout_cancel(&again);
+    wifi_first_ssids first_ssids{};
+    for (int radio = 0; radio < wifi_radio_count(); radio++)
+        first_ssids[static_cast<size_t>(radio)] = first_access_point(radio);
+    return first_ssids;
+}
+
+void wifi_radio_list_ifaces(const wifi_first_ssids &first_ssids)
+{
+    uloop_timeout_cancel(&gAgain);
     const bool was_scanning = wifi_scan_in_flight();
     wifi_flush_scanning_ifaces();
     const bool scan_access_points = !platform_wireless_get_scanning_support();
     const int radios = wifi_radio_count();
     for (int radio = 0; radio < radios; radio++)
-        list_radio(radio, scan_access_points);
+        list_radio(radio, first_ssids[static_cast<size_t>(radio)], scan_access_points);
     if (was_scanning)
         wifi_scan_resume();
+}
+
+void wifi_radio_list_ifaces()
+{
+    if (is_readable()) {
+        wifi_radio_list_ifaces(wifi_radio_first_ssids());
+        return;
+    }
+    // The lists stay as they are.
+    log_info("The interfaces to scan and to survey cannot be read now");
+    uloop_timeout_set(&gAgain, LIST_AGAIN_MS);
 }
 
 void wifi_radio_start()

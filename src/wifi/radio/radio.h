@@ -2,17 +2,25 @@
 // object "wifi"), radar and channel switches from the kernel.
 #pragma once
 
+#include <array>
 #include <libubus.h>
 #include <optional>
 #include <vector>
 
 #include "platform/fw_core/jobs.h"
+#include "wifi/settings/record.h"
 
 /// Begins with nothing known of u80211d, no interface listed and the kernel's events listened to.
 /// Once, when the wireless state is initialised.
 void wifi_radio_start();
-/// Lists the interfaces to scan and to survey as they are configured now. What was in flight on the
-/// scanning interfaces is aborted and asked for anew; surveys keep their counters.
+/// Of each radio the number (1..4) of the first SSID that is meant to be on the air there, or 0.
+using wifi_first_ssids = std::array<int, WIFI_RADIOS_MAX>;
+/// As it is configured now.
+wifi_first_ssids wifi_radio_first_ssids();
+/// Lists the interfaces to scan and to survey. What was in flight on the scanning interfaces is
+/// aborted and asked for anew; surveys keep their counters.
+void wifi_radio_list_ifaces(const wifi_first_ssids &first_ssids);
+/// As above, as they are configured now; when that cannot be read, as soon as it can be.
 void wifi_radio_list_ifaces();
 
 // u80211d on the bus
