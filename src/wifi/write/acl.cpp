@@ -21,9 +21,9 @@ std::vector<std::string> wifi_acl_entries(const wifi_ssid_settings &settings)
 /// Takes out what has vanished and adds what is new; what stays keeps its place.
 static void reconcile(const std::string &list, const std::vector<std::string> &wanted)
 {
-    const std::vector<std::string> before = ng_uci_items(list);
-    if (before == wanted)
+    if (ng_uci_is_list(list, wanted))
         return;
+    const std::vector<std::string> before = ng_uci_items(list);
     const mac_set all(wanted.begin(), wanted.end());
     mac_set there;
     std::vector<std::string> after;
@@ -38,7 +38,7 @@ static void reconcile(const std::string &list, const std::vector<std::string> &w
 
 void wifi_write_acl_list_config(const wifi_write &w, int ssid)
 {
-    const std::vector<std::string> wanted = wifi_acl_entries(w.settings->ssids[ssid - 1]);
+    const std::vector<std::string> &wanted = w.access_lists[ssid - 1];
     if (wanted.empty())
         log_notice("No valid ACL for ssid %d", ssid - 1); // counted from 0 here
     for (int radio = 0; radio < w.radios; radio++) {

@@ -159,6 +159,14 @@ static values option_values(const wifi_part &part, const wifi_field &row)
     return {row.kind == SETTINGS_STRING ? "" : std::to_string(row.absent)};
 }
 
+/// As comparing with option_values(), but long lists are not copied for it.
+static bool option_says(const wifi_part &part, const wifi_field &row, const values &wanted)
+{
+    const std::string name = says_it_now(part, row) ? option_of(part, row) : std::string();
+    const bool plain_list = field_is_list(row) && !row.prefix[0] && !name.empty();
+    return (plain_list && ng_uci_is_list(name, wanted)) || option_values(part, row) == wanted;
+}
+
 /// Empty when nothing is kept.
 static values kept_values(const wifi_part &part, const wifi_field &row)
 {
@@ -186,7 +194,7 @@ static void keep_row(const wifi_part &part, const wifi_field &row)
     const std::string name = kept_option(part, row);
     const values wanted = field_texts(row, part.record);
     ng_uci_clear(name);
-    if (row.stage == FOREIGN || wanted == option_values(part, row))
+    if (row.stage == FOREIGN || option_says(part, row, wanted))
         return;
     if (!field_is_list(row)) {
         ng_uci_put(name, ("=" + wanted.front()).c_str());

@@ -131,14 +131,14 @@ static void write_roaming(const std::string &ap, const wifi_ssid_settings &setti
     }
 }
 
-static void write_access_list(const std::string &ap, const wifi_ssid_settings &settings)
+static void write_access_list(const std::string &ap, const std::vector<std::string> &addresses)
 {
-    if (!settings.acl_list[0][0]) {
+    if (addresses.empty()) {
         clear_options(ap, {"macfilter", "maclist"});
         return;
     }
     ng_uci_put(ap + ".macfilter", "allow");
-    ng_uci_put_list(ap + ".maclist", wifi_acl_entries(settings));
+    ng_uci_put_list(ap + ".maclist", addresses);
 }
 
 static void write_access_point(const wifi_write &w, int radio, int ssid)
@@ -150,7 +150,7 @@ static void write_access_point(const wifi_write &w, int radio, int ssid)
     fields_write(wifi_ssid_part(*w.settings, ssid, radio), "wireless.ap%d_%d");
     write_encryption(ap, settings);
     write_roaming(ap, settings, ssid);
-    write_access_list(ap, settings);
+    write_access_list(ap, w.access_lists[ssid - 1]);
     const rate_set *rates = find_rates(w.settings->radios[radio].disable_lower_rates);
     put_or_clear(ap + ".mcast_rate", rates ? rates->multicast : nullptr);
     for (const char *option : {".acl_accept_notify", ".acl_deny_notify"})

@@ -17,6 +17,7 @@ struct wifi_write {
     bool lldp_complete;         ///< interfaces may be on
     uint32_t address_base;      ///< of the address plan
     uint32_t upstream_state;    ///< tarn_net_upstream
+    std::vector<std::string> access_lists[WIFI_SSIDS];
 };
 
 bool wifi_write_is_scanning(const wifi_write &w, int radio);

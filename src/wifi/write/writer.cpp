@@ -85,6 +85,8 @@ static wifi_write begin(const wifi_settings &settings)
     w.address_base =
         wifi_plan_base(settings.node_id, settings.node_id < 0 ? management_mac() : nullptr);
     w.upstream_state = node_state().inet_test.upstream_state;
+    for (int i = 0; i < WIFI_SSIDS; i++)
+        w.access_lists[i] = wifi_acl_entries(settings.ssids[i]);
     return w;
 }
 
