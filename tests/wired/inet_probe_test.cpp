@@ -358,6 +358,9 @@ TEST_F(InetTest, PushThatChangesNothingOfTheTestLeavesItAlone)
         EXPECT_TRUE(idle()) << other;
     }
     EXPECT_EQ(gOnline_settings.failure_tolerance, 4);
+    run("uci set tarn_net.inet_test_config.test_interval=8; uci commit tarn_net");
+    EXPECT_EQ(push(R"({"params":{}})"), 0);
+    EXPECT_EQ(gOnline_settings.test_interval, 8) << "nor does it keep what another has changed";
 }
 
 TEST_F(InetTest, TicksDuringACycleAndReloads)
