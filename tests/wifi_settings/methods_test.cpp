@@ -162,7 +162,7 @@ TEST_F(SettingsMethods, TarnStatusShowsTheNodeOnOneScreen)
     EXPECT_EQ(status_of("tarn-status"), 1) << "the daemon is away";
 }
 
-TEST_F(SettingsMethods, AnOverrideHoldsUntilTheCloudRepeatsItsNonce)
+TEST_F(SettingsMethods, AnOverrideOfARefusedDocumentIsNone)
 {
     ASSERT_EQ(push(example("home")).status, 0);
     const std::string local = run("uci show tarn_net.local").output;
@@ -172,18 +172,6 @@ TEST_F(SettingsMethods, AnOverrideHoldsUntilTheCloudRepeatsItsNonce)
         R"("Failed to write uci batch config"]})");
     settle();
     EXPECT_EQ(run("uci show tarn_net.local").output, local) << "an override nobody asked for";
-    ASSERT_EQ(push(R"({"params":{"lonely_friend":true}})").document, TAKEN);
-    const std::string shown = dump(false);
-    EXPECT_NE(shown.find(R"("override_reason":"lonely")"), std::string::npos);
-    const size_t at = shown.find(R"("radio_override":")") + 18;
-    const std::string nonce = shown.substr(at, shown.find('"', at) - at);
-    EXPECT_EQ(push(R"({"params":{"enable":true}})").document,
-              R"({"success":false,"messages":)"
-              R"(["Local radio settings override, ignoring configuration"]})");
-    EXPECT_EQ(
-        push(R"({"params":{"enable":true,"channel_change_nonce":")" + nonce + "\"}}").document,
-        TAKEN);
-    EXPECT_NE(dump(false).find(R"("radio_override":"")"), std::string::npos);
 }
 
 TEST_F(SettingsMethods, TheWiredDocumentIsTakenWholeOrNotAtAll)

@@ -49,60 +49,10 @@ TEST_F(Parse, WhatIsOmittedStays)
         EXPECT_EQ(take(odd)->enable, live.enable) << odd;
 }
 
-TEST_F(Parse, NumbersAndTextsLandInTheirMembers)
+TEST_F(Parse, ScanningPeriodIsInSecondsAsThirtyTwoBitsHoldThem)
 {
-    const parsed top = take(R"({"node_id":-3,"scanning_period":30,"presence_enable":true,
-        "presence_period":61,"delayed_settings":true,"antenna_type":"patch","save_orphans":[],
-        "mesh":{"protocol":"BATMAN_IV_LONG","key":"k",
-                "batman":{"hop_penalty":1,"gw_stickiness":2,"bridge_loop_avoidance":true}}})");
-    EXPECT_EQ(top->node_id, -3);
-    EXPECT_EQ(top->scanning_period, 1800);
-    EXPECT_TRUE(top->presence_enable && top->delayed && top->save_orphans);
-    EXPECT_EQ(top->presence_interval, 61);
-    EXPECT_EQ(top->antenna_type, 2);
-    EXPECT_STREQ(top->mesh_protocol, "BATMAN_IV_L"); // cut, and terminated
-    EXPECT_STREQ(top->mesh_key, "k");
-    EXPECT_EQ(top->hop_penalty, 1);
-    EXPECT_EQ(top->gw_stickiness, 2);
-    EXPECT_TRUE(top->bridge_loop_avoidance);
-    EXPECT_EQ(take(R"({"antenna_type":"dipole"})")->antenna_type, 1);
-    EXPECT_EQ(take(R"({"scanning_period":71582789})")->scanning_period, 44); // as 32 bits hold it
-
-    const wifi_radio_settings radio =
-        take(R"({"radios":[{"band":"5GHz","enable":true,"channel":149,"mode":"VHT80","txpower":-1,
-             "rtscts":7,"disable_lower_rates":2,"mesh_enable":true}]})")
-            ->radios[1];
-    EXPECT_EQ(radio.enable, 1u);
-    EXPECT_EQ(radio.channel, 149u);
-    EXPECT_STREQ(radio.htmode, "VHT80");
-    EXPECT_EQ(radio.txpower, -1);
-    EXPECT_EQ(radio.rtscts, 7);
-    EXPECT_EQ(radio.disable_lower_rates, 2);
-    EXPECT_TRUE(radio.mesh_enable);
-}
-
-TEST_F(Parse, EveryTextIsCutToItsMember)
-{
-    const std::string json = example("limits");
-    const document limits(json, true);
-    const parsed result(limits.params(), live);
-    ASSERT_EQ(result.status, 0);
-    const wifi_ssid_settings &ssid = result->ssids[3];
-    EXPECT_EQ(strlen(ssid.ssid), 32u);
-    EXPECT_EQ(strlen(ssid.roaming_key), 64u);
-    EXPECT_EQ(strlen(ssid.roaming_domain), 4u);
-    EXPECT_EQ(strlen(ssid.dns_servers[3]), 127u);
-    EXPECT_EQ(strlen(ssid.dhcp.lease_len), 15u);
-    // Ten bytes more in every text change nothing: only the members' own bytes are written.
-    std::string longer = json;
-    for (const char *key : {"\"protocol\":\"", "\"mode\":\"", "\"ssid\":\"", "\"key\":\"",
-                            "\"enc\":\"", "\"radius_server\":\"", "\"lease_length\":\""})
-        for (size_t at = 0; (at = longer.find(key, at)) != std::string::npos; at += 8)
-            longer.insert(longer.find('"', at + strlen(key)), "0123456789");
-    const document too_long(longer, true);
-    const parsed cut(too_long.params(), live);
-    ASSERT_EQ(cut.status, 0);
-    EXPECT_EQ(memcmp(cut.settings.get(), result.settings.get(), sizeof(wifi_settings)), 0);
+    EXPECT_EQ(take(R"({"scanning_period":30})")->scanning_period, 1800);
+    EXPECT_EQ(take(R"({"scanning_period":71582789})")->scanning_period, 44);
 }
 
 TEST_F(Parse, ListsReplaceWhatWasThereAndStopWhenFull)
@@ -160,20 +110,6 @@ TEST_F(Parse, AnSsidIsConfiguredByItsElement)
     EXPECT_TRUE(result->ssids[0].dhcp.enable);
     EXPECT_STREQ(result->ssids[0].dhcp.relay, "2.2.2.2");
     EXPECT_EQ(result->ssids[0].dhcp.start, 9);
-}
-
-TEST_F(Parse, OfTwoEqualKeysTheFirstThatFitsCounts)
-{
-    blob_buffer message;
-    blobmsg_buf_init(&message);
-    void *params = blobmsg_open_table(&message, "params");
-    blobmsg_add_string(&message, "node_id", "no number");
-    blobmsg_add_u32(&message, "node_id", 7);
-    blobmsg_add_u32(&message, "node_id", 8);
-    blobmsg_close_table(&message, params);
-    const parsed result(static_cast<blob_attr *>(blob_data(message.head)), live);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result->node_id, 7);
 }
 
 //  override in force   document                          outcome

@@ -297,43 +297,6 @@ TEST_F(Pushed, OnAPlatformWithoutDfsScanningOrAddress)
     EXPECT_EQ(logged("Platform data has no management mac member"), 1);
 }
 
-TEST_F(Pushed, KeepsEverythingOffUntilPowerIsNegotiated)
-{
-    const std::string document = R"({"delayed_settings":false,"radios":[{"band":"2.4GHz",
-        "enable":true,"channel":6,"mesh_enable":true},{"band":"5GHz","enable":true,"channel":52,
-        "mode":"VHT80","mesh_enable":true}],"ssids":[{"index":1,"enable":true},{"index":2,
-        "enable":false},{"index":3,"enable":true},{"index":4,"enable":true}]})";
-    const std::vector<std::string> interfaces = {"ap0_1", "ap0_2", "ap0_3", "ap0_4", "ap1_1",
-                                                 "ap1_2", "ap1_3", "ap1_4", "mesh0", "mesh1"};
-    const auto options = [&](const char *option) {
-        std::string all;
-        for (const std::string &name : interfaces)
-            all += uci("wireless." + name + "." + option);
-        return all;
-    };
-    run("echo 0 >/sys/class/gpio/dc_detect/value; "
-        "echo \"wireless._lldp='state'\nwireless._lldp.negotiation_complete='0'\" "
-        ">/var/state/wireless");
-    ASSERT_EQ(push(document), 0);
-    EXPECT_EQ(options("config_enable"), "1011101111");
-    EXPECT_EQ(options("enable"), "0000000000");
-    wifi_restore_config_enabled_interfaces(true);
-    (void)ng_uci_renew_change_context();
-    EXPECT_EQ(options("enable"), "0000000000") << "too early";
-
-    run("echo \"wireless._lldp.negotiation_complete='1'\" >>/var/state/wireless");
-    wifi_restore_config_enabled_interfaces(true);
-    (void)ng_uci_renew_change_context();
-    EXPECT_EQ(options("enable"), "1011101110") << "all but the mesh on a DFS channel";
-    EXPECT_EQ(options("config_enable"), "1011101111");
-
-    run("echo 1 >/sys/class/gpio/dc_detect/value; "
-        "echo \"wireless._lldp.negotiation_complete='0'\" >>/var/state/wireless");
-    ASSERT_EQ(push(document), 0);
-    EXPECT_EQ(options("enable"), "1011101110") << "power enough without negotiation";
-    EXPECT_EQ(logged("ERROR"), 0);
-}
-
 TEST_F(Pushed, ForwardingToTheWireFollowsVlanAndBridging)
 {
     strcpy(gTarn_net_state.inet_test.uplink_iface, "br-wired1");

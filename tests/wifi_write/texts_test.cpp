@@ -94,9 +94,10 @@ TEST_F(Texts, ComeThroughBatchAndUciUnchanged)
     ASSERT_EQ(push(R"({"delayed_settings":false,"radios":[{"band":"5GHz","enable":true,
         "channel":36,"mesh_enable":true}]})"),
               0);
-    for (const char *text :
-         {"it's", "'", "\\", "\"", "$(touch /tmp/pwned)", "`touch /tmp/pwned`", " lead and trail ",
-          "h\xc3\xa9", "\xff\x80", "a;b", "#", "x' 'y", "\\'", "%s%n", "&touch /tmp/pwned", ""}) {
+    const std::string longest(200, 'y'); // cut to what each setting has room for
+    for (const char *text : {longest.c_str(), "it's", "'", "\\", "\"", "$(touch /tmp/pwned)",
+                             "`touch /tmp/pwned`", " lead and trail ", "h\xc3\xa9", "\xff\x80",
+                             "a;b", "#", "x' 'y", "\\'", "%s%n", "&touch /tmp/pwned", ""}) {
         SCOPED_TRACE(text);
         ASSERT_EQ(push(with_text(TEXT_FIELDS, in_json(text))), 0);
         EXPECT_NE(batch_file(), "");
@@ -110,7 +111,7 @@ TEST_F(Texts, ComeThroughBatchAndUciUnchanged)
 
         ASSERT_EQ(push(R"({"orphan_connect":{"radio":"5GHz","bssid":")" + in_json(text) + R"("}})"),
                   0);
-        EXPECT_EQ(uci("wireless.orph_conn1.bssid"), text);
+        EXPECT_EQ(uci("wireless.orph_conn1.bssid"), std::string(text).substr(0, 31));
         ASSERT_EQ(push(std::string(R"({"channel_change_nonce":")") +
                        wifi_live_settings()->radio_override + "\"}"),
                   0);
