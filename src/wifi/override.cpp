@@ -22,6 +22,7 @@ constexpr char NONCE_OPTION[] = "tarn_net.local.radio_override";
 constexpr char REASON_OPTION[] = "tarn_net.local.override_reason";
 
 static uloop_timeout gCommit_timer;
+static bool gUncommitted; ///< the live record's override is not what the configuration says yet
 
 static void save(const wifi_settings *settings)
 {
@@ -38,6 +39,17 @@ bool wifi_radio_override_active()
 void wifi_radio_override_clear()
 {
     gWifi_live_settings.radio_override[0] = '\0';
+    gUncommitted = true;
+}
+
+void wifi_radio_override_keep(wifi_settings *fresh)
+{
+    if (!gUncommitted)
+        return;
+    memcpy(fresh->radio_override, gWifi_live_settings.radio_override,
+           sizeof(fresh->radio_override));
+    memcpy(fresh->override_reason, gWifi_live_settings.override_reason,
+           sizeof(fresh->override_reason));
 }
 
 bool wifi_radio_override_delete()
@@ -46,7 +58,8 @@ bool wifi_radio_override_delete()
         return true;
     const bool deleted = ng_uci_clear(NONCE_OPTION);
     ng_uci_renew_change_context();
-    return ng_uci_commit("tarn_net") == 0 && deleted;
+    gUncommitted = ng_uci_commit("tarn_net") != 0 || !deleted;
+    return !gUncommitted;
 }
 
 void wifi_set_radio_override(const char *reason, wifi_settings *settings)
@@ -68,21 +81,28 @@ void wifi_set_radio_override(const char *reason, wifi_settings *settings)
     save(settings);
 }
 
-static void commit_again_cb(uloop_timeout *timer)
+static void commit_again_cb(uloop_timeout *);
+
+static void commit()
+{
+    gUncommitted = ng_uci_commit("tarn_net") != 0;
+    gCommit_timer.cb = commit_again_cb;
+    if (gUncommitted)
+        uloop_timeout_set(&gCommit_timer, COMMIT_AGAIN_MS);
+    else
+        uloop_timeout_cancel(&gCommit_timer);
+}
+
+static void commit_again_cb(uloop_timeout *)
 {
     save(&gWifi_live_settings); // as it is now: a push may have ended it
-    if (ng_uci_commit("tarn_net") != 0)
-        uloop_timeout_set(timer, COMMIT_AGAIN_MS);
+    commit();
 }
 
 void wifi_radio_override_record(const char *reason)
 {
     wifi_set_radio_override(reason, &gWifi_live_settings);
-    gCommit_timer.cb = commit_again_cb;
-    if (ng_uci_commit("tarn_net") != 0)
-        uloop_timeout_set(&gCommit_timer, COMMIT_AGAIN_MS);
-    else
-        uloop_timeout_cancel(&gCommit_timer);
+    commit();
 }
 
 // ---- what a document says about overrides

@@ -11,6 +11,9 @@ bool wifi_radio_override_active();
 /// Ends the local radio override in the live record; wifi_radio_override_delete() takes it out of
 /// UCI.
 void wifi_radio_override_clear();
+/// To be called with a record read anew from UCI: the override that the live record has, or has
+/// ended, counts as long as it could not be committed.
+void wifi_radio_override_keep(wifi_settings *fresh);
 /// Takes an override that has ended out of UCI, committed; one that has begun since stays. False
 /// when it failed (logged) and is to be tried again.
 [[nodiscard]] bool wifi_radio_override_delete();

@@ -199,6 +199,7 @@ static int read_record()
     if (!wifi_settings_can_be_read())
         return UBUS_STATUS_UNKNOWN_ERROR;
     wifi_read_settings(fresh.get(), true);
+    wifi_radio_override_keep(fresh.get());
     gWifi_live_settings = *fresh;
     wifi_radios_now_in_force();
     wifi_radio_list_ifaces();

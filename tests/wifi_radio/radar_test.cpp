@@ -88,18 +88,33 @@ TEST_F(Radar, EventsOverrideAndCheckin)
     wifi_radio_override_clear();
 }
 
-TEST_F(Radar, AnOverrideThatCannotBeCommittedIsTriedAgain)
+TEST_F(Radar, AnOverrideThatCannotBeCommittedIsTriedAgainAndCountsMeanwhile)
 {
-    const int rival = open("/etc/config/tarn_net", O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(flock(rival, LOCK_EX), 0);
-    wifi_radio_override_record("dfs channel switch");
-    EXPECT_EQ(read_file("/etc/config/tarn_net").find("dfs channel"), std::string::npos);
-    close(rival);
+    constexpr char OPTION[] = "tarn_net.local.radio_override";
     uloop_clock_virtual(true);
+    /// With another process's lock in the way; then the configuration is read anew.
+    const auto while_locked = [](auto change) {
+        const int rival = open("/etc/config/tarn_net", O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(flock(rival, LOCK_EX), 0);
+        change();
+        uloop_clock_run_ms(10); // the callback ends
+        close(rival);
+        EXPECT_EQ(wifi_reload_config(false), 0);
+    };
+    while_locked([] { wifi_radio_override_record("dfs channel switch"); });
+    EXPECT_EQ(uci(OPTION), "");
+    const std::string nonce = wifi_live_settings()->radio_override;
+    EXPECT_NE(nonce, "");
     uloop_clock_run_ms(31000);
+    EXPECT_EQ(uci(OPTION), nonce);
+
+    while_locked([] {
+        wifi_radio_override_clear();
+        EXPECT_FALSE(wifi_radio_override_delete());
+    });
+    EXPECT_TRUE(wifi_radio_override_delete());
+    EXPECT_EQ(uci(OPTION) + wifi_live_settings()->radio_override, "");
     uloop_clock_virtual(false);
-    EXPECT_EQ(uci("tarn_net.local.radio_override"), wifi_live_settings()->radio_override);
-    wifi_radio_override_clear();
 }
 
 } // namespace
