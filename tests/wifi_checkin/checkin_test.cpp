@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "platform/fw_core/fw_core.h"
+#include "platform/zu/clock.h"
 #include "support/fake_radios.h"
 #include "support/occurrences.h"
 #include "wifi/checkin_rows.h"
@@ -93,6 +94,7 @@ TEST_F(Checkin, UtilizationIsTheDifferenceOfTwoSamples)
     const struct {
         survey_sample before, now;
         const char *shown;
+        int age_s = 0;
     } cases[] = {
         {{1000, 100, 10, 50},
          {2000, 350, 60, 150},
@@ -101,10 +103,12 @@ TEST_F(Checkin, UtilizationIsTheDifferenceOfTwoSamples)
         {{2000, 100, 10, 50}, {1000, 350, 60, 150}, nullptr}, // the counters went back
         {{1000, 500, 10, 50}, {2000, 400, 60, 150}, nullptr}, // one of them
         {{1000, 100, 10, 50}, {1000, 100, 10, 50}, nullptr},
+        {{1000, 100, 10, 50}, {2000, 350, 60, 150}, nullptr, 700}, // two surveys unanswered
     };
     for (const auto &c : cases) {
         entry->previous = c.before;
         entry->latest = c.now;
+        entry->sampled_s = zu_monotonic_s() - c.age_s;
         const std::string shown = section();
         EXPECT_EQ(shown.find("utilization") != std::string::npos, c.shown != nullptr);
         if (c.shown) {

@@ -17,6 +17,7 @@ constexpr int SCAN_TRIGGER_TIMEOUT_MS = 30000;
 constexpr int U80211D_PAUSE_MS = 30000;
 /// Time-outs in a row that are answered by asking again; the next one restarts u80211d.
 constexpr int U80211D_RETRIES = 5;
+constexpr int SURVEY_PERIOD_MS = 300000;
 
 /// One scanning interface.
 struct scanning_result {
@@ -99,6 +100,7 @@ struct survey_entry {
     ubus_request request;
     uloop_timeout timer;
     survey_sample latest, previous;
+    int64_t sampled_s; ///< when the latest was taken: zu_monotonic_s()
     char ifname[16];
     int32_t radio_idx;
     bool data_generated;        ///< the last survey was answered

@@ -1,6 +1,7 @@
 // What the check-in and the health check ask of scans and surveys.
 #include <algorithm>
 
+#include "platform/zu/clock.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
@@ -14,6 +15,9 @@ wifi_scan_status wifi_scan_status_now()
                               entry->data_generated && entry->results.head, entry->results.head});
     return now;
 }
+
+/// One survey may go unanswered; then what the channel was like says nothing of what it is like.
+constexpr int SAMPLE_AGE_MAX_S = 2 * SURVEY_PERIOD_MS / 1000;
 
 /// A sample has one before it unless it is the first since the interface's start, when counters
 /// begin anew.
@@ -31,7 +35,7 @@ std::optional<wifi_channel_use> wifi_survey_channel_use(int radio)
         const survey_sample &now = entry->latest, &before = entry->previous;
         if (entry->radio_idx != radio)
             continue;
-        if (!follows(now, before))
+        if (!follows(now, before) || zu_monotonic_s() - entry->sampled_s > SAMPLE_AGE_MAX_S)
             return std::nullopt;
         const auto share = [active = now.active - before.active](uint64_t part) {
             return std::min(1.0, static_cast<double>(part) / static_cast<double>(active));

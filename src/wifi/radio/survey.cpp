@@ -11,12 +11,12 @@
 #include <new>
 
 #include "platform/zu/blobmsg_util.h"
+#include "platform/zu/clock.h"
 #include "platform/zu/log.h"
 #include "state/state.h"
 #include "wifi/radio/radio.h"
 #include "wifi/radio/radio_internal.h"
 
-constexpr int SURVEY_PERIOD_MS = 300000;
 constexpr int SURVEY_TIMEOUT_MS = 30000;
 
 LIST_HEAD(gSurvey_entries);
@@ -48,6 +48,7 @@ static void add_sample(survey_entry *entry, blob_attr *const *channel)
     };
     entry->previous = entry->latest;
     entry->latest = {counter(ACTIVE), counter(BUSY), counter(RX), counter(TX)};
+    entry->sampled_s = zu_monotonic_s();
     if (entry->latest.active >= entry->previous.active)
         return;
     log_info("Detected an interface restart, restart survey data collection");
