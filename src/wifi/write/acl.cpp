@@ -45,8 +45,9 @@ void wifi_write_acl_list_config(const wifi_write &w, int ssid)
         if (wifi_write_is_scanning(w, radio))
             continue; // it has no access points
         const std::string ap = wifi_ap_section(radio, ssid);
-        ng_uci_clear(ap + ".macfilter");
-        if (!wanted.empty())
+        if (wanted.empty())
+            ng_uci_clear(ap + ".macfilter");
+        else
             ng_uci_put(ap + ".macfilter", "allow");
         reconcile(ap + ".maclist", wanted);
     }
