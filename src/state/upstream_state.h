@@ -22,7 +22,8 @@ struct upstream_record {
     uloop_timeout mesh_up_timer;
     int32_t wc_eth0_up_count; ///< consecutive passed mesh cycles with link on the port
     int32_t wc_eth1_up_count;
-    uint32_t unmade; ///< steps (upstream_step) that could not be put into force
+    int32_t lonely_passes; ///< consecutive passed cycles that the lonely service kept from counting
+    uint32_t unmade;       ///< steps (upstream_step) that could not be put into force
     uloop_timeout make_up_timer;
     int32_t make_up_delay_ms;
     int32_t gw_mode_of;           ///< index of the bat0 whose gateway mode was set; 0: of none

@@ -11,7 +11,7 @@
 //   MESH        passed through the mesh, no      eth0 or eth1 had link for  MESH, with the wired
 //               wired bridge known               tolerance passed cycles    bridge now known
 //   LONELY      a mesh success, or a radio       the lonely service does    MESH
-//               override in force                not run
+//               override in force                not run, or hangs
 //   NONE, WAN   failures ≥ tolerance             a radio has its mesh on    MESH
 //   NONE, WAN   failures ≥ 30                    all pre-configured         MESH
 //   NONE, WAN   failures ≥ tolerance             neither                    stays
@@ -43,6 +43,7 @@
 constexpr int MESH_READY_MS = 150000;
 constexpr int MESH_UP_MS = 600000;
 constexpr int PRE_CONFIG_FAILURE_TOLERANCE = 30;
+constexpr int LONELY_LIMIT_S = 600;
 
 bool inet_test_run_additional_mesh_tests()
 {
@@ -112,13 +113,26 @@ static bool mesh_cycle_passed()
     return inet_test_run_additional_mesh_tests();
 }
 
+/// Whether the lonely service's scan has to end first. One that hangs does not keep the node from a
+/// mesh that has carried it all the time.
+static bool waits_for_lonely()
+{
+    int32_t &passes = gTarn_net_state.upstream.lonely_passes;
+    const bool runs = lonely_is_running();
+    passes = runs && gTarn_net_state.inet_test.test_passed != 0 ? passes + 1 : 0;
+    if (static_cast<int64_t>(passes - 1) * inet_test_settings().test_interval < LONELY_LIMIT_S)
+        return runs;
+    log_warning("The lonely scan does not end, ending it");
+    return false;
+}
+
 /// What a cycle in the LONELY state, not over the wire, comes to.
 static uint32_t lonely_cycle_result(uint32_t result)
 {
     inet_test_state &test = gTarn_net_state.inet_test;
     if (wifi_radio_override_active())
         inet_test_count_passed();
-    if (lonely_is_running()) {
+    if (waits_for_lonely()) {
         // What it joins for its scan is not an upstream yet: nothing of the cycle moves the state.
         log_warning("Lonely is running, assume inet failure");
         memcpy(test.passed_iface, test.uplink_iface, sizeof test.passed_iface);
@@ -257,6 +271,7 @@ static void enter_lonely()
     upstream_send_inet_test(false);
     end_mesh_grace(false);
     lonely_start();
+    gTarn_net_state.upstream.lonely_passes = 0;
     wifi_radio_override_clear();
     (void)upstream_make(UPSTREAM_OVERRIDE, TARN_NET_LONELY_ORPHAN_STATE);
     upstream_forget(UPSTREAM_STOP_LONELY);

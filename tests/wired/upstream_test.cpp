@@ -227,6 +227,23 @@ TEST_F(Upstream, MeshHasTwoGracePeriods)
     }
 }
 
+TEST_F(Upstream, LonelyScanThatHangsIsEndedOnceTheMeshHasCarriedTheNodeForTenMinutes)
+{
+    gOnline_settings.test_interval = 60;
+    stand_in(LONELY, RP, WIRE);
+    lonely_runs(*this);
+    for (int i = 0; i < 10; i++)
+        end_cycle(MESH, RP);
+    end_cycle(LONELY, nullptr);
+    for (int i = 0; i < 10; i++)
+        end_cycle(MESH, RP);
+    EXPECT_EQ(test().upstream_state, LONELY) << "all the time, that is";
+    (void)commands();
+    end_cycle(MESH, RP);
+    EXPECT_EQ(test().upstream_state, MESH);
+    EXPECT_EQ(commands().front(), "/etc/init.d/lonely stop");
+}
+
 TEST_F(Upstream, MeshFailuresDoNotCountWhilePowerIsNegotiatedOrSettingsWait)
 {
     stand_in(MESH, RP, WIRE);
