@@ -121,6 +121,7 @@ static bool read_settings(online_settings *fresh)
     fresh->target_count = count_entries(fresh->targets);
     fresh->failure_tolerance = DEFAULT_FAILURE_TOLERANCE;
     (void)ng_uci_get_int(&fresh->failure_tolerance, "tarn_net.inet_test_config.failure_tolerance");
+    fresh->failure_tolerance = std::max(fresh->failure_tolerance, 1); // else a pass were a failure
     (void)ng_uci_get_int(&fresh->test_interval, "tarn_net.inet_test_config.test_interval");
     return true;
 }

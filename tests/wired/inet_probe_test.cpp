@@ -487,6 +487,10 @@ TEST_F(InetTest, SettingsThatAreMissingOrBad)
     EXPECT_EQ(reload(), 0);
     EXPECT_EQ(gOnline_settings.target_count, 0u) << "the old list is not kept";
     EXPECT_FALSE(test().timer.pending);
+    write_file("/etc/config/tarn_net", "config inet_test 'inet_test_config'\n"
+                                       "\toption failure_tolerance '0'\n");
+    EXPECT_EQ(reload(), 0);
+    EXPECT_EQ(gOnline_settings.failure_tolerance, 1) << "a cycle that passes is tolerated";
 }
 
 TEST_F(InetTest, ThousandCyclesLeaveNothingBehind)

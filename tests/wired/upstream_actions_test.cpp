@@ -422,9 +422,11 @@ TEST_F(UpstreamActions, PortThatYieldedIsBroughtUpWhenTheOtherOneFailsUntilThatI
     EXPECT_EQ(asked(), 0) << "in a row, that is";
     fail_cycles(1);
     EXPECT_EQ(asked(), 1);
-    for (int i = 0; i < 3; i++) // netifd is away, and the mesh is no reason to leave the port down
+    gUbus_ctx = nullptr;
+    for (int i = 0; i < 3; i++) // the bus is away, and the mesh is no reason to leave the port down
         end_cycle(MESH, "br-mesh_rp");
     EXPECT_EQ(asked(), 2);
+    gUbus_ctx = daemon;
     ubus_context *other = ubus_connect(socket_path.c_str());
     {
         fake_interface netifd(other, "network.interface", "{}");
