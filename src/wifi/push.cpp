@@ -203,6 +203,7 @@ static int read_record()
     gWifi_live_settings = *fresh;
     wifi_radios_now_in_force();
     wifi_radio_list_ifaces();
+    wifi_restore_portal_hosts();
     return UBUS_STATUS_OK;
 }
 

@@ -121,7 +121,8 @@ TEST_F(Pushed, WhatTheDeviceDoesNotHaveIsPassedOver)
 
 TEST_F(Pushed, FilesInTmpAreNotLedAstrayByLinks)
 {
-    run("mkdir -p /tmp/there; echo precious >/tmp/there/file; ln -s /tmp/there/file "
+    run("rm -f /tmp/cp-hosts*; "
+        "mkdir -p /tmp/there; echo precious >/tmp/there/file; ln -s /tmp/there/file "
         "/tmp/cp-hosts1; "
         "ln /tmp/there/file /tmp/cp-hosts2; ln -s /tmp/there/new /tmp/cp-hosts3; "
         "for i in $(seq 0 50); do ln -s /tmp/there/file /tmp/wifi-delayed-$(($(cut -d. -f1 "

@@ -140,9 +140,11 @@ TEST_F(Restarted, KnowsEveryExample)
     for (const char *name : {"home", "office", "guest_portal", "mesh_repeater", "limits"}) {
         ASSERT_EQ(push(json_message(example(name)).head), 0) << name;
         const std::string before = everything(), dump = shown();
+        const std::string hosts = run("cat /tmp/cp-hosts*; rm /tmp/cp-hosts*").output;
         restart();
         EXPECT_EQ(shown(), dump) << name;
         EXPECT_EQ(everything(), before) << name;
+        EXPECT_EQ(run("cat /tmp/cp-hosts*").output, hosts) << name;
     }
 }
 

@@ -151,10 +151,15 @@ static void write_addresses(const wifi_write &w, int ssid)
 
 // ---- captive portal
 
+static std::string portal_hosts(int ssid)
+{
+    return numbered("/tmp/cp-hosts", ssid);
+}
+
 /// The names a client logs out by. A link that somebody has put in the file's place goes first.
 static void write_portal_hosts(int ssid, const char *address)
 {
-    const std::string path = numbered("/tmp/cp-hosts", ssid);
+    const std::string path = portal_hosts(ssid);
     (void)unlink(path.c_str());
     if (!address[0])
         return;
@@ -178,6 +183,15 @@ void wifi_write_portal_hosts()
 {
     for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
         write_portal_hosts(ssid, gPortal_addresses[ssid - 1]);
+}
+
+void wifi_restore_portal_hosts()
+{
+    std::string address;
+    for (int ssid = 1; ssid <= WIFI_SSIDS; ssid++)
+        if (access(portal_hosts(ssid).c_str(), F_OK) != 0 &&
+            ng_uci_get_string(address, "network.ssid%d.ipaddr", ssid) == 0)
+            write_portal_hosts(ssid, address.c_str());
 }
 
 // ---- firewall

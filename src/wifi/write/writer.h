@@ -17,3 +17,6 @@ const char *wifi_at_once_reason(const wifi_settings &settings);
 void wifi_make_local_section();
 /// The portal's host files, with the addresses written last; to be called when they are committed.
 void wifi_write_portal_hosts();
+/// Writes those that are missing, as all are when the node has started, with the configured
+/// addresses.
+void wifi_restore_portal_hosts();
