@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <poll.h>
+#include <spawn.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -39,30 +40,54 @@ static void descriptors_close_on_exec()
     }
 }
 
-/// In the child. What the command says is nobody's business here, and `diff` says the keys that
-/// files of settings hold: it must not reach the system log, where our own output may go.
-[[noreturn]] static void become_shell(const char *command, bool bound, pid_t daemon)
+// What a command says is nobody's business here, and `diff` says the keys that files of settings
+// hold: it must not reach the system log, where our own output may go.
+constexpr char NOWHERE[] = "/dev/null";
+
+/// 0 and the child's id, or errno. Spawned, not forked: a fork marks every page of the daemon,
+/// which then faults at its next write to each.
+static int spawn_shell(const char *command, pid_t *pid)
+{
+    posix_spawnattr_t attributes;
+    int error = posix_spawnattr_init(&attributes);
+    if (error != 0)
+        return error;
+    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP); // a group of its own
+    posix_spawn_file_actions_t files;
+    error = posix_spawn_file_actions_init(&files);
+    if (error == 0) {
+        (void)posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, NOWHERE, O_WRONLY, 0);
+        char shell[] = "sh", option[] = "-c";
+        char *arguments[] = {shell, option, const_cast<char *>(command), nullptr};
+        error = posix_spawn(pid, "/bin/sh", &files, &attributes, arguments, environ);
+        (void)posix_spawn_file_actions_destroy(&files);
+    }
+    (void)posix_spawnattr_destroy(&attributes);
+    return error;
+}
+
+/// In the child, which dies with the daemon.
+[[noreturn]] static void become_bound_shell(const char *command, pid_t daemon)
 {
     (void)setpgid(0, 0); // a group of its own
-    if (bound)
-        (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const bool orphan = bound && getppid() != daemon;
+    (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int nowhere = open(NOWHERE, O_WRONLY | O_CLOEXEC);
+    const bool orphan = getppid() != daemon;
     if (!orphan && nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) >= 0 &&
         fcntl(STDOUT_FILENO, F_SETFD, 0) == 0) // it may have been closed, and be `nowhere` now
         execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     _exit(127); // as a shell says that it could not run a command
 }
 
-/// 0 and the child's id, or errno.
-static int spawn_shell(const char *command, bool bound, pid_t *pid)
+/// As spawn_shell(), which cannot ask for such a death.
+static int fork_bound_shell(const char *command, pid_t *pid)
 {
     // Not every shell becomes a single command by itself, which would then outlive the shell.
-    const std::string text = std::string(bound ? "exec " : "") + command;
+    const std::string text = std::string("exec ") + command;
     const pid_t daemon = getpid();
     *pid = fork();
     if (*pid == 0)
-        become_shell(text.c_str(), bound, daemon);
+        become_bound_shell(text.c_str(), daemon);
     return *pid < 0 ? errno : 0;
 }
 
@@ -100,7 +125,8 @@ static shell_result run(const char *command, bool bound)
     descriptors_close_on_exec();
     pid_t pid;
     int status = 0;
-    if (const int error = spawn_shell(command, bound, &pid); error != 0)
+    const int error = bound ? fork_bound_shell(command, &pid) : spawn_shell(command, &pid);
+    if (error != 0)
         return {false, error, 0};
     if (!wait_for(pid, LIMIT_MS, &status)) {
         log_error("'%s' has not ended within %d seconds, ending it", command, LIMIT_MS / 1000);
