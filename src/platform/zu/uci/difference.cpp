@@ -34,13 +34,18 @@ static bool same_option(uci_option *a, uci_option *b)
 
 // ---- noting what is changed, and how it was
 
+/// Each value with the NUL that ends it, and one more.
 static std::string text_of(uci_option *option)
 {
-    if (option->type == UCI_TYPE_STRING)
-        return option->e.name + std::string("=") + option->v.string;
-    std::string text = option->e.name;
+    const bool is_list = option->type == UCI_TYPE_LIST;
+    std::string text = option->e.name + std::string(is_list ? "|" : "=");
+    const auto add = [&text](const char *value) { text.append(value, strlen(value) + 1); };
     uci_element *e;
-    uci_foreach_element(&option->v.list, e) text.append(1, '\0').append("|").append(e->name);
+    if (!is_list)
+        add(option->v.string);
+    else
+        uci_foreach_element(&option->v.list, e) add(e->name);
+    text.push_back('\0');
     return text;
 }
 
@@ -54,9 +59,9 @@ static std::string text_of(uci_section *section)
     uci_foreach_element(&section->options, e) if (in_file(uci_to_option(e)))
         options.push_back(text_of(uci_to_option(e)));
     std::sort(options.begin(), options.end());
-    std::string text = section->type;
+    std::string text(section->type, strlen(section->type) + 1);
     for (const std::string &option : options)
-        text.append(1, '\0').append(option);
+        text += option;
     return text;
 }
 
