@@ -1,23 +1,26 @@
 // MAC addresses: what is taken for one, and how it is written.
 #include "platform/zu/mac.h"
 
-#include <cctype>
-#include <charconv>
 #include <cstdio>
 
-static bool is_hex(char c)
+/// -1 for what is no hexadecimal digit.
+static int digit(char c)
 {
-    return isxdigit(static_cast<unsigned char>(c));
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
 /// The usual form, which an access list has thousands of; scanf takes ten times as long.
 static bool read_plain(const char *text, zu_mac *out)
 {
-    for (int i = 0; i < 17; i++)
-        if (i % 3 == 2 ? text[i] != ':' : !is_hex(text[i]))
+    for (size_t i = 0; i < out->size(); i++, text += 3) {
+        const int high = digit(text[0]), low = high < 0 ? -1 : digit(text[1]);
+        if (low < 0 || (i < out->size() - 1 && text[2] != ':'))
             return false;
-    for (size_t i = 0; i < out->size(); i++)
-        (void)std::from_chars(text + 3 * i, text + 3 * i + 2, (*out)[i], 16);
+        (*out)[i] = static_cast<uint8_t>(high << 4 | low);
+    }
     return true;
 }
 
@@ -32,7 +35,7 @@ bool zu_text_is_mac(std::string_view text)
 {
     for (int group = 0; group < 6; group++) {
         size_t digits = 0;
-        while (digits < text.size() && is_hex(text[digits]))
+        while (digits < text.size() && digit(text[digits]) >= 0)
             digits++;
         if (digits < 1 || digits > 2)
             return false;

@@ -55,6 +55,17 @@ values field_texts(const wifi_field &row, const char *record)
     return {value.text ? value.text : std::to_string(static_cast<int32_t>(value.number))};
 }
 
+bool field_texts_are(const wifi_field &row, const char *record, bool (*good)(const char *text))
+{
+    if (row.kind != SETTINGS_STRING && row.kind != SETTINGS_STRINGS)
+        return true;
+    const char *member = record + row.offset;
+    for (size_t i = 0; i < row.slots && member[i * row.size]; i++)
+        if (!good(member + i * row.size))
+            return false;
+    return true;
+}
+
 void field_store(const wifi_field &row, char *record, const values &from)
 {
     char *member = record + row.offset;

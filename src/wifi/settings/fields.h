@@ -241,6 +241,8 @@ constexpr bool field_is_list(const wifi_field &row)
 
 /// A setting of the record's part as texts: one, or those of a list.
 std::vector<std::string> field_texts(const wifi_field &row, const char *part);
-/// The other way round, cut to what there is room for. A text that is no number counts as the row's
-/// `absent`, in a list as 0.
+/// True when `good` holds for each of a setting's texts, and of a number.
+bool field_texts_are(const wifi_field &row, const char *part, bool (*good)(const char *text));
+/// The other way round of field_texts(), cut to what there is room for. A text that is no number
+/// counts as the row's `absent`, in a list as 0.
 void field_store(const wifi_field &row, char *part, const std::vector<std::string> &texts);

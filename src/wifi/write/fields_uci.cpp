@@ -208,8 +208,7 @@ static void keep_row(const wifi_part &part, const wifi_field &row)
 
 static bool row_can_be_written(const wifi_part &part, const wifi_field &row)
 {
-    const auto is_value = [](const std::string &text) { return ng_uci_is_value(text.c_str()); };
-    if (std::ranges::all_of(field_texts(row, part.record), is_value))
+    if (field_texts_are(row, part.record, ng_uci_is_value))
         return true;
     // The text stays out of the log: it may be a key.
     log_error("'%s' of %s holds a control character", kept_name(part, row).c_str(),
