@@ -164,6 +164,21 @@ extern "C" ssize_t recvmsg(int fd, msghdr *msg, int flags)
     return deliver(answer, msg, fd, flags);
 }
 
+#if defined(__TIMESIZE) && __TIMESIZE == 32
+// Where seconds are counted in 64 bits by request, these two have other names in a program than in
+// a library that did not ask.
+extern "C" ssize_t sendmsg_32(int fd, const msghdr *msg, int flags) __asm__("sendmsg");
+extern "C" ssize_t sendmsg_32(int fd, const msghdr *msg, int flags)
+{
+    return sendmsg(fd, msg, flags);
+}
+extern "C" ssize_t recvmsg_32(int fd, msghdr *msg, int flags) __asm__("recvmsg");
+extern "C" ssize_t recvmsg_32(int fd, msghdr *msg, int flags)
+{
+    return recvmsg(fd, msg, flags);
+}
+#endif
+
 extern "C" unsigned if_nametoindex(const char *name) noexcept
 {
     if (!gKernel) {
