@@ -60,9 +60,13 @@ check "the node reaches the internet" poll 60 grep 'UPSTREAM_NONE -> TARN_NET_UP
 service() { sim/node enter busybox ash /lib/rc.common "$files/tarn_net.init" "$1"; }
 check "procd is told of the daemon in words that it knows" service start_service
 state() { says "$1" sim/node ubus call qnet.wired dump_state; }
+reloads() { service reload_service && state "$1"; }
+sim/node enter sh -c 'uci set tarn_net.inet_test_config.test_interval=9; uci commit tarn_net'
+check "the service reloads in place" reloads '"test_interval": 9'
+
 hotplug() { sim/node enter env ACTION="$1" INTERFACE="$2" busybox ash -c ". $files/tarn_net.hotplug"; }
 hotplug ifup wired1
-check "a port's link is the daemon's to see where nothing else is asked for" state '"wired_uplink_bridge": "br-wired0"'
+check "a port's link is told to nobody who has not asked for it" state '"wired_uplink_bridge": "br-wired0"'
 sim/node enter sh -c 'uci set tarn_net.wired=wired; uci set tarn_net.wired.link_events=1; uci commit tarn_net'
 hotplug ifdown wired1
 hotplug ifup lan
@@ -70,7 +74,6 @@ check "what is no link of a wired port is no event" state '"wired_uplink_bridge"
 hotplug ifup wired1
 check "a wired port's link is told where it is asked for" state '"wired_uplink_bridge": "br-wired1"'
 sim/node enter cp "$files/tarn_net.config" /etc/config/tarn_net
-check "the service reloads" service reload_service
-check "in place, the configuration that comes with it" state '"http://openwrt.org"'
+check "the configuration that comes with it is read" reloads '"http://openwrt.org"'
 kill -INT "-$node"
 wait "$node" || true
