@@ -168,7 +168,7 @@ static bool link_flags_get(const char *name, uint32_t *flags)
         return false;
     }
     rtnl_link_request request = rtnl_link_request_make(RTM_GETLINK, NLM_F_REQUEST, index);
-    rtnl_answer answer = {};
+    rtnl_answer answer; // large: a page that is not needed stays untouched
     if (link_request_send(&request, &answer) < 0)
         return false;
     nlmsghdr header;

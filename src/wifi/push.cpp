@@ -13,9 +13,6 @@
 // A package that cannot be read is not a missing one: what is in force stays, and the configuration
 // is read again until it can be.
 
-#include <cstring>
-#include <memory>
-#include <new>
 #include <optional>
 #include <unistd.h>
 
@@ -35,16 +32,10 @@
 
 constexpr int AGAIN_MS = 1000;
 
+/// What is being parsed or read. Too large for the stack of a small device, and one at a time.
+static wifi_settings gWorking;
 static bool gIs_read;
 static uloop_timeout gAgain_timer;
-
-using record_handle = std::unique_ptr<wifi_settings>;
-
-static int no_memory(int status)
-{
-    log_error("Failed to allocate memory for the wireless settings");
-    return status;
-}
 
 // ---- document ─► record
 
@@ -76,15 +67,13 @@ int wifid_parse_config(blob_attr *params)
         log_error("%s is NULL", "msg");
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    // Too large for the stack of a small device, and only one parse runs at a time.
-    static wifi_settings working;
-    memcpy(&working, wifi_live_settings(), sizeof(working));
-    wifi_parsed_document parsed = {&working, nullptr, nullptr};
+    wifi_settings_copy(&gWorking, *wifi_live_settings());
+    wifi_parsed_document parsed = {&gWorking, nullptr, nullptr};
     if (wifi_settings_parse(params, &parsed) != 0)
         return UBUS_STATUS_INVALID_ARGUMENT;
     if (parsed.override_reason)
-        wifi_set_radio_override(parsed.override_reason, &working);
-    if (wifid_write_config(&working) != 0) {
+        wifi_set_radio_override(parsed.override_reason, &gWorking);
+    if (wifid_write_config(&gWorking) != 0) {
         ng_uci_drop_changes(); // the override's
         log_error("Failed to write uci batch config");
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -98,19 +87,19 @@ int wifid_parse_config(blob_attr *params)
 
 /// What a commit puts into force.
 struct written_push {
-    record_handle live;
     wifi_first_ssids on_air;
     std::string held_back; ///< batch file of the radio stage, when that has to wait
     bool changed;          ///< a package is another now
 };
 
-/// Writes and commits. 0 or -1: then nothing is changed.
-static int write_and_commit(const wifi_settings &settings, written_push *push)
+/// Writes and commits; `settings` becomes the record to be in force. 0 or -1: then nothing is
+/// changed.
+static int write_and_commit(wifi_settings *settings, written_push *push)
 {
-    if (wifi_write_settings(settings, &push->held_back) != 0)
+    if (wifi_write_settings(*settings, &push->held_back) != 0)
         return -1;
     // Now: after the commit another process may lock the packages.
-    wifi_read_foreign_settings(push->live.get());
+    wifi_read_foreign_settings(settings);
     push->on_air = wifi_radio_first_ssids();
     if (wifi_commit_packages(&push->changed) == 0)
         return 0;
@@ -139,7 +128,7 @@ static void orphand_follows(bool was_on, bool is_on)
         wifid_stop_orphand();
 }
 
-int wifid_write_config(const wifi_settings *settings)
+int wifid_write_config(wifi_settings *settings)
 {
     if (!settings) {
         log_error("%s is NULL", "parsed_settings");
@@ -147,21 +136,19 @@ int wifid_write_config(const wifi_settings *settings)
     }
     if (!wifi_settings_can_be_written(*settings) || !wifi_packages_can_be_changed())
         return -1;
-    written_push push{record_handle(new (std::nothrow) wifi_settings(*settings)), {}, {}, false};
-    if (!push.live)
-        return no_memory(-1);
-    if (write_and_commit(*settings, &push) != 0)
+    written_push push{};
+    if (write_and_commit(settings, &push) != 0)
         return -1;
     const bool saved_orphans = gWifi_live_settings.save_orphans;
-    gWifi_live_settings = *push.live;
-    radios_follow(*push.live, push.held_back);
+    wifi_settings_copy(&gWifi_live_settings, *settings);
+    radios_follow(*settings, push.held_back);
     wifi_write_portal_hosts();
     (void)ng_uci_renew_change_context(); // a failure is logged there; the push is in force
     if (push.changed) {
         (void)gWifi_requests.reload_config();
         wifi_radio_list_ifaces(push.on_air);
     }
-    orphand_follows(saved_orphans, push.live->save_orphans);
+    orphand_follows(saved_orphans, settings->save_orphans);
     wifid_apply_bridges();
     return 0;
 }
@@ -193,14 +180,11 @@ void wifid_parse_config_event_handler(ubus_context *, ubus_event_handler *, cons
 
 static int read_record()
 {
-    const record_handle fresh(new (std::nothrow) wifi_settings{});
-    if (!fresh)
-        return no_memory(UBUS_STATUS_UNKNOWN_ERROR);
     if (!wifi_settings_can_be_read())
         return UBUS_STATUS_UNKNOWN_ERROR;
-    wifi_read_settings(fresh.get(), true);
-    wifi_radio_override_keep(fresh.get());
-    gWifi_live_settings = *fresh;
+    wifi_read_settings(&gWorking); // whole: each member has a row
+    wifi_radio_override_keep(&gWorking);
+    wifi_settings_copy(&gWifi_live_settings, gWorking);
     wifi_radios_now_in_force();
     wifi_radio_list_ifaces();
     wifi_restore_portal_hosts();

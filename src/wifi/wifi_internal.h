@@ -62,9 +62,10 @@ void wifid_cancel_delayed_wireless();
 /// Parses a document (the `params` table of a message) into a copy of the live record, puts that in
 /// force and stages the document's neighbour list. 0, or 2: then nothing has changed.
 [[nodiscard]] int wifid_parse_config(blob_attr *params);
-/// Writes `settings`, commits and makes them the live record; the radios follow at once or when
-/// the push is confirmed. 0, or -1 (logged): then nothing has changed.
-[[nodiscard]] int wifid_write_config(const wifi_settings *settings);
+/// Writes `settings`, with what is other services' to say, commits and makes them the live record;
+/// the radios follow at once or when the push is confirmed. 0, or -1 (logged): then nothing but
+/// `settings` has changed.
+[[nodiscard]] int wifid_write_config(wifi_settings *settings);
 
 // Bridges (ap/ssid_bridges.cpp)
 

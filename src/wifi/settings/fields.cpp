@@ -75,7 +75,7 @@ void field_store(const wifi_field &row, char *record, const values &from)
     }
     const size_t slots = row.slots;
     const size_t count = std::min(from.size(), slots);
-    memset(member, 0, slots * row.size);
+    wifi_settings_zero(member + count * row.size, (slots - count) * row.size);
     for (size_t i = 0; i < count; i++)
         store_one(row, member + i * row.size, from[i], 0);
     if (row.kind == SETTINGS_INTS)

@@ -60,7 +60,7 @@ static void parse_strings(const settings_values &values, const char *key,
     if (!array)
         return;
     const settings_limits &limits = *settings_row(*values.level, key).limits;
-    memset(slots, 0, sizeof(slots));
+    wifi_settings_zero(slots, sizeof(slots));
     size_t count = 0;
     blob_attr *element;
     size_t rest;

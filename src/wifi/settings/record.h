@@ -4,6 +4,7 @@
 // settings writer puts a copy in its place. Texts are always terminated.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -119,3 +120,10 @@ struct wifi_settings {
 
 static_assert(sizeof(bool) == 1);
 static_assert(std::is_trivially_copyable_v<wifi_settings>, "the record is copied as memory");
+
+// Most of the record are lists of client addresses, which are mostly empty, and a page of zeros
+// that was never written to takes no memory. So these two write only where something changes.
+
+void wifi_settings_copy(wifi_settings *to, const wifi_settings &from);
+/// Zeroes a part of a record.
+void wifi_settings_zero(void *part, size_t size);

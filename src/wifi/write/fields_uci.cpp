@@ -178,8 +178,7 @@ static values kept_values(const wifi_part &part, const wifi_field &row)
 
 static void read_row(const wifi_part &part, const wifi_field &row, bool with_kept)
 {
-    const bool may_be_kept = row.stage == DIRECT || (with_kept && row.stage == STAGED);
-    values found = may_be_kept ? kept_values(part, row) : values{};
+    values found = with_kept && row.stage != FOREIGN ? kept_values(part, row) : values{};
     if (found.empty())
         found = option_values(part, row);
     else if (field_is_list(row))
@@ -300,13 +299,26 @@ void wifi_keep_settings(const wifi_settings &settings)
     for_each_row(settings, keep_row);
 }
 
-void wifi_read_settings(wifi_settings *settings, bool with_kept)
+void wifi_read_settings(wifi_settings *settings)
 {
-    if (with_kept)
-        gSaid_unfit.clear();
-    for_each_row(*settings, [with_kept](const wifi_part &part, const wifi_field &row) {
-        read_row(part, row, with_kept);
+    gSaid_unfit.clear();
+    for_each_row(*settings, [](const wifi_part &part, const wifi_field &row) {
+        read_row(part, row, true);
     });
+}
+
+/// Reads what the options of one stage say.
+static void read_stage(wifi_settings *settings, field_stage stage)
+{
+    for_each_row(*settings, [stage](const wifi_part &part, const wifi_field &row) {
+        if (row.stage == stage)
+            read_row(part, row, false);
+    });
+}
+
+void wifi_read_staged_settings(wifi_settings *settings)
+{
+    read_stage(settings, STAGED);
 }
 
 bool wifi_settings_can_be_read()
@@ -324,10 +336,7 @@ bool wifi_settings_can_be_read()
 
 void wifi_read_foreign_settings(wifi_settings *settings)
 {
-    for_each_row(*settings, [](const wifi_part &part, const wifi_field &row) {
-        if (row.stage == FOREIGN)
-            read_row(part, row, false);
-    });
+    read_stage(settings, FOREIGN);
 }
 
 bool wifi_settings_can_be_written(const wifi_settings &settings)

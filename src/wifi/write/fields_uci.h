@@ -38,9 +38,10 @@ void wifi_keep_settings(const wifi_settings &settings);
 /// False (logged) when a package that says a setting is locked by another process or does not
 /// parse; one that the device does not have says nothing.
 [[nodiscard]] bool wifi_settings_can_be_read();
-/// Reads a record back. What is kept counts before the options; without `with_kept` the radio
-/// stage's settings are those of the options, which the radios have.
-void wifi_read_settings(wifi_settings *settings, bool with_kept);
+/// Reads every setting. What is kept counts before the options.
+void wifi_read_settings(wifi_settings *settings);
+/// Reads those of the radio stage as the options say them, which the radios have.
+void wifi_read_staged_settings(wifi_settings *settings);
 /// Reads those that are not the settings writer's.
 void wifi_read_foreign_settings(wifi_settings *settings);
 /// False (logged) when a text holds a character that no configuration line can hold.

@@ -107,18 +107,19 @@ static bool any_mesh(const wifi_write &w)
     return false;
 }
 
-static bool same_radio(const wifi_write &w, const wifi_settings &in_force, int radio)
+static bool same_radio(const wifi_write &w, const wifi_air_settings &in_force, int radio)
 {
     const wifi_radio_settings &a = w.settings->radios[radio], &b = in_force.radios[radio];
     // The configuration of a radio that is off does not say whether it is to carry the mesh.
-    const wifi_settings &mesh = b.enable != 0 ? in_force : *wifi_live_settings();
+    const wifi_radio_settings &mesh = b.enable != 0 ? b : wifi_live_settings()->radios[radio];
     return a.enable == b.enable && a.channel == b.channel && strcmp(a.htmode, b.htmode) == 0 &&
-           a.mesh_enable == mesh.radios[radio].mesh_enable;
+           a.mesh_enable == mesh.mesh_enable;
 }
 
-static bool same_mesh(const wifi_write &w, const wifi_settings &in_force)
+static bool same_mesh(const wifi_write &w, const wifi_air_settings &in_force)
 {
-    const wifi_settings &a = *w.settings, &b = in_force;
+    const wifi_settings &a = *w.settings;
+    const wifi_air_settings &b = in_force;
     for (int radio = 0; radio < w.radios; radio++)
         if (!wifi_write_is_scanning(w, radio) && !same_radio(w, in_force, radio))
             return false;
@@ -133,7 +134,7 @@ static bool orphan_connection_ends(const wifi_settings &settings)
     return !settings.orphan_connect_bssid[0] && wifi_live_settings()->orphan_connect_bssid[0];
 }
 
-const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &in_force)
+const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_air_settings &in_force)
 {
     if (!any_mesh(w))
         return "no radio carries the mesh";
@@ -163,7 +164,7 @@ static int name_batch(char *path, size_t size)
     return 0;
 }
 
-int wifid_write_delayed_config(const wifi_write &w, const wifi_settings &in_force,
+int wifid_write_delayed_config(const wifi_write &w, const wifi_air_settings &in_force,
                                std::string *held_back)
 {
     char path[64];

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "wifi/settings/record.h"
+#include "wifi/write/commit.h"
 #include "wifi/write/writer.h"
 
 /// One run of the writer.
@@ -36,11 +37,11 @@ std::string numbered(const char *prefix, int number, const char *suffix = "");
 // The stages, in order
 
 /// Why the radio stage is applied at once, as a half-sentence; null when it has to wait.
-const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_settings &in_force);
+const char *wifi_write_at_once_reason(const wifi_write &w, const wifi_air_settings &in_force);
 /// Writes what disturbs radios and mesh to a batch file and applies it (uncommitted), or leaves it,
 /// its path in `held_back`, for when the push is committed. 0, or -1 (logged). `in_force` is what
 /// the radios are set to.
-int wifid_write_delayed_config(const wifi_write &w, const wifi_settings &in_force,
+int wifid_write_delayed_config(const wifi_write &w, const wifi_air_settings &in_force,
                                std::string *held_back);
 /// Radios, access points, orphan interfaces, presence.
 void wifi_write_radios(const wifi_write &w);
