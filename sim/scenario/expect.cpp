@@ -179,8 +179,7 @@ static bool growth(const std::string &, std::string *why)
 /// "loop under 200ms": the daemon's longest callback since the scenario's start.
 static bool loop_is(const std::string &text, std::string *why)
 {
-    double end_s;
-    const double longest = stage_longest_callback_ms(&end_s);
+    const double longest = stage_longest_callback().ms;
     *why = "the longest callback took " + std::to_string(longest) + " ms";
     return text.starts_with("under ") && longest < strtod(text.c_str() + 6, nullptr);
 }

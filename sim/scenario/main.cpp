@@ -211,9 +211,9 @@ static void show_end_of_timeline()
 
 static void show_longest_callback()
 {
-    double end_s;
-    const double ms = stage_longest_callback_ms(&end_s);
-    printf("longest loop callback: %.1f ms, until %.2f\n", ms, timeline_at(end_s));
+    const stage_callback longest = stage_longest_callback();
+    printf("longest loop callback: %.1f ms, %.1f of them waiting for commands, until %.2f\n",
+           longest.ms, longest.commands_ms, timeline_at(longest.end_s));
 }
 
 int main(int argc, char **argv)

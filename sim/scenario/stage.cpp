@@ -309,10 +309,9 @@ std::map<std::string, std::string> stage_configuration()
     return all;
 }
 
-double stage_longest_callback_ms(double *end_s)
+stage_callback stage_longest_callback()
 {
-    double us = 0, end_ms = 0;
-    std::ifstream("/var/sim/loop") >> us >> end_ms;
-    *end_s = end_ms / 1000;
-    return us / 1000;
+    double us = 0, end_ms = 0, commands_us = 0;
+    std::ifstream("/var/sim/loop") >> us >> end_ms >> commands_us;
+    return {us / 1000, commands_us / 1000, end_ms / 1000};
 }

@@ -32,5 +32,10 @@ std::map<std::string, long> stage_amounts();
 std::map<std::string, long> stage_daemon_amounts();
 /// Every option and section of the node's UCI, as `uci show` writes them.
 std::map<std::string, std::string> stage_configuration();
-/// Longest loop callback of the daemon so far in ms; `end_s` is its end, in seconds since boot.
-double stage_longest_callback_ms(double *end_s);
+/// Longest loop callback of the daemon so far; its end is in seconds since boot.
+struct stage_callback {
+    double ms;
+    double commands_ms; ///< of it waiting for commands
+    double end_s;
+};
+stage_callback stage_longest_callback();

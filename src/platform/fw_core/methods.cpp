@@ -104,6 +104,8 @@ static int reply_send(const package_call &call, blob_buf *reply)
     return ubus_send_reply(call.ctx, call.request, reply->head);
 }
 
+constexpr int REPLY_ROOM = 8192;
+
 /// A method that replies with the document its callback makes.
 static int document_method(const package_call &call, policy_span policy,
                            package_cb package_callbacks::*slot)
@@ -113,7 +115,8 @@ static int document_method(const package_call &call, policy_span policy,
     if (status != UBUS_STATUS_OK)
         return status;
     blob_buffer reply;
-    if (blob_buf_init(&reply, 0) != 0)
+    // Room for most documents: by itself the buffer grows, and is copied, every 256 bytes.
+    if (blob_buf_init(&reply, 0) != 0 || !blob_buf_grow(&reply, REPLY_ROOM))
         return UBUS_STATUS_NO_MEMORY;
     status = callback(call.ctx, call.msg, &reply);
     return status == UBUS_STATUS_OK ? reply_send(call, &reply) : status;

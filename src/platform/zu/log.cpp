@@ -24,6 +24,8 @@ static void *gListener_priv;
 static char *gPath;
 static char *gRotated_path;
 static bool gRotates = true;
+static dev_t gOpened_device; // these two tell the open file from another of its name
+static ino_t gOpened_inode;
 
 constexpr int OPEN_FLAGS = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY |
                            O_NONBLOCK; // a fifo in the file's place is not waited for
@@ -54,10 +56,13 @@ static FILE *log_open(const char *path)
     zu_descriptor fd(open(path, OPEN_FLAGS & ~O_CREAT));
     if (fd < 0 || !is_private_log(fd))
         fd = log_replace(path);
-    FILE *file = fd >= 0 ? fdopen(fd, "a") : nullptr;
+    struct stat info;
+    FILE *file = fd >= 0 && fstat(fd, &info) == 0 ? fdopen(fd, "a") : nullptr;
     if (!file)
         return nullptr;
     (void)fd.release(); // the stream's
+    gOpened_device = info.st_dev;
+    gOpened_inode = info.st_ino;
     // A whole line fits, so each goes out in one write.
     setvbuf(file, nullptr, _IOFBF, LOG_MESSAGE_MAX + 1024);
     return file;
@@ -66,11 +71,9 @@ static FILE *log_open(const char *path)
 /// True unless the name belongs to another file than the open one, or to none.
 static bool log_is_in_place()
 {
-    struct stat opened, named;
-    if (!gPath || fstat(fileno(gDebug_file), &opened) != 0)
-        return true;
-    return lstat(gPath, &named) == 0 && named.st_ino == opened.st_ino &&
-           named.st_dev == opened.st_dev;
+    struct stat named;
+    return !gPath || (lstat(gPath, &named) == 0 && named.st_ino == gOpened_inode &&
+                      named.st_dev == gOpened_device);
 }
 
 /// Goes on in a new file when somebody has taken the log away; in the old one if there is no room.

@@ -1,6 +1,7 @@
 // Judging an entry, putting its texts into UTF-8, and naming its band, width and encryption.
 #include "wifi/radio/scan_result.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -88,6 +89,14 @@ static bool is_plain(std::string_view text, size_t length)
         return length != 0;
     const auto byte = static_cast<uint8_t>(text[0]);
     return byte >= 0x20 && byte != 0x7f && !text.starts_with("\\x");
+}
+
+/// Bytes that `text` begins with and that need no second look: nearly always all of it.
+static size_t ordinary_length(std::string_view text)
+{
+    const auto *end = std::find_if(text.begin(), text.end(),
+                                   [](char c) { return c < ' ' || c > '~' || c == '\\'; });
+    return static_cast<size_t>(end - text.begin());
 }
 
 // ---- the record's members
@@ -250,8 +259,9 @@ std::string wifi_scan_text(const char *bytes, size_t length)
 {
     std::string shown;
     for (std::string_view rest(bytes, length); !rest.empty();) {
-        const size_t next = utf8_length(rest);
-        if (is_plain(rest, next)) {
+        const size_t ordinary = ordinary_length(rest);
+        const size_t next = ordinary != 0 ? ordinary : utf8_length(rest);
+        if (ordinary != 0 || is_plain(rest, next)) {
             shown += rest.substr(0, next);
             rest.remove_prefix(next);
             continue;

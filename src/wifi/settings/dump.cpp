@@ -10,7 +10,7 @@
 #include "wifi/wifi.h"
 
 constexpr dump_item BAND_ITEMS[] = {{"ssid_name", "band%d_ssid"}, {"enable", "band%d_enable"}};
-constexpr dump_table BAND = {"band", BAND_FIELDS, BAND_ITEMS};
+constexpr dump_table BAND = dump_table_of<BAND_FIELDS, BAND_ITEMS>("band");
 
 static int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -20,7 +20,7 @@ static int dump_bands(blob_buf *buf, const void *part, bool include_secrets)
         if (band == WIFI_BAND_SCANNING || !ssid->bands[band].ssid[0])
             continue;
         if (const dump_nest table(buf, wifi_band_name(band), false); table)
-            dump_part(buf, {&BAND}, &ssid->bands[band], include_secrets);
+            dump_part(buf, BAND, &ssid->bands[band], include_secrets);
     }
     return 0;
 }
@@ -29,19 +29,19 @@ constexpr dump_item DHCP_ITEMS[] = {
     {"enable", "dhcp_enable"}, {"gateway", "dhcp_gateway"},   {"netmask", "dhcp_netmask"},
     {"start", "dhcp_start"},   {"num_leases", "dhcp_leases"}, {"lease_len", "dhcp_lease_length"},
 };
-constexpr dump_table DHCP = {"dhcp", DHCP_FIELDS, DHCP_ITEMS};
+constexpr dump_table DHCP = dump_table_of<DHCP_FIELDS, DHCP_ITEMS>("dhcp");
 
 static int dump_dhcp(blob_buf *buf, const void *part, bool include_secrets)
 {
     const wifi_dhcp_settings *dhcp = &static_cast<const wifi_ssid_settings *>(part)->dhcp;
     if (const dump_nest table(buf, "dhcp", false); table)
-        dump_part(buf, {&DHCP}, dhcp, include_secrets);
+        dump_part(buf, DHCP, dhcp, include_secrets);
     return 0;
 }
 
 // Shown of each SSID, and of an enabled one.
 constexpr dump_item SSID_ENABLE_ITEMS[] = {{"enable"}};
-constexpr dump_table SSID_ENABLE = {"ssid", SSID_FIELDS, SSID_ENABLE_ITEMS};
+constexpr dump_table SSID_ENABLE = dump_table_of<SSID_FIELDS, SSID_ENABLE_ITEMS>("ssid");
 constexpr dump_item SSID_ITEMS[] = {
     {"name", "ssid"},
     {"key"},
@@ -72,7 +72,7 @@ constexpr dump_item SSID_ITEMS[] = {
     {.key = "dhcp", .add = dump_dhcp},
     {"shaping_enable"},
 };
-constexpr dump_table SSID_TABLE = {"ssid", SSID_FIELDS, SSID_ITEMS};
+constexpr dump_table SSID_TABLE = dump_table_of<SSID_FIELDS, SSID_ITEMS, SSID_ENABLE_ITEMS>("ssid");
 
 static void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssid, int index,
                                     bool include_secrets)
@@ -84,17 +84,17 @@ static void wifi_dump_ssid_settings(blob_buf *buf, const wifi_ssid_settings &ssi
     dump_items(buf, SSID_ENABLE, &ssid, include_secrets);
     if (!ssid.enable)
         return;
-    dump_part(buf, {&SSID_TABLE, &SSID_ENABLE}, &ssid, include_secrets);
+    dump_part(buf, SSID_TABLE, &ssid, include_secrets);
 }
 
 // Shown of each radio, and of an enabled one.
 constexpr dump_item RADIO_ENABLE_ITEMS[] = {{"enable"}};
-constexpr dump_table RADIO_ENABLE = {"radio", RADIO_FIELDS, RADIO_ENABLE_ITEMS};
+constexpr dump_table RADIO_ENABLE = dump_table_of<RADIO_FIELDS, RADIO_ENABLE_ITEMS>("radio");
 constexpr dump_item RADIO_ITEMS[] = {
     {"channel"}, {"mode", "htmode"},      {"txpower"},
     {"rtscts"},  {"disable_lower_rates"}, {"mesh_enable"},
 };
-constexpr dump_table RADIO_TABLE = {"radio", RADIO_FIELDS, RADIO_ITEMS};
+constexpr dump_table RADIO_TABLE = dump_table_of<RADIO_FIELDS, RADIO_ITEMS, RADIO_ENABLE_ITEMS>("radio");
 
 static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, int index,
                                      const char *band)
@@ -107,12 +107,12 @@ static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &r
     dump_report(blobmsg_add_string(buf, "band", band), RADIO_TABLE, "band");
     if (radio.enable == 0)
         return;
-    dump_part(buf, {&RADIO_TABLE, &RADIO_ENABLE}, &radio, false);
+    dump_part(buf, RADIO_TABLE, &radio, false);
 }
 
 constexpr dump_item BATMAN_ITEMS[] = {
     {"hop_penalty"}, {"gw_stickiness"}, {"bridge_loop_avoidance"}};
-constexpr dump_table BATMAN = {"batman", NODE_FIELDS, BATMAN_ITEMS};
+constexpr dump_table BATMAN = dump_table_of<NODE_FIELDS, BATMAN_ITEMS>("batman");
 
 static int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -123,7 +123,7 @@ static int dump_batman(blob_buf *buf, const void *part, bool include_secrets)
 
 constexpr dump_item MESH_ITEMS[] = {
     {"protocol", "mesh_protocol"}, {.key = "batman", .add = dump_batman}, {"key", "mesh_key"}};
-constexpr dump_table MESH = {"mesh", NODE_FIELDS, MESH_ITEMS};
+constexpr dump_table MESH = dump_table_of<NODE_FIELDS, MESH_ITEMS>("mesh");
 
 static int wifi_dump_mesh_settings(blob_buf *buf, const void *part, bool include_secrets)
 {
@@ -212,12 +212,7 @@ constexpr dump_item TOP_ITEMS[] = {
     {.key = "antenna_type", .add = dump_antenna_type},
     {"recover_config_errors"},
 };
-constexpr dump_table TOP = {"", NODE_FIELDS, TOP_ITEMS};
-
-static_assert(dump_is_whole(BAND) && dump_is_whole(DHCP) && dump_is_whole(SSID_ENABLE) &&
-              dump_is_whole(SSID_TABLE) && dump_is_whole(RADIO_ENABLE) &&
-              dump_is_whole(RADIO_TABLE) && dump_is_whole(BATMAN) && dump_is_whole(MESH) &&
-              dump_is_whole(TOP));
+constexpr dump_table TOP = dump_table_of<NODE_FIELDS, TOP_ITEMS, MESH_ITEMS, BATMAN_ITEMS>("");
 
 int wifi_dump_settings(blob_buf *buf, const wifi_settings *settings, bool include_secrets)
 {
@@ -225,6 +220,6 @@ int wifi_dump_settings(blob_buf *buf, const wifi_settings *settings, bool includ
         log_error("%s is NULL", buf ? "settings" : "buf");
         return -1;
     }
-    dump_part(buf, {&TOP, &MESH, &BATMAN}, settings, include_secrets);
+    dump_part(buf, TOP, settings, include_secrets);
     return 0;
 }

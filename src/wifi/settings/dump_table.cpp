@@ -1,29 +1,39 @@
 // The walk over the items of the state dump.
 #include "wifi/settings/dump_table.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/zu/blobmsg_util.h"
 #include "platform/zu/log.h"
 
-/// Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: one
-/// element is made by libubox, the others are copies of it with another value.
+/// Adds `count` texts of one length that lie `size` bytes apart. An access list has a thousand: a
+/// few elements are made by libubox, the others are copies of them with other values.
 static int add_equal_texts(blob_buf *buf, const char *element, const char *texts, size_t count,
                            size_t size)
 {
-    blob_buffer model;
-    if (blobmsg_buf_init(&model) != 0 || blobmsg_add_string(&model, element, texts) != 0)
+    constexpr size_t FEW = 64;
+    blob_buffer models;
+    if (blobmsg_buf_init(&models) != 0)
         return -1;
-    auto *attr = static_cast<blob_attr *>(blob_data(model.head));
+    for (size_t i = 0; i < std::min(FEW, count); i++)
+        if (blobmsg_add_string(&models, element, texts) != 0)
+            return -1;
+    auto *attr = static_cast<blob_attr *>(blob_data(models.head));
+    auto *first = static_cast<char *>(blobmsg_data(attr));
     const size_t step = blob_pad_len(attr);
-    const auto value = static_cast<char *>(blobmsg_data(attr)) - reinterpret_cast<char *>(attr);
-    const size_t length = strlen(texts) + 1;
-    std::vector<char> elements(count * step);
-    for (char *at = elements.data(); count > 0; at += step, texts += size, count--) {
-        memcpy(at, attr, step);
-        memcpy(at + value, texts, length);
+    const size_t length = strlen(texts);
+    if (!blob_buf_grow(buf, static_cast<int>(count * step)))
+        return -1;
+    while (count > 0) {
+        const size_t some = std::min(FEW, count);
+        for (size_t i = 0; i < some; i++, texts += size)
+            std::copy_n(texts, length, first + i * step);
+        if (!blob_put_raw(buf, attr, static_cast<unsigned>(some * step)))
+            return -1;
+        count -= some;
     }
-    return blob_put_raw(buf, elements.data(), static_cast<unsigned>(elements.size())) ? 0 : -1;
+    return 0;
 }
 
 /// Texts of `size` bytes each up to the first empty one.
@@ -73,15 +83,6 @@ static int add_value(blob_buf *buf, const char *key, settings_kind kind, const c
     return blobmsg_add_u8(buf, key, value.number != 0);
 }
 
-static bool is_named(const wifi_field &field, std::initializer_list<const dump_table *> tables)
-{
-    for (const dump_table *table : tables)
-        for (const dump_item &item : table->items)
-            if (strcmp(dump_setting_name(item), field.name) == 0)
-                return true;
-    return false;
-}
-
 dump_nest::dump_nest(blob_buf *buf, const char *name, bool array)
     : buf_(buf), cookie_(blobmsg_open_nested(buf, name, array))
 {
@@ -113,23 +114,21 @@ int dump_setting(blob_buf *buf, const dump_item &item, const wifi_field &field, 
 
 void dump_items(blob_buf *buf, const dump_table &table, const void *part, bool include_secrets)
 {
-    for (const dump_item &item : table.items) {
+    for (size_t i = 0; i < table.items.size(); i++) {
+        const dump_item &item = table.items[i];
         const int result =
-            item.add
-                ? item.add(buf, part, include_secrets)
-                : dump_setting(buf, item, *wifi_find_field(table.fields, dump_setting_name(item)),
-                               part, include_secrets);
+            item.add ? item.add(buf, part, include_secrets)
+                     : dump_setting(buf, item, table.fields[table.rows[i]], part, include_secrets);
         dump_report(result, table, item.failed ? item.failed : item.key);
     }
 }
 
-void dump_part(blob_buf *buf, std::initializer_list<const dump_table *> tables, const void *part,
-               bool include_secrets)
+void dump_part(blob_buf *buf, const dump_table &table, const void *part, bool include_secrets)
 {
-    const dump_table &table = **tables.begin();
     dump_items(buf, table, part, include_secrets);
-    for (const wifi_field &field : table.fields)
-        if (field.use != ALSO && !field.hidden && !is_named(field, tables))
-            dump_report(dump_setting(buf, {field.name}, field, part, include_secrets), table,
-                        field.name);
+    for (const uint8_t row : table.others) {
+        const wifi_field &field = table.fields[row];
+        dump_report(dump_setting(buf, {field.name}, field, part, include_secrets), table,
+                    field.name);
+    }
 }
