@@ -46,10 +46,9 @@ static bool keep_reply(ubus_context *ctx, const bus_method &method, blob_attr **
     uint32_t id = 0;
     blob_buf none{};
     blob_buf_init(&none, 0);
-    const bool kept = ubus_lookup_id(ctx, method.object, &id) == 0 &&
-                      ubus_invoke(ctx, id, method.name, none.head, keep_reply_cb, reply,
-                                  LIMIT_MS) == 0 &&
-                      *reply;
+    const bool kept =
+        ubus_lookup_id(ctx, method.object, &id) == 0 &&
+        ubus_invoke(ctx, id, method.name, none.head, keep_reply_cb, reply, LIMIT_MS) == 0 && *reply;
     blob_buf_free(&none);
     return kept;
 }

@@ -38,9 +38,9 @@ static void one_formatted_write(benchmark::State &state)
         char stamp[32];
         const time_t now = time(nullptr);
         ctime_r(&now, stamp);
-        length += fprintf(file, "%.24s [%i] %s:%d: %s: Tests run: %d/%d on interface '%s'\n", stamp,
-                          static_cast<int>(getpid()), __func__, __LINE__, "DEBUG", i++, 32,
-                          "br-wired0");
+        length +=
+            fprintf(file, "%.24s [%i] %s:%d: %s: Tests run: %d/%d on interface '%s'\n", stamp,
+                    static_cast<int>(getpid()), __func__, __LINE__, "DEBUG", i++, 32, "br-wired0");
         fflush(file);
         if (length > LOG_FILE_LIMIT && ftruncate(fileno(file), length = 0) < 0)
             abort();

@@ -182,7 +182,8 @@ static int read_record()
 {
     if (!wifi_settings_can_be_read())
         return UBUS_STATUS_UNKNOWN_ERROR;
-    wifi_read_settings(&gWorking); // whole: each member has a row
+    wifi_settings_zero(&gWorking, sizeof gWorking);
+    wifi_read_settings(&gWorking);
     wifi_radio_override_keep(&gWorking);
     wifi_settings_copy(&gWifi_live_settings, gWorking);
     wifi_radios_now_in_force();

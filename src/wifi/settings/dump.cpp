@@ -94,7 +94,8 @@ constexpr dump_item RADIO_ITEMS[] = {
     {"channel"}, {"mode", "htmode"},      {"txpower"},
     {"rtscts"},  {"disable_lower_rates"}, {"mesh_enable"},
 };
-constexpr dump_table RADIO_TABLE = dump_table_of<RADIO_FIELDS, RADIO_ITEMS, RADIO_ENABLE_ITEMS>("radio");
+constexpr dump_table RADIO_TABLE =
+    dump_table_of<RADIO_FIELDS, RADIO_ITEMS, RADIO_ENABLE_ITEMS>("radio");
 
 static void wifi_dump_radio_settings(blob_buf *buf, const wifi_radio_settings &radio, int index,
                                      const char *band)

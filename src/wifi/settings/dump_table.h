@@ -47,8 +47,8 @@ consteval auto rows_of_items()
     std::array<uint8_t, std::size(Items)> rows{};
     for (size_t i = 0; i < rows.size(); i++)
         if (!Items[i].add)
-            rows[i] = static_cast<uint8_t>(
-                wifi_find_field(Fields, setting_name(Items[i])) - Fields);
+            rows[i] =
+                static_cast<uint8_t>(wifi_find_field(Fields, setting_name(Items[i])) - Fields);
     return rows;
 }
 

@@ -20,7 +20,12 @@ void wifi_settings_copy(wifi_settings *to, const wifi_settings &from)
 
 void wifi_settings_zero(void *part, size_t size)
 {
-    const auto *bytes = static_cast<const char *>(part);
-    if (size != 0 && (bytes[0] != 0 || memcmp(bytes, bytes + 1, size - 1) != 0))
-        memset(part, 0, size);
+    auto *bytes = static_cast<char *>(part);
+    while (size > 0) {
+        const size_t block = std::min(BLOCK, size);
+        if (bytes[0] != 0 || memcmp(bytes, bytes + 1, block - 1) != 0)
+            memset(bytes, 0, block);
+        bytes += block;
+        size -= block;
+    }
 }

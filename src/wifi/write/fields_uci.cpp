@@ -302,9 +302,8 @@ void wifi_keep_settings(const wifi_settings &settings)
 void wifi_read_settings(wifi_settings *settings)
 {
     gSaid_unfit.clear();
-    for_each_row(*settings, [](const wifi_part &part, const wifi_field &row) {
-        read_row(part, row, true);
-    });
+    for_each_row(*settings,
+                 [](const wifi_part &part, const wifi_field &row) { read_row(part, row, true); });
 }
 
 /// Reads what the options of one stage say.
